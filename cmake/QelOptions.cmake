@@ -1,0 +1,17 @@
+# Compiler settings shared by every target of the project.
+
+# Warnings are errors on every platform.
+function(qel_target_defaults target)
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Werror)
+    # Report sites print their source path relative to the repository root.
+    target_compile_options(${target} PRIVATE "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
+endfunction()
+
+# Sanitizers come in through CMAKE_CXX_FLAGS (see CMakePresets.json), so that
+# they reach every target, GoogleTest and the install test's consumer alike.
+
+if(MINGW)
+    # Link the GCC runtime statically so that the DLL and the programs need
+    # nothing beyond what Windows ships.
+    add_link_options(-static -static-libgcc -static-libstdc++)
+endif()

@@ -1,0 +1,19 @@
+// Root of the library's polymorphic classes.
+#pragma once
+
+#include <qel/export.h>
+
+namespace qel
+{
+
+// No data; the only virtual operation is the destructor. Construction, copy
+// and assignment do nothing.
+struct QEL_API Interface
+{
+    Interface() = default;
+    Interface(const Interface&) = default;
+    Interface& operator=(const Interface&) = default;
+    virtual ~Interface();
+};
+
+} // namespace qel

@@ -1,0 +1,50 @@
+// qeltool: the command-line face of qel Base.
+#include "tour.h"
+
+#include <qel/version.h>
+
+#include <cstdio>
+#include <cstring>
+
+namespace
+{
+
+const char kUsage[] = "usage: qeltool <command> [arguments]\n"
+                      "\n"
+                      "commands:\n"
+                      "  tour [DATA_DIR]   show each subsystem at work on the sample data\n"
+                      "                    (DATA_DIR defaults to ./samples)\n"
+                      "\n"
+                      "options:\n"
+                      "  --help            print this text\n"
+                      "  --version         print the library's version and platform\n";
+
+int Tour(int argc, char** argv)
+{
+    qeltool::TourContext context;
+    context.dataDir = argc > 0 ? argv[0] : "samples";
+    if (context.dataDir.empty() || context.dataDir.back() != '/')
+        context.dataDir += '/';
+    qeltool::TourCore(context);
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc < 2 || std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0)
+    {
+        std::fputs(kUsage, argc < 2 ? stderr : stdout);
+        return argc < 2 ? 2 : 0;
+    }
+    if (std::strcmp(argv[1], "--version") == 0)
+    {
+        std::printf("qeltool %s (qel Base, %s)\n", qel::GetVersionString(), qel::GetPlatformName());
+        return 0;
+    }
+    if (std::strcmp(argv[1], "tour") == 0)
+        return Tour(argc - 2, argv + 2);
+    std::fprintf(stderr, "qeltool: unknown command '%s'\n\n%s", argv[1], kUsage);
+    return 2;
+}

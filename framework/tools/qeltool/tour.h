@@ -1,0 +1,20 @@
+// The sections of `qeltool tour`. Each section shows one subsystem at work on
+// the sample data and prints what it did.
+#pragma once
+
+#include <string>
+
+namespace qeltool
+{
+
+struct TourContext
+{
+    std::string dataDir; // the sample data folder, with a trailing '/'
+};
+
+// Prints a section banner.
+void Banner(const char* title);
+
+void TourCore(const TourContext& context);
+
+} // namespace qeltool
