@@ -1,0 +1,92 @@
+// The one implementation of the singleton pattern that every manager uses.
+//
+// A manager X keeps `static std::atomic<X*> ms_SingletonInstance`, befriends
+// Singleton<X, Storage> and creates itself with
+//     Singleton<X, Storage>::Create(ms_SingletonInstance, "name in the message")
+// Creation happens once, under the instance manager's lock; the teardown is
+// registered with the runtime's exit list, so singletons die at exit (or
+// unload) in reverse order of creation. After the teardown the pointer stays
+// null and the instance is never made again: a request shows the "FATAL
+// SINGLETON ERROR" box and yields null.
+#pragma once
+
+#include <qel/criticalsection.h>
+#include <qel/instancemanager.h>
+
+#include <atomic>
+#include <new>
+
+namespace qel
+{
+
+// Shows the "FATAL SINGLETON ERROR" box for `className`.
+void ReportSingletonFailure(const char* className);
+// Runs `handler` at process exit or library unload (the runtime's exit list).
+void RegisterExitHandler(void (*handler)());
+
+// Storage policies: where the instance lives. Allocate returns null on
+// failure; the instance is then reported missing.
+template <class T>
+struct StaticStorage
+{
+    static constexpr bool DestroyUnderLock = false;
+    static void* Allocate()
+    {
+        alignas(T) static unsigned char storage[sizeof(T)];
+        return storage;
+    }
+    static void Free(void*) {}
+};
+
+template <class T, class Storage = StaticStorage<T>>
+class Singleton
+{
+public:
+    static T* Create(std::atomic<T*>& pointer, const char* className)
+    {
+        CriticalSection& lock = InstanceManager::GetSingletonInstance();
+        lock.Enter();
+        if (ms_Pointer == nullptr)
+        {
+            ms_Pointer = &pointer;
+            if (void* place = Storage::Allocate())
+                pointer.store(new (place) T, std::memory_order_release);
+            RegisterExitHandler(&Teardown);
+        }
+        T* instance = pointer.load(std::memory_order_acquire);
+        if (instance == nullptr)
+            ReportSingletonFailure(className);
+        lock.Leave();
+        return instance;
+    }
+
+private:
+    static void Teardown()
+    {
+        CriticalSection& lock = InstanceManager::GetSingletonInstance();
+        lock.Enter();
+        T* instance = ms_Pointer->exchange(nullptr, std::memory_order_acq_rel);
+        if (Storage::DestroyUnderLock)
+            Destroy(instance);
+        lock.Leave();
+        if (!Storage::DestroyUnderLock)
+            Destroy(instance);
+    }
+
+    static void Destroy(T* instance)
+    {
+        if (instance == nullptr)
+            return;
+        instance->~T();
+        Storage::Free(instance);
+    }
+
+    // Set once the instance was made (the construction guard): the pointer
+    // that the teardown clears.
+    static std::atomic<T*>* ms_Pointer;
+};
+
+template <class T, class Storage>
+std::atomic<T*>* Singleton<T, Storage>::ms_Pointer = nullptr;
+
+} // namespace qel

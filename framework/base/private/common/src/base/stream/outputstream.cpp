@@ -1,0 +1,145 @@
+#include <qel/outputstream.h>
+
+#include <cstring>
+
+namespace qel
+{
+
+OutputStream::~OutputStream()
+{
+    if (m_Block != nullptr && m_Provider != nullptr && m_Provider->IsOpen())
+        m_Provider->Return(m_Block, m_Current);
+}
+
+void OutputStream::Flush()
+{
+    if (m_Block == nullptr)
+        return;
+    m_Provider->Return(m_Block, m_Current);
+    m_Block = nullptr;
+}
+
+u32 OutputStream::Write(const void* data, u32 count)
+{
+    const unsigned char* source = static_cast<const unsigned char*>(data);
+    u32 written = 0;
+    while (written < count)
+    {
+        if (m_Block == nullptr)
+        {
+            RequestBlock();
+            if (m_Current == m_End)
+            {
+                m_Block = nullptr; // no room at all: the sink is full
+                break;
+            }
+        }
+        const u32 wanted = count - written;
+        const u32 room = Remaining();
+        const u32 chunk = wanted < room ? wanted : room;
+        std::memcpy(m_Current, source + written, chunk);
+        m_Current += chunk;
+        m_Position += chunk;
+        written += chunk;
+        if (m_Current == m_End)
+            ReturnBlock(); // a full block goes back at once
+    }
+    return written;
+}
+
+template <class T>
+void OutputStream::WriteValue(T value)
+{
+    if (m_Block == nullptr)
+        RequestBlock();
+    if (Remaining() >= sizeof(T))
+    {
+        std::memcpy(m_Current, &value, sizeof(T));
+        m_Current += sizeof(T);
+        m_Position += sizeof(T);
+        if (m_Current == m_End)
+            ReturnBlock();
+        return;
+    }
+    // The value straddles two blocks.
+    Write(&value, sizeof(T));
+}
+
+void OutputStream::Write(unsigned char value)
+{
+    WriteValue(value);
+}
+
+void OutputStream::Write(unsigned short value)
+{
+    WriteValue(value);
+}
+
+void OutputStream::Write(u32 value)
+{
+    WriteValue(value);
+}
+
+void OutputStream::Write(u64 value)
+{
+    WriteValue(value);
+}
+
+namespace
+{
+
+bool HostIsLittleEndian()
+{
+    const u32 one = 1;
+    unsigned char first;
+    std::memcpy(&first, &one, 1);
+    return first == 1;
+}
+
+} // namespace
+
+template <class T>
+u32 OutputStream::WriteArray(const T* values, u32 count, u32 elementSize)
+{
+    if (elementSize == sizeof(T))
+        return Write(values, count * u32(sizeof(T))) / u32(sizeof(T));
+
+    if (elementSize == 0 || elementSize > 8)
+        return 0;
+    // Per value: the value as an integer of `elementSize` bytes in the host's
+    // order, that is the low-order bytes of its 64-bit zero extension.
+    const bool little = HostIsLittleEndian();
+    u32 done = 0;
+    for (; done < count; ++done)
+    {
+        const u64 wide = values[done];
+        unsigned char bytes[8];
+        std::memcpy(bytes, &wide, 8);
+        const unsigned char* low = little ? bytes : bytes + 8 - elementSize;
+        if (Write(low, elementSize) != elementSize)
+            break;
+    }
+    return done;
+}
+
+u32 OutputStream::Write(const unsigned char* values, u32 count, u32 elementSize)
+{
+    return WriteArray(values, count, elementSize);
+}
+
+u32 OutputStream::Write(const unsigned short* values, u32 count, u32 elementSize)
+{
+    return WriteArray(values, count, elementSize);
+}
+
+u32 OutputStream::Write(const u32* values, u32 count, u32 elementSize)
+{
+    return WriteArray(values, count, elementSize);
+}
+
+u32 OutputStream::Write(const u64* values, u32 count, u32 elementSize)
+{
+    return WriteArray(values, count, elementSize);
+}
+
+} // namespace qel

@@ -1,0 +1,54 @@
+// Output streams: write bytes and values into blocks of a provider.
+//
+// Values are written in the host's byte order. The array forms take the
+// size each element has in the stream: the natural size writes the array in
+// one bulk copy; another size from 1 to 8 writes every value as an integer of
+// that many bytes in the host's order, cut to its low-order bytes when
+// narrower and zero-extended when wider. Sizes 0 and above 8 write nothing.
+#pragma once
+
+#include <qel/export.h>
+#include <qel/stream.h>
+#include <qel/types.h>
+
+namespace qel
+{
+
+class QEL_API OutputStream : public GenericStream<OutputStreamBase>
+{
+public:
+    // Gives the partly filled block back, if the provider is open.
+    ~OutputStream() override;
+
+    // Returns the number of bytes written (fewer only when the provider runs
+    // out of room).
+    u32 Write(const void* data, u32 count);
+
+    void Write(unsigned char value);
+    void Write(unsigned short value);
+    void Write(u32 value);
+    void Write(u64 value);
+
+    // Return the number of whole values written.
+    u32 Write(const unsigned char* values, u32 count, u32 elementSize);
+    u32 Write(const unsigned short* values, u32 count, u32 elementSize);
+    u32 Write(const u32* values, u32 count, u32 elementSize);
+    u32 Write(const u64* values, u32 count, u32 elementSize);
+
+    // Gives the block written so far back to the provider now, so that its
+    // bytes reach the sink; the next write asks for a new block.
+    void Flush();
+
+protected:
+    explicit OutputStream(Provider* provider = nullptr) : GenericStream(provider) {}
+    OutputStream(const OutputStream&) = delete;
+    OutputStream& operator=(const OutputStream&) = delete;
+
+private:
+    template <class T>
+    void WriteValue(T value);
+    template <class T>
+    u32 WriteArray(const T* values, u32 count, u32 elementSize);
+};
+
+} // namespace qel

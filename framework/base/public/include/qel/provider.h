@@ -1,0 +1,39 @@
+// Providers: where streams get their blocks of bytes.
+//
+// A stream asks its provider for the block that holds a stream position and
+// gives each block back when it is done with it:
+//   Request(position, block, current, end): `block` is the handle to give
+//       back, `current` is where the byte at `position` lies, `end` is one
+//       past the last usable byte; current == end means end of data.
+//   Return(block, end): gives a block back of which the bytes from its start
+//       up to `end` were filled (output providers write them out).
+//   Return(block): gives a block back whole (output providers count the
+//       whole block as filled).
+#pragma once
+
+#include <qel/export.h>
+#include <qel/interface.h>
+#include <qel/types.h>
+
+namespace qel
+{
+
+class QEL_API Provider : public Interface
+{
+public:
+    Provider() : m_Open(false) {}
+    ~Provider() override;
+
+    virtual void Request(u32 position, unsigned char*& block, unsigned char*& current,
+                         unsigned char*& end) = 0;
+    virtual void Return(void* block, void* end);
+    virtual void Return(void* block);
+
+    // True once the provider has a source or a sink.
+    bool IsOpen() const { return m_Open; }
+
+protected:
+    bool m_Open;
+};
+
+} // namespace qel
