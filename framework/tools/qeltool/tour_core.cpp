@@ -1,11 +1,16 @@
 // Tour section: the core runtime.
 #include "tour.h"
 
+#include <qel/errormanager.h>
+#include <qel/host.h>
+#include <qel/report.h>
 #include <qel/systembase.h>
+#include <qel/textoutputdevice.h>
 #include <qel/version.h>
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 namespace qeltool
 {
@@ -61,6 +66,88 @@ std::string SampleCharacters(const TourContext& context)
     return characters;
 }
 
+// Answers the tour's questions from a script and tells what it would have
+// shown; debugger breaks are only announced.
+class TourHost : public qel::Host
+{
+public:
+    explicit TourHost(std::initializer_list<qel::QueryDevice::QueryAnswer> answers)
+        : m_Answers(answers), m_Previous(qel::Host::Set(this))
+    {
+    }
+    ~TourHost() override { qel::Host::Set(m_Previous); }
+
+    qel::QueryDevice::QueryAnswer Ask(qel::u32 choice, const char* caption, const char*) override
+    {
+        const qel::QueryDevice::QueryAnswer answer =
+            m_Next < m_Answers.size() ? m_Answers[m_Next++]
+                                      : qel::QueryDevice::ExtractDefaultChoice(choice);
+        std::printf("[box \"%s\", choice 0x%08X] the user answers %s\n", caption, unsigned(choice),
+                    AnswerName(answer));
+        return answer;
+    }
+    void BreakIntoDebugger() override { std::printf("[break into the debugger here]\n"); }
+
+private:
+    static const char* AnswerName(qel::QueryDevice::QueryAnswer answer)
+    {
+        switch (answer)
+        {
+        case qel::QueryDevice::Abort:
+            return "Abort";
+        case qel::QueryDevice::Cancel:
+            return "Cancel";
+        case qel::QueryDevice::Ignore:
+            return "Ignore";
+        case qel::QueryDevice::Retry:
+            return "Retry";
+        case qel::QueryDevice::OK:
+            return "OK";
+        case qel::QueryDevice::Yes:
+            return "Yes";
+        case qel::QueryDevice::No:
+            return "No";
+        }
+        return "?";
+    }
+
+    std::vector<qel::QueryDevice::QueryAnswer> m_Answers;
+    size_t m_Next = 0;
+    qel::Host* m_Previous;
+};
+
+// Prints what the error manager writes to the tour's category.
+class TourDevice : public qel::TextOutputDevice
+{
+public:
+    TourDevice() : TextOutputDevice(false) {}
+    void Write(const char* text) override { std::printf("[device] %s", text); }
+};
+
+void TourReports()
+{
+    qel::ErrorManager& errors = qel::ErrorManager::GetSingletonInstance();
+    const qel::u32 category = errors.RegisterCategory(qel::ErrorManager::BaseCategory, "Tour");
+    TourDevice device;
+    errors.RegisterOutputDevice(category, &device);
+
+    std::printf("An assert answered Ignore, then No to seeing it again; reported twice:\n");
+    {
+        TourHost host({qel::QueryDevice::Ignore, qel::QueryDevice::No});
+        for (int pass = 0; pass < 2; ++pass)
+        {
+            std::printf("-- pass %d\n", pass + 1);
+            QEL_ASSERT(category, pass < 0);
+        }
+    }
+    std::printf("\nA warning answered Retry:\n");
+    {
+        TourHost host({qel::QueryDevice::Retry});
+        QEL_WARNING(category, "%d of %d sample files missing", 1, 3);
+    }
+    errors.UnRegisterCategory(category);
+}
+
 } // namespace
 
 void TourCore(const TourContext& context)
@@ -77,6 +164,9 @@ void TourCore(const TourContext& context)
                     qel::SystemBase::ms_UpperCase[u], qel::SystemBase::ms_AsciiFlag[u],
                     ClassNames(qel::SystemBase::ms_AsciiFlag[u]).c_str());
     }
+
+    Banner("asserts and warnings");
+    TourReports();
 }
 
 } // namespace qeltool

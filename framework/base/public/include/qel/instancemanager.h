@@ -14,6 +14,8 @@ class QEL_API InstanceManager
 {
 public:
     static CriticalSection& GetSingletonInstance();
+    // The lock, created on first use; null after the exit-time teardown.
+    static CriticalSection* GetSingletonInstancePointer();
     static CriticalSection& GetSingletonInstanceFast()
     {
         return *ms_SingletonInstance.load(std::memory_order_acquire);

@@ -20,8 +20,13 @@ alignas(CriticalSection) unsigned char g_InstanceManagerStorage[sizeof(CriticalS
 
 CriticalSection& InstanceManager::GetSingletonInstance()
 {
+    return *GetSingletonInstancePointer();
+}
+
+CriticalSection* InstanceManager::GetSingletonInstancePointer()
+{
     CriticalSection* instance = ms_SingletonInstance.load(std::memory_order_acquire);
-    return instance ? *instance : *CreateSingletonInstance();
+    return instance ? instance : CreateSingletonInstance();
 }
 
 CriticalSection* InstanceManager::CreateSingletonInstance()

@@ -11,6 +11,7 @@
 #pragma once
 
 #include <qel/criticalsection.h>
+#include <qel/export.h>
 #include <qel/instancemanager.h>
 
 #include <atomic>
@@ -20,9 +21,9 @@ namespace qel
 {
 
 // Shows the "FATAL SINGLETON ERROR" box for `className`.
-void ReportSingletonFailure(const char* className);
+QEL_API void ReportSingletonFailure(const char* className);
 // Runs `handler` at process exit or library unload (the runtime's exit list).
-void RegisterExitHandler(void (*handler)());
+QEL_API void RegisterExitHandler(void (*handler)());
 
 // Storage policies: where the instance lives. Allocate returns null on
 // failure; the instance is then reported missing.
@@ -44,9 +45,12 @@ class Singleton
 public:
     static T* Create(std::atomic<T*>& pointer, const char* className)
     {
-        CriticalSection& lock = InstanceManager::GetSingletonInstance();
-        lock.Enter();
-        if (ms_Pointer == nullptr)
+        // The lock is gone only at the very end of the process, after every
+        // singleton's teardown: nothing can be created then anyway.
+        CriticalSection* lock = InstanceManager::GetSingletonInstancePointer();
+        if (lock)
+            lock->Enter();
+        if (ms_Pointer == nullptr && lock)
         {
             ms_Pointer = &pointer;
             if (void* place = Storage::Allocate())
@@ -56,19 +60,22 @@ public:
         T* instance = pointer.load(std::memory_order_acquire);
         if (instance == nullptr)
             ReportSingletonFailure(className);
-        lock.Leave();
+        if (lock)
+            lock->Leave();
         return instance;
     }
 
 private:
     static void Teardown()
     {
-        CriticalSection& lock = InstanceManager::GetSingletonInstance();
-        lock.Enter();
+        CriticalSection* lock = InstanceManager::GetSingletonInstancePointer();
+        if (lock)
+            lock->Enter();
         T* instance = ms_Pointer->exchange(nullptr, std::memory_order_acq_rel);
         if (Storage::DestroyUnderLock)
             Destroy(instance);
-        lock.Leave();
+        if (lock)
+            lock->Leave();
         if (!Storage::DestroyUnderLock)
             Destroy(instance);
     }

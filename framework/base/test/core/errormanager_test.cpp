@@ -1,0 +1,323 @@
+// The error manager: report texts, the user's answers, don't-show-again
+// flags, silent mode, categories and re-entrance.
+#include <qel/errormanager.h>
+#include <qel/report.h>
+
+#include "support/scriptedhost.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace
+{
+
+using qel::ErrorManager;
+using qel::QueryDevice;
+using qeltest::RecordingDevice;
+using qeltest::ScriptedHost;
+
+// A category of its own with a recording device, removed after each test.
+class ErrorManagerTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        category = manager.RegisterCategory(ErrorManager::BaseCategory, "Test");
+        manager.RegisterOutputDevice(category, &device);
+    }
+    void TearDown() override
+    {
+        manager.UnRegisterCategory(category);
+        QueryDevice::SetSilent(false);
+    }
+
+    ErrorManager& manager = ErrorManager::GetSingletonInstance();
+    ScriptedHost host;
+    RecordingDevice device;
+    qel::u32 category = 0;
+    ErrorManager::QueryUserFlag flag = 0;
+};
+
+TEST_F(ErrorManagerTest, AssertTextAndQuestionAreExact)
+{
+    host.Answer({QueryDevice::Retry});
+    EXPECT_EQ(
+        manager.DisplayAssert(flag, ErrorManager::UsageAssert, category, "x > 0", "a/b.cpp", 42),
+        QueryDevice::Retry);
+    const std::string text = "\nAssert Failed\n\nCondition Failed: x > 0\nAssert Type: Usage "
+                             "Assert\n\nFilename: a/b.cpp\nLineNo: 42\n\nPress 'Retry' to debug\n";
+    ASSERT_EQ(device.texts, std::vector<std::string>{text});
+    ASSERT_EQ(host.questions.size(), 1u);
+    EXPECT_EQ(host.questions[0].choice, 0x4000010Du);
+    EXPECT_EQ(host.questions[0].caption, "Assert Failed");
+    EXPECT_EQ(host.questions[0].text, text);
+}
+
+TEST_F(ErrorManagerTest, AssertIgnoredWithNoStopsAskingButStillReportsIgnore)
+{
+    host.Answer({QueryDevice::Ignore, QueryDevice::No});
+    EXPECT_EQ(manager.DisplayAssert(flag, ErrorManager::InternalAssert, category, "c", "f", 1),
+              QueryDevice::Ignore);
+    EXPECT_EQ(flag, 1u);
+    ASSERT_EQ(host.questions.size(), 2u);
+    EXPECT_EQ(host.questions[1].text,
+              "Do you want to see again any new occurences of this assert ?");
+    EXPECT_EQ(host.questions[1].choice, 0x10000060u);
+
+    // Flag set: written to the device, not asked, answered Ignore.
+    EXPECT_EQ(manager.DisplayAssert(flag, ErrorManager::InternalAssert, category, "c", "f", 1),
+              QueryDevice::Ignore);
+    EXPECT_EQ(host.questions.size(), 2u);
+    EXPECT_EQ(device.texts.size(), 2u);
+    EXPECT_NE(device.texts[1].find("Internal Assert"), std::string::npos);
+}
+
+TEST_F(ErrorManagerTest, AssertIgnoredWithYesKeepsAsking)
+{
+    host.Answer({QueryDevice::Ignore, QueryDevice::Yes});
+    EXPECT_EQ(manager.DisplayAssert(flag, ErrorManager::InternalAssert, category, "c", "f", 1),
+              QueryDevice::Ignore);
+    EXPECT_EQ(flag, 0u);
+}
+
+TEST_F(ErrorManagerTest, AssertAbortEndsTheProcessAndUnknownAnswerBreaks)
+{
+    host.Answer({QueryDevice::Abort});
+    manager.DisplayAssert(flag, ErrorManager::InternalAssert, category, "c", "f", 1);
+    EXPECT_EQ(host.exits, 1);
+    EXPECT_EQ(host.breaks, 0);
+
+    host.Answer({QueryDevice::OK}); // not offered by the box: a programming error
+    EXPECT_EQ(manager.DisplayAssert(flag, ErrorManager::InternalAssert, category, "c", "f", 1),
+              QueryDevice::OK);
+    EXPECT_EQ(host.breaks, 1);
+}
+
+TEST_F(ErrorManagerTest, WarningIgnoredWithNoAnswersNoUnlikeAnAssert)
+{
+    host.Answer({QueryDevice::Ignore, QueryDevice::No});
+    EXPECT_EQ(manager.DisplayWarning(category, flag, "Low on disk", "w.cpp", 7), QueryDevice::No);
+    EXPECT_EQ(flag, 1u);
+    ASSERT_EQ(host.questions.size(), 2u);
+    EXPECT_EQ(host.questions[0].caption, "Warning");
+    EXPECT_EQ(host.questions[1].caption, "Warning");
+    EXPECT_EQ(host.questions[1].text,
+              "Do you want to see again any new occurence of this warning ?");
+    EXPECT_EQ(device.texts.at(0),
+              "Low on disk\n\nFilename: w.cpp\nLineNo: 7\n\nPress 'Retry' to debug\n");
+
+    host.Answer({QueryDevice::Ignore, QueryDevice::Yes});
+    ErrorManager::QueryUserFlag other = 0;
+    EXPECT_EQ(manager.DisplayWarning(category, other, nullptr, "w.cpp", 8), QueryDevice::Yes);
+    EXPECT_EQ(other, 0u);
+    EXPECT_EQ(device.texts.at(1).rfind("\n\nFilename: w.cpp", 0), 0u); // null message: empty
+}
+
+TEST_F(ErrorManagerTest, WarningTextIsCutBelowTheBufferSize)
+{
+    const std::string longMessage(3000, 'w');
+    manager.DisplayWarning(category, flag, longMessage.c_str(), "w.cpp", 7);
+    EXPECT_EQ(device.texts.at(0), std::string(ErrorManager::MessageSize - 1, 'w'));
+}
+
+TEST_F(ErrorManagerTest, ErrorAnswers)
+{
+    host.Answer({QueryDevice::Yes});
+    EXPECT_EQ(manager.DisplayError(category, "Disk gone", "e.cpp", 9), QueryDevice::Yes);
+    EXPECT_EQ(device.texts.at(0), "\nFatal Error\n\nMessage: Disk gone\n\nFilename: e.cpp\nLineNo: "
+                                  "9\n\nDo you want to debug ?\n");
+    EXPECT_EQ(host.questions.at(0).caption, "Error");
+    EXPECT_EQ(host.questions.at(0).choice, 0x20000860u);
+    EXPECT_EQ(host.exits, 0);
+
+    host.Answer({QueryDevice::No});
+    EXPECT_EQ(manager.DisplayError(category, nullptr, "e.cpp", 9), QueryDevice::No);
+    EXPECT_EQ(host.exits, 1);
+    EXPECT_NE(device.texts.at(1).find("Message: None"), std::string::npos);
+}
+
+TEST_F(ErrorManagerTest, SilentModeWritesToTheDeviceAndAsksNothing)
+{
+    QueryDevice::SetSilent(true);
+    EXPECT_EQ(manager.DisplayError(category, "m", "f", 1), QueryDevice::No);
+    EXPECT_EQ(manager.DisplayAssert(flag, ErrorManager::InternalAssert, category, "c", "f", 1),
+              QueryDevice::Ignore);
+    EXPECT_EQ(device.texts.size(), 2u);
+    EXPECT_TRUE(host.questions.empty());
+    EXPECT_EQ(host.exits, 0); // the report site decides to exit, not the manager
+}
+
+TEST_F(ErrorManagerTest, ReportRaisedWhileShowingBreaksAndAnswersIgnore)
+{
+    struct ReentrantDevice : qel::TextOutputDevice
+    {
+        ReentrantDevice() : TextOutputDevice(false) {}
+        void Write(const char*) override
+        {
+            ErrorManager::QueryUserFlag innerFlag = 0;
+            answers.push_back(ErrorManager::GetSingletonInstance().DisplayAssert(
+                innerFlag, ErrorManager::InternalAssert, 1, "inner", "f", 2));
+            answers.push_back(
+                ErrorManager::GetSingletonInstance().DisplayError(1, "inner", "f", 3));
+        }
+        std::vector<QueryDevice::QueryAnswer> answers;
+    } reentrant;
+    manager.RegisterOutputDevice(category, &reentrant);
+
+    host.Answer({QueryDevice::Retry});
+    EXPECT_EQ(manager.DisplayAssert(flag, ErrorManager::InternalAssert, category, "outer", "f", 1),
+              QueryDevice::Retry);
+    EXPECT_EQ(reentrant.answers,
+              (std::vector<QueryDevice::QueryAnswer>{QueryDevice::Ignore, QueryDevice::Ignore}));
+    EXPECT_EQ(host.breaks, 2);
+    EXPECT_EQ(host.questions.size(), 1u); // only the outer report asked
+    manager.RegisterOutputDevice(category, &device);
+}
+
+TEST_F(ErrorManagerTest, FormatMessageSpecialCases)
+{
+    char* buffer = manager.FormatMessage("%s-%d", "abc", 12);
+    EXPECT_STREQ(buffer, "abc-12");
+    EXPECT_EQ(manager.FormatMessage(buffer), buffer);
+    EXPECT_STREQ(buffer, "abc-12");
+    EXPECT_STREQ(manager.FormatMessage(nullptr), "");
+    const std::string huge(5000, 'h');
+    EXPECT_EQ(std::string(manager.FormatMessage("%s", huge.c_str())).size(), 2047u);
+}
+
+TEST_F(ErrorManagerTest, ReportMacrosActOnTheAnswerAtTheSite)
+{
+    host.Answer({QueryDevice::Retry});
+    QEL_ASSERT(category, 1 + 1 == 3);
+    EXPECT_EQ(host.breaks, 1);
+    EXPECT_NE(device.texts.at(0).find("Condition Failed: 1 + 1 == 3"), std::string::npos);
+    EXPECT_NE(device.texts.at(0).find("framework/base/test/core/errormanager_test.cpp"),
+              std::string::npos);
+
+    host.Answer({QueryDevice::Retry});
+    QEL_WARNING(category, "%d widgets", 3);
+    EXPECT_EQ(host.breaks, 2);
+    EXPECT_EQ(device.texts.at(1).rfind("3 widgets\n\nFilename: ", 0), 0u);
+
+    host.Answer({QueryDevice::Cancel}); // neither Yes nor No: break, then the site exits
+    QEL_FATAL_ERROR(category, "bad %s", "state");
+    EXPECT_EQ(host.breaks, 3);
+    EXPECT_EQ(host.exits, 1);
+
+    QEL_TRACE(category, "t%d", 1);
+    EXPECT_EQ(device.texts.back(), "t1");
+}
+
+TEST_F(ErrorManagerTest, AssertSiteFlagSuppressesOnlyThatSite)
+{
+    for (int i = 0; i < 2; ++i)
+    {
+        host.Answer({QueryDevice::Ignore, QueryDevice::No});
+        QEL_ASSERT(category, i < 0);
+    }
+    EXPECT_EQ(host.questions.size(), 2u); // the second pass was not asked
+    host.Answer({QueryDevice::Ignore, QueryDevice::Yes});
+    QEL_ASSERT(category, false); // another site still asks
+    EXPECT_EQ(host.questions.size(), 4u);
+}
+
+TEST(ErrorManagerCategories, BuiltInCategoriesAndMemoryStyleRegistration)
+{
+    ErrorManager& manager = ErrorManager::GetSingletonInstance();
+    const qel::u32 before = manager.GetNumberOfCategories();
+    EXPECT_GE(before, 3u);
+    const qel::u32 id = qel::MEM_InitErrorCategory(ErrorManager::BaseCategory, "Pool");
+    EXPECT_EQ(manager.GetNumberOfUserFlags(id), 3u);
+    EXPECT_TRUE(manager.GetUserFlag(id, 0x1));
+    EXPECT_TRUE(manager.GetSystemFlag(id, 0x8));
+    manager.SetSystemFlag(id, 0x8, false);
+    EXPECT_FALSE(manager.GetSystemFlag(id, 0x8));
+    EXPECT_TRUE(manager.GetSystemFlag(id, 0x1));
+    manager.UnRegisterCategory(id);
+    EXPECT_EQ(manager.GetNumberOfCategories(), before);
+}
+
+TEST(ErrorManagerCategories, SixtyFifthCategoryGetsDefaultAndCountStays)
+{
+    ErrorManager& manager = ErrorManager::GetSingletonInstance();
+    std::vector<qel::u32> taken;
+    while (manager.GetNumberOfCategories() < ErrorManager::MaxCategories)
+        taken.push_back(manager.RegisterCategory(ErrorManager::BaseCategory, "Filler"));
+    EXPECT_EQ(manager.RegisterCategory(ErrorManager::BaseCategory, "One too many"),
+              qel::u32(ErrorManager::DefaultCategory));
+    EXPECT_EQ(manager.GetNumberOfCategories(), qel::u32(ErrorManager::MaxCategories));
+    for (auto it = taken.rbegin(); it != taken.rend(); ++it)
+        manager.UnRegisterCategory(*it);
+}
+
+TEST(ErrorManagerCategories, IdNotBelowTheCountIsReportedUnderDefault)
+{
+    ErrorManager& manager = ErrorManager::GetSingletonInstance();
+    ScriptedHost host;
+    RecordingDevice defaultDevice, fifth;
+    manager.RegisterOutputDevice(ErrorManager::DefaultCategory, &defaultDevice);
+
+    // Fill up to six categories, then remove the one with id 5.
+    std::vector<qel::u32> taken;
+    while (manager.GetNumberOfCategories() < 6)
+        taken.push_back(manager.RegisterCategory(ErrorManager::BaseCategory, "Six"));
+    ASSERT_EQ(taken.back(), 5u);
+    manager.RegisterOutputDevice(5, &fifth);
+    manager.UnRegisterCategory(5);
+    taken.pop_back();
+
+    manager.DisplayTrace(5, "to default");
+    EXPECT_EQ(defaultDevice.texts, std::vector<std::string>{"to default"});
+    EXPECT_TRUE(fifth.texts.empty());
+
+    for (qel::u32 id : taken)
+        manager.UnRegisterCategory(id);
+    manager.RegisterOutputDevice(ErrorManager::DefaultCategory, manager.GetDefaultDevice());
+}
+
+TEST(ErrorManagerCategories, FreeSlotBelowTheCountHasNoDeviceAndSilentWritesNothing)
+{
+    ErrorManager& manager = ErrorManager::GetSingletonInstance();
+    ScriptedHost host;
+    RecordingDevice defaultDevice;
+    manager.RegisterOutputDevice(ErrorManager::DefaultCategory, &defaultDevice);
+    const qel::u32 freed = manager.RegisterCategory(ErrorManager::BaseCategory, "Freed");
+    const qel::u32 above = manager.RegisterCategory(ErrorManager::BaseCategory, "Above");
+    manager.UnRegisterCategory(freed); // still below the count, and deviceless
+
+    QueryDevice::SetSilent(true);
+    ErrorManager::QueryUserFlag flag = 0;
+    EXPECT_EQ(manager.DisplayError(freed, "m", "f", 1), QueryDevice::No);
+    EXPECT_EQ(manager.DisplayAssert(flag, ErrorManager::InternalAssert, freed, "c", "f", 1),
+              QueryDevice::Ignore);
+    QueryDevice::SetSilent(false);
+
+    EXPECT_TRUE(defaultDevice.texts.empty());
+    EXPECT_TRUE(host.questions.empty());
+    manager.UnRegisterCategory(above);
+    manager.RegisterOutputDevice(ErrorManager::DefaultCategory, manager.GetDefaultDevice());
+}
+
+using ErrorManagerDeathTest = ErrorManagerTest;
+
+TEST_F(ErrorManagerDeathTest, AbortAnswerAndUnansweredFatalErrorEndTheProcess)
+{
+    EXPECT_DEATH(
+        {
+            host.realExit = true;
+            host.Answer({QueryDevice::Abort});
+            QEL_ASSERT(category, false);
+        },
+        "");
+    EXPECT_DEATH(
+        {
+            host.realExit = true;
+            host.Answer({QueryDevice::No});
+            QEL_FATAL_ERROR(category, "fatal");
+        },
+        "");
+}
+
+} // namespace

@@ -1,0 +1,30 @@
+// Test helpers for the process environment and temporary folders.
+#pragma once
+
+#include <string>
+
+namespace qeltest
+{
+
+// Sets (or, with null, removes) an environment variable in a way that both
+// the C runtime and, on Windows, the process environment block see.
+void SetEnvironment(const char* name, const char* value);
+
+// The full path of the file of the module (executable or library) that
+// contains `address`.
+std::string ModulePathOf(const void* address);
+
+// A fresh empty folder under the system's temporary folder, removed with its
+// contents when the object dies. Path ends with a separator.
+class TemporaryFolder
+{
+public:
+    TemporaryFolder();
+    ~TemporaryFolder();
+    const std::string& Path() const { return m_Path; }
+
+private:
+    std::string m_Path;
+};
+
+} // namespace qeltest
