@@ -126,6 +126,12 @@ private:
     bool BeginDisplay(u32& category);
     void EndDisplay();
     void WriteToDevice(u32 category, const char* text);
+    // Asks an assert's or a warning's question and, after Ignore, whether to
+    // show it again; returns the answer, or the second one after Ignore when
+    // `answerShowAgain` is set.
+    QueryDevice::QueryAnswer AskAssertOrWarning(QueryUserFlag& flag, const char* caption,
+                                                const char* text, const char* showAgainQuestion,
+                                                bool answerShowAgain);
 
     char m_Message[MessageSize];
     CategoryRecord m_Categories[MaxCategories];

@@ -199,6 +199,35 @@ void ErrorManager::WriteToDevice(u32 category, const char* text)
         device->Write(text);
 }
 
+QueryDevice::QueryAnswer ErrorManager::AskAssertOrWarning(QueryUserFlag& flag, const char* caption,
+                                                          const char* text,
+                                                          const char* showAgainQuestion,
+                                                          bool answerShowAgain)
+{
+    if (QueryDevice::IsSilent() || flag == 1)
+        return QueryDevice::ExtractDefaultChoice(kAssertChoice);
+    const QueryDevice::QueryAnswer answer = QueryDevice::QueryUser(kAssertChoice, caption, text);
+    switch (answer)
+    {
+    case QueryDevice::Abort:
+        Host::Get().ExitProcess();
+        return answer;
+    case QueryDevice::Ignore:
+    {
+        const QueryDevice::QueryAnswer again =
+            QueryDevice::QueryUser(kShowAgainChoice, "Warning", showAgainQuestion);
+        if (again == QueryDevice::No)
+            flag = 1;
+        return answerShowAgain ? again : answer;
+    }
+    case QueryDevice::Retry:
+        return answer;
+    default:
+        Host::Get().BreakIntoDebugger();
+        return answer;
+    }
+}
+
 QueryDevice::QueryAnswer ErrorManager::DisplayAssert(QueryUserFlag& flag, AssertionTypes type,
                                                      u32 category, const char* condition,
                                                      const char* file, u32 line)
@@ -219,28 +248,9 @@ QueryDevice::QueryAnswer ErrorManager::DisplayAssert(QueryUserFlag& flag, Assert
                   unsigned(line));
     WriteToDevice(category, text);
 
-    QueryDevice::QueryAnswer result = QueryDevice::ExtractDefaultChoice(kAssertChoice);
-    if (!QueryDevice::IsSilent() && flag != 1)
-    {
-        result = QueryDevice::QueryUser(kAssertChoice, "Assert Failed", text);
-        switch (result)
-        {
-        case QueryDevice::Abort:
-            Host::Get().ExitProcess();
-            break;
-        case QueryDevice::Ignore:
-            if (QueryDevice::QueryUser(kShowAgainChoice, "Warning",
-                                       "Do you want to see again any new occurences of this "
-                                       "assert ?") == QueryDevice::No)
-                flag = 1;
-            break;
-        case QueryDevice::Retry:
-            break;
-        default:
-            Host::Get().BreakIntoDebugger();
-            break;
-        }
-    }
+    const QueryDevice::QueryAnswer result =
+        AskAssertOrWarning(flag, "Assert Failed", text,
+                           "Do you want to see again any new occurences of this assert ?", false);
     EndDisplay();
     return result;
 }
@@ -268,30 +278,9 @@ QueryDevice::QueryAnswer ErrorManager::DisplayWarning(u32 category, QueryUserFla
         Append(text, length, sizeof text, piece);
     WriteToDevice(category, text);
 
-    QueryDevice::QueryAnswer result = QueryDevice::ExtractDefaultChoice(kAssertChoice);
-    if (!QueryDevice::IsSilent() && flag != 1)
-    {
-        result = QueryDevice::QueryUser(kAssertChoice, "Warning", text);
-        switch (result)
-        {
-        case QueryDevice::Abort:
-            Host::Get().ExitProcess();
-            break;
-        case QueryDevice::Ignore:
-            // Unlike an assert, the warning answers with this second answer.
-            result = QueryDevice::QueryUser(kShowAgainChoice, "Warning",
-                                            "Do you want to see again any new occurence of this "
-                                            "warning ?");
-            if (result == QueryDevice::No)
-                flag = 1;
-            break;
-        case QueryDevice::Retry:
-            break;
-        default:
-            Host::Get().BreakIntoDebugger();
-            break;
-        }
-    }
+    const QueryDevice::QueryAnswer result = AskAssertOrWarning(
+        flag, "Warning", text, "Do you want to see again any new occurence of this warning ?",
+        true); // unlike an assert, answers with the second answer
     EndDisplay();
     return result;
 }
