@@ -17,7 +17,6 @@ namespace qel
 class QEL_API OutputStream : public GenericStream<OutputStreamBase>
 {
 public:
-    // Gives the partly filled block back, if the provider is open.
     ~OutputStream() override;
 
     // Returns the number of bytes written (fewer only when the provider runs
@@ -41,6 +40,10 @@ public:
 
 protected:
     explicit OutputStream(Provider* provider = nullptr) : GenericStream(provider) {}
+    // Gives the partly filled block back if the provider is open. Every
+    // concrete stream calls it from its destructor, while its provider still
+    // lives.
+    void Finish();
     OutputStream(const OutputStream&) = delete;
     OutputStream& operator=(const OutputStream&) = delete;
 

@@ -36,7 +36,10 @@ void DebuggerProvider::Return(void*, void* end)
 
 DebuggerStream::DebuggerStream() : OutputStream(&m_DebuggerProvider) {}
 
-DebuggerStream::~DebuggerStream() = default;
+DebuggerStream::~DebuggerStream()
+{
+    Finish();
+}
 
 DebuggerStream& DebuggerStream::GetDefaultInstance()
 {

@@ -1,14 +1,19 @@
 #include <qel/outputstream.h>
 
+#include "base/stream/byteorder.h"
+
 #include <cstring>
 
 namespace qel
 {
 
-OutputStream::~OutputStream()
+OutputStream::~OutputStream() = default;
+
+void OutputStream::Finish()
 {
     if (m_Block != nullptr && m_Provider != nullptr && m_Provider->IsOpen())
         m_Provider->Return(m_Block, m_Current);
+    m_Block = nullptr;
 }
 
 void OutputStream::Flush()
@@ -85,19 +90,6 @@ void OutputStream::Write(u64 value)
     WriteValue(value);
 }
 
-namespace
-{
-
-bool HostIsLittleEndian()
-{
-    const u32 one = 1;
-    unsigned char first;
-    std::memcpy(&first, &one, 1);
-    return first == 1;
-}
-
-} // namespace
-
 template <class T>
 u32 OutputStream::WriteArray(const T* values, u32 count, u32 elementSize)
 {
@@ -106,17 +98,12 @@ u32 OutputStream::WriteArray(const T* values, u32 count, u32 elementSize)
 
     if (elementSize == 0 || elementSize > 8)
         return 0;
-    // Per value: the value as an integer of `elementSize` bytes in the host's
-    // order, that is the low-order bytes of its 64-bit zero extension.
-    const bool little = HostIsLittleEndian();
     u32 done = 0;
     for (; done < count; ++done)
     {
-        const u64 wide = values[done];
         unsigned char bytes[8];
-        std::memcpy(bytes, &wide, 8);
-        const unsigned char* low = little ? bytes : bytes + 8 - elementSize;
-        if (Write(low, elementSize) != elementSize)
+        ByteOrder::ToLowBytes(values[done], bytes, elementSize);
+        if (Write(bytes, elementSize) != elementSize)
             break;
     }
     return done;

@@ -1,0 +1,14 @@
+// Thrown by the buffer providers when a stream asks for a position at or
+// past the end of their buffer.
+#pragma once
+
+#include <qel/export.h>
+
+namespace qel
+{
+
+class QEL_API BufferOverflow
+{
+};
+
+} // namespace qel
