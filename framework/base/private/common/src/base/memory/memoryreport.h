@@ -1,0 +1,50 @@
+// Helpers shared by the memory subsystem's sources.
+#pragma once
+
+#include <qel/allocator.h>
+#include <qel/mem.h>
+#include <qel/types.h>
+
+#include <new>
+#include <utility>
+
+namespace qel
+{
+namespace memory
+{
+
+extern const char kMallocFailed[];
+
+// A fatal error of the memory subsystem: under the error manager's lock the
+// message is formatted and shown; a Yes breaks into the debugger, and then
+// the process ends whatever the answer. Returns if the host lets it go on.
+void ReportFatal(u32 category, const char* file, u32 line, const char* format, ...)
+#if defined(__GNUC__)
+    __attribute__((format(printf, 4, 5)))
+#endif
+    ;
+
+// Builds a T in storage from the Native allocator; reports kMallocFailed and
+// returns null when there is none.
+template <class T, class... Arguments>
+T* NewOnNative(Arguments&&... arguments)
+{
+    Allocator* native = Mem::GetNativeAlloc();
+    void* place = native ? native->MallocNoThrow(sizeof(T)) : nullptr;
+    if (place == nullptr)
+    {
+        if (native)
+            native->vError(kMallocFailed);
+        return nullptr;
+    }
+    return new (place) T(std::forward<Arguments>(arguments)...);
+}
+
+// The factories of the allocators that live in sources of their own (pool,
+// packed, hybrid), defined in pendingallocators.cpp until those exist.
+Allocator* NewPoolAllocator();
+Allocator* NewPackedAllocator(const char* name, u32 fullThreshold);
+Allocator* NewHybridAllocator(Allocator* small, bool ownsSmall, Allocator* big, bool ownsBig);
+
+} // namespace memory
+} // namespace qel

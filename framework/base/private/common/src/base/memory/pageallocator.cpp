@@ -1,0 +1,229 @@
+#include <qel/pageallocator.h>
+
+#include <qel/debuggerstream.h>
+#include <qel/mem.h>
+#include <qel/outputstream.h>
+#include <qel/pagemanager.h>
+#include <qel/report.h>
+
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+
+namespace qel
+{
+
+namespace
+{
+
+u32 PagesFor(unsigned int size)
+{
+    return u32((u64(size) + PageManager::PageSize - 1) / PageManager::PageSize);
+}
+
+void Write(OutputStream& out, const char* text, int length, std::size_t size)
+{
+    if (length > 0)
+        out.Write(text, u32(std::size_t(length) < size ? length : size - 1));
+}
+
+void CountRun(void*, u32 pages, void* context)
+{
+    u32* counts = static_cast<u32*>(context);
+    counts[0] += 1;
+    counts[1] += pages;
+}
+
+void PrintRun(void* start, u32 pages, void* context)
+{
+    char row[96];
+    const std::uintptr_t first = reinterpret_cast<std::uintptr_t>(start);
+    const int length =
+        std::snprintf(row, sizeof row, "[0x%08" PRIXPTR ", 0x%08" PRIXPTR "[\t%12u\r\n", first,
+                      first + std::uintptr_t(pages) * PageManager::PageSize, unsigned(pages));
+    Write(*static_cast<OutputStream*>(context), row, length, sizeof row);
+}
+
+} // namespace
+
+PageAllocator::PageAllocator() : m_Allocations(0), m_Pages(0)
+{
+    PageManager::GetSingletonInstance().AddOwner(this);
+}
+
+PageAllocator::~PageAllocator()
+{
+    if (PageManager* manager = PageManager::GetSingletonInstancePointer())
+    {
+        manager->ReleaseAllPages(this);
+        manager->RemoveOwner(this);
+    }
+}
+
+u32 PageAllocator::BlockPages(const void* p) const
+{
+    PageManager& manager = PageManager::GetSingletonInstance();
+    return manager.FindOwner(p) == this ? manager.GetRunPages(p) : 0;
+}
+
+void* PageAllocator::MallocNoThrow(unsigned int size)
+{
+    if (size == 0)
+        return nullptr;
+    const u32 pages = PagesFor(size);
+    void* p = PageManager::GetSingletonInstance().AllocatePages(this, pages);
+    if (p != nullptr)
+    {
+        ScopedLock<CriticalSection> lock(m_Lock);
+        ++m_Allocations;
+        m_Pages += pages;
+    }
+    return p;
+}
+
+void PageAllocator::Free(const void* p)
+{
+    if (p == nullptr)
+        return;
+    ScopedLock<CriticalSection> lock(m_Lock);
+    const u32 pages = BlockPages(p);
+    QEL_USAGE_ASSERT(GetErrorCategory(), pages != 0);
+    if (pages == 0)
+        return;
+    PageManager::GetSingletonInstance().ReleasePages(this, const_cast<void*>(p), pages);
+    --m_Allocations;
+    m_Pages -= pages;
+}
+
+void PageAllocator::FreeAll()
+{
+    ScopedLock<CriticalSection> lock(m_Lock);
+    PageManager::GetSingletonInstance().ReleaseAllPages(this);
+    m_Allocations = 0;
+    m_Pages = 0;
+}
+
+void* PageAllocator::ReAllocNoThrow(void* p, unsigned int size)
+{
+    if (p == nullptr)
+        return MallocNoThrow(size);
+    if (size == 0)
+    {
+        Free(p);
+        return nullptr;
+    }
+    ScopedLock<CriticalSection> lock(m_Lock);
+    const u32 pages = BlockPages(p);
+    if (pages == 0)
+        return nullptr;
+    const u32 wanted = PagesFor(size);
+    if (wanted <= pages)
+    {
+        if (wanted < pages)
+        {
+            PageManager::GetSingletonInstance().ReleasePages(
+                this, static_cast<char*>(p) + std::size_t(wanted) * PageManager::PageSize,
+                pages - wanted);
+            m_Pages -= pages - wanted;
+        }
+        return p;
+    }
+    void* moved = MallocNoThrow(size);
+    if (moved == nullptr)
+        return nullptr;
+    std::memcpy(moved, p, std::size_t(pages) * PageManager::PageSize);
+    Free(p);
+    return moved;
+}
+
+void* PageAllocator::MallocDebugNoThrow(unsigned int size, const char*, const char*, u32)
+{
+    return MallocNoThrow(size);
+}
+
+void* PageAllocator::ReAllocDebugNoThrow(void* p, unsigned int size, const char*, const char*, u32)
+{
+    return ReAllocNoThrow(p, size);
+}
+
+void PageAllocator::FreeDebug(const void* p, const char*, u32)
+{
+    Free(p);
+}
+
+void* PageAllocator::Transfert(Allocator* target, void* p, unsigned int size)
+{
+    if (target == nullptr || p == nullptr)
+        return nullptr;
+    ScopedLock<CriticalSection> lock(m_Lock);
+    const u32 pages = BlockPages(p);
+    if (pages == 0)
+        return nullptr;
+    void* moved = target->MallocNoThrow(size);
+    if (moved == nullptr)
+        return nullptr;
+    const std::size_t bytes = std::size_t(pages) * PageManager::PageSize;
+    std::memcpy(moved, p, size < bytes ? size : bytes);
+    Free(p);
+    return moved;
+}
+
+void* PageAllocator::TransfertDebug(Allocator* target, void* p, unsigned int size, const char*,
+                                    const char*, u32)
+{
+    return Transfert(target, p, size);
+}
+
+void PageAllocator::DumpStatistics(u32 flags, AllocatorStatMarker*, AllocatorStatMarker*,
+                                   OutputStream* out, char* buffer)
+{
+    OutputStream& stream = out ? *out : DebuggerStream::GetDefaultInstance();
+    ScopedLock<CriticalSection> lock(m_Lock);
+    if (buffer != nullptr)
+        stream.Write(buffer, u32(std::strlen(buffer)));
+    char text[160];
+    if (flags & 1)
+    {
+        const int length = std::snprintf(text, sizeof text,
+                                         "PageAllocator memory usage statistics\r\n"
+                                         "Nbr of allocations requests: %u\r\nTotal nbr of Pages: "
+                                         "%u\r\n\r\n",
+                                         unsigned(m_Allocations), unsigned(m_Pages));
+        Write(stream, text, length, sizeof text);
+    }
+    if (flags & 2)
+    {
+        const int length =
+            std::snprintf(text, sizeof text, "\r\nAllocations Pagellocator: 0x%08" PRIXPTR "\r\n",
+                          reinterpret_cast<std::uintptr_t>(this));
+        Write(stream, text, length, sizeof text);
+        PageManager::GetSingletonInstance().ForEachRun(this, &PrintRun, &stream);
+    }
+    if (stream.HasPendingBlock())
+        stream.Flush();
+}
+
+bool PageAllocator::ValidateMemory()
+{
+    ScopedLock<CriticalSection> lock(m_Lock);
+    u32 counts[2] = {0, 0};
+    PageManager::GetSingletonInstance().ForEachRun(this, &CountRun, counts);
+    return counts[0] == m_Allocations && counts[1] == m_Pages;
+}
+
+bool PageAllocator::IsValidPointer(const void* p)
+{
+    return p != nullptr && BlockPages(p) != 0;
+}
+
+unsigned int PageAllocator::GetMaxSupportedAllocSize() const
+{
+    return 0xFFFFFFFFu;
+}
+
+u32 PageAllocator::GetErrorCategory() const
+{
+    return Mem::GetErrorCategory();
+}
+
+} // namespace qel

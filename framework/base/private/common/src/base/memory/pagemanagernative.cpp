@@ -1,0 +1,31 @@
+#include "base/memory/pagemanagernative.h"
+
+#include "base/core/singleton.h"
+#include "base/memory/pages_native.h"
+
+namespace qel
+{
+
+std::atomic<PageManagerNative*> PageManagerNative::ms_SingletonInstance{nullptr};
+
+PageManagerNative* PageManagerNative::CreateSingletonInstance()
+{
+    return Singleton<PageManagerNative>::Create(ms_SingletonInstance, "PageManagerNative");
+}
+
+PageManagerNative::PageManagerNative() : m_LowestAddress(0), m_HighestAddress(0)
+{
+    native::GetUserAddressRange(m_LowestAddress, m_HighestAddress);
+}
+
+void* PageManagerNative::Commit(std::size_t bytes)
+{
+    return native::CommitPages(bytes);
+}
+
+void PageManagerNative::Release(void* start, std::size_t bytes)
+{
+    native::ReleasePages(start, bytes);
+}
+
+} // namespace qel

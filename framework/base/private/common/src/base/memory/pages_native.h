@@ -1,0 +1,25 @@
+// The system's pages, one implementation per platform: VirtualAlloc and
+// VirtualFree on Windows, mmap and munmap on POSIX.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace qel
+{
+namespace native
+{
+
+// The process's range of user addresses: the lowest rounded down to 4096,
+// the highest (exclusive) rounded up to 4096.
+void GetUserAddressRange(std::uintptr_t& lowest, std::uintptr_t& highest);
+
+// Commits `bytes` (a multiple of 4096) of zeroed read-write memory where the
+// system likes, aligned on at least 4096. Null when the system refuses.
+void* CommitPages(std::size_t bytes);
+
+// Gives back a whole block that CommitPages returned.
+void ReleasePages(void* start, std::size_t bytes);
+
+} // namespace native
+} // namespace qel

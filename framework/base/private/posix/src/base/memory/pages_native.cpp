@@ -1,0 +1,61 @@
+// System pages on POSIX: anonymous private mappings.
+#include "base/memory/pages_native.h"
+
+#include <cstdio>
+
+#include <sys/mman.h>
+
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/lsan_interface.h>
+#endif
+
+namespace qel
+{
+namespace native
+{
+
+void GetUserAddressRange(std::uintptr_t& lowest, std::uintptr_t& highest)
+{
+    // Linux keeps the first pages unmapped (vm.mmap_min_addr).
+    unsigned long minimum = 4096;
+    if (FILE* file = std::fopen("/proc/sys/vm/mmap_min_addr", "r"))
+    {
+        if (std::fscanf(file, "%lu", &minimum) != 1)
+            minimum = 4096;
+        std::fclose(file);
+    }
+    lowest = std::uintptr_t(minimum) & ~std::uintptr_t(4095);
+#if UINTPTR_MAX > 0xFFFFFFFFu
+    // mmap stays below 2^47 on x86-64 (2^48 on arm64) unless asked for more.
+#if defined(__aarch64__)
+    highest = std::uintptr_t(1) << 48;
+#else
+    highest = std::uintptr_t(1) << 47;
+#endif
+#else
+    highest = 0xFFFFF000u; // a 32-bit process may map up to the top 4 KB
+#endif
+}
+
+void* CommitPages(std::size_t bytes)
+{
+    void* start = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (start == MAP_FAILED)
+        return nullptr;
+#if defined(__SANITIZE_ADDRESS__)
+    // Pointers kept in these pages keep what they point to alive.
+    __lsan_register_root_region(start, bytes);
+#endif
+    return start;
+}
+
+void ReleasePages(void* start, std::size_t bytes)
+{
+#if defined(__SANITIZE_ADDRESS__)
+    __lsan_unregister_root_region(start, bytes);
+#endif
+    munmap(start, bytes);
+}
+
+} // namespace native
+} // namespace qel

@@ -1,0 +1,47 @@
+// The statistics record of the page-based allocators and the table they
+// print: ten counters, each peak the highest value its current counterpart
+// ever reached.
+//
+// The table is tab-separated with CR LF line ends; the page size column is
+// derived (pages are 4096 bytes). Rows are formatted on the stack and written
+// to the stream: printing never allocates.
+#pragma once
+
+#include <qel/export.h>
+#include <qel/types.h>
+
+namespace qel
+{
+
+class OutputStream;
+
+struct QEL_API AllocatorStatistics
+{
+    u32 peakFullPages;
+    u32 peakPages;
+    u32 peakAllocations;
+    u32 peakRequestedSize;
+    u32 peakUsedSize;
+    u32 currentFullPages;
+    u32 currentPages;
+    u32 currentAllocations;
+    u32 currentRequestedSize;
+    u32 currentUsedSize;
+
+    // One allocation more: `requested` bytes asked for, `used` bytes taken.
+    void AddAllocation(u32 requested, u32 used);
+    void RemoveAllocation(u32 requested, u32 used);
+    void AddPages(u32 count);
+    void RemovePages(u32 count);
+    void AddFullPages(u32 count);
+    void RemoveFullPages(u32 count);
+    // Clears the five current counters; the peaks stay.
+    void ClearCurrent();
+
+    // The header row, `title` heading the first column.
+    static void DumpHeader(OutputStream& out, const char* title);
+    // One row, `name` in the first column.
+    void DumpRow(OutputStream& out, const char* name) const;
+};
+
+} // namespace qel

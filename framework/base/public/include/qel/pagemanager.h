@@ -1,0 +1,196 @@
+// The page manager: the process-wide source of 4096-byte pages for the
+// page-based allocators.
+//
+// It takes memory from the system in large blocks, metapages, hands out runs
+// of contiguous pages from them to owner allocators and records every page's
+// owner, so that Allocator::GetOwner finds the owner of any address without a
+// lock. Metapages are tried oldest first, which leaves the young ones free to
+// go back to the system as soon as they are empty.
+//
+// Three limits, in bytes, shape what it takes from the system:
+//   first metapage size  the first metapage, kept for the life of the manager
+//                        (0: no special first metapage, nothing is kept);
+//                        default 4 MB, so that start-up and shutdown churn
+//                        does not map and unmap the same memory again and again
+//   maximum size         the most taken from the system in total; default
+//                        0xFFFFF000, i.e. whatever the system gives
+//   metapage step        the size of every further metapage; default 4 MB
+// A request larger than the step gets a metapage of exactly its size; one
+// past the maximum gets what is left if that is enough, else nothing.
+#pragma once
+
+#include <qel/criticalsection.h>
+#include <qel/export.h>
+#include <qel/pagerecordtable.h>
+#include <qel/types.h>
+
+#include <atomic>
+
+namespace qel
+{
+
+class Allocator;
+class OutputStream;
+struct Metapage;
+
+class QEL_API PageManager
+{
+public:
+    enum : u32
+    {
+        PageSize = 4096,
+        NoOwner = PageRecordTable::NoOwner,
+        // Owner indices stay below NoOwner.
+        MaxOwners = 255,
+
+        DefaultFirstMetapageSize = 4u << 20,
+        DefaultMaximumSize = 0xFFFFF000u,
+        DefaultMetapageStep = 4u << 20,
+    };
+
+    // DumpStatistics flags.
+    enum DumpFlags : u32
+    {
+        DumpUsage = 1,         // the usage table
+        DumpRuns = 2,          // per metapage: its used and free stretches
+        DumpFreeRuns = 8,      // per metapage: its number of free runs
+        DumpMetapageRows = 16, // with DumpUsage: one row per metapage
+    };
+
+    struct Statistics
+    {
+        u32 currentSystemPages;
+        u32 currentUsedPages;
+        u32 currentRequests;
+        u32 peakSystemPages;
+        u32 peakUsedPages;
+        u32 peakRequests;
+    };
+
+    // The process-wide manager, created on first use; Allocator::GetOwner
+    // and the shared allocators use it.
+    static PageManager& GetSingletonInstance() { return *GetSingletonInstancePointer(); }
+    static PageManager* GetSingletonInstancePointer()
+    {
+        PageManager* instance = ms_SingletonInstance.load(std::memory_order_acquire);
+        return instance ? instance : CreateSingletonInstance();
+    }
+    static PageManager& GetSingletonInstanceFast()
+    {
+        return *ms_SingletonInstance.load(std::memory_order_acquire);
+    }
+
+    // A manager of its own, apart from the process-wide one (tests, tools):
+    // GetOwner does not see its pages.
+    explicit PageManager(u32 firstMetapageSize = DefaultFirstMetapageSize,
+                         u32 maximumSize = DefaultMaximumSize,
+                         u32 metapageStep = DefaultMetapageStep);
+    // Gives every metapage back to the system.
+    ~PageManager();
+
+    PageManager(const PageManager&) = delete;
+    PageManager& operator=(const PageManager&) = delete;
+
+    void SetLimits(u32 firstMetapageSize, u32 maximumSize, u32 metapageStep);
+    u32 GetFirstMetapageSize() const { return m_FirstMetapageSize; }
+    u32 GetMaximumSize() const { return m_MaximumSize; }
+    u32 GetMetapageStep() const { return m_MetapageStep; }
+
+    // A run of `count` contiguous pages for `owner` (which must be in the
+    // owner list), or null.
+    void* AllocatePages(Allocator* owner, u32 count);
+    // Gives back `count` pages from `first`. A run that lies in no metapage
+    // is a fatal error.
+    void ReleasePages(Allocator* owner, void* first, u32 count);
+    // Gives back every page of `owner`; returns how many.
+    u32 ReleaseAllPages(Allocator* owner);
+    // The number of pages of the run handed out at `first`; 0 when `first`
+    // is not the start of a run.
+    u32 GetRunPages(const void* first) const;
+    // Visits the runs `owner` holds, in address order per metapage.
+    void ForEachRun(const Allocator* owner, void (*visit)(void* start, u32 pages, void* context),
+                    void* context) const;
+
+    // Owner list. An owner keeps its index until it leaves; free slots are
+    // taken again only once 255 indices have been handed out, so pages that
+    // outlive their owner are not mistaken for a newcomer's. AddOwner
+    // returns the index, NoOwner when the list is full.
+    u32 AddOwner(Allocator* owner);
+    void RemoveOwner(Allocator* owner);
+    u32 GetOwnerIndex(const Allocator* owner) const;
+    u32 GetNumberOfOwners() const { return m_NumberOfOwners.load(std::memory_order_acquire); }
+
+    // The owner of the page holding `p`, null when there is none. Lock-free.
+    Allocator* FindOwner(const void* p) const
+    {
+        const std::atomic<u32>* record = m_Records.Find(p);
+        if (record == nullptr)
+            return nullptr;
+        const u32 index = PageRecordTable::OwnerOf(record->load(std::memory_order_relaxed));
+        if (index == NoOwner || index >= (m_NumberOfOwners.load(std::memory_order_acquire) & 0xFF))
+            return nullptr;
+        return m_Owners.load(std::memory_order_acquire)[index].load(std::memory_order_acquire);
+    }
+
+    Statistics GetStatistics() const;
+    // Bytes currently taken from the system.
+    u32 GetSystemBytes() const;
+    u32 GetNumberOfMetapages() const;
+    const PageRecordTable& GetRecords() const { return m_Records; }
+
+    // Writes the statistics (see DumpFlags) to `out`, the default debugger
+    // stream when null.
+    void DumpStatistics(u32 flags, OutputStream* out) const;
+
+    CriticalSection& GetLock() const { return m_Lock; }
+
+private:
+    template <class T, class Storage>
+    friend class Singleton;
+
+    static PageManager* CreateSingletonInstance();
+
+    // Metapages (metapage.cpp).
+    void* TakeFromMetapages(u32 count);
+    void* TakeRun(Metapage* metapage, u32 count);
+    Metapage* CreateMetapage(u32 count);
+    void ReleaseMetapage(Metapage* metapage);
+    Metapage* FindMetapage(const void* first, u32 count) const;
+    void FileMetapage(Metapage* metapage);
+    void UnlinkMetapage(Metapage* metapage);
+    // Gives a run back; true when its metapage went back to the system.
+    bool ReleaseRun(Metapage* metapage, void* first, u32 count);
+    static void ReportMissingMetapage(const void* first, u32 count);
+
+    u32 RunLength(const Metapage* metapage, const void* first) const;
+    void DumpMetapage(const Metapage& metapage, u32 flags, OutputStream& out) const;
+
+    static void Raise(u32& current, u32& peak, u32 amount);
+
+    u32 m_FirstMetapageSize;
+    u32 m_MaximumSize;
+    u32 m_MetapageStep;
+    u32 m_SystemBytes;
+
+    // Metapages with free pages and full ones, each oldest first; and all
+    // of them by address, for the release path's search.
+    Metapage* m_RoomList;
+    Metapage* m_FullList;
+    Metapage** m_ByAddress;
+    u32 m_NumberOfMetapages;
+    u32 m_ByAddressCapacity;
+    u32 m_NextAge;
+
+    // Read without the lock by FindOwner: the slot array is made whole (255
+    // slots) on the first AddOwner and never moves while owners exist.
+    std::atomic<std::atomic<Allocator*>*> m_Owners;
+    std::atomic<u32> m_NumberOfOwners;
+
+    PageRecordTable m_Records;
+    Statistics m_Statistics;
+    mutable CriticalSection m_Lock;
+
+    static std::atomic<PageManager*> ms_SingletonInstance;
+};
+
+} // namespace qel
