@@ -1,20 +1,29 @@
 // Umbrella header: every exported class of qel Base.
 #pragma once
 
+#include <qel/allocator.h>
+#include <qel/allocatorstatistics.h>
+#include <qel/allocatorstatmarker.h>
 #include <qel/bufferoverflow.h>
 #include <qel/criticalsection.h>
 #include <qel/debuggerstream.h>
 #include <qel/errormanager.h>
 #include <qel/exception.h>
 #include <qel/export.h>
+#include <qel/heapallocator.h>
 #include <qel/host.h>
 #include <qel/inputbufferstream.h>
 #include <qel/inputmemorystream.h>
 #include <qel/inputstream.h>
 #include <qel/instancemanager.h>
 #include <qel/interface.h>
+#include <qel/mallocallocator.h>
+#include <qel/mem.h>
 #include <qel/outputbufferstream.h>
 #include <qel/outputstream.h>
+#include <qel/pageallocator.h>
+#include <qel/pagemanager.h>
+#include <qel/pagerecordtable.h>
 #include <qel/provider.h>
 #include <qel/querydevice.h>
 #include <qel/report.h>

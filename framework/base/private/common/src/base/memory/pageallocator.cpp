@@ -38,9 +38,9 @@ void PrintRun(void* start, u32 pages, void* context)
 {
     char row[96];
     const std::uintptr_t first = reinterpret_cast<std::uintptr_t>(start);
-    const int length =
-        std::snprintf(row, sizeof row, "[0x%08" PRIXPTR ", 0x%08" PRIXPTR "[\t%12u\r\n", first,
-                      first + std::uintptr_t(pages) * PageManager::PageSize, unsigned(pages));
+    const int length = std::snprintf(
+        row, sizeof row, "[0x%08" PRIXPTR ", 0x%08" PRIXPTR "[\t%12u\r\n", first,
+        std::uintptr_t(first + std::uintptr_t(pages) * PageManager::PageSize), unsigned(pages));
     Write(*static_cast<OutputStream*>(context), row, length, sizeof row);
 }
 

@@ -1,0 +1,239 @@
+// The page manager on managers of its own: metapage sizing and release,
+// owner indices, the owner lookup, release errors and the statistics dump.
+#include <qel/mallocallocator.h>
+#include <qel/pagemanager.h>
+
+#include "memory/memorytest.h"
+#include "support/scriptedhost.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <memory>
+#include <random>
+#include <thread>
+
+namespace
+{
+
+using qel::PageManager;
+using qel::u32;
+using qeltest::Format;
+using qeltest::Hex;
+
+const u32 kMB = 1u << 20;
+const u32 kPage = PageManager::PageSize;
+
+char* Page(void* run, u32 index)
+{
+    return static_cast<char*>(run) + std::size_t(index) * kPage;
+}
+
+class PageManagerTest : public ::testing::Test
+{
+protected:
+    PageManagerTest() : pages(new PageManager(0, 64 * kMB, kMB))
+    {
+        pages->AddOwner(&owner);
+        pages->AddOwner(&other);
+    }
+
+    qel::MallocAllocator owner, other;
+    std::unique_ptr<PageManager> pages;
+};
+
+TEST_F(PageManagerTest, FirstPageCommitsOneStepMetapage)
+{
+    void* run = pages->AllocatePages(&owner, 1);
+    ASSERT_NE(run, nullptr);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(run) % kPage, 0u);
+    EXPECT_EQ(pages->GetSystemBytes(), kMB);
+    EXPECT_EQ(pages->GetStatistics().currentSystemPages, 256u);
+    EXPECT_EQ(pages->GetNumberOfMetapages(), 1u);
+}
+
+TEST_F(PageManagerTest, RequestBiggerThanStepGetsMetapageOfExactlyItsSize)
+{
+    ASSERT_NE(pages->AllocatePages(&owner, 1), nullptr);
+    ASSERT_NE(pages->AllocatePages(&owner, 300), nullptr);
+    EXPECT_EQ(pages->GetSystemBytes(), kMB + 300 * kPage);
+    EXPECT_EQ(pages->GetStatistics().currentSystemPages, 256u + 300u);
+}
+
+TEST_F(PageManagerTest, RequestPastMaximumGetsWhatIsLeftOrNothing)
+{
+    pages->SetLimits(0, kMB + 128 * kPage, kMB);
+    ASSERT_NE(pages->AllocatePages(&owner, 256), nullptr); // fills the first metapage
+    ASSERT_NE(pages->AllocatePages(&owner, 100), nullptr);
+    EXPECT_EQ(pages->GetSystemBytes(), kMB + 128 * kPage);
+    EXPECT_EQ(pages->AllocatePages(&owner, 29), nullptr); // 28 pages left
+    EXPECT_NE(pages->AllocatePages(&owner, 28), nullptr);
+    EXPECT_EQ(pages->GetStatistics().currentUsedPages, 384u);
+}
+
+TEST_F(PageManagerTest, EmptyMetapageGoesBackUnlessItIsTheKeptFirstOne)
+{
+    void* run = pages->AllocatePages(&owner, 10);
+    pages->ReleasePages(&owner, run, 10);
+    EXPECT_EQ(pages->GetSystemBytes(), 0u);
+    EXPECT_EQ(pages->GetNumberOfMetapages(), 0u);
+
+    pages->SetLimits(2 * kMB, 64 * kMB, kMB);
+    void* first = pages->AllocatePages(&owner, 1);
+    void* second = pages->AllocatePages(&owner, 600);
+    EXPECT_EQ(pages->GetSystemBytes(), 2 * kMB + 600 * kPage);
+    pages->ReleasePages(&owner, second, 600);
+    pages->ReleasePages(&owner, first, 1);
+    EXPECT_EQ(pages->GetSystemBytes(), 2 * kMB);
+    EXPECT_EQ(pages->GetStatistics().currentUsedPages, 0u);
+    // The kept metapage serves again without a new commit.
+    EXPECT_NE(pages->AllocatePages(&owner, 512), nullptr);
+    EXPECT_EQ(pages->GetSystemBytes(), 2 * kMB);
+}
+
+TEST_F(PageManagerTest, OwnerIsFoundFromAnyAddressOfItsRunsOnly)
+{
+    void* mine = pages->AllocatePages(&owner, 3);
+    void* theirs = pages->AllocatePages(&other, 2);
+    EXPECT_EQ(pages->FindOwner(mine), &owner);
+    EXPECT_EQ(pages->FindOwner(Page(mine, 3) - 1), &owner);
+    EXPECT_EQ(pages->FindOwner(Page(theirs, 1) + 17), &other);
+    EXPECT_EQ(pages->GetRunPages(mine), 3u);
+    EXPECT_EQ(pages->GetRunPages(Page(mine, 1)), 0u);
+
+    pages->ReleasePages(&owner, mine, 3);
+    EXPECT_EQ(pages->FindOwner(mine), nullptr);
+
+    int local = 0;
+    void* heap = std::malloc(64);
+    EXPECT_EQ(pages->FindOwner(&local), nullptr);
+    EXPECT_EQ(pages->FindOwner(heap), nullptr);
+    EXPECT_EQ(pages->FindOwner(nullptr), nullptr);
+    EXPECT_EQ(pages->FindOwner(reinterpret_cast<void*>(~std::uintptr_t(0))), nullptr);
+    std::free(heap);
+}
+
+TEST_F(PageManagerTest, RemovedOwnerKeepsOthersIndicesAndItsSlotIsNotReused)
+{
+    qel::MallocAllocator third, fourth;
+    EXPECT_EQ(pages->AddOwner(&third), 2u);
+    void* stale = pages->AllocatePages(&other, 1);
+    pages->RemoveOwner(&other);
+    EXPECT_EQ(pages->GetOwnerIndex(&owner), 0u);
+    EXPECT_EQ(pages->GetOwnerIndex(&third), 2u);
+    EXPECT_EQ(pages->GetOwnerIndex(&other), PageManager::NoOwner);
+    EXPECT_EQ(pages->AddOwner(&fourth), 3u);
+    // Pages left behind by the removed owner are nobody's, not the newcomer's.
+    EXPECT_EQ(pages->FindOwner(stale), nullptr);
+    EXPECT_EQ(pages->AllocatePages(&other, 1), nullptr);
+}
+
+TEST_F(PageManagerTest, ReleasingRunOutsideEveryMetapageIsFatal)
+{
+    qeltest::ScriptedHost host;
+    host.Answer({qel::QueryDevice::Yes});
+    alignas(4096) static char outside[2 * 4096];
+    pages->ReleasePages(&owner, outside, 2);
+    ASSERT_EQ(host.questions.size(), 1u);
+    const std::string message = Format("Unable to find the metapage containing page %s [Length: 2] "
+                                       "in the metapage manager!",
+                                       Hex(outside).c_str());
+    EXPECT_NE(host.questions[0].text.find("Message: " + message + "\n"), std::string::npos);
+    EXPECT_EQ(host.breaks, 1);
+    EXPECT_EQ(host.exits, 1);
+}
+
+TEST_F(PageManagerTest, ReleasingPagesOfAnotherOwnerOrTwiceIsRefused)
+{
+    qeltest::ScriptedHost host;
+    host.Answer({qel::QueryDevice::Retry, qel::QueryDevice::Retry});
+    void* keep = pages->AllocatePages(&owner, 1); // keeps the metapage alive
+    void* run = pages->AllocatePages(&owner, 4);
+    pages->ReleasePages(&other, run, 4);
+    EXPECT_EQ(pages->GetStatistics().currentUsedPages, 5u);
+    pages->ReleasePages(&owner, run, 4);
+    pages->ReleasePages(&owner, run, 4);
+    EXPECT_EQ(pages->GetStatistics().currentUsedPages, 1u);
+    EXPECT_EQ(host.questions.size(), 2u);
+    EXPECT_EQ(host.breaks, 2);
+    EXPECT_EQ(pages->FindOwner(keep), &owner);
+}
+
+TEST_F(PageManagerTest, CuttingARunLeavesItsTailARunOfItsOwn)
+{
+    void* run = pages->AllocatePages(&owner, 6);
+    pages->ReleasePages(&owner, run, 2);
+    EXPECT_EQ(pages->GetRunPages(Page(run, 2)), 4u);
+    EXPECT_EQ(pages->GetStatistics().currentRequests, 1u);
+    pages->ReleasePages(&owner, Page(run, 3), 1); // from the middle: two runs
+    EXPECT_EQ(pages->GetStatistics().currentRequests, 2u);
+    EXPECT_EQ(pages->ReleaseAllPages(&owner), 3u);
+    EXPECT_EQ(pages->GetSystemBytes(), 0u);
+}
+
+TEST_F(PageManagerTest, DumpOfKnownStateIsExact)
+{
+    void* mine = pages->AllocatePages(&owner, 2);
+    void* theirs = pages->AllocatePages(&other, 3);
+    ASSERT_EQ(theirs, Page(mine, 2)); // runs come from the head of the free pages
+    qeltest::DumpCapture capture;
+    pages->DumpStatistics(PageManager::DumpUsage | PageManager::DumpMetapageRows |
+                              PageManager::DumpRuns | PageManager::DumpFreeRuns,
+                          capture.Stream());
+    const char* row = "%-20s\t%18u\t%20u\t%18u\t%18u\t%20u%18u\t";
+    const std::vector<std::string> expected = {
+        "",
+        "Dumping memory usage statistics for PageManager",
+        Format("%-20s\t%18s\t%20s\t%18s\t%18s\t%20s%18s\t", "Desc", "Curr. nbr requests",
+               "Curr. nbr used pages", "Curr nbr OS pages", "Peak nbr requests",
+               "Peak nbr used pages", "Peak nbr OS pages"),
+        Format(row, "meta-0", 2u, 5u, 256u, 2u, 5u, 256u),
+        Format(row, "Total", 2u, 5u, 256u, 2u, 5u, 256u),
+        "",
+        "Metapage statistics:",
+        Format("Age: 0\tMetapage Range: [%s, %s[\tPages used: 5\tNbr of pages:256",
+               Hex(mine).c_str(), Hex(Page(mine, 256)).c_str()),
+        Format("[%10s, %10s[\t%12s\t%8s", "Start", "End", "Nbr Pages", "Owner"),
+        Format("[%s, %s[\t%12u\t%s", Hex(mine).c_str(), Hex(theirs).c_str(), 2u,
+               Hex(&owner).c_str()),
+        Format("[%s, %s[\t%12u\t%s", Hex(theirs).c_str(), Hex(Page(mine, 5)).c_str(), 3u,
+               Hex(&other).c_str()),
+        Format("[%s, %s[\t%12u\t  unused", Hex(Page(mine, 5)).c_str(), Hex(Page(mine, 256)).c_str(),
+               251u),
+        "Nbr of unused pages nodes: 1",
+    };
+    EXPECT_EQ(capture.Lines(), expected);
+}
+
+TEST_F(PageManagerTest, ConcurrentRunsAndLookupsStayConsistent)
+{
+    // Each thread allocates and releases runs for an owner of its own and
+    // looks its pages up without the lock while the others change records.
+    qel::MallocAllocator owners[4];
+    for (qel::MallocAllocator& o : owners)
+        pages->AddOwner(&o);
+    std::atomic<int> mismatches{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back(
+            [&, t]
+            {
+                std::mt19937 random(1234 + t);
+                for (int i = 0; i < 1500; ++i)
+                {
+                    const u32 count = 1 + random() % 8;
+                    void* run = pages->AllocatePages(&owners[t], count);
+                    if (run == nullptr || pages->FindOwner(Page(run, count - 1)) != &owners[t])
+                        ++mismatches;
+                    if (run != nullptr)
+                        pages->ReleasePages(&owners[t], run, count);
+                }
+            });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(mismatches.load(), 0);
+    EXPECT_EQ(pages->GetStatistics().currentUsedPages, 0u);
+    EXPECT_EQ(pages->GetSystemBytes(), 0u);
+}
+
+} // namespace
