@@ -1,5 +1,5 @@
 // MemChunkTree against a plain reference model (a std::map of free chunks)
-// over real buffers, plus the cases the spec names.
+// over real buffers, plus the choice, split and merge cases one by one.
 #include <qel/memchunktree.h>
 
 #include <gtest/gtest.h>
@@ -68,7 +68,7 @@ Chunks ChunksOf(const MemChunkTree& tree, const Buffer& buffer)
     return chunks;
 }
 
-// The reference: the spec's rules written as directly as possible.
+// The reference: the choice, split and merge rules written as directly as possible.
 struct Model
 {
     explicit Model(u32 unit) : unit(unit), minimum((40 + unit - 1) / unit) {}

@@ -13,6 +13,7 @@
 #include <qel/inputstream.h>
 #include <qel/instancemanager.h>
 #include <qel/interface.h>
+#include <qel/memchunktree.h>
 #include <qel/outputbufferstream.h>
 #include <qel/outputstream.h>
 #include <qel/provider.h>
