@@ -1,5 +1,6 @@
 // The owner lookup, and page runs from the page manager against mmap and
-// munmap of the same size, the peer a user would otherwise call.
+// munmap of the same size, the peer a user would otherwise call. Part of
+// the memory benchmark program, whose main is in memchunktree_bench.cpp.
 #include <qel/allocator.h>
 #include <qel/mallocallocator.h>
 #include <qel/mem.h>
@@ -60,5 +61,3 @@ void BM_MmapMunmap(benchmark::State& state)
 BENCHMARK(BM_MmapMunmap)->Arg(1)->Arg(16)->Arg(256);
 
 } // namespace
-
-BENCHMARK_MAIN();

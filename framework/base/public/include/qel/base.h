@@ -19,6 +19,7 @@
 #include <qel/interface.h>
 #include <qel/mallocallocator.h>
 #include <qel/mem.h>
+#include <qel/memchunktree.h>
 #include <qel/outputbufferstream.h>
 #include <qel/outputstream.h>
 #include <qel/pageallocator.h>

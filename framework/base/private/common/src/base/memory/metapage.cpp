@@ -33,12 +33,12 @@ void* PageManager::TakeFromMetapages(u32 count)
 void* PageManager::TakeRun(Metapage* metapage, u32 count)
 {
     u32 taken = count;
-    char* run = static_cast<char*>(metapage->freePages.GetChunk(taken, Metapage::ChunkTag));
+    char* run = static_cast<char*>(metapage->freePages.GetChunk(taken, MemChunkTree::MetapageTag));
     if (run == nullptr)
         return nullptr;
     if (taken > count) // the tree handed out a whole chunk: keep only what was asked
         metapage->freePages.InsertChunkInTree(run + std::size_t(count) * PageSize, taken - count,
-                                              Metapage::ChunkTag);
+                                              MemChunkTree::MetapageTag);
     Raise(metapage->usedPages, metapage->peakUsedPages, count);
     Raise(metapage->runs, metapage->peakRuns, 1);
     if (metapage->freePages.IsEmpty())
@@ -94,7 +94,7 @@ Metapage* PageManager::CreateMetapage(u32 count)
     }
 
     Metapage* metapage = new (object) Metapage(start, pages, m_NextAge++, first);
-    metapage->freePages.InsertChunkInTree(start, pages, Metapage::ChunkTag);
+    metapage->freePages.InsertChunkInTree(start, pages, MemChunkTree::MetapageTag);
     u32 at = m_NumberOfMetapages++;
     for (; at > 0 && m_ByAddress[at - 1]->start > start; --at)
         m_ByAddress[at] = m_ByAddress[at - 1];
@@ -183,7 +183,7 @@ bool PageManager::ReleaseRun(Metapage* metapage, void* first, u32 count)
         }
     }
 
-    metapage->freePages.InsertChunkInTree(first, count, Metapage::ChunkTag);
+    metapage->freePages.InsertChunkInTree(first, count, MemChunkTree::MetapageTag);
     metapage->usedPages -= count;
     metapage->runs += runs;
     m_Statistics.currentUsedPages -= count;

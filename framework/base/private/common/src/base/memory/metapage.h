@@ -11,11 +11,6 @@ namespace qel
 
 struct Metapage
 {
-    enum : unsigned char
-    {
-        ChunkTag = 252 // the tag of page runs in the chunk tree
-    };
-
     Metapage(char* begin, u32 numberOfPages, u32 creationAge, bool isFirst)
         : start(begin), end(begin + std::size_t(numberOfPages) * PageManager::PageSize),
           freePages(PageManager::PageSize), pages(numberOfPages), usedPages(0), age(creationAge),
