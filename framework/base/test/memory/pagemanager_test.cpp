@@ -77,6 +77,7 @@ TEST_F(PageManagerTest, EmptyMetapageGoesBackUnlessItIsTheKeptFirstOne)
     pages->ReleasePages(&owner, run, 10);
     EXPECT_EQ(pages->GetSystemBytes(), 0u);
     EXPECT_EQ(pages->GetNumberOfMetapages(), 0u);
+    EXPECT_EQ(pages->GetRecords().GetNumberOfRegions(), 0u); // regions go with their pages
 
     pages->SetLimits(2 * kMB, 64 * kMB, kMB);
     void* first = pages->AllocatePages(&owner, 1);
@@ -89,6 +90,15 @@ TEST_F(PageManagerTest, EmptyMetapageGoesBackUnlessItIsTheKeptFirstOne)
     // The kept metapage serves again without a new commit.
     EXPECT_NE(pages->AllocatePages(&owner, 512), nullptr);
     EXPECT_EQ(pages->GetSystemBytes(), 2 * kMB);
+}
+
+TEST_F(PageManagerTest, RegionTableCoversTheUserAddressSpace)
+{
+    const std::uintptr_t regions = pages->GetRecords().GetRegionCapacity();
+    if (sizeof(void*) == 4)
+        EXPECT_EQ(regions, 1024u); // 4 GB in regions of 4 MB
+    else
+        EXPECT_GE(regions, std::uintptr_t(1) << (47 - 22));
 }
 
 TEST_F(PageManagerTest, OwnerIsFoundFromAnyAddressOfItsRunsOnly)
