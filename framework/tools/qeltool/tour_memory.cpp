@@ -1,12 +1,14 @@
 // Tour section: the memory subsystem. Blocks of whole pages from the shared
-// page allocator, the owner of an address found from the page records, and
-// the page manager's statistics dump printed as it is.
+// page allocator, the owner of an address found from the page records, the
+// page manager's statistics dump, and the pool of small blocks with its usage
+// table and allocation listing, printed as they are.
 #include "tour.h"
 
 #include <qel/allocator.h>
 #include <qel/mem.h>
 #include <qel/outputbufferstream.h>
 #include <qel/pagemanager.h>
+#include <qel/poolallocator.h>
 
 #include <cinttypes>
 #include <cstdint>
@@ -20,16 +22,22 @@ namespace qeltool
 namespace
 {
 
-// Dumps the page manager into a buffer and prints it, CR LF as LF.
+// Runs a dump into a buffer and prints it, CR LF as LF.
+template <class Dump>
+void PrintDump(Dump dump)
+{
+    std::vector<char> buffer(1 << 18);
+    qel::OutputBufferStream stream(buffer.data(), buffer.data(), buffer.data() + buffer.size());
+    dump(&stream);
+    stream.Flush();
+    for (const char* c = buffer.data(); c != buffer.data() + stream.GetWrittenSize(); ++c)
+        if (*c != '\r')
+            std::putchar(*c);
+}
+
 void PrintPageManagerDump(qel::u32 flags)
 {
-    std::vector<char> buffer(1 << 16);
-    qel::OutputBufferStream stream(buffer.data(), buffer.data(), buffer.data() + buffer.size());
-    qel::Mem::DumpPageManagerStatistics(flags, &stream);
-    std::string text(buffer.data(), stream.GetWrittenSize());
-    for (std::size_t at; (at = text.find("\r\n")) != std::string::npos;)
-        text.erase(at, 1);
-    std::fputs(text.c_str(), stdout);
+    PrintDump([flags](qel::OutputStream* out) { qel::Mem::DumpPageManagerStatistics(flags, out); });
 }
 
 } // namespace
@@ -55,6 +63,25 @@ void TourMemory(const TourContext&)
     for (void* block : blocks)
         if (block != blocks[1])
             pages->Free(block);
+
+    Banner("memory: the pool of small blocks");
+    qel::Allocator* small = qel::Mem::GetSmallAlloc();
+    std::vector<void*> smallBlocks;
+    for (unsigned i = 0; i < 300; ++i)
+        smallBlocks.push_back(small->Malloc(1 + (i * 37) % 64));
+    for (unsigned i = 0; i < smallBlocks.size(); i += 3)
+        small->Free(smallBlocks[i]); // every third block back: the pages keep holes
+    std::printf("300 blocks of 1 to 64 bytes taken, every third given back:\n");
+    PrintDump(
+        [small](qel::OutputStream* out)
+        {
+            small->DumpStatistics(qel::PoolAllocator::DumpUsage |
+                                      qel::PoolAllocator::DumpAllocations,
+                                  nullptr, nullptr, out, nullptr);
+        });
+    for (unsigned i = 0; i < smallBlocks.size(); ++i)
+        if (i % 3 != 0)
+            small->Free(smallBlocks[i]);
 }
 
 } // namespace qeltool

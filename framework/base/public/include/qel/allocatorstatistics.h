@@ -29,14 +29,36 @@ struct QEL_API AllocatorStatistics
     u32 currentUsedSize;
 
     // One allocation more: `requested` bytes asked for, `used` bytes taken.
-    void AddAllocation(u32 requested, u32 used);
-    void RemoveAllocation(u32 requested, u32 used);
-    void AddPages(u32 count);
-    void RemovePages(u32 count);
-    void AddFullPages(u32 count);
-    void RemoveFullPages(u32 count);
+    // Inline: the allocators' fast paths count every block.
+    void AddAllocation(u32 requested, u32 used)
+    {
+        Raise(currentAllocations, peakAllocations, 1);
+        Raise(currentRequestedSize, peakRequestedSize, requested);
+        Raise(currentUsedSize, peakUsedSize, used);
+    }
+    void RemoveAllocation(u32 requested, u32 used)
+    {
+        currentAllocations -= 1;
+        currentRequestedSize -= requested;
+        currentUsedSize -= used;
+    }
+    void AddPages(u32 count) { Raise(currentPages, peakPages, count); }
+    void RemovePages(u32 count) { currentPages -= count; }
+    void AddFullPages(u32 count) { Raise(currentFullPages, peakFullPages, count); }
+    void RemoveFullPages(u32 count) { currentFullPages -= count; }
     // Clears the five current counters; the peaks stay.
-    void ClearCurrent();
+    void ClearCurrent()
+    {
+        currentFullPages = currentPages = currentAllocations = 0;
+        currentRequestedSize = currentUsedSize = 0;
+    }
+
+    static void Raise(u32& current, u32& peak, u32 amount)
+    {
+        current += amount;
+        if (current > peak)
+            peak = current;
+    }
 
     // The header row, `title` heading the first column.
     static void DumpHeader(OutputStream& out, const char* title);

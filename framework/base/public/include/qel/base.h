@@ -25,6 +25,7 @@
 #include <qel/pageallocator.h>
 #include <qel/pagemanager.h>
 #include <qel/pagerecordtable.h>
+#include <qel/poolallocator.h>
 #include <qel/provider.h>
 #include <qel/querydevice.h>
 #include <qel/report.h>

@@ -6,6 +6,8 @@
 #include <qel/pagemanager.h>
 #include <qel/report.h>
 
+#include "base/memory/dumpwriter.h"
+
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
@@ -21,12 +23,6 @@ u32 PagesFor(unsigned int size)
     return u32((u64(size) + PageManager::PageSize - 1) / PageManager::PageSize);
 }
 
-void Write(OutputStream& out, const char* text, int length, std::size_t size)
-{
-    if (length > 0)
-        out.Write(text, u32(std::size_t(length) < size ? length : size - 1));
-}
-
 void CountRun(void*, u32 pages, void* context)
 {
     u32* counts = static_cast<u32*>(context);
@@ -36,12 +32,11 @@ void CountRun(void*, u32 pages, void* context)
 
 void PrintRun(void* start, u32 pages, void* context)
 {
-    char row[96];
-    const std::uintptr_t first = reinterpret_cast<std::uintptr_t>(start);
-    const int length = std::snprintf(
-        row, sizeof row, "[0x%08" PRIXPTR ", 0x%08" PRIXPTR "[\t%12u\r\n", first,
-        std::uintptr_t(first + std::uintptr_t(pages) * PageManager::PageSize), unsigned(pages));
-    Write(*static_cast<OutputStream*>(context), row, length, sizeof row);
+    const std::uintptr_t first = memory::Address(start);
+    memory::Print(*static_cast<OutputStream*>(context),
+                  "[0x%08" PRIXPTR ", 0x%08" PRIXPTR "[\t%12u\r\n", first,
+                  std::uintptr_t(first + std::uintptr_t(pages) * PageManager::PageSize),
+                  unsigned(pages));
 }
 
 } // namespace
@@ -181,22 +176,15 @@ void PageAllocator::DumpStatistics(u32 flags, AllocatorStatMarker*, AllocatorSta
     ScopedLock<CriticalSection> lock(m_Lock);
     if (buffer != nullptr)
         stream.Write(buffer, u32(std::strlen(buffer)));
-    char text[160];
     if (flags & 1)
-    {
-        const int length = std::snprintf(text, sizeof text,
-                                         "PageAllocator memory usage statistics\r\n"
-                                         "Nbr of allocations requests: %u\r\nTotal nbr of Pages: "
-                                         "%u\r\n\r\n",
-                                         unsigned(m_Allocations), unsigned(m_Pages));
-        Write(stream, text, length, sizeof text);
-    }
+        memory::Print(stream,
+                      "PageAllocator memory usage statistics\r\nNbr of allocations requests: "
+                      "%u\r\nTotal nbr of Pages: %u\r\n\r\n",
+                      unsigned(m_Allocations), unsigned(m_Pages));
     if (flags & 2)
     {
-        const int length =
-            std::snprintf(text, sizeof text, "\r\nAllocations Pagellocator: 0x%08" PRIXPTR "\r\n",
-                          reinterpret_cast<std::uintptr_t>(this));
-        Write(stream, text, length, sizeof text);
+        memory::Print(stream, "\r\nAllocations Pagellocator: 0x%08" PRIXPTR "\r\n",
+                      memory::Address(this));
         PageManager::GetSingletonInstance().ForEachRun(this, &PrintRun, &stream);
     }
     if (stream.HasPendingBlock())

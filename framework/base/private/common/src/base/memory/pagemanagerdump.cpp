@@ -1,41 +1,22 @@
 // The page manager's statistics dump. Rows are formatted on the stack and
 // written to the stream: the dump allocates nothing.
+#include "base/memory/dumpwriter.h"
 #include "base/memory/metapage.h"
 
 #include <qel/debuggerstream.h>
 #include <qel/outputstream.h>
 
 #include <cinttypes>
-#include <cstdarg>
 #include <cstdio>
 
 namespace qel
 {
 
+using memory::Address;
+using memory::Print;
+
 namespace
 {
-
-void Print(OutputStream& out, const char* format, ...)
-#if defined(__GNUC__)
-    __attribute__((format(printf, 2, 3)))
-#endif
-    ;
-
-void Print(OutputStream& out, const char* format, ...)
-{
-    char text[512];
-    va_list arguments;
-    va_start(arguments, format);
-    const int length = std::vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    if (length > 0)
-        out.Write(text, u32(std::size_t(length) < sizeof text ? length : sizeof text - 1));
-}
-
-std::uintptr_t Address(const void* p)
-{
-    return reinterpret_cast<std::uintptr_t>(p);
-}
 
 const char kUsageRow[] = "%-20s\t%18u\t%20u\t%18u\t%18u\t%20u%18u\t\r\n";
 

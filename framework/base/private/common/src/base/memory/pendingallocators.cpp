@@ -1,7 +1,6 @@
-// The pool, packed and hybrid allocators are not written yet. Until they
-// are, their factories give null: Mem's Small, Big and General usages stay
-// empty and CreatePoolAllocator, CreatePackedAllocator and both
-// CreateHybridAllocator forms return null. Each body becomes
+// The packed and hybrid allocators are not written yet. Until they are,
+// their factories give null: Mem's Big and General usages stay empty and
+// CreatePackedAllocator and both CreateHybridAllocator forms return null. Each body becomes
 // `return NewOnNative<X>(...)` when its allocator lands, and this file goes.
 #include "base/memory/memoryreport.h"
 
@@ -9,11 +8,6 @@ namespace qel
 {
 namespace memory
 {
-
-Allocator* NewPoolAllocator()
-{
-    return nullptr;
-}
 
 Allocator* NewPackedAllocator(const char*, u32)
 {

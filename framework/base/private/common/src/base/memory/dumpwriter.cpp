@@ -1,0 +1,25 @@
+#include "base/memory/dumpwriter.h"
+
+#include <qel/outputstream.h>
+
+#include <cstdarg>
+#include <cstdio>
+
+namespace qel
+{
+namespace memory
+{
+
+void Print(OutputStream& out, const char* format, ...)
+{
+    char text[512];
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    if (length > 0)
+        out.Write(text, u32(std::size_t(length) < sizeof text ? length : sizeof text - 1));
+}
+
+} // namespace memory
+} // namespace qel

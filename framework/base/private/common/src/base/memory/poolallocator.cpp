@@ -1,0 +1,233 @@
+#include <qel/poolallocator.h>
+
+#include <qel/errormanager.h>
+#include <qel/mem.h>
+#include <qel/pagemanager.h>
+
+#include "base/memory/memoryreport.h"
+#include "base/memory/poolallocatorpage.h"
+
+#include <cstring>
+
+namespace qel
+{
+
+namespace
+{
+
+typedef PoolAllocatorPage Page;
+
+void Append(Page*& first, Page*& last, Page* page)
+{
+    page->previous = last;
+    page->next = nullptr;
+    (last ? last->next : first) = page;
+    last = page;
+}
+
+void Unlink(Page*& first, Page*& last, Page* page)
+{
+    (page->previous ? page->previous->next : first) = page->next;
+    (page->next ? page->next->previous : last) = page->previous;
+    page->previous = page->next = nullptr;
+}
+
+} // namespace
+
+Allocator* memory::NewPoolAllocator()
+{
+    return NewOnNative<PoolAllocator>();
+}
+
+PoolAllocator::PoolAllocator() : m_Pools(), m_Totals()
+{
+    for (u32 i = 0; i < NumberOfClasses; ++i)
+        m_Pools[i].blockSize = Granularity * (i + 1);
+    PageManager::GetSingletonInstance().AddOwner(this);
+    m_ErrorCategory = MEM_InitErrorCategory(Mem::GetErrorCategory(), "PoolAllocator-");
+}
+
+PoolAllocator::~PoolAllocator()
+{
+    // What is still allocated now is a leak: list it.
+    DumpStatistics(DumpAllocations, nullptr, nullptr, nullptr, nullptr);
+    FreeAll();
+    PageManager::GetSingletonInstance().RemoveOwner(this);
+    ErrorManager::GetSingletonInstance().UnRegisterCategory(m_ErrorCategory);
+}
+
+// ---- allocation -------------------------------------------------------------
+
+bool PoolAllocator::AddPage(Pool& pool)
+{
+    Page* page = static_cast<Page*>(PageManager::GetSingletonInstance().AllocatePages(this, 1));
+    if (page == nullptr)
+        return false;
+    page->Initialize(pool.blockSize);
+    Append(pool.freeFirst, pool.freeLast, page);
+    pool.statistics.AddPages(1);
+    m_Totals.AddPages(1);
+    return true;
+}
+
+void* PoolAllocator::TakeBlock(Pool& pool)
+{
+    Page* page = pool.freeFirst;
+    void* block = page->Take();
+    pool.statistics.AddAllocation(pool.blockSize, pool.blockSize);
+    m_Totals.AddAllocation(pool.blockSize, pool.blockSize);
+    if (page->IsFull())
+    {
+        Unlink(pool.freeFirst, pool.freeLast, page);
+        Append(pool.fullFirst, pool.fullLast, page);
+        pool.statistics.AddFullPages(1);
+        m_Totals.AddFullPages(1);
+    }
+    return block;
+}
+
+void* PoolAllocator::MallocNoThrow(unsigned int size)
+{
+    ScopedLock<CriticalSection> lock(m_Lock);
+    if (size == 0 || size > MaxBlockSize)
+        return nullptr;
+    const u32 index = ClassOf(size);
+    Pool* pool = &m_Pools[index];
+    if (pool->freeFirst == nullptr && !AddPage(*pool))
+    {
+        // No page left: the smallest larger class that still has room.
+        pool = nullptr;
+        for (u32 larger = index + 1; larger < NumberOfClasses && pool == nullptr; ++larger)
+            if (m_Pools[larger].freeFirst)
+                pool = &m_Pools[larger];
+        if (pool == nullptr)
+            return nullptr;
+    }
+    return TakeBlock(*pool);
+}
+
+void PoolAllocator::ReleasePage(Pool& pool, Page* page)
+{
+    Unlink(pool.freeFirst, pool.freeLast, page);
+    pool.statistics.RemovePages(1);
+    m_Totals.RemovePages(1);
+    PageManager::GetSingletonInstance().ReleasePages(this, page, 1);
+}
+
+void PoolAllocator::Free(const void* p)
+{
+    if (p == nullptr)
+        return;
+    ScopedLock<CriticalSection> lock(m_Lock);
+    Page* page = Page::Of(p);
+    Pool& pool = m_Pools[ClassOf(page->blockSize)];
+    pool.statistics.RemoveAllocation(pool.blockSize, pool.blockSize);
+    m_Totals.RemoveAllocation(pool.blockSize, pool.blockSize);
+
+    const bool wasFull = page->IsFull();
+    page->Give(const_cast<void*>(p));
+    if (wasFull)
+    {
+        Unlink(pool.fullFirst, pool.fullLast, page);
+        Append(pool.freeFirst, pool.freeLast, page);
+        pool.statistics.RemoveFullPages(1);
+        m_Totals.RemoveFullPages(1);
+    }
+    else if (page->blocksInUse == 0)
+    {
+        ReleasePage(pool, page);
+    }
+}
+
+void* PoolAllocator::ReAllocNoThrow(void* p, unsigned int size)
+{
+    ScopedLock<CriticalSection> lock(m_Lock);
+    if (p == nullptr)
+        return MallocNoThrow(size);
+    const u32 blockSize = Page::Of(p)->blockSize;
+    const u32 rounded = (size + Granularity - 1) & ~(Granularity - 1);
+    // The block keeps its size class, so its statistics stay those of the
+    // block: Free takes the block size off again.
+    if (rounded <= blockSize && (blockSize == Granularity || rounded >= blockSize / 2))
+        return p;
+
+    void* moved = MallocNoThrow(size);
+    if (moved == nullptr)
+        return rounded > blockSize ? nullptr : p; // a failed shrink keeps the block
+    std::memcpy(moved, p, size < blockSize ? size : blockSize);
+    Free(p);
+    return moved;
+}
+
+void PoolAllocator::FreeAll()
+{
+    ScopedLock<CriticalSection> lock(m_Lock);
+    PageManager& pages = PageManager::GetSingletonInstance();
+    for (Pool& pool : m_Pools)
+    {
+        pool.statistics.ClearCurrent();
+        for (Page** list : {&pool.fullFirst, &pool.freeFirst})
+        {
+            for (Page* page = *list; page;)
+            {
+                Page* next = page->next;
+                pages.ReleasePages(this, page, 1);
+                page = next;
+            }
+        }
+        pool.freeFirst = pool.freeLast = pool.fullFirst = pool.fullLast = nullptr;
+    }
+    m_Totals.ClearCurrent();
+}
+
+// ---- debug forms and moves --------------------------------------------------
+
+void* PoolAllocator::MallocDebugNoThrow(unsigned int size, const char*, const char*, u32)
+{
+    ScopedLock<CriticalSection> lock(m_Lock);
+    return MallocNoThrow(size);
+}
+
+void* PoolAllocator::ReAllocDebugNoThrow(void* p, unsigned int size, const char*, const char*, u32)
+{
+    ScopedLock<CriticalSection> lock(m_Lock);
+    return ReAllocNoThrow(p, size);
+}
+
+void PoolAllocator::FreeDebug(const void* p, const char*, u32)
+{
+    ScopedLock<CriticalSection> lock(m_Lock);
+    Free(p);
+}
+
+void* PoolAllocator::Transfert(Allocator* target, void* p, unsigned int size)
+{
+    return TransfertDebug(target, p, size, nullptr, __FILE__, __LINE__);
+}
+
+void* PoolAllocator::TransfertDebug(Allocator* target, void* p, unsigned int size, const char*,
+                                    const char*, u32)
+{
+    ScopedLock<CriticalSection> lock(m_Lock);
+    void* moved = target->MallocNoThrow(size);
+    if (moved == nullptr)
+        return nullptr;
+    const u32 blockSize = Page::Of(p)->blockSize;
+    std::memcpy(moved, p, size < blockSize ? size : blockSize);
+    Free(p);
+    return moved;
+}
+
+AllocatorStatistics PoolAllocator::GetStatistics(u32 index) const
+{
+    ScopedLock<CriticalSection> lock(m_Lock);
+    return m_Pools[index].statistics;
+}
+
+AllocatorStatistics PoolAllocator::GetTotals() const
+{
+    ScopedLock<CriticalSection> lock(m_Lock);
+    return m_Totals;
+}
+
+} // namespace qel

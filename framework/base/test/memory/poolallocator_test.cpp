@@ -1,0 +1,328 @@
+// The pool allocator: size classes, page layout and return, the realloc
+// rule, the fall-back to larger classes, FreeAll, the dumps, and a seeded
+// multithreaded stress test with content checks.
+#include <qel/mem.h>
+#include <qel/pagemanager.h>
+#include <qel/poolallocator.h>
+
+#include "memory/memorytest.h"
+#include "support/scriptedhost.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <thread>
+#include <vector>
+
+namespace
+{
+
+using qel::PoolAllocator;
+using qel::u32;
+using qeltest::Format;
+using qeltest::Hex;
+
+std::uintptr_t Offset(const void* p)
+{
+    return reinterpret_cast<std::uintptr_t>(p) & 4095;
+}
+
+TEST(PoolAllocator, SizesMapOntoTheirClasses)
+{
+    PoolAllocator pool;
+    EXPECT_EQ(pool.MallocNoThrow(0), nullptr);
+    EXPECT_EQ(pool.MallocNoThrow(257), nullptr);
+    void* one = pool.MallocNoThrow(1);
+    void* sixteen = pool.MallocNoThrow(16);
+    void* seventeen = pool.MallocNoThrow(17);
+    void* largest = pool.MallocNoThrow(256);
+    EXPECT_EQ(pool.GetStatistics(0).currentAllocations, 2u);
+    EXPECT_EQ(pool.GetStatistics(1).currentAllocations, 1u);
+    EXPECT_EQ(pool.GetStatistics(15).currentAllocations, 1u);
+    EXPECT_EQ(pool.GetTotals().currentUsedSize, 16u + 16u + 32u + 256u);
+    for (void* p : {one, sixteen, seventeen, largest})
+    {
+        EXPECT_EQ(qel::Allocator::GetOwner(p), &pool);
+        pool.Free(p);
+    }
+    EXPECT_EQ(pool.GetTotals().currentAllocations, 0u);
+    EXPECT_EQ(pool.GetTotals().peakAllocations, 4u);
+}
+
+TEST(PoolAllocator, FreshPageHandsOutBlocksFromItsStart)
+{
+    PoolAllocator pool;
+    char* first = static_cast<char*>(pool.MallocNoThrow(48));
+    char* second = static_cast<char*>(pool.MallocNoThrow(40));
+    EXPECT_EQ(Offset(first), 32u);
+    EXPECT_EQ(second, first + 48);
+    pool.Free(first);
+    // The freed block is reused first.
+    EXPECT_EQ(pool.MallocNoThrow(48), first);
+    pool.Free(first);
+    pool.Free(second);
+}
+
+TEST(PoolAllocator, PageGoesBackWithItsLastBlockAndFullPagesMove)
+{
+    qel::PageManager& pages = qel::PageManager::GetSingletonInstance();
+    PoolAllocator pool;
+    const u32 usedBefore = pages.GetStatistics().currentUsedPages;
+    std::vector<void*> blocks;
+    for (int i = 0; i < 84; ++i) // a page holds 4064 / 48 = 84 blocks
+        blocks.push_back(pool.MallocNoThrow(48));
+    EXPECT_EQ(pool.GetStatistics(2).currentPages, 1u);
+    EXPECT_EQ(pool.GetStatistics(2).currentFullPages, 1u);
+    void* next = pool.MallocNoThrow(48);
+    EXPECT_EQ(pool.GetStatistics(2).currentPages, 2u);
+    EXPECT_EQ(pages.GetStatistics().currentUsedPages, usedBefore + 2);
+
+    pool.Free(blocks[5]); // the full page has room again
+    EXPECT_EQ(pool.GetStatistics(2).currentFullPages, 0u);
+    pool.Free(next); // the second page's only block: the page goes back
+    EXPECT_EQ(pool.GetStatistics(2).currentPages, 1u);
+    EXPECT_EQ(pages.GetStatistics().currentUsedPages, usedBefore + 1);
+    for (int i = 0; i < 84; ++i)
+        if (i != 5)
+            pool.Free(blocks[i]);
+    EXPECT_EQ(pool.GetStatistics(2).currentPages, 0u);
+    EXPECT_EQ(pages.GetStatistics().currentUsedPages, usedBefore);
+}
+
+TEST(PoolAllocator, ReallocStaysWhenTheRoundedSizeIsAtLeastHalfTheBlock)
+{
+    PoolAllocator pool;
+    char* p = static_cast<char*>(pool.MallocNoThrow(100)); // 112-byte class
+    std::memset(p, 0x5C, 100);
+    EXPECT_EQ(pool.ReAllocNoThrow(p, 60), p); // 64 >= 112 / 2
+    char* moved = static_cast<char*>(pool.ReAllocNoThrow(p, 40));
+    EXPECT_NE(moved, p);
+    EXPECT_EQ(pool.GetStatistics(2).currentAllocations, 1u); // the 48-byte class
+    EXPECT_EQ(pool.GetStatistics(6).currentAllocations, 0u);
+    for (int i = 0; i < 40; ++i)
+        ASSERT_EQ(moved[i], 0x5C);
+
+    void* small = pool.MallocNoThrow(16);
+    EXPECT_EQ(pool.ReAllocNoThrow(small, 16), small);
+    EXPECT_EQ(pool.ReAllocNoThrow(small, 1), small);     // the smallest class always stays
+    EXPECT_EQ(pool.ReAllocNoThrow(moved, 300), nullptr); // too big: the block stays valid
+    EXPECT_EQ(pool.GetTotals().currentAllocations, 2u);
+    pool.Free(moved);
+    pool.Free(small);
+    EXPECT_EQ(pool.GetTotals().currentRequestedSize, 0u);
+}
+
+TEST(PoolAllocator, FreeAllKeepsThePeaks)
+{
+    PoolAllocator pool;
+    for (int i = 0; i < 300; ++i)
+        pool.MallocNoThrow(1 + i % 256);
+    const qel::AllocatorStatistics before = pool.GetTotals();
+    const u32 smallestBefore = pool.GetStatistics(0).currentAllocations;
+    pool.FreeAll();
+    const qel::AllocatorStatistics after = pool.GetTotals();
+    EXPECT_EQ(after.currentAllocations, 0u);
+    EXPECT_EQ(after.currentPages, 0u);
+    EXPECT_EQ(after.peakAllocations, 300u);
+    EXPECT_EQ(after.peakPages, before.peakPages);
+    EXPECT_EQ(after.peakUsedSize, before.currentUsedSize);
+    EXPECT_EQ(pool.GetStatistics(0).peakAllocations, smallestBefore);
+    EXPECT_EQ(pool.GetStatistics(0).currentAllocations, 0u);
+}
+
+TEST(PoolAllocator, ExhaustedPageManagerFallsBackToTheSmallestLargerClass)
+{
+    qel::PageManager& pages = qel::PageManager::GetSingletonInstance();
+    PoolAllocator pool;
+    qel::Allocator* drain = qel::Mem::CreatePageAllocator();
+    ASSERT_NE(drain, nullptr);
+    void* big = pool.MallocNoThrow(48);    // class 2 gets a page
+    void* bigger = pool.MallocNoThrow(96); // class 5 too
+
+    const u32 first = pages.GetFirstMetapageSize(), maximum = pages.GetMaximumSize(),
+              step = pages.GetMetapageStep();
+    qel::Mem::SetPageManagerLimits(first, pages.GetSystemBytes(), step);
+    std::vector<void*> drained;
+    while (void* page = drain->MallocNoThrow(4096))
+        drained.push_back(page);
+
+    void* fallback = pool.MallocNoThrow(16);
+    EXPECT_NE(fallback, nullptr);
+    EXPECT_EQ(pool.GetStatistics(2).currentAllocations, 2u); // served by the 48-byte class
+    EXPECT_EQ(pool.GetStatistics(0).currentPages, 0u);
+    void* fromFive = pool.MallocNoThrow(64); // classes 3 and 4 have no page: class 5
+    EXPECT_EQ(pool.GetStatistics(5).currentAllocations, 2u);
+    EXPECT_EQ(pool.MallocNoThrow(256), nullptr); // nothing larger than the last class
+
+    for (void* page : drained)
+        drain->Free(page);
+    delete drain;
+    qel::Mem::SetPageManagerLimits(first, maximum, step);
+    for (void* p : {big, bigger, fallback, fromFive})
+        pool.Free(p);
+    EXPECT_EQ(pool.GetTotals().currentPages, 0u);
+}
+
+TEST(PoolAllocator, DumpOfAKnownState)
+{
+    PoolAllocator pool;
+    char* a = static_cast<char*>(pool.MallocNoThrow(32));
+    char* b = static_cast<char*>(pool.MallocNoThrow(32));
+    char* c = static_cast<char*>(pool.MallocNoThrow(32));
+    pool.Free(b);
+    qeltest::DumpCapture capture;
+    pool.DumpStatistics(PoolAllocator::DumpUsage | PoolAllocator::DumpAllocations |
+                            PoolAllocator::DumpFreeLists,
+                        nullptr, nullptr, capture.Stream(), nullptr);
+    const std::vector<std::string> lines = capture.Lines();
+    const std::string self = Hex(&pool);
+    char* page = a - 32;
+    ASSERT_GE(lines.size(), 40u);
+    EXPECT_EQ(lines[1],
+              "Dumping usage statistics for PoolAllocator " + self + "\tOverhead per alloc: 0");
+    EXPECT_EQ(lines[2].substr(0, 16), "Pool Size      \t");
+    EXPECT_EQ(
+        lines[4],
+        Format("%-15s\t%15u\t%15u\t%15u\t%15u\t%15u\t%20u\t%15u\t%15u\t%15u\t%15u\t%15u\t%20u",
+               "32", 2, 64, 64, 1, 4096, 0, 3, 96, 96, 1, 4096, 0));
+    EXPECT_EQ(lines[19].substr(0, 15), "TOTAL          ");
+
+    std::vector<std::string> expected = {
+        "",
+        "Dumping allocations for PoolAllocator " + self,
+        "Pool: 32 bytes",
+        "Address     \t   Used size",
+        Hex(a) + "\t            32",
+        Hex(c) + "\t            32",
+        "Number of allocations: 2\tMax number of allocations: 127",
+        "",
+        "",
+        "End of allocations for PoolAllocator " + self,
+        "",
+        "Dumping freelists for PoolAllocator " + self,
+        "",
+        "Freelist PoolAllocatorPage: " + Hex(page) + "(max alloc size: 32 bytes)",
+        "Address     \t        size",
+        Hex(b) + "\t             1",
+        Hex(c + 32) + "\t           124",
+        "Number of nodes: 2",
+        "",
+        "End of freelists for PoolAllocator " + self,
+    };
+    const std::vector<std::string> tail(lines.end() - long(expected.size()), lines.end());
+    EXPECT_EQ(tail, expected);
+    pool.Free(a);
+    pool.Free(c);
+}
+
+TEST(PoolAllocator, DumpSkipsDamagedPagesAndWarnsOfForeignOwners)
+{
+    PoolAllocator pool;
+    char* a = static_cast<char*>(pool.MallocNoThrow(16));
+    char* b = static_cast<char*>(pool.MallocNoThrow(16));
+    pool.Free(a); // a run of one block at the head of the free list
+
+    u32 saved;
+    std::memcpy(&saved, a + 4, 4);
+    const u32 zero = 0;
+    std::memcpy(a + 4, &zero, 4); // an empty run: the page is damaged
+    qeltest::DumpCapture damaged;
+    pool.DumpStatistics(PoolAllocator::DumpAllocations, nullptr, nullptr, damaged.Stream(),
+                        nullptr);
+    std::memcpy(a + 4, &saved, 4);
+    for (const std::string& line : damaged.Lines())
+        EXPECT_EQ(line.find("Number of allocations"), std::string::npos) << line;
+
+    std::atomic<u32>* record = qel::PageManager::GetSingletonInstance().GetRecords().Find(b);
+    const u32 original = record->load();
+    record->store(original | 0xFF000000u); // the page now belongs to nobody
+    qeltest::ScriptedHost host;
+    qeltest::DumpCapture foreign;
+    pool.DumpStatistics(PoolAllocator::DumpAllocations, nullptr, nullptr, foreign.Stream(),
+                        nullptr);
+    record->store(original);
+    ASSERT_GE(host.questions.size(), 1u);
+    EXPECT_EQ(host.questions[0].text.rfind("Invalid Page Owner while dumping memory statistics!. "
+                                           "Allocator: " +
+                                               Hex(&pool) + ". Page: " + Hex(b - 48) +
+                                               ". Marked Owner: 0x00000000\n",
+                                           0),
+              0u);
+    pool.Free(b);
+}
+
+// Several threads allocate, reallocate and free random sizes through one
+// pool; every block carries its own pattern, checked before it changes.
+TEST(PoolAllocatorStress, ThreadsChurnWithContentChecks)
+{
+    PoolAllocator pool;
+    auto worker = [&pool](unsigned seed)
+    {
+        std::mt19937 random(seed);
+        struct Block
+        {
+            unsigned char* p;
+            u32 size;
+            unsigned char fill;
+        };
+        std::vector<Block> live;
+        auto check = [](const Block& block)
+        {
+            for (u32 i = 0; i < block.size; ++i)
+                if (block.p[i] != block.fill)
+                    return false;
+            return true;
+        };
+        for (int step = 0; step < 20000; ++step)
+        {
+            const u32 action = random() % 3;
+            if (action == 0 || live.empty())
+            {
+                const u32 size = 1 + random() % 256;
+                auto* p = static_cast<unsigned char*>(pool.MallocNoThrow(size));
+                ASSERT_NE(p, nullptr);
+                const auto fill = static_cast<unsigned char>(random());
+                std::memset(p, fill, size);
+                live.push_back({p, size, fill});
+            }
+            else
+            {
+                const std::size_t index = random() % live.size();
+                Block& block = live[index];
+                ASSERT_TRUE(check(block));
+                if (action == 1)
+                {
+                    const u32 size = 1 + random() % 256;
+                    auto* p = static_cast<unsigned char*>(pool.ReAllocNoThrow(block.p, size));
+                    ASSERT_NE(p, nullptr);
+                    block.p = p;
+                    block.size = size < block.size ? size : block.size;
+                    ASSERT_TRUE(check(block));
+                    std::memset(p, block.fill, size);
+                    block.size = size;
+                }
+                else
+                {
+                    pool.Free(block.p);
+                    block = live.back();
+                    live.pop_back();
+                }
+            }
+        }
+        for (const Block& block : live)
+        {
+            ASSERT_TRUE(check(block));
+            pool.Free(block.p);
+        }
+    };
+    std::vector<std::thread> threads;
+    for (unsigned seed = 1; seed <= 4; ++seed)
+        threads.emplace_back(worker, seed);
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(pool.GetTotals().currentAllocations, 0u);
+    EXPECT_EQ(pool.GetTotals().currentPages, 0u);
+}
+
+} // namespace
