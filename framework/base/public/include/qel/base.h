@@ -1,20 +1,33 @@
 // Umbrella header: every exported class of qel Base.
 #pragma once
 
+#include <qel/clock.h>
+#include <qel/clocknative.h>
 #include <qel/criticalsection.h>
+#include <qel/criticalsectionbase.h>
 #include <qel/debuggerstream.h>
 #include <qel/errormanager.h>
+#include <qel/event.h>
+#include <qel/eventbase.h>
 #include <qel/exception.h>
 #include <qel/export.h>
 #include <qel/host.h>
 #include <qel/instancemanager.h>
 #include <qel/interface.h>
+#include <qel/mutex.h>
+#include <qel/mutexbase.h>
 #include <qel/outputstream.h>
 #include <qel/provider.h>
 #include <qel/querydevice.h>
+#include <qel/randomnormal.h>
+#include <qel/randomuniform.h>
 #include <qel/report.h>
+#include <qel/semaphore.h>
+#include <qel/semaphorebase.h>
+#include <qel/stopwatch.h>
 #include <qel/stream.h>
 #include <qel/systembase.h>
 #include <qel/textoutputdevice.h>
+#include <qel/threadmutex.h>
 #include <qel/types.h>
 #include <qel/version.h>
