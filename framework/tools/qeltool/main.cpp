@@ -26,6 +26,7 @@ int Tour(int argc, char** argv)
     if (context.dataDir.empty() || context.dataDir.back() != '/')
         context.dataDir += '/';
     qeltool::TourCore(context);
+    qeltool::TourThread(context);
     return 0;
 }
 

@@ -16,5 +16,6 @@ struct TourContext
 void Banner(const char* title);
 
 void TourCore(const TourContext& context);
+void TourThread(const TourContext& context);
 
 } // namespace qeltool
