@@ -76,7 +76,7 @@ TYPED_TEST_SUITE(LockExclusion, Locks);
 TYPED_TEST(LockExclusion, ConcurrentIncrementsAreNotLost)
 {
     auto lock = MakeLock<TypeParam>();
-    const int threads = 4, rounds = 20000;
+    const int threads = 4, rounds = 10000;
     long counter = 0; // guarded by the lock alone
     std::vector<std::thread> workers;
     for (int t = 0; t < threads; ++t)
