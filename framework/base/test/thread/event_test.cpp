@@ -57,10 +57,16 @@ std::vector<std::thread> StartWaiters(Event& event, std::atomic<int>& passed, in
     return waiters;
 }
 
-void ReleaseAndJoin(Event& event, std::vector<std::thread>& waiters)
+// Pulses until every waiter has passed (bounded), then joins them: a broken
+// event fails its test instead of hanging the suite.
+void ReleaseAndJoin(Event& event, std::atomic<int>& passed, std::vector<std::thread>& waiters)
 {
-    for (size_t i = 0; i < waiters.size(); ++i)
-        event.Pulse();
+    WaitUntil(
+        [&]
+        {
+            event.Pulse();
+            return passed == int(waiters.size());
+        });
     for (std::thread& waiter : waiters)
         waiter.join();
 }
@@ -72,7 +78,7 @@ TEST(Event, SetReleasesEveryBlockedWaiter)
     std::vector<std::thread> waiters = StartWaiters(event, passed, 3);
     event.Set();
     EXPECT_TRUE(WaitUntil([&] { return passed == 3; }));
-    ReleaseAndJoin(event, waiters);
+    ReleaseAndJoin(event, passed, waiters);
 }
 
 TEST(Event, PulseReleasesOneBlockedWaiter)
@@ -85,7 +91,7 @@ TEST(Event, PulseReleasesOneBlockedWaiter)
     EXPECT_FALSE(event.Wait(0)); // the pulse is spent
     event.Pulse();
     EXPECT_TRUE(WaitUntil([&] { return passed == 2; }));
-    ReleaseAndJoin(event, waiters);
+    ReleaseAndJoin(event, passed, waiters);
 }
 
 } // namespace
