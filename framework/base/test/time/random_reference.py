@@ -112,8 +112,3 @@ show("normal (10, 4) seed 5:", [n.draw() for _ in range(2)])
 n = Normal(0, 1, 5)
 show("normal seed 5, calls (0,1) (100,4) (100,4) (0,1):",
      [n.draw(0, 1), n.draw(100, 4), n.draw(100, 4), n.draw(0, 1)])
-n = Normal(0, 1, 5)
-samples = [n.draw() for _ in range(20000)]
-m = sum(samples) / len(samples)
-print("normal (0, 1) seed 5, deviation of 20000 draws:",
-      math.sqrt(sum((x - m) ** 2 for x in samples) / len(samples)))

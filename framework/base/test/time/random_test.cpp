@@ -10,7 +10,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstdint>
 
 namespace
@@ -55,18 +54,14 @@ TEST(RandomUniform, SeedFiveMatchesTheReferenceAcrossTableWraps)
     }
 }
 
-TEST(RandomUniform, NegatedSeedGivesTheSameSequenceAndIsStoredNegative)
+TEST(RandomUniform, SeedIsNormalisedFromItsLowHalfToANegativeValue)
 {
-    EXPECT_EQ(RandomUniform(5).GetSeed(), -5);
-    EXPECT_EQ(RandomUniform(-5).GetSeed(), -5);
-    ExpectSameDraws(RandomUniform(5), RandomUniform(-5));
-}
-
-TEST(RandomUniform, HighHalfOfTheSeedIsIgnored)
-{
-    const s64 seed = (s64(0x7654321) << 32) | 5;
-    EXPECT_EQ(RandomUniform(seed).GetSeed(), -5);
-    ExpectSameDraws(RandomUniform(5), RandomUniform(seed));
+    const s64 highHalfSet = (s64(0x7654321) << 32) | 5;
+    for (s64 seed : {s64(5), s64(-5), highHalfSet})
+    {
+        EXPECT_EQ(RandomUniform(seed).GetSeed(), -5) << seed;
+        ExpectSameDraws(RandomUniform(-5), RandomUniform(seed));
+    }
 }
 
 TEST(RandomUniform, MostNegativeSeedWrapsInThirtyTwoBits)
@@ -88,13 +83,6 @@ TEST(RandomUniform, SeedZeroTakesTheLowHalfOfTheClock)
     fake::now = 0x80000005ull; // negative already: kept
     random.Randomize(0);
     EXPECT_EQ(random.GetSeed(), -2147483643);
-}
-
-TEST(RandomUniform, RangeScalesAndShiftsTheUnitDraw)
-{
-    RandomUniform unit(5), ranged(5);
-    for (int i = 0; i < 10; ++i)
-        EXPECT_FLOAT_EQ(ranged.Random(2.0f, 5.0f), unit.Random() * 3.0f + 2.0f);
 }
 
 TEST(RandomNormal, SeedFiveMatchesTheReference)
@@ -124,23 +112,6 @@ TEST(RandomNormal, RandomizeDropsTheSpare)
     EXPECT_EQ(random.GetSeed(), -5);
     EXPECT_FLOAT_EQ(random.Random(), kNormal01[0]);
     EXPECT_FLOAT_EQ(random.Random(), kNormal01[1]);
-}
-
-TEST(RandomNormal, SpreadIsAboutOnePointTwoTimesTheDeviation)
-{
-    // The reference script gives 1.19620 for these 20000 draws; a factor of
-    // -2 instead of -2/ln 2 would give about 1.
-    RandomNormal random(0.0f, 1.0f, 5);
-    double sum = 0, squares = 0;
-    const int count = 20000;
-    for (int i = 0; i < count; ++i)
-    {
-        const double value = random.Random();
-        sum += value;
-        squares += value * value;
-    }
-    const double mean = sum / count;
-    EXPECT_NEAR(std::sqrt(squares / count - mean * mean), 1.19620, 1e-4);
 }
 
 } // namespace
