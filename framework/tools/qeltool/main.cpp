@@ -27,6 +27,7 @@ int Tour(int argc, char** argv)
         context.dataDir += '/';
     qeltool::TourCore(context);
     qeltool::TourMemory(context);
+    qeltool::TourThread(context);
     return 0;
 }
 

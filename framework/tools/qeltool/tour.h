@@ -17,5 +17,6 @@ void Banner(const char* title);
 
 void TourCore(const TourContext& context);
 void TourMemory(const TourContext& context);
+void TourThread(const TourContext& context);
 
 } // namespace qeltool

@@ -26,6 +26,10 @@ public:
     // Enters the section if no other thread holds it; never blocks.
     bool TryEnter();
 
+    // The names that every lock of the library shares.
+    void Lock() { Enter(); }
+    void Unlock() { Leave(); }
+
 private:
     // Opaque storage for the platform's lock (a CRITICAL_SECTION is 40 bytes
     // on 64-bit Windows, 24 on 32-bit).
@@ -33,19 +37,19 @@ private:
 };
 
 // Holds a lock for the lifetime of a scope. Works with every lock of the
-// library that has Enter and Leave.
-template <class Lock>
+// library, the empty ones included: they all have Lock and Unlock.
+template <class LockType>
 class ScopedLock
 {
 public:
-    explicit ScopedLock(Lock& lock) : m_Lock(lock) { m_Lock.Enter(); }
-    ~ScopedLock() { m_Lock.Leave(); }
+    explicit ScopedLock(LockType& lock) : m_Lock(lock) { m_Lock.Lock(); }
+    ~ScopedLock() { m_Lock.Unlock(); }
 
     ScopedLock(const ScopedLock&) = delete;
     ScopedLock& operator=(const ScopedLock&) = delete;
 
 private:
-    Lock& m_Lock;
+    LockType& m_Lock;
 };
 
 } // namespace qel

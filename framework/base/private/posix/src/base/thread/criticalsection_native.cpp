@@ -24,24 +24,30 @@ enum : u32
     Contended = 2,
 };
 
-struct Lock
+struct Section
 {
     std::atomic<u32> state{Free};
     u32 recursion = 0;
     std::atomic<std::uintptr_t> owner{0};
 };
 
-static_assert(sizeof(Lock) <= 40 && alignof(Lock) <= 8, "CriticalSection storage too small");
+static_assert(sizeof(Section) <= 40 && alignof(Section) <= 8, "CriticalSection storage too small");
 static_assert(std::atomic<u32>::is_always_lock_free, "the lock word must be lock-free");
 
-Lock& Get(unsigned char* storage)
+Section& Get(unsigned char* storage)
 {
-    return *std::launder(reinterpret_cast<Lock*>(storage));
+    return *std::launder(reinterpret_cast<Section*>(storage));
 }
 
+// The thread's identity: its thread pointer, which is what pthread_self
+// returns on glibc, read from the segment register without a call.
 std::uintptr_t Self()
 {
+#if defined(__GLIBC__) && (defined(__x86_64__) || defined(__i386__))
+    return reinterpret_cast<std::uintptr_t>(__builtin_thread_pointer());
+#else
     return static_cast<std::uintptr_t>(pthread_self());
+#endif
 }
 
 void FutexWait(std::atomic<u32>& word, u32 expected)
@@ -57,7 +63,7 @@ void FutexWakeOne(std::atomic<u32>& word)
 
 // Taken when the first attempt finds the lock held: spin briefly (the holder
 // usually leaves within a few hundred cycles), then sleep on the futex.
-void EnterContended(Lock& lock)
+void EnterContended(Section& lock)
 {
     for (int spin = 0; spin < 100; ++spin)
     {
@@ -79,17 +85,17 @@ void EnterContended(Lock& lock)
 
 CriticalSection::CriticalSection()
 {
-    new (m_Storage) Lock;
+    new (m_Storage) Section;
 }
 
 CriticalSection::~CriticalSection()
 {
-    Get(m_Storage).~Lock();
+    Get(m_Storage).~Section();
 }
 
 void CriticalSection::Enter()
 {
-    Lock& lock = Get(m_Storage);
+    Section& lock = Get(m_Storage);
     const std::uintptr_t self = Self();
     if (lock.owner.load(std::memory_order_relaxed) == self)
     {
@@ -106,7 +112,7 @@ void CriticalSection::Enter()
 
 bool CriticalSection::TryEnter()
 {
-    Lock& lock = Get(m_Storage);
+    Section& lock = Get(m_Storage);
     const std::uintptr_t self = Self();
     if (lock.owner.load(std::memory_order_relaxed) == self)
     {
@@ -124,7 +130,7 @@ bool CriticalSection::TryEnter()
 
 void CriticalSection::Leave()
 {
-    Lock& lock = Get(m_Storage);
+    Section& lock = Get(m_Storage);
     if (--lock.recursion != 0)
         return;
     lock.owner.store(0, std::memory_order_relaxed);

@@ -1,0 +1,19 @@
+// The empty stand-in for Mutex, for code that is written once and also
+// runs single-threaded: every operation does nothing, and the probes answer
+// false.
+#pragma once
+
+namespace qel
+{
+
+struct MutexBase
+{
+    void Lock() {}
+    void Unlock() {}
+    void Wait() {}
+    void Signal() {}
+    bool IsLocked() { return false; }
+    bool TestAndLock() { return false; }
+};
+
+} // namespace qel

@@ -1,0 +1,117 @@
+// The generators against reference draws.
+//
+// The reference values come from random_reference.py beside this file, which
+// redoes both generators in exact integer arithmetic and rounds every float
+// step to single precision through Python's struct module.
+#include "fakecounter.h"
+
+#include <qel/randomnormal.h>
+#include <qel/randomuniform.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+
+namespace
+{
+
+using qel::RandomNormal;
+using qel::RandomUniform;
+using qel::s64;
+
+// Seed 5: draws 1-5, then 24 and 25 (the second index wraps), 55 and 56
+// (the first one wraps) and 1000.
+const int kPicks[] = {1, 2, 3, 4, 5, 24, 25, 55, 56, 1000};
+const float kSeed5[] = {0x1.6bf8dp-2f,  0x1.225db8p-2f, 0x1.1f12b4p-1f, 0x1.11e258p-1f,
+                        0x1.c21fecp-4f, 0x1.eed34cp-4f, 0x1.63abbp-1f,  0x1.9b31aap-1f,
+                        0x1.5b6728p-2f, 0x1.c44b8p-1f};
+const float kSeedMinimum[] = {0x1.4218dp-1f, 0x1.5ca5a6p-3f, 0x1.be29bcp-2f}; // -2^31
+const float kSeedMinus7[] = {0x1.c4a1fap-1f, 0x1.15a1e8p-4f, 0x1.a627fep-1f};
+
+// Normal, seed 5: mean 0 and variance 1; then mean 10 and variance 4.
+const float kNormal01[] = {-0x1.9d3664p+0f, -0x1.13fb7cp+0f, 0x1.ae1b82p+0f, 0x1.75a5dcp+1f};
+const float kNormal104[] = {0x1.b164cep+2f, 0x1.f60242p+2f};
+
+template <class Generator>
+void ExpectSameDraws(Generator a, Generator b, int count = 100)
+{
+    for (int i = 0; i < count; ++i)
+        ASSERT_EQ(a.Random(), b.Random()) << "draw " << i + 1;
+}
+
+TEST(RandomUniform, SeedFiveMatchesTheReferenceAcrossTableWraps)
+{
+    RandomUniform random(5);
+    size_t pick = 0;
+    for (int draw = 1; draw <= 1000; ++draw)
+    {
+        const float value = random.Random();
+        if (draw == kPicks[pick])
+        {
+            EXPECT_EQ(value, kSeed5[pick]) << "draw " << draw;
+            ++pick;
+        }
+    }
+}
+
+TEST(RandomUniform, SeedIsNormalisedFromItsLowHalfToANegativeValue)
+{
+    const s64 highHalfSet = (s64(0x7654321) << 32) | 5;
+    for (s64 seed : {s64(5), s64(-5), highHalfSet})
+    {
+        EXPECT_EQ(RandomUniform(seed).GetSeed(), -5) << seed;
+        ExpectSameDraws(RandomUniform(-5), RandomUniform(seed));
+    }
+}
+
+TEST(RandomUniform, MostNegativeSeedWrapsInThirtyTwoBits)
+{
+    RandomUniform random(0x80000000ll); // low half -2^31
+    EXPECT_EQ(random.GetSeed(), INT32_MIN);
+    for (float expected : kSeedMinimum)
+        EXPECT_EQ(random.Random(), expected);
+}
+
+TEST(RandomUniform, SeedZeroTakesTheLowHalfOfTheClock)
+{
+    fake::now = 0x0000000500000007ull;
+    RandomUniform random;
+    EXPECT_EQ(random.GetSeed(), -7);
+    for (float expected : kSeedMinus7)
+        EXPECT_EQ(random.Random(), expected);
+
+    fake::now = 0x80000005ull; // negative already: kept
+    random.Randomize(0);
+    EXPECT_EQ(random.GetSeed(), -2147483643);
+}
+
+TEST(RandomNormal, SeedFiveMatchesTheReference)
+{
+    RandomNormal standard(0.0f, 1.0f, 5);
+    for (float expected : kNormal01)
+        EXPECT_FLOAT_EQ(standard.Random(), expected);
+    RandomNormal shifted(10.0f, 4.0f, 5);
+    for (float expected : kNormal104)
+        EXPECT_FLOAT_EQ(shifted.Random(), expected);
+}
+
+TEST(RandomNormal, SpareWasComputedWithThePreviousCallsArguments)
+{
+    RandomNormal random(0.0f, 1.0f, 5);
+    EXPECT_FLOAT_EQ(random.Random(0.0f, 1.0f), kNormal01[0]);
+    EXPECT_FLOAT_EQ(random.Random(100.0f, 4.0f), kNormal01[1]);
+    EXPECT_FLOAT_EQ(random.Random(100.0f, 4.0f), 0x1.9d70dcp+6f);
+    EXPECT_FLOAT_EQ(random.Random(0.0f, 1.0f), 0x1.a75a5ep+6f);
+}
+
+TEST(RandomNormal, RandomizeDropsTheSpare)
+{
+    RandomNormal random(0.0f, 1.0f, 77);
+    random.Random(); // keeps a spare
+    random.Randomize(-5);
+    EXPECT_EQ(random.GetSeed(), -5);
+    EXPECT_FLOAT_EQ(random.Random(), kNormal01[0]);
+    EXPECT_FLOAT_EQ(random.Random(), kNormal01[1]);
+}
+
+} // namespace
