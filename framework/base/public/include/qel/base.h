@@ -16,6 +16,7 @@
 #include <qel/exception.h>
 #include <qel/export.h>
 #include <qel/heapallocator.h>
+#include <qel/generalallocator.h>
 #include <qel/host.h>
 #include <qel/inputbufferstream.h>
 #include <qel/inputmemorystream.h>
