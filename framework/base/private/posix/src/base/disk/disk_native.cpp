@@ -1,0 +1,72 @@
+// The file system's conventions on POSIX: one tree, mounted whole as
+// /disks/; no drive letters and no case folding.
+#include "base/disk/disk_native.h"
+
+#include <qel/diskdriveposix.h>
+
+#include <cstring>
+
+#include <unistd.h>
+
+namespace qel
+{
+namespace native
+{
+
+DiskDrive* NewDiskDrive()
+{
+    return new DiskDrivePosix;
+}
+
+bool GetDriveLetters(u32& letters)
+{
+    letters = 0;
+    return false;
+}
+
+bool DriveHasRoot(char)
+{
+    return false;
+}
+
+bool GetExecutablePath(char* out, u32 size)
+{
+    ssize_t length = readlink("/proc/self/exe", out, size);
+    if (length <= 0 || std::size_t(length) >= size)
+    {
+        out[0] = '\0';
+        return false;
+    }
+    out[length] = '\0';
+    return true;
+}
+
+bool GetProcessCurrentDirectory(char* out, u32 size)
+{
+    if (getcwd(out, size) == nullptr)
+    {
+        out[0] = '\0';
+        return false;
+    }
+    return true;
+}
+
+void LocalToVirtual(const char* local, char* out, u32 size)
+{
+    if (size == 0)
+        return;
+    if (local == nullptr)
+        local = "";
+    // /home/ann/a.bin is /disks/home/ann/a.bin; relative text stays as it is.
+    const char* prefix = local[0] == '/' ? "/disks" : "";
+    std::size_t length = 0;
+    for (const char* piece : {prefix, local})
+        for (; *piece != '\0' && length + 1 < size; ++piece)
+            out[length++] = *piece;
+    out[length] = '\0';
+}
+
+void FoldVirtualPath(char*) {}
+
+} // namespace native
+} // namespace qel

@@ -1,0 +1,227 @@
+// The file manager: the one way the library reaches files.
+//
+// Callers name files by virtual paths, '/'-separated texts that begin with
+// the name of a mount point: /exedir/data/file.bin, /disks/tmp/x.bin, and on
+// Windows /c/temp/log.txt. The mount table maps each name either straight
+// onto a disk drive (a drive mount: the native path is the rest of the
+// virtual path) or onto another virtual path (an alias, resolved once when
+// it is mounted). At construction the manager mounts "/cdroms/", "/disks/",
+// on Windows one alias per drive letter, and "/exedir/" on the executable's
+// folder, and takes the process's current directory as its own.
+//
+// Virtual paths are not folded: callers write them in lower case (on
+// Windows) with '/' separators. A path that does not begin with '/' is
+// taken relative to the current directory.
+//
+// The mount table is sorted by the prefix order: a mount name N sorts
+// against a key K as N against the first length(N) characters of K, so a
+// key finds the first mount that prefixes it. Of /a/ and /a/b/ the shorter
+// one wins; Mount refuses a name under an existing mount; Unmount of a
+// longer name removes the shorter mount that prefixes it.
+//
+// One re-entrant lock guards the table and the current directory. Every
+// operation holds it for its whole duration, the drive call included, so
+// opening files is serialised across threads; a drive may call back into
+// the manager on the same thread.
+#pragma once
+
+#include <qel/criticalsection.h>
+#include <qel/diskdrive.h>
+#include <qel/export.h>
+#include <qel/generalallocator.h>
+#include <qel/refcounted.h>
+#include <qel/types.h>
+
+#include <atomic>
+#include <string>
+#include <vector>
+
+namespace qel
+{
+
+class Allocator;
+class File;
+class PathObject;
+
+class QEL_API FileManager
+{
+public:
+    enum
+    {
+        PathSize = 256
+    };
+
+    // Mount operations answer with these; they never throw.
+    enum MountResultCodes
+    {
+        MountOk = 0,
+        // The mount's memory could not be had (after the report).
+        MountOutOfMemory = 1,
+        // Mount: a mount whose name prefixes the new one is there.
+        MountAlreadyMounted = 2,
+        // FindMount, Unmount: no mount prefixes the name.
+        MountNotFound = 3,
+        // Mount of an alias: its target lies under no mount (or no drive
+        // was given).
+        MountTargetNotFound = 4,
+        // ResolveVirtualPath: the path lies under no mount;
+        // SetCurrentDirectory: the directory does not exist.
+        MountPathNotFound = 5,
+    };
+
+    // A text on Mem's General allocator.
+    typedef std::basic_string<char, std::char_traits<char>, GeneralAllocator<char>> Text;
+
+    class DriveMount;
+
+    class QEL_API MountPoint : public RefCounted
+    {
+    public:
+        enum Kind
+        {
+            AliasKind = 0,
+            DriveKind = 1,
+        };
+
+        // With its leading and trailing '/', for example /disks/.
+        const char* GetName() const { return m_Name.c_str(); }
+        u32 GetNameLength() const { return u32(m_Name.size()); }
+        s32 GetKind() const { return m_Kind; }
+        // The drive mount that serves paths under this one: itself, or the
+        // one an alias refers to.
+        virtual DriveMount* GetDriveMount() = 0;
+
+    protected:
+        MountPoint(const char* name, s32 kind);
+        ~MountPoint() override;
+
+    private:
+        Text m_Name;
+        s32 m_Kind;
+    };
+
+    // The native path of a file under it is the virtual path less the name.
+    class QEL_API DriveMount : public MountPoint
+    {
+    public:
+        DriveMount(const char* name, const RefPtr<DiskDrive>& drive);
+        DiskDrive* GetDrive() const { return m_Drive.Get(); }
+        DriveMount* GetDriveMount() override { return this; }
+
+    private:
+        RefPtr<DiskDrive> m_Drive;
+    };
+
+    // The native path of a file under it is the native base followed by the
+    // virtual path less the name.
+    class QEL_API AliasMount : public MountPoint
+    {
+    public:
+        AliasMount(const char* name, const char* target, const char* nativeBase,
+                   const RefPtr<DriveMount>& driveMount);
+        // The virtual path it was mounted on, and what that resolved to.
+        const char* GetTarget() const { return m_Target.c_str(); }
+        const char* GetNativeBase() const { return m_NativeBase.c_str(); }
+        DriveMount* GetDriveMount() override { return m_DriveMount.Get(); }
+
+    private:
+        Text m_Target;
+        Text m_NativeBase;
+        RefPtr<DriveMount> m_DriveMount;
+    };
+
+    static FileManager& GetSingletonInstance() { return *GetSingletonInstancePointer(); }
+    // The instance, created on first use; null after the exit-time teardown.
+    static FileManager* GetSingletonInstancePointer()
+    {
+        FileManager* instance = ms_SingletonInstance.load(std::memory_order_acquire);
+        return instance ? instance : CreateSingletonInstance();
+    }
+    static FileManager& GetSingletonInstanceFast()
+    {
+        return *ms_SingletonInstance.load(std::memory_order_acquire);
+    }
+    static FileManager& Instance() { return GetSingletonInstance(); }
+
+    // ---- mount table --------------------------------------------------------
+
+    MountResultCodes Mount(const char* name, const RefPtr<DiskDrive>& drive);
+    MountResultCodes Mount(const char* name, const char* targetVirtualPath);
+    MountResultCodes Unmount(const char* name);
+    // Lets go of what `result` held, then sets it to the mount that
+    // prefixes `name`.
+    MountResultCodes FindMount(const char* name, RefPtr<MountPoint>& result);
+    // Mounts "/cdroms/" and "/disks/" when they are missing and, on Windows,
+    // brings the drive-letter aliases in line with the drives present.
+    void AutoMount();
+    // A copy of the table, in its order.
+    void GetMountTable(std::vector<RefPtr<MountPoint>>& mounts);
+
+    // ---- paths --------------------------------------------------------------
+
+    MountResultCodes ResolveVirtualPath(const char* path, PathObject& out);
+    // Turns a path of the system into its virtual form (at most size - 1
+    // characters): on Windows lower case with '/', C:\Data\A.txt becoming
+    // /c/data/a.txt; on POSIX an absolute path goes under /disks/, so
+    // /home/ann/a.txt becomes /disks/home/ann/a.txt. Relative text keeps
+    // its place.
+    void ResolveLocalPath(const char* localPath, char* out, u32 size);
+    // `directory` ends in '/'; it is kept as given when it exists.
+    MountResultCodes SetCurrentDirectory(const char* directory);
+    // Copies at most size - 1 characters, always terminated.
+    void GetCurrentDirectory(char* out, u32 size);
+
+    // ---- files and directories ----------------------------------------------
+    // A path under no mount throws FileNotFoundException "Virtual path not
+    // found"; the drives' own failures pass through as they come.
+
+    // The file belongs to the caller, who deletes it to close it.
+    File* OpenFile(const char* path, u32 openFlags);
+    void DeleteFile(const char* path);
+    // Creates the directory, and with `recursive` every missing one on its
+    // way; existing ones are passed over. 0, or the first drive's refusal
+    // that was not thrown.
+    u32 CreateDirectory(const char* path, bool recursive);
+    u32 DeleteDirectory(const char* path);
+    // False under no mount.
+    bool FileExists(const char* path);
+    bool DirectoryExists(const char* path);
+    // Append the bare names found; nothing under no mount.
+    void GetDirectoryList(const char* path, PathObjectList& list);
+    void GetFileList(const char* path, PathObjectList& list);
+
+private:
+    template <class T, class Storage>
+    friend class Singleton;
+
+    typedef std::vector<RefPtr<MountPoint>, GeneralAllocator<RefPtr<MountPoint>>> MountTable;
+
+    FileManager();
+    ~FileManager();
+    FileManager(const FileManager&) = delete;
+    FileManager& operator=(const FileManager&) = delete;
+
+    // The first mount that does not sort before `key`.
+    MountTable::iterator LowerBound(const char* key);
+    // The mount that prefixes `key`, or null.
+    MountPoint* Lookup(const char* key);
+    MountResultCodes Insert(const char* name, MountPoint* mount);
+    // Resolves `path`, throwing "Virtual path not found" under no mount.
+    void ResolveOrThrow(const char* path, PathObject& out);
+    void MountExecutableDirectory();
+    void TakeProcessCurrentDirectory();
+
+    char m_CurrentDirectory[PathSize];
+    Allocator* m_Allocator;
+    MountTable m_Table;
+    CriticalSection m_Lock;
+
+    static FileManager* CreateSingletonInstance();
+
+    static std::atomic<FileManager*> ms_SingletonInstance;
+};
+
+} // namespace qel
+
+// Resolved paths hold mount points, and the manager's callers need both.
+#include <qel/pathobject.h>
