@@ -11,6 +11,9 @@
 #include <qel/diskdriveposix.h>
 #endif
 
+#include "support/environment.h"
+
+#include <filesystem>
 #include <fstream>
 #include <string>
 
@@ -30,6 +33,16 @@ inline std::string Slashed(std::string path)
         if (c == '\\')
             c = '/';
     return path;
+}
+
+// The running executable's path, as the system gives it.
+inline std::string ExecutablePath()
+{
+#if defined(_WIN32)
+    return qeltest::ModulePathOf(reinterpret_cast<const void*>(&Slashed));
+#else
+    return std::filesystem::read_symlink("/proc/self/exe").string();
+#endif
 }
 
 inline qel::PathObject MakePath(const std::string& virtualPath, const std::string& nativePath)

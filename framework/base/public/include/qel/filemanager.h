@@ -28,6 +28,7 @@
 #include <qel/criticalsection.h>
 #include <qel/diskdrive.h>
 #include <qel/export.h>
+#include <qel/file.h>
 #include <qel/generalallocator.h>
 #include <qel/refcounted.h>
 #include <qel/types.h>
@@ -40,7 +41,6 @@ namespace qel
 {
 
 class Allocator;
-class File;
 class PathObject;
 
 class QEL_API FileManager
@@ -201,8 +201,10 @@ private:
     FileManager(const FileManager&) = delete;
     FileManager& operator=(const FileManager&) = delete;
 
-    // The first mount that does not sort before `key`.
+    // Where a new mount named `key` goes in the table.
     MountTable::iterator LowerBound(const char* key);
+    // The mount that prefixes `key` (the shortest), or the end.
+    MountTable::iterator Find(const char* key);
     // The mount that prefixes `key`, or null.
     MountPoint* Lookup(const char* key);
     MountResultCodes Insert(const char* name, MountPoint* mount);

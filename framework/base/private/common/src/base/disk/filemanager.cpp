@@ -151,8 +151,8 @@ void FileManager::TakeProcessCurrentDirectory()
 
 FileManager::MountTable::iterator FileManager::LowerBound(const char* key)
 {
-    // A plain bisection: with /a/ before /a/b/ the table is not partitioned
-    // for every key, and the first prefix found this way is the one used.
+    // Where a new name goes. No mount prefixes it (Mount refuses that), so
+    // the mounts before it all compare below it and the table stays sorted.
     std::size_t low = 0, high = m_Table.size();
     while (low < high)
     {
@@ -165,12 +165,24 @@ FileManager::MountTable::iterator FileManager::LowerBound(const char* key)
     return m_Table.begin() + std::ptrdiff_t(low);
 }
 
+FileManager::MountTable::iterator FileManager::Find(const char* key)
+{
+    // The first mount that does not compare below the key, found in order:
+    // with /a/ and /a/b/ mounted, /a/c compares below /a/b/ after /a/ has
+    // matched, so a bisection could miss /a/. In a sorted table the first
+    // such mount is the shortest one that prefixes the key, if any does.
+    MountTable::iterator mount = m_Table.begin();
+    while (mount != m_Table.end() && ComparePrefix((*mount)->GetName(), key) < 0)
+        ++mount;
+    if (mount != m_Table.end() && ComparePrefix((*mount)->GetName(), key) != 0)
+        mount = m_Table.end();
+    return mount;
+}
+
 FileManager::MountPoint* FileManager::Lookup(const char* key)
 {
-    MountTable::iterator found = LowerBound(key);
-    if (found == m_Table.end() || ComparePrefix((*found)->GetName(), key) != 0)
-        return nullptr;
-    return found->Get();
+    MountTable::iterator found = Find(key);
+    return found == m_Table.end() ? nullptr : found->Get();
 }
 
 FileManager::MountResultCodes FileManager::Insert(const char* name, MountPoint* mount)
@@ -240,8 +252,8 @@ FileManager::MountResultCodes FileManager::Mount(const char* name, const char* t
 FileManager::MountResultCodes FileManager::Unmount(const char* name)
 {
     Locked locked(m_Lock);
-    MountTable::iterator found = LowerBound(name);
-    if (found == m_Table.end() || ComparePrefix((*found)->GetName(), name) != 0)
+    MountTable::iterator found = Find(name);
+    if (found == m_Table.end())
         return MountNotFound;
     m_Table.erase(found);
     return MountOk;

@@ -1,0 +1,302 @@
+// The file manager's mount table and path resolution, over drives that only
+// record what they are asked: the prefix order and its consequences,
+// aliases, the current directory, the automatic mounts and the lock around
+// drive calls.
+#include <qel/fileexception.h>
+#include <qel/filemanager.h>
+
+#include "disk/disktest.h"
+#include "support/environment.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace
+{
+
+using qel::DiskDrive;
+using qel::FileManager;
+using qel::PathObject;
+using qel::RefPtr;
+
+// Serves nothing; every directory exists, no file does.
+class RecordingDrive : public DiskDrive
+{
+public:
+    qel::File* OpenFile(const PathObject& path, qel::u32) override
+    {
+        if (onOpen)
+            onOpen();
+        calls.push_back(std::string("open ") + path.GetNativePath());
+        return nullptr;
+    }
+    void DeleteFile(const PathObject&) override {}
+    bool FileExists(const PathObject&) override { return false; }
+    bool DirectoryExists(const PathObject&) override { return true; }
+    void GetDirectoryList(const PathObject&, qel::PathObjectList&) override {}
+    qel::u32 CreateDirectory(const PathObject&) override { return 0; }
+    qel::u32 DeleteDirectory(const PathObject&) override { return 0; }
+
+    std::vector<std::string> calls;
+    void (*onOpen)() = nullptr;
+};
+
+class MountTableTest : public ::testing::Test
+{
+protected:
+    void SetUp() override { manager.GetCurrentDirectory(savedDirectory, sizeof savedDirectory); }
+    void TearDown() override
+    {
+        // Every mount of these tests is named /q...
+        std::vector<RefPtr<FileManager::MountPoint>> mounts;
+        manager.GetMountTable(mounts);
+        for (const auto& mount : mounts)
+            if (std::strncmp(mount->GetName(), "/q", 2) == 0)
+                manager.Unmount(mount->GetName());
+        ASSERT_EQ(manager.SetCurrentDirectory(savedDirectory), FileManager::MountOk);
+    }
+
+    RefPtr<DiskDrive> Drive() { return RefPtr<DiskDrive>(new RecordingDrive); }
+
+    // The name of the mount that `path` resolves through, and its native path.
+    std::string Resolve(const char* path)
+    {
+        PathObject resolved;
+        if (manager.ResolveVirtualPath(path, resolved) != FileManager::MountOk)
+            return "(none)";
+        return std::string(resolved.GetMountPoint()->GetName()) + " " + resolved.GetNativePath();
+    }
+
+    FileManager& manager = FileManager::GetSingletonInstance();
+    char savedDirectory[FileManager::PathSize];
+};
+
+TEST_F(MountTableTest, ShorterPrefixWinsWhicheverWasMountedFirst)
+{
+    ASSERT_EQ(manager.Mount("/qa/", Drive()), FileManager::MountOk);
+    EXPECT_EQ(manager.Mount("/qa/b/", Drive()), FileManager::MountAlreadyMounted);
+    EXPECT_EQ(manager.Unmount("/qa/"), FileManager::MountOk);
+
+    ASSERT_EQ(manager.Mount("/qa/b/", Drive()), FileManager::MountOk);
+    ASSERT_EQ(manager.Mount("/qa/", Drive()), FileManager::MountOk);
+    EXPECT_EQ(Resolve("/qa/b/x.bin"), "/qa/ b/x.bin");
+    EXPECT_EQ(Resolve("/qa/c.bin"), "/qa/ c.bin");
+}
+
+TEST_F(MountTableTest, UnmountOfALongerNameRemovesTheShorterMount)
+{
+    ASSERT_EQ(manager.Mount("/qa/", Drive()), FileManager::MountOk);
+    EXPECT_EQ(manager.Unmount("/qa/b/"), FileManager::MountOk);
+    RefPtr<FileManager::MountPoint> found;
+    ASSERT_EQ(manager.FindMount("/disks/", found), FileManager::MountOk);
+    EXPECT_EQ(manager.FindMount("/qa/", found), FileManager::MountNotFound);
+    EXPECT_FALSE(found);
+    EXPECT_EQ(manager.Unmount("/qa/"), FileManager::MountNotFound);
+}
+
+TEST_F(MountTableTest, AliasesOfAliasesAreResolvedOnceWhenMounted)
+{
+    ASSERT_EQ(manager.Mount("/qd/", Drive()), FileManager::MountOk);
+    ASSERT_EQ(manager.Mount("/qe/", "/qd/base/"), FileManager::MountOk);
+    ASSERT_EQ(manager.Mount("/qf/", "/qe/deeper/"), FileManager::MountOk);
+    EXPECT_EQ(manager.Mount("/qf/", "/qd/"), FileManager::MountAlreadyMounted);
+    EXPECT_EQ(manager.Mount("/qg/", "/nowhere/"), FileManager::MountTargetNotFound);
+
+    RefPtr<FileManager::MountPoint> alias;
+    ASSERT_EQ(manager.FindMount("/qf/", alias), FileManager::MountOk);
+    ASSERT_EQ(alias->GetKind(), FileManager::MountPoint::AliasKind);
+    EXPECT_STREQ(static_cast<FileManager::AliasMount*>(alias.Get())->GetNativeBase(),
+                 "base/deeper/");
+    EXPECT_EQ(Resolve("/qf/x.bin"), "/qd/ base/deeper/x.bin");
+
+    // The alias it was mounted on can go: the resolution stays.
+    EXPECT_EQ(manager.Unmount("/qe/"), FileManager::MountOk);
+    EXPECT_EQ(Resolve("/qf/x.bin"), "/qd/ base/deeper/x.bin");
+}
+
+TEST_F(MountTableTest, UnmountedMountLivesWhileAPathHoldsIt)
+{
+    ASSERT_EQ(manager.Mount("/qd/", Drive()), FileManager::MountOk);
+    PathObject path;
+    ASSERT_EQ(manager.ResolveVirtualPath("/qd/x.bin", path), FileManager::MountOk);
+    PathObject copy(path);
+    EXPECT_EQ(path.GetMountPoint()->GetRefCount(), 3); // the table and two paths
+    ASSERT_EQ(manager.Unmount("/qd/"), FileManager::MountOk);
+    EXPECT_EQ(copy.GetMountPoint()->GetRefCount(), 2);
+    EXPECT_STREQ(copy.GetMountPoint()->GetName(), "/qd/");
+    ASSERT_NE(copy.GetDrive(), nullptr);
+}
+
+TEST_F(MountTableTest, PathsAreNotFoldedAndAMountNameResolvesToAnEmptyNativePath)
+{
+    ASSERT_EQ(manager.Mount("/qd/", Drive()), FileManager::MountOk);
+    EXPECT_EQ(Resolve("/qd/"), "/qd/ ");
+    EXPECT_EQ(Resolve("/disks/"), "/disks/ ");
+    EXPECT_EQ(Resolve("/QD/x"), "(none)");
+    EXPECT_EQ(Resolve("/qd\\x"), "(none)");
+    EXPECT_EQ(Resolve("/cdroms/x:/file"), "/cdroms/ x:/file");
+}
+
+TEST_F(MountTableTest, RelativePathsResolveAgainstTheCurrentDirectory)
+{
+    ASSERT_EQ(manager.Mount("/qd/", Drive()), FileManager::MountOk);
+    ASSERT_EQ(manager.SetCurrentDirectory("/qd/game/"), FileManager::MountOk);
+    PathObject path;
+    ASSERT_EQ(manager.ResolveVirtualPath("data/a.bin", path), FileManager::MountOk);
+    EXPECT_STREQ(path.GetNativePath(), "game/data/a.bin");
+    EXPECT_STREQ(path.GetVirtualPath(), "data/a.bin");
+    // A path may be resolved into the object that holds it.
+    ASSERT_EQ(manager.ResolveVirtualPath(path.GetVirtualPath(), path), FileManager::MountOk);
+    EXPECT_STREQ(path.GetNativePath(), "game/data/a.bin");
+}
+
+TEST_F(MountTableTest, CurrentDirectoryIsTakenOverRefusesMissingDirectoriesAndCopiesBounded)
+{
+    char expected[FileManager::PathSize];
+    manager.ResolveLocalPath(std::filesystem::current_path().string().c_str(), expected,
+                             sizeof expected);
+    std::string initial = expected;
+    if (initial.back() != '/')
+        initial += '/';
+    EXPECT_EQ(std::string(savedDirectory), initial);
+
+    qeltest::TemporaryFolder folder;
+    manager.ResolveLocalPath(folder.Path().c_str(), expected, sizeof expected);
+    EXPECT_EQ(manager.SetCurrentDirectory((std::string(expected) + "missing/").c_str()),
+              FileManager::MountPathNotFound);
+    EXPECT_EQ(manager.SetCurrentDirectory("/nomount/"), FileManager::MountPathNotFound);
+    ASSERT_EQ(manager.SetCurrentDirectory(expected), FileManager::MountOk);
+
+    char small[5];
+    std::memset(small, 'x', sizeof small);
+    manager.GetCurrentDirectory(small, 4);
+    EXPECT_EQ(std::string(small), std::string(expected).substr(0, 3));
+    EXPECT_EQ(small[4], 'x');
+}
+
+TEST_F(MountTableTest, OperationsUnderNoMountThrowOrAnswerNothing)
+{
+    try
+    {
+        manager.OpenFile("/nomount/a.bin", qel::File::OpenRead);
+        FAIL() << "no exception";
+    }
+    catch (const qel::FileNotFoundException& e)
+    {
+        EXPECT_STREQ(e.GetReason(), "Virtual path not found - Virtual Path: /nomount/a.bin");
+        EXPECT_EQ(e.GetError(), DiskDrive::DiskErrorPathNotFound);
+    }
+    EXPECT_THROW(manager.DeleteFile("/nomount/a.bin"), qel::FileNotFoundException);
+    EXPECT_THROW(manager.CreateDirectory("/nomount/d/", true), qel::FileNotFoundException);
+    EXPECT_THROW(manager.DeleteDirectory("/nomount/d/"), qel::FileNotFoundException);
+    EXPECT_FALSE(manager.FileExists("/nomount/a.bin"));
+    EXPECT_FALSE(manager.DirectoryExists("/nomount/"));
+    qel::PathObjectList list(1);
+    manager.GetFileList("/nomount/*", list);
+    manager.GetDirectoryList("/nomount/*", list);
+    EXPECT_EQ(list.size(), 1u);
+}
+
+TEST_F(MountTableTest, AutomaticMountsServeDisksAndTheExecutablesFolder)
+{
+    RefPtr<FileManager::MountPoint> mount;
+    ASSERT_EQ(manager.FindMount("/disks/", mount), FileManager::MountOk);
+    EXPECT_EQ(mount->GetKind(), FileManager::MountPoint::DriveKind);
+    ASSERT_EQ(manager.FindMount("/cdroms/", mount), FileManager::MountOk);
+    EXPECT_EQ(mount->GetKind(), FileManager::MountPoint::DriveKind);
+
+    char executable[FileManager::PathSize];
+    manager.ResolveLocalPath(disktest::ExecutablePath().c_str(), executable, sizeof executable);
+    std::strrchr(executable, '/')[1] = '\0';
+    ASSERT_EQ(manager.FindMount("/exedir/", mount), FileManager::MountOk);
+    ASSERT_EQ(mount->GetKind(), FileManager::MountPoint::AliasKind);
+    EXPECT_STREQ(static_cast<FileManager::AliasMount*>(mount.Get())->GetTarget(), executable);
+    EXPECT_EQ(manager.Mount("/exedir/", "/disks/"), FileManager::MountAlreadyMounted);
+    EXPECT_TRUE(manager.DirectoryExists("/exedir/"));
+
+    // Calling it again changes nothing that is there.
+    manager.AutoMount();
+    RefPtr<FileManager::MountPoint> again;
+    ASSERT_EQ(manager.FindMount("/disks/", again), FileManager::MountOk);
+    ASSERT_EQ(manager.FindMount("/exedir/", mount), FileManager::MountOk);
+    EXPECT_STREQ(static_cast<FileManager::AliasMount*>(mount.Get())->GetTarget(), executable);
+}
+
+#if defined(_WIN32)
+TEST_F(MountTableTest, DriveLettersAreAliasesUnderDisksThatGoWithTheirDrive)
+{
+    char local[FileManager::PathSize];
+    manager.ResolveLocalPath("C:\\Data\\File.TXT", local, sizeof local);
+    EXPECT_STREQ(local, "/c/data/file.txt");
+
+    // Wine maps C: to its prefix and Z: to the root.
+    for (const char* letter : {"/c/", "/z/"})
+    {
+        RefPtr<FileManager::MountPoint> mount;
+        ASSERT_EQ(manager.FindMount(letter, mount), FileManager::MountOk) << letter;
+        ASSERT_EQ(mount->GetKind(), FileManager::MountPoint::AliasKind);
+        const std::string target = std::string("/disks/") + letter[1] + ":/";
+        EXPECT_EQ(static_cast<FileManager::AliasMount*>(mount.Get())->GetTarget(), target);
+        EXPECT_TRUE(manager.DirectoryExists(letter));
+    }
+    EXPECT_EQ(Resolve("/c/game/data/a.bin"), "/disks/ c:/game/data/a.bin");
+
+    // A letter with no drive behind it is dropped by the next AutoMount.
+    ASSERT_EQ(manager.Mount("/q/", "/disks/q:/"), FileManager::MountOk);
+    manager.AutoMount();
+    RefPtr<FileManager::MountPoint> gone;
+    EXPECT_EQ(manager.FindMount("/q/", gone), FileManager::MountNotFound);
+}
+#else
+TEST_F(MountTableTest, PosixPathsGoUnderDisksWithTheirCase)
+{
+    char local[FileManager::PathSize];
+    manager.ResolveLocalPath("/home/Ann/X.bin", local, sizeof local);
+    EXPECT_STREQ(local, "/disks/home/Ann/X.bin");
+    manager.ResolveLocalPath("Data\\A.bin", local, sizeof local);
+    EXPECT_STREQ(local, "Data\\A.bin");
+    manager.ResolveLocalPath("/home/ann/x.bin", local, 10);
+    EXPECT_STREQ(local, "/disks/ho");
+    EXPECT_EQ(Resolve("/disks/home/Ann/X.bin"), "/disks/ home/Ann/X.bin");
+}
+#endif
+
+std::atomic<bool> g_OtherThreadDone{false};
+std::thread g_OtherThread;
+
+// Runs inside the drive call: another thread asks the manager for a mount
+// and must wait for the call to end.
+void AskFromAnotherThreadDuringTheCall()
+{
+    g_OtherThread = std::thread(
+        []
+        {
+            RefPtr<FileManager::MountPoint> mount;
+            FileManager::GetSingletonInstance().FindMount("/disks/", mount);
+            g_OtherThreadDone = true;
+        });
+    for (int i = 0; i < 50 && !g_OtherThreadDone; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    EXPECT_FALSE(g_OtherThreadDone) << "the manager let another thread in during a drive call";
+}
+
+TEST_F(MountTableTest, LockIsHeldAcrossTheDriveCall)
+{
+    RecordingDrive* drive = new RecordingDrive;
+    drive->onOpen = &AskFromAnotherThreadDuringTheCall;
+    ASSERT_EQ(manager.Mount("/qd/", RefPtr<DiskDrive>(drive)), FileManager::MountOk);
+    EXPECT_EQ(manager.OpenFile("/qd/a.bin", qel::File::OpenRead), nullptr);
+    EXPECT_EQ(drive->calls, std::vector<std::string>{"open a.bin"});
+    ASSERT_TRUE(g_OtherThread.joinable());
+    g_OtherThread.join();
+    EXPECT_TRUE(g_OtherThreadDone);
+}
+
+} // namespace
