@@ -14,6 +14,8 @@ const char kUsage[] = "usage: qeltool <command> [arguments]\n"
                       "commands:\n"
                       "  tour [DATA_DIR]   show each subsystem at work on the sample data\n"
                       "                    (DATA_DIR defaults to ./samples)\n"
+                      "  mounts            print the file manager's mount table\n"
+                      "  resolve PATH...   print each virtual path's native path and mount\n"
                       "\n"
                       "options:\n"
                       "  --help            print this text\n"
@@ -28,6 +30,7 @@ int Tour(int argc, char** argv)
     qeltool::TourCore(context);
     qeltool::TourMemory(context);
     qeltool::TourThread(context);
+    qeltool::TourFiles(context);
     return 0;
 }
 
@@ -47,6 +50,13 @@ int main(int argc, char** argv)
     }
     if (std::strcmp(argv[1], "tour") == 0)
         return Tour(argc - 2, argv + 2);
+    if (std::strcmp(argv[1], "mounts") == 0)
+    {
+        qeltool::PrintMountTable();
+        return 0;
+    }
+    if (std::strcmp(argv[1], "resolve") == 0)
+        return qeltool::ResolvePaths(argc - 2, argv + 2);
     std::fprintf(stderr, "qeltool: unknown command '%s'\n\n%s", argv[1], kUsage);
     return 2;
 }

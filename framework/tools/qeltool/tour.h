@@ -18,5 +18,12 @@ void Banner(const char* title);
 void TourCore(const TourContext& context);
 void TourMemory(const TourContext& context);
 void TourThread(const TourContext& context);
+void TourFiles(const TourContext& context);
+
+// qeltool mounts: the file manager's mount table, one mount a line.
+void PrintMountTable();
+// qeltool resolve: each virtual path's native path and mount, or the error;
+// 1 when one of them is under no mount.
+int ResolvePaths(int count, char** paths);
 
 } // namespace qeltool
