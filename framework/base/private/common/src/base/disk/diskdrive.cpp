@@ -57,8 +57,7 @@ bool IsReopeningCreatingPath()
 File* ReopenCreatingPath(const PathObject& path, u32 openFlags)
 {
     char directory[PathObject::PathSize];
-    std::strncpy(directory, path.GetVirtualPath(), sizeof directory - 1);
-    directory[sizeof directory - 1] = '\0';
+    std::memcpy(directory, path.GetVirtualPath(), sizeof directory); // a terminated text
     char* lastSlash = std::strrchr(directory, '/');
     *(lastSlash ? lastSlash + 1 : directory) = '\0';
 

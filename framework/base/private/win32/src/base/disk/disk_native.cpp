@@ -58,8 +58,10 @@ void LocalToVirtual(const char* local, char* out, u32 size)
 {
     if (size == 0)
         return;
-    std::strncpy(out, local ? local : "", size - 1);
-    out[size - 1] = '\0';
+    u32 length = 0;
+    for (const char* c = local ? local : ""; *c != '\0' && length + 1 < size; ++c)
+        out[length++] = *c;
+    out[length] = '\0';
     FoldVirtualPath(out);
 }
 
