@@ -132,6 +132,18 @@ TEST_F(FileManagerTest, WrittenFileReadsBackAndKeepsItsOpeningSize)
     EXPECT_EQ(in->Read(text, 8), 2u);
 }
 
+TEST_F(FileManagerTest, SeekPastFourGigabytesKeepsTheHighWord)
+{
+    disktest::WriteFile(folder.Path() + "small.bin", "abc");
+    std::unique_ptr<File> in(manager.OpenFile((root + "small.bin").c_str(), File::OpenRead));
+    ASSERT_TRUE(in);
+    const qel::u64 far = (qel::u64(5) << 30) + 7; // past the end: nothing is read or written
+    EXPECT_EQ(in->Seek(File::SeekBegin, far), far);
+    EXPECT_EQ(in->Seek(File::SeekCurrent, 1), far + 1);
+    char byte;
+    EXPECT_EQ(in->Read(&byte, 1), 0u);
+}
+
 TEST_F(FileManagerTest, OpenCreatePathCreatesTheMissingDirectories)
 {
     EXPECT_EQ(Open("a/b/c.dat", File::OpenCreateAlways).substr(0, 1), "2"); // path not found
