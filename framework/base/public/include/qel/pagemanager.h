@@ -132,6 +132,13 @@ public:
         return m_Owners.load(std::memory_order_acquire)[index].load(std::memory_order_acquire);
     }
 
+    // The first page of the run of `owner` that holds `p` (a run handed out
+    // in one AllocatePages call, or what is left of one); null when the page
+    // of `p` is not `owner`'s. Lock-free, like FindOwner: the caller owns the
+    // run, so its records cannot change meanwhile. Walks back one record per
+    // page, so it costs the number of pages between the run's start and `p`.
+    void* FindRunStart(const void* p, const Allocator* owner) const;
+
     Statistics GetStatistics() const;
     // Bytes currently taken from the system.
     u32 GetSystemBytes() const;

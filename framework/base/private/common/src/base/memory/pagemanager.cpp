@@ -246,6 +246,31 @@ u32 PageManager::RunLength(const Metapage* metapage, const void* first) const
     return pages;
 }
 
+void* PageManager::FindRunStart(const void* p, const Allocator* owner) const
+{
+    const std::atomic<u32>* record = m_Records.Find(p);
+    if (record == nullptr || owner == nullptr || FindOwner(p) != owner)
+        return nullptr;
+    const u32 index = PageRecordTable::OwnerOf(record->load(std::memory_order_relaxed));
+    std::uintptr_t page = reinterpret_cast<std::uintptr_t>(p) & ~std::uintptr_t(PageSize - 1);
+    for (;;)
+    {
+        const u32 value = record->load(std::memory_order_relaxed);
+        if (PageRecordTable::OwnerOf(value) != index)
+            return nullptr;
+        if (value & PageRecordTable::RunStart)
+            return reinterpret_cast<void*>(page);
+        // Records of one region are consecutive: step back in place, and
+        // look the region up again only at its first page.
+        const bool regionStart =
+            ((page >> PageRecordTable::PageShift) & (PageRecordTable::RecordsPerRegion - 1)) == 0;
+        page -= PageSize;
+        record = regionStart ? m_Records.Find(reinterpret_cast<void*>(page)) : record - 1;
+        if (record == nullptr)
+            return nullptr;
+    }
+}
+
 void PageManager::ForEachRun(const Allocator* owner,
                              void (*visit)(void* start, u32 pages, void* context),
                              void* context) const
