@@ -22,6 +22,7 @@
 #include <qel/memchunktree.h>
 #include <qel/outputbufferstream.h>
 #include <qel/outputstream.h>
+#include <qel/packedallocator.h>
 #include <qel/pageallocator.h>
 #include <qel/pagemanager.h>
 #include <qel/pagerecordtable.h>
