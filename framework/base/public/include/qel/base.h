@@ -12,6 +12,7 @@
 #include <qel/export.h>
 #include <qel/heapallocator.h>
 #include <qel/host.h>
+#include <qel/hybridallocator.h>
 #include <qel/inputbufferstream.h>
 #include <qel/inputmemorystream.h>
 #include <qel/inputstream.h>
