@@ -47,6 +47,7 @@
 namespace qel
 {
 
+class PageManager;
 struct PackedRun;
 
 class QEL_API PackedAllocator : public Allocator
@@ -184,6 +185,10 @@ private:
 
     AllocatorStatistics m_Statistics;
     mutable CriticalSection m_Lock;
+    // The page manager, which outlives its owners, and this allocator's
+    // index in its owner list: the owner byte of every page of our runs.
+    PageManager* m_Pages;
+    u32 m_OwnerIndex;
     RoomSet m_Room;
     SetAsideSet m_SetAside;
     u32 m_FullThreshold;

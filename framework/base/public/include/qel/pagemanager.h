@@ -132,12 +132,25 @@ public:
         return m_Owners.load(std::memory_order_acquire)[index].load(std::memory_order_acquire);
     }
 
-    // The first page of the run of `owner` that holds `p` (a run handed out
-    // in one AllocatePages call, or what is left of one); null when the page
-    // of `p` is not `owner`'s. Lock-free, like FindOwner: the caller owns the
-    // run, so its records cannot change meanwhile. Walks back one record per
-    // page, so it costs the number of pages between the run's start and `p`.
-    void* FindRunStart(const void* p, const Allocator* owner) const;
+    // The first page of the run that holds `p` (a run handed out in one
+    // AllocatePages call, or what is left of one), when the page of `p`
+    // belongs to the owner of index `ownerIndex`; null otherwise. Lock-free,
+    // like FindOwner: the caller owns the run, so its records cannot change
+    // meanwhile. Walks back one record per page between the run's start and
+    // `p`.
+    void* FindRunStart(const void* p, u32 ownerIndex) const
+    {
+        const std::atomic<u32>* record = m_Records.Find(p);
+        if (record == nullptr)
+            return nullptr;
+        const u32 value = record->load(std::memory_order_relaxed);
+        if (PageRecordTable::OwnerOf(value) != ownerIndex || ownerIndex == NoOwner)
+            return nullptr;
+        if (value & PageRecordTable::RunStart)
+            return reinterpret_cast<void*>(reinterpret_cast<std::uintptr_t>(p) &
+                                           ~std::uintptr_t(PageSize - 1));
+        return WalkBackToRunStart(p, record, ownerIndex);
+    }
 
     Statistics GetStatistics() const;
     // Bytes currently taken from the system.
@@ -170,6 +183,7 @@ private:
     static void ReportMissingMetapage(const void* first, u32 count);
 
     u32 RunLength(const Metapage* metapage, const void* first) const;
+    void* WalkBackToRunStart(const void* p, const std::atomic<u32>* record, u32 ownerIndex) const;
     void DumpMetapage(const Metapage& metapage, u32 flags, OutputStream& out) const;
 
     static void Raise(u32& current, u32& peak, u32 amount);

@@ -31,12 +31,13 @@ Allocator* memory::NewPackedAllocator(const char* name, u32 fullThreshold)
 }
 
 PackedAllocator::PackedAllocator(const char* name, u32 fullThreshold)
-    : m_Statistics(), m_FullThreshold(fullThreshold)
+    : m_Statistics(), m_Pages(&PageManager::GetSingletonInstance()), m_OwnerIndex(0),
+      m_FullThreshold(fullThreshold)
 {
     packedrun::Reset(m_Room);
     packedrun::Reset(m_SetAside);
     std::snprintf(m_Name, sizeof m_Name, "%s", name ? name : "");
-    PageManager::GetSingletonInstance().AddOwner(this);
+    m_OwnerIndex = m_Pages->AddOwner(this);
     m_ErrorCategory = MEM_InitErrorCategory(Mem::GetErrorCategory(), m_Name);
 }
 
@@ -45,7 +46,7 @@ PackedAllocator::~PackedAllocator()
     // What is still allocated now is a leak: list it.
     DumpStatistics(DumpPages, nullptr, nullptr, nullptr, nullptr);
     FreeAll();
-    PageManager::GetSingletonInstance().RemoveOwner(this);
+    m_Pages->RemoveOwner(this);
     ErrorManager::GetSingletonInstance().UnRegisterCategory(m_ErrorCategory);
 }
 
@@ -53,7 +54,7 @@ PackedAllocator::~PackedAllocator()
 
 PackedRun* PackedAllocator::NewRun(u32 pages)
 {
-    void* start = PageManager::GetSingletonInstance().AllocatePages(this, pages);
+    void* start = m_Pages->AllocatePages(this, pages);
     if (start == nullptr)
         return nullptr;
     PackedRun* run = new (start) PackedRun(pages);
@@ -61,7 +62,7 @@ PackedRun* PackedAllocator::NewRun(u32 pages)
     QEL_ASSERT(m_ErrorCategory, inserted);
     if (!inserted)
     {
-        PageManager::GetSingletonInstance().ReleasePages(this, start, pages);
+        m_Pages->ReleasePages(this, start, pages);
         return nullptr;
     }
     run->largest = run->SpaceSize();
@@ -73,7 +74,7 @@ void PackedAllocator::ReleaseRun(PackedRun* run)
 {
     Unfile(run);
     m_Statistics.RemovePages(run->pages);
-    PageManager::GetSingletonInstance().ReleasePages(this, run, run->pages);
+    m_Pages->ReleasePages(this, run, run->pages);
 }
 
 void PackedAllocator::Unfile(PackedRun* run)
@@ -97,28 +98,24 @@ void PackedAllocator::Refile(PackedRun* run)
     const u32 set = setAside ? PackedRun::SetAside : PackedRun::Room;
     const u32 bin =
         setAside ? packedrun::BinOf<SetAsideSet>(largest) : packedrun::BinOf<RoomSet>(largest);
-    if (run->set == set && run->bin == bin)
-    {
-        run->largest = largest; // same bin, same place in the order
-        return;
-    }
-    Unfile(run);
     run->largest = largest;
+    if (run->set == set && run->bin == bin)
+        return; // same bin, same place in the order
+    Unfile(run);
     if (setAside)
     {
-        packedrun::Insert(m_SetAside, run, PackedRun::SetAside);
+        packedrun::Insert(m_SetAside, run, PackedRun::SetAside, bin);
         m_Statistics.AddFullPages(run->pages);
     }
     else
     {
-        packedrun::Insert(m_Room, run, PackedRun::Room);
+        packedrun::Insert(m_Room, run, PackedRun::Room, bin);
     }
 }
 
 PackedRun* PackedAllocator::RunOf(const void* p, const char* operation)
 {
-    PackedRun* run =
-        static_cast<PackedRun*>(PageManager::GetSingletonInstance().FindRunStart(p, this));
+    PackedRun* run = static_cast<PackedRun*>(m_Pages->FindRunStart(p, m_OwnerIndex));
     const unsigned char* user = static_cast<const unsigned char*>(p);
     if (run == nullptr || !run->GuardsHold() || user < run->Space() + BlockHeaderSize ||
         user >= run->End() || PackedBlock::Of(p)->marker != BlockMarker)
@@ -241,8 +238,7 @@ void* PackedAllocator::ReAllocNoThrow(void* p, unsigned int size)
 void PackedAllocator::FreeAll()
 {
     ScopedLock<CriticalSection> lock(m_Lock);
-    PageManager& pages = PageManager::GetSingletonInstance();
-    auto release = [this, &pages](PackedRun* run) { pages.ReleasePages(this, run, run->pages); };
+    auto release = [this](PackedRun* run) { m_Pages->ReleasePages(this, run, run->pages); };
     packedrun::ForEach(m_Room, release);
     packedrun::ForEach(m_SetAside, release);
     packedrun::Reset(m_Room);

@@ -153,7 +153,7 @@ bool PackedAllocator::CheckRun(PackedRun* run, AllocatorStatistics& sums)
     const bool setAside = big || run->largest <= m_FullThreshold;
     if (!run->GuardsHold())
         damage = "guards";
-    else if (PageManager::GetSingletonInstance().FindRunStart(run, this) != run)
+    else if (m_Pages->FindRunStart(run, m_OwnerIndex) != run)
         damage = "page records";
     else if (!run->tree.Validate(kTag))
         damage = "free chunk tree";
@@ -214,8 +214,7 @@ bool PackedAllocator::IsValidPointer(const void* p)
     if (p == nullptr)
         return false;
     ScopedLock<CriticalSection> lock(m_Lock);
-    PackedRun* run =
-        static_cast<PackedRun*>(PageManager::GetSingletonInstance().FindRunStart(p, this));
+    PackedRun* run = static_cast<PackedRun*>(m_Pages->FindRunStart(p, m_OwnerIndex));
     const unsigned char* user = static_cast<const unsigned char*>(p);
     if (run == nullptr || !run->GuardsHold() || user < run->Space() + BlockHeaderSize ||
         user >= run->End())

@@ -113,11 +113,10 @@ void Reset(Set& set)
     set.count = 0;
 }
 
-// Files `run` under its `largest`, first among its equals.
+// Files `run` in `bin` (BinOf its `largest`), first among its equals.
 template <class Set>
-void Insert(Set& set, PackedRun* run, u32 tag)
+void Insert(Set& set, PackedRun* run, u32 tag, u32 bin)
 {
-    const u32 bin = BinOf<Set>(run->largest);
     PackedRun* head = set.heads[bin];
     run->previous = nullptr;
     run->next = head;

@@ -246,20 +246,12 @@ u32 PageManager::RunLength(const Metapage* metapage, const void* first) const
     return pages;
 }
 
-void* PageManager::FindRunStart(const void* p, const Allocator* owner) const
+void* PageManager::WalkBackToRunStart(const void* p, const std::atomic<u32>* record,
+                                      u32 ownerIndex) const
 {
-    const std::atomic<u32>* record = m_Records.Find(p);
-    if (record == nullptr || owner == nullptr || FindOwner(p) != owner)
-        return nullptr;
-    const u32 index = PageRecordTable::OwnerOf(record->load(std::memory_order_relaxed));
     std::uintptr_t page = reinterpret_cast<std::uintptr_t>(p) & ~std::uintptr_t(PageSize - 1);
     for (;;)
     {
-        const u32 value = record->load(std::memory_order_relaxed);
-        if (PageRecordTable::OwnerOf(value) != index)
-            return nullptr;
-        if (value & PageRecordTable::RunStart)
-            return reinterpret_cast<void*>(page);
         // Records of one region are consecutive: step back in place, and
         // look the region up again only at its first page.
         const bool regionStart =
@@ -268,6 +260,11 @@ void* PageManager::FindRunStart(const void* p, const Allocator* owner) const
         record = regionStart ? m_Records.Find(reinterpret_cast<void*>(page)) : record - 1;
         if (record == nullptr)
             return nullptr;
+        const u32 value = record->load(std::memory_order_relaxed);
+        if (PageRecordTable::OwnerOf(value) != ownerIndex)
+            return nullptr;
+        if (value & PageRecordTable::RunStart)
+            return reinterpret_cast<void*>(page);
     }
 }
 
