@@ -170,6 +170,26 @@ TEST_F(PackedAllocatorTest, ReallocGrowsInPlaceMovesAndShrinks)
     EXPECT_TRUE(packed.ValidateMemory());
 }
 
+TEST_F(PackedAllocatorTest, BlockAtTheEndOfItsRunGrowsIntoFreePagesBehindIt)
+{
+    char* p = Take(packed, 100);
+    std::memset(p, 0x6C, 100);
+    // 30000 bytes need 4 more pages: in place when the page manager has them
+    // free right behind the run.
+    const qel::PageManager& manager = qel::PageManager::GetSingletonInstance();
+    bool free = true;
+    for (char* page = p - 144 + 16384; page < p - 144 + 8 * 4096; page += 4096)
+    {
+        const std::atomic<u32>* record = manager.GetRecords().Find(page);
+        free = free && record && record->load() >> 24 == qel::PageManager::NoOwner;
+    }
+    char* q = static_cast<char*>(packed.ReAllocNoThrow(p, 30000));
+    EXPECT_EQ(q == p, free);
+    EXPECT_EQ(std::string(q, 100), std::string(100, 0x6C));
+    EXPECT_EQ(packed.GetStatistics().currentPages, 8u);
+    EXPECT_TRUE(packed.ValidateMemory());
+}
+
 TEST_F(PackedAllocatorTest, TransfertMovesIntoAnotherAllocatorOrReallocatesInItself)
 {
     qel::PoolAllocator pool;

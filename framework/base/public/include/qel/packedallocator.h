@@ -97,8 +97,11 @@ public:
     void FreeAll() override;
     // Shrinks in place, giving the tail back to the run (a lone block of a
     // big run moves to a smaller place instead, so that the run's pages go
-    // back); grows in place when the free chunk just behind the block is big
-    // enough, else moves. A size of 0 gives null and keeps the block.
+    // back). Grows in place when the free chunk just behind the block is big
+    // enough, or when nothing but free space follows the block in its run
+    // and the page manager has free pages right behind the run, which the
+    // run then takes; else moves. A size of 0 gives null and keeps the
+    // block.
     void* ReAllocNoThrow(void* p, unsigned int size) override;
     void DumpStatistics(u32 flags, AllocatorStatMarker* from, AllocatorStatMarker* to,
                         OutputStream* out, char* title) override;
@@ -147,6 +150,8 @@ private:
         // The largest need whose run still fits the page manager's 32-bit
         // byte counts.
         MaxNeed = 0xFFFF0000u,
+        // The most pages a run may grow to: its space stays a 32-bit count.
+        MaxRunPages = MaxNeed / PageSize,
     };
 
     // Runs filed by their cached largest free chunk. Chunk sizes are
@@ -173,6 +178,9 @@ private:
     typedef RunSet<MaxSetAsideKey> SetAsideSet;
 
     PackedRun* NewRun(u32 pages);
+    // Adds pages behind the run so that the block ending at `end` can grow
+    // by `missing` bytes in place; the run is left out of its set.
+    bool GrowRun(PackedRun* run, unsigned char* end, u32 missing);
     void ReleaseRun(PackedRun* run);
     // Puts the run into the set and bin its state calls for.
     void Refile(PackedRun* run);

@@ -102,6 +102,10 @@ public:
     // Gives back `count` pages from `first`. A run that lies in no metapage
     // is a fatal error.
     void ReleasePages(Allocator* owner, void* first, u32 count);
+    // Grows the run of `pages` pages at `first` by the `extra` pages right
+    // behind it, when they are free in the same metapage; false, with
+    // nothing changed, otherwise. Blocks at the end of a run grow in place.
+    bool ExtendRun(Allocator* owner, void* first, u32 pages, u32 extra);
     // Gives back every page of `owner`; returns how many.
     u32 ReleaseAllPages(Allocator* owner);
     // The number of pages of the run handed out at `first`; 0 when `first`

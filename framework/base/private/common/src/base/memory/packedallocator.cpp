@@ -217,8 +217,11 @@ void* PackedAllocator::ReAllocNoThrow(void* p, unsigned int size)
     else
     {
         u32 extra = need - chunk;
-        if (run->tree.GetChunkAt(start + chunk, extra, kTag) == nullptr)
+        if (run->tree.GetChunkAt(start + chunk, extra, kTag) == nullptr &&
+            (!GrowRun(run, start + chunk, need - chunk) ||
+             run->tree.GetChunkAt(start + chunk, extra, kTag) == nullptr))
         {
+            Refile(run);
             void* moved = MallocNoThrow(size);
             if (moved == nullptr)
                 return nullptr;
@@ -233,6 +236,29 @@ void* PackedAllocator::ReAllocNoThrow(void* p, unsigned int size)
     m_Statistics.AddAllocation(block->capacity, block->capacity);
     Refile(run);
     return p;
+}
+
+bool PackedAllocator::GrowRun(PackedRun* run, unsigned char* end, u32 missing)
+{
+    // Only a block with nothing but free space behind it, up to the run's
+    // end, can use pages added behind the run.
+    u32 free = 0;
+    if (end != run->End())
+    {
+        void* chunk = nullptr;
+        if (!run->tree.FindChunk(end, &chunk, &free) || chunk != end || end + free != run->End())
+            return false;
+    }
+    const u32 extra = (missing - free + PageSize - 1) / PageSize;
+    if (u64(run->pages) + extra > MaxRunPages || !m_Pages->ExtendRun(this, run, run->pages, extra))
+        return false;
+    unsigned char* oldEnd = run->End();
+    Unfile(run); // the set-aside page count follows the run's pages
+    run->pages += extra;
+    m_Statistics.AddPages(extra);
+    const bool inserted = run->tree.InsertChunkInTree(oldEnd, extra * PageSize, kTag);
+    QEL_ASSERT(m_ErrorCategory, inserted);
+    return inserted;
 }
 
 void PackedAllocator::FreeAll()

@@ -196,6 +196,34 @@ void PageManager::ReleasePages(Allocator* owner, void* first, u32 count)
     QEL_USAGE_ASSERT(Mem::GetErrorCategory(), owned);
 }
 
+bool PageManager::ExtendRun(Allocator* owner, void* first, u32 pages, u32 extra)
+{
+    ScopedLock<CriticalSection> lock(m_Lock);
+    const u32 index = GetOwnerIndex(owner);
+    Metapage* metapage = FindMetapage(first, pages);
+    char* end = PageAt(first, pages);
+    if (index == NoOwner || metapage == nullptr || extra == 0 ||
+        PageRecordTable::OwnerOf(m_Records.Find(first)->load(std::memory_order_relaxed)) != index ||
+        !metapage->Contains(end, extra))
+        return false;
+    // Counted in pages, the tree never hands out more than asked here.
+    u32 taken = extra;
+    if (metapage->freePages.GetChunkAt(end, taken, MemChunkTree::MetapageTag) == nullptr)
+        return false;
+    const u32 record = index << PageRecordTable::OwnerShift;
+    for (u32 i = 0; i < extra; ++i)
+        m_Records.Find(PageAt(end, i))->store(record, std::memory_order_relaxed);
+    Raise(metapage->usedPages, metapage->peakUsedPages, extra);
+    Raise(m_Statistics.currentUsedPages, m_Statistics.peakUsedPages, extra);
+    if (metapage->freePages.IsEmpty())
+    {
+        UnlinkMetapage(metapage);
+        metapage->full = true;
+        FileMetapage(metapage);
+    }
+    return true;
+}
+
 u32 PageManager::ReleaseAllPages(Allocator* owner)
 {
     ScopedLock<CriticalSection> lock(m_Lock);
