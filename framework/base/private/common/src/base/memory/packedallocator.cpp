@@ -209,9 +209,13 @@ void* PackedAllocator::ReAllocNoThrow(void* p, unsigned int size)
                 Free(p);
                 return moved;
             }
-        if (u64(need) + MinimumChunk > chunk ||
-            !run->tree.InsertChunkInTree(start + need, chunk - need, kTag))
+        if (u64(need) + MinimumChunk > chunk)
             return p; // no tail worth giving back
+        // The tail is part of a live block: the tree cannot hold any of it.
+        const bool inserted = run->tree.InsertChunkInTree(start + need, chunk - need, kTag);
+        QEL_ASSERT(m_ErrorCategory, inserted);
+        if (!inserted)
+            return p;
         resized = need;
     }
     else
