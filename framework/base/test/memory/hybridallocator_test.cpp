@@ -3,12 +3,14 @@
 // Mem's General allocator, and a seeded multithreaded stress test of General
 // with content checks.
 #include <qel/hybridallocator.h>
+#include <qel/mallocallocator.h>
 #include <qel/mem.h>
 #include <qel/packedallocator.h>
 #include <qel/pageallocator.h>
 #include <qel/pagemanager.h>
 #include <qel/poolallocator.h>
 
+#include "memory/memorytest.h"
 #include "support/scriptedhost.h"
 
 #include <gtest/gtest.h>
@@ -16,7 +18,6 @@
 #include <cstring>
 #include <random>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace
@@ -27,38 +28,24 @@ using qel::HybridAllocator;
 using qel::u32;
 
 // A sub-allocator that serves nothing and writes down what it is asked.
-class RecordingAllocator : public Allocator
+class RecordingAllocator : public qel::MallocAllocator
 {
 public:
     explicit RecordingAllocator(std::string& log, unsigned limit) : m_Log(log), m_Limit(limit) {}
     ~RecordingAllocator() override { m_Log += "~"; }
     void* MallocNoThrow(unsigned int size) override { return Note("M", size), nullptr; }
-    void Free(const void*) override { Note("F"); }
+    void* MallocDebugNoThrow(unsigned int size, const char*, const char*, u32) override
+    {
+        return Note("m", size), nullptr;
+    }
     void FreeAll() override { Note("A"); }
-    void* ReAllocNoThrow(void*, unsigned int) override { return Note("R"), nullptr; }
     void DumpStatistics(u32, qel::AllocatorStatMarker*, qel::AllocatorStatMarker*,
                         qel::OutputStream*, char*) override
     {
         Note("D");
     }
     bool ValidateMemory() override { return Note("V"), m_Limit != 0; }
-    bool IsValidPointer(const void*) override { return true; }
     unsigned int GetMaxSupportedAllocSize() const override { return m_Limit; }
-    u32 GetErrorCategory() const override { return 0; }
-    void* MallocDebugNoThrow(unsigned int size, const char*, const char*, u32) override
-    {
-        return Note("m", size), nullptr;
-    }
-    void* ReAllocDebugNoThrow(void*, unsigned int, const char*, const char*, u32) override
-    {
-        return nullptr;
-    }
-    void FreeDebug(const void*, const char*, u32) override {}
-    void* Transfert(Allocator*, void*, unsigned int) override { return nullptr; }
-    void* TransfertDebug(Allocator*, void*, unsigned int, const char*, const char*, u32) override
-    {
-        return nullptr;
-    }
     void AddContext(const char* name) override { Note(name); }
     void RemoveContext() override { Note("-"); }
 
@@ -203,75 +190,16 @@ TEST(HybridAllocator, GeneralRoutesOverTheSharedPairWhichOutlivesAHybrid)
               u32(qel::PageManager::NoOwner));
 }
 
-// Threads allocate, reallocate and free through General, across both entries
-// and big runs; every block carries its own pattern, checked before it
-// changes.
+// Four threads churn General with content checks, across both entries and
+// big runs.
 TEST(HybridAllocatorStress, ThreadsChurnGeneralWithContentChecks)
 {
     Allocator* general = qel::Mem::GetGeneralAlloc();
-    auto worker = [general](unsigned seed)
-    {
-        std::mt19937 random(seed);
-        struct Block
-        {
-            unsigned char* p;
-            u32 size;
-            unsigned char fill;
-        };
-        auto check = [](const Block& block)
-        {
-            for (u32 i = 0; i < block.size; ++i)
-                if (block.p[i] != block.fill)
-                    return false;
-            return true;
-        };
-        auto size = [&random]()
-        { return random() % 64 == 0 ? 1 + random() % 300000 : 1 + random() % 4096; };
-        std::vector<Block> live;
-        for (int step = 0; step < 20000; ++step)
-        {
-            const u32 action = random() % 3;
-            if (action == 0 || live.size() < 50)
-            {
-                const u32 bytes = size();
-                auto* p = static_cast<unsigned char*>(general->MallocNoThrow(bytes));
-                ASSERT_NE(p, nullptr);
-                const auto fill = static_cast<unsigned char>(random());
-                std::memset(p, fill, bytes);
-                live.push_back({p, bytes, fill});
-                continue;
-            }
-            Block& block = live[random() % live.size()];
-            ASSERT_TRUE(check(block));
-            if (action == 1)
-            {
-                const u32 bytes = size();
-                auto* p = static_cast<unsigned char*>(general->ReAllocNoThrow(block.p, bytes));
-                ASSERT_NE(p, nullptr);
-                block.p = p;
-                block.size = bytes < block.size ? bytes : block.size;
-                ASSERT_TRUE(check(block));
-                std::memset(p, block.fill, bytes);
-                block.size = bytes;
-            }
-            else
-            {
-                general->Free(block.p);
-                block = live.back();
-                live.pop_back();
-            }
-        }
-        for (const Block& block : live)
-        {
-            ASSERT_TRUE(check(block));
-            general->Free(block.p);
-        }
-    };
-    std::vector<std::thread> threads;
-    for (unsigned seed = 1; seed <= 4; ++seed)
-        threads.emplace_back(worker, seed);
-    for (std::thread& thread : threads)
-        thread.join();
+    qeltest::ChurnWithContentChecks(*general, 4, 20000,
+                                    [](std::mt19937& random) {
+                                        return random() % 64 == 0 ? 1 + random() % 300000
+                                                                  : 1 + random() % 4096;
+                                    });
     EXPECT_TRUE(general->ValidateMemory());
     auto& big = dynamic_cast<qel::PackedAllocator&>(*qel::Mem::GetBigAlloc());
     EXPECT_EQ(big.GetStatistics().currentAllocations, 0u);

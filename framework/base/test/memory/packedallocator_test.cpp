@@ -1,9 +1,9 @@
-// The packed allocator: the need and run-size rules, the choice among free
-// chunks, merging, set-aside runs, runs going back, reallocation, reports of
-// bad frees, the dumps and the checks.
+// The packed allocator: the need and run-size rules, the choice among runs and
+// among free chunks, merging, set-aside runs, runs going back, reallocation
+// in place and across pages, reports of bad frees, the dumps and the checks.
+// Moves to another allocator (Transfert) are tested through the hybrid.
 #include <qel/packedallocator.h>
 #include <qel/pagemanager.h>
-#include <qel/poolallocator.h>
 
 #include "memory/memorytest.h"
 #include "support/scriptedhost.h"
@@ -188,20 +188,6 @@ TEST_F(PackedAllocatorTest, BlockAtTheEndOfItsRunGrowsIntoFreePagesBehindIt)
     EXPECT_EQ(std::string(q, 100), std::string(100, 0x6C));
     EXPECT_EQ(packed.GetStatistics().currentPages, 8u);
     EXPECT_TRUE(packed.ValidateMemory());
-}
-
-TEST_F(PackedAllocatorTest, TransfertMovesIntoAnotherAllocatorOrReallocatesInItself)
-{
-    qel::PoolAllocator pool;
-    char* p = Take(packed, 500);
-    std::memcpy(p, "packed", 7);
-    char* q = static_cast<char*>(packed.Transfert(&pool, p, 100));
-    EXPECT_STREQ(q, "packed");
-    EXPECT_EQ(qel::Allocator::GetOwner(q), &pool);
-    EXPECT_EQ(packed.GetStatistics().currentAllocations, 0u);
-    char* r = Take(packed, 500);
-    EXPECT_EQ(packed.Transfert(&packed, r, 400), r);
-    pool.Free(q);
 }
 
 TEST_F(PackedAllocatorTest, BadFreesAreReportedAndChangeNothing)
