@@ -18,6 +18,7 @@
 #include <qel/heapallocator.h>
 #include <qel/generalallocator.h>
 #include <qel/host.h>
+#include <qel/hybridallocator.h>
 #include <qel/inputbufferstream.h>
 #include <qel/inputmemorystream.h>
 #include <qel/inputstream.h>
@@ -30,6 +31,7 @@
 #include <qel/mutexbase.h>
 #include <qel/outputbufferstream.h>
 #include <qel/outputstream.h>
+#include <qel/packedallocator.h>
 #include <qel/pageallocator.h>
 #include <qel/pagemanager.h>
 #include <qel/pagerecordtable.h>

@@ -112,7 +112,10 @@ public:
 private:
     // Hands out the head of the free chunk `chunk` (count already raised to
     // the minimum and at most its size), keeping the tail free if big enough.
-    void* Take(unsigned char* chunk, u32& count, unsigned char tag);
+    // `slot` and `before`, when GetChunk's walk found them: the size-tree
+    // slot that points to `chunk` and the chunk before it in size order.
+    void* Take(unsigned char* chunk, u32& count, unsigned char tag, unsigned char* slot = nullptr,
+               const unsigned char* before = nullptr);
     void UpdateLargest();
 
     // Roots of the tree by address and of the tree by (size, address).
