@@ -42,7 +42,7 @@ private:
     template <class T, class Storage>
     friend class Singleton;
 
-    ClassRepository() = default;
+    ClassRepository();
     ~ClassRepository() = default;
     ClassRepository(const ClassRepository&) = delete;
     ClassRepository& operator=(const ClassRepository&) = delete;

@@ -3,6 +3,7 @@
 #include <qel/classrepository.h>
 #include <qel/exception.h>
 #include <qel/factory.h>
+#include <qel/mem.h>
 
 #include "base/core/singleton.h"
 
@@ -34,6 +35,13 @@ ClassRepository& ClassRepository::GetSingletonInstance()
 {
     ClassRepository* instance = ms_SingletonInstance.load(std::memory_order_acquire);
     return instance ? *instance : *CreateSingletonInstance();
+}
+
+ClassRepository::ClassRepository()
+{
+    // The keys live on the General allocator: making sure it exists now puts
+    // its teardown after the repository's.
+    Mem::GetGeneralAlloc();
 }
 
 ClassRepository* ClassRepository::CreateSingletonInstance()

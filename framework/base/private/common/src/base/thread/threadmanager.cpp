@@ -59,7 +59,12 @@ ThreadManager* ThreadManager::CreateSingletonInstance()
                                                                           "ThreadManager");
 }
 
-ThreadManager::ThreadManager() = default;
+ThreadManager::ThreadManager()
+{
+    // The table lives on the General allocator: making sure it exists now
+    // puts its teardown after this manager's.
+    Mem::GetGeneralAlloc();
+}
 
 // Threads still running keep their handles: only the table goes.
 ThreadManager::~ThreadManager() = default;
