@@ -45,7 +45,7 @@ public:
     CreatorBase* Find(const char* name) const;
 
     // The order of the names: byte by byte, as signed 8-bit values.
-    struct SignedBytesLess
+    struct QEL_API SignedBytesLess
     {
         bool operator()(const char* left, const char* right) const;
     };
