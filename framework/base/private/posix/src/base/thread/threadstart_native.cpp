@@ -102,8 +102,10 @@ bool ThreadCreate(void (*routine)(void*), void* argument, u32 stackSize, ThreadH
     pthread_attr_init(&attributes);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
     if (stackSize != 0)
-        pthread_attr_setstacksize(&attributes,
-                                  stackSize < PTHREAD_STACK_MIN ? PTHREAD_STACK_MIN : stackSize);
+    {
+        const size_t minimum = PTHREAD_STACK_MIN;
+        pthread_attr_setstacksize(&attributes, stackSize < minimum ? minimum : size_t(stackSize));
+    }
     pthread_t system;
     const bool started = pthread_create(&system, &attributes, &Start, thread) == 0;
     pthread_attr_destroy(&attributes);
