@@ -1,10 +1,13 @@
 // Umbrella header: every exported class of qel Base.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/allocator.h>
 #include <qel/allocatorstatistics.h>
 #include <qel/allocatorstatmarker.h>
 #include <qel/bufferoverflow.h>
+#include <qel/classdescriptor.h>
+#include <qel/classrepository.h>
 #include <qel/clock.h>
 #include <qel/clocknative.h>
 #include <qel/criticalsection.h>
@@ -15,8 +18,9 @@
 #include <qel/eventbase.h>
 #include <qel/exception.h>
 #include <qel/export.h>
-#include <qel/heapallocator.h>
+#include <qel/factory.h>
 #include <qel/generalallocator.h>
+#include <qel/heapallocator.h>
 #include <qel/host.h>
 #include <qel/hybridallocator.h>
 #include <qel/inputbufferstream.h>
@@ -47,6 +51,7 @@
 #include <qel/stream.h>
 #include <qel/systembase.h>
 #include <qel/textoutputdevice.h>
+#include <qel/threadmanager.h>
 #include <qel/threadmutex.h>
 #include <qel/types.h>
 #include <qel/version.h>

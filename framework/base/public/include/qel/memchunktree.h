@@ -18,6 +18,7 @@
 // Not thread-safe: the owner's lock covers every call.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/export.h>
 #include <qel/types.h>
 
@@ -27,6 +28,8 @@ namespace qel
 class QEL_API MemChunkTree
 {
 public:
+    QEL_ALLOCATION_OPERATORS
+
     // The tags of the two users, written into the nodes they insert.
     enum : unsigned char
     {

@@ -19,6 +19,7 @@
 // past the maximum gets what is left if that is enough, else nothing.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/criticalsection.h>
 #include <qel/export.h>
 #include <qel/pagerecordtable.h>
@@ -36,6 +37,8 @@ struct Metapage;
 class QEL_API PageManager
 {
 public:
+    QEL_ALLOCATION_OPERATORS
+
     enum : u32
     {
         PageSize = 4096,
