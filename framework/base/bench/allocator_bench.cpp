@@ -8,6 +8,15 @@
 // allocates a new one in its place. Resident memory: one million live
 // 16-byte blocks, measured in a child process per allocator so that no
 // allocator inherits another's heap.
+//
+// The general allocator (Mem::GetGeneralAlloc(), the pool below 257 bytes and
+// the packed allocator above) is compared on four workloads, every allocator
+// called through function pointers: (a) churn of random sizes 1 to 4096 in a
+// window of 1024 blocks; (b) a working set of 100,000 blocks of 16 to 1024
+// bytes replaced at random; (c) two threads, each churning a window of its
+// own as in (a); (d) a buffer grown by realloc from 16 bytes to 1 MB in steps
+// of 1 KB. The resident memory of (a) and (b) is measured in a fresh process
+// per allocator: the program runs itself with --resident.
 #include <qel/mem.h>
 #include <qel/poolallocator.h>
 
@@ -17,6 +26,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <random>
+#include <string>
 #include <vector>
 
 #include <dlfcn.h>
@@ -28,33 +38,37 @@ namespace
 
 typedef void* (*MallocFunction)(size_t);
 typedef void (*FreeFunction)(void*);
+typedef void* (*ReallocFunction)(void*, size_t);
 
 struct Peer
 {
     MallocFunction malloc = nullptr;
     FreeFunction free = nullptr;
+    ReallocFunction realloc = nullptr;
 };
 
-Peer LoadPeer(const char* library, const char* mallocName, const char* freeName)
+Peer LoadPeer(const char* library, const char* mallocName, const char* freeName,
+              const char* reallocName)
 {
     Peer peer;
     if (void* handle = dlopen(library, RTLD_NOW | RTLD_LOCAL))
     {
         peer.malloc = reinterpret_cast<MallocFunction>(dlsym(handle, mallocName));
         peer.free = reinterpret_cast<FreeFunction>(dlsym(handle, freeName));
+        peer.realloc = reinterpret_cast<ReallocFunction>(dlsym(handle, reallocName));
     }
     return peer;
 }
 
 const Peer& Jemalloc()
 {
-    static const Peer peer = LoadPeer("libjemalloc.so.2", "malloc", "free");
+    static const Peer peer = LoadPeer("libjemalloc.so.2", "malloc", "free", "realloc");
     return peer;
 }
 
 const Peer& Mimalloc()
 {
-    static const Peer peer = LoadPeer("libmimalloc.so.2", "mi_malloc", "mi_free");
+    static const Peer peer = LoadPeer("libmimalloc.so.2", "mi_malloc", "mi_free", "mi_realloc");
     return peer;
 }
 
@@ -233,6 +247,195 @@ BENCHMARK(BM_Resident1M16_GlibcMalloc)->Iterations(1);
 BENCHMARK(BM_Resident1M16_Jemalloc)->Iterations(1);
 BENCHMARK(BM_Resident1M16_Mimalloc)->Iterations(1);
 
+// ---- the general allocator against the peers --------------------------------
+
+struct Api
+{
+    const char* name;
+    MallocFunction malloc;
+    FreeFunction free;
+    ReallocFunction realloc;
+};
+
+qel::Allocator* g_General = nullptr;
+
+void* GeneralMalloc(size_t size)
+{
+    return g_General->MallocNoThrow(unsigned(size));
+}
+
+void GeneralFree(void* p)
+{
+    g_General->Free(p);
+}
+
+void* GeneralRealloc(void* p, size_t size)
+{
+    return g_General->ReAllocNoThrow(p, unsigned(size));
+}
+
+std::vector<Api> Apis()
+{
+    g_General = qel::Mem::GetGeneralAlloc();
+    std::vector<Api> apis = {
+        {"QelGeneral", &GeneralMalloc, &GeneralFree, &GeneralRealloc},
+        {"GlibcMalloc", &std::malloc, &std::free, &std::realloc},
+    };
+    for (const Peer* peer : {&Jemalloc(), &Mimalloc()})
+        if (peer->malloc && peer->free && peer->realloc)
+            apis.push_back({peer == &Jemalloc() ? "Jemalloc" : "Mimalloc", peer->malloc, peer->free,
+                            peer->realloc});
+    return apis;
+}
+
+struct Workload
+{
+    const char* name;
+    unsigned window;
+    unsigned minimum;
+    unsigned maximum;
+    unsigned steps; // length of the script, replayed in a loop
+};
+
+const Workload kChurn = {"Churn1To4096", 1024, 1, 4096, 1u << 16};
+const Workload kWorkingSet = {"WorkingSet100k16To1024", 100000, 16, 1024, 1u << 20};
+
+Script MakeScript(const Workload& workload, unsigned seed)
+{
+    Script script;
+    script.slots.resize(workload.steps);
+    script.sizes.resize(workload.steps);
+    std::mt19937 random(seed);
+    for (unsigned i = 0; i < workload.steps; ++i)
+    {
+        script.slots[i] = random() % workload.window;
+        script.sizes[i] = workload.minimum + random() % (workload.maximum - workload.minimum + 1);
+    }
+    return script;
+}
+
+// One iteration frees a block of the window and allocates its replacement.
+void Replace(benchmark::State& state, const Api& api, const Workload& workload)
+{
+    const Script script = MakeScript(workload, 42 + unsigned(state.thread_index()));
+    std::vector<void*> window(workload.window);
+    for (unsigned i = 0; i < workload.window; ++i)
+        window[i] = api.malloc(script.sizes[(i * 7919u) % workload.steps]);
+    unsigned step = 0;
+    for (auto _ : state)
+    {
+        const unsigned slot = script.slots[step];
+        api.free(window[slot]);
+        window[slot] = api.malloc(script.sizes[step]);
+        benchmark::DoNotOptimize(window[slot]);
+        if (++step == workload.steps)
+            step = 0;
+    }
+    for (void* p : window)
+        api.free(p);
+    state.SetItemsProcessed(state.iterations());
+}
+
+// One iteration grows a buffer from 16 bytes to 1 MB, 1 KB at a time.
+void GrowByRealloc(benchmark::State& state, const Api& api)
+{
+    for (auto _ : state)
+    {
+        void* p = api.malloc(16);
+        for (size_t size = 1024; size <= (1u << 20); size += 1024)
+            p = api.realloc(p, size);
+        benchmark::DoNotOptimize(p);
+        api.free(p);
+    }
+    state.SetItemsProcessed(state.iterations() * 1024);
+}
+
+// In the child process: builds the working set, replaces a million blocks
+// (or the script's length) with every byte written, and prints the resident
+// bytes that all of it added.
+int ResidentChild(const char* apiName, const char* workloadName)
+{
+    const Workload& workload = std::strcmp(workloadName, kChurn.name) == 0 ? kChurn : kWorkingSet;
+    const Script script = MakeScript(workload, 42);
+    std::vector<void*> window(workload.window);
+    for (const Api& api : Apis())
+    {
+        if (std::strcmp(api.name, apiName) != 0)
+            continue;
+        const long before = ResidentBytes();
+        for (unsigned i = 0; i < workload.window; ++i)
+        {
+            const unsigned size = script.sizes[(i * 7919u) % workload.steps];
+            window[i] = api.malloc(size);
+            std::memset(window[i], 1, size);
+        }
+        for (unsigned step = 0; step < (1u << 20); ++step)
+        {
+            const unsigned slot = script.slots[step % workload.steps];
+            const unsigned size = script.sizes[step % workload.steps];
+            api.free(window[slot]);
+            window[slot] = api.malloc(size);
+            std::memset(window[slot], 1, size);
+        }
+        std::printf("%ld\n", ResidentBytes() - before);
+        std::fflush(stdout);
+        _exit(0); // the blocks stay: no teardown, no leak listings
+    }
+    return 1;
+}
+
+double ResidentInFreshProcess(const char* api, const char* workload)
+{
+    int pipeEnds[2];
+    if (pipe(pipeEnds) != 0)
+        return -1;
+    const pid_t child = fork();
+    if (child == 0)
+    {
+        dup2(pipeEnds[1], 1);
+        close(pipeEnds[0]);
+        execl("/proc/self/exe", "qel_allocator_bench", "--resident", api, workload, nullptr);
+        _exit(127);
+    }
+    close(pipeEnds[1]);
+    char text[64] = {};
+    const ssize_t length = read(pipeEnds[0], text, sizeof text - 1);
+    close(pipeEnds[0]);
+    waitpid(child, nullptr, 0);
+    return length > 0 ? std::atof(text) : -1;
+}
+
+void RegisterGeneralBenchmarks()
+{
+    for (const Api& api : Apis())
+    {
+        const std::string peer = std::string("/") + api.name;
+        for (const Workload* workload : {&kChurn, &kWorkingSet})
+        {
+            benchmark::RegisterBenchmark(
+                ("BM_General_" + std::string(workload->name) + peer).c_str(),
+                [api, workload](benchmark::State& state) { Replace(state, api, *workload); });
+            benchmark::RegisterBenchmark(
+                ("BM_General_Resident_" + std::string(workload->name) + peer).c_str(),
+                [api, workload](benchmark::State& state)
+                {
+                    double added = 0;
+                    for (auto _ : state)
+                        added = ResidentInFreshProcess(api.name, workload->name);
+                    state.counters["resident_MB"] = added / (1 << 20);
+                })
+                ->Iterations(1);
+        }
+        benchmark::RegisterBenchmark(("BM_General_TwoThreadsChurn1To4096" + peer).c_str(),
+                                     [api](benchmark::State& state)
+                                     { Replace(state, api, kChurn); })
+            ->Threads(2)
+            ->UseRealTime();
+        benchmark::RegisterBenchmark(("BM_General_ReallocGrowTo1M" + peer).c_str(),
+                                     [api](benchmark::State& state) { GrowByRealloc(state, api); });
+    }
+}
+
 } // namespace
 
 // jemalloc uses initial-exec thread-local storage, which dlopen can only
@@ -246,6 +449,9 @@ int main(int argc, char** argv)
         setenv("GLIBC_TUNABLES", "glibc.rtld.optional_static_tls=65536", 1);
         execv("/proc/self/exe", argv);
     }
+    if (argc == 4 && std::strcmp(argv[1], "--resident") == 0)
+        return ResidentChild(argv[2], argv[3]);
+    RegisterGeneralBenchmarks();
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;

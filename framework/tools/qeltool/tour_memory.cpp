@@ -1,12 +1,15 @@
 // Tour section: the memory subsystem. Blocks of whole pages from the shared
 // page allocator, the owner of an address found from the page records, the
-// page manager's statistics dump, and the pool of small blocks with its usage
-// table and allocation listing, printed as they are.
+// page manager's statistics dump, the pool of small blocks with its usage
+// table and allocation listing, and the general allocator routing a mixed
+// workload between the pool and the packed allocator, printed as they are.
 #include "tour.h"
 
 #include <qel/allocator.h>
+#include <qel/hybridallocator.h>
 #include <qel/mem.h>
 #include <qel/outputbufferstream.h>
+#include <qel/packedallocator.h>
 #include <qel/pagemanager.h>
 #include <qel/poolallocator.h>
 
@@ -82,6 +85,35 @@ void TourMemory(const TourContext&)
     for (unsigned i = 0; i < smallBlocks.size(); ++i)
         if (i % 3 != 0)
             small->Free(smallBlocks[i]);
+
+    Banner("memory: the general allocator");
+    qel::Allocator* general = qel::Mem::GetGeneralAlloc();
+    // Every other request up to 256 bytes (the pool serves those), the others
+    // from 257 bytes to 48 KB (the packed allocator); every fourth block is
+    // freed again and one buffer grows by realloc across both.
+    std::vector<void*> mixed;
+    for (unsigned i = 0; i < 120; ++i)
+        mixed.push_back(general->Malloc(i % 2 ? 1 + i * 37 % 256 : 257 + i * 7919 % 48896));
+    for (unsigned i = 0; i < mixed.size(); i += 4)
+        general->Free(mixed[i]);
+    void* grown = general->Malloc(100);
+    const qel::Allocator* firstOwner = qel::Allocator::GetOwner(grown);
+    grown = general->ReAlloc(grown, 20000);
+    std::printf("120 blocks of 1 byte to 48 KB through the general allocator, every fourth freed;"
+                "\na 100-byte block grown to 20000 bytes moved from the %s to the %s.\n",
+                firstOwner == qel::Mem::GetSmallAlloc() ? "pool" : "packed allocator",
+                qel::Allocator::GetOwner(grown) == qel::Mem::GetBigAlloc() ? "packed allocator"
+                                                                           : "pool");
+    PrintDump(
+        [general](qel::OutputStream* out) {
+            general->DumpStatistics(qel::PoolAllocator::DumpUsage, nullptr, nullptr, out, nullptr);
+        });
+    std::printf("\nthe page manager, with the pool's pages and the packed allocator's runs:\n");
+    PrintPageManagerDump(qel::PageManager::DumpUsage | qel::PageManager::DumpRuns);
+    general->Free(grown);
+    for (unsigned i = 0; i < mixed.size(); ++i)
+        if (i % 4 != 0)
+            general->Free(mixed[i]);
 }
 
 } // namespace qeltool

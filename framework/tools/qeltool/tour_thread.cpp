@@ -6,36 +6,45 @@
 #include <qel/randomnormal.h>
 #include <qel/randomuniform.h>
 #include <qel/stopwatch.h>
+#include <qel/threadmanager.h>
 
 #include <cstdio>
-#include <thread>
 
 namespace qeltool
 {
+
+namespace
+{
+
+const int kRounds = 100000;
+
+} // namespace
 
 void TourThread(const TourContext&)
 {
     Banner("threads and locks");
     qel::StopWatch watch(true);
 
-    // Plain std::threads for now: ThreadManager, the library's way to start
-    // threads, does not exist yet.
-    const int rounds = 100000;
-    qel::CriticalSection section;
-    long counter = 0;
-    auto count = [&]
+    struct Counting
     {
-        for (int i = 0; i < rounds; ++i)
+        qel::CriticalSection section;
+        long counter = 0;
+        static void Count(void* self)
         {
-            qel::ScopedLock<qel::CriticalSection> held(section);
-            ++counter;
+            Counting& counting = *static_cast<Counting*>(self);
+            for (int i = 0; i < kRounds; ++i)
+            {
+                qel::ScopedLock<qel::CriticalSection> held(counting.section);
+                ++counting.counter;
+            }
         }
-    };
-    std::thread first(count), second(count);
-    first.join();
-    second.join();
-    std::printf("two threads counted to %ld under one critical section (expected %d)\n", counter,
-                2 * rounds);
+    } counting;
+    const qel::u32 first = qel::ThreadManager::Create(&Counting::Count, &counting, 0, 0, false);
+    const qel::u32 second = qel::ThreadManager::Create(&Counting::Count, &counting, 0, 0, false);
+    qel::ThreadManager::Wait(qel::s32(first));
+    qel::ThreadManager::Wait(qel::s32(second));
+    std::printf("threads %u and %u counted to %ld under one critical section (expected %d)\n",
+                unsigned(first), unsigned(second), counting.counter, 2 * kRounds);
 
     Banner("random numbers (seed 5)");
     qel::RandomUniform uniform(5);

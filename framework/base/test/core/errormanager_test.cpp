@@ -259,16 +259,18 @@ TEST(ErrorManagerCategories, IdNotBelowTheCountIsReportedUnderDefault)
     RecordingDevice defaultDevice, fifth;
     manager.RegisterOutputDevice(ErrorManager::DefaultCategory, &defaultDevice);
 
-    // Fill up to six categories, then remove the one with id 5.
+    // Register until the newest category is the last slot below the count
+    // (like id 5 of 6), then remove it: its id is now out of range.
     std::vector<qel::u32> taken;
-    while (manager.GetNumberOfCategories() < 6)
-        taken.push_back(manager.RegisterCategory(ErrorManager::BaseCategory, "Six"));
-    ASSERT_EQ(taken.back(), 5u);
-    manager.RegisterOutputDevice(5, &fifth);
-    manager.UnRegisterCategory(5);
+    do
+        taken.push_back(manager.RegisterCategory(ErrorManager::BaseCategory, "Last"));
+    while (taken.back() != manager.GetNumberOfCategories() - 1);
+    const qel::u32 last = taken.back();
+    manager.RegisterOutputDevice(last, &fifth);
+    manager.UnRegisterCategory(last);
     taken.pop_back();
 
-    manager.DisplayTrace(5, "to default");
+    manager.DisplayTrace(last, "to default");
     EXPECT_EQ(defaultDevice.texts, std::vector<std::string>{"to default"});
     EXPECT_TRUE(fifth.texts.empty());
 

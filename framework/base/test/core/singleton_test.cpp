@@ -55,7 +55,8 @@ TEST(Singleton, CreatedOnceOnFirstUse)
 // between the two teardowns.
 void CheckAfterTeardown()
 {
-    qeltest::ScriptedHost* host = new qeltest::ScriptedHost; // the process is ending
+    qeltest::ScriptedHost* host = ::new qeltest::ScriptedHost; // not library memory: the allocators
+                                                               // are gone // the process is ending
     const bool fastIsNull = Gadget::Fast() == nullptr;
     const bool getIsNull = Gadget::Get() == nullptr;
     const bool boxShown =
@@ -87,7 +88,8 @@ TEST(SingletonDeathTest, SilentDeviceHidesTheBoxButStillYieldsNull)
             qel::RegisterExitHandler(
                 []
                 {
-                    qeltest::ScriptedHost* host = new qeltest::ScriptedHost;
+                    qeltest::ScriptedHost* host =
+                        ::new qeltest::ScriptedHost; // not library memory: the allocators are gone
                     qel::QueryDevice::SetSilent(true);
                     const bool null = Gadget::Get() == nullptr;
                     std::fprintf(stderr, "null=%d asked=%zu\n", null, host->questions.size());

@@ -1,13 +1,19 @@
-// Helpers of the memory tests: capturing a dump and spelling addresses as
-// the dumps and messages do.
+// Helpers of the memory tests: capturing a dump, spelling addresses as the
+// dumps and messages do, and a seeded multithreaded churn with content checks.
 #pragma once
 
+#include <qel/allocator.h>
 #include <qel/outputbufferstream.h>
+
+#include <gtest/gtest.h>
 
 #include <cinttypes>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
+#include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace qeltest
@@ -59,6 +65,74 @@ std::string Format(const char* format, Arguments... arguments)
     char text[512];
     std::snprintf(text, sizeof text, format, arguments...);
     return text;
+}
+
+// Threads 1 to `threads`, each seeded with its number, allocate, reallocate
+// and free through `allocator` for `steps` steps, keeping at least 50 blocks
+// of sizes drawn by `size(random)`. Every block carries a pattern of its own,
+// checked before it changes and before it goes.
+template <class Size>
+void ChurnWithContentChecks(qel::Allocator& allocator, unsigned threads, int steps, Size size)
+{
+    auto worker = [&allocator, steps, size](unsigned seed)
+    {
+        std::mt19937 random(seed);
+        struct Block
+        {
+            unsigned char* p;
+            unsigned size;
+            unsigned char fill;
+        };
+        auto intact = [](const Block& block)
+        {
+            for (unsigned i = 0; i < block.size; ++i)
+                if (block.p[i] != block.fill)
+                    return false;
+            return true;
+        };
+        std::vector<Block> live;
+        for (int step = 0; step < steps; ++step)
+        {
+            const unsigned action = random() % 3;
+            if (action == 0 || live.size() < 50)
+            {
+                const unsigned bytes = size(random);
+                auto* p = static_cast<unsigned char*>(allocator.MallocNoThrow(bytes));
+                ASSERT_NE(p, nullptr);
+                const auto fill = static_cast<unsigned char>(random());
+                std::memset(p, fill, bytes);
+                live.push_back({p, bytes, fill});
+                continue;
+            }
+            Block& block = live[random() % live.size()];
+            ASSERT_TRUE(intact(block));
+            if (action == 2)
+            {
+                allocator.Free(block.p);
+                block = live.back();
+                live.pop_back();
+                continue;
+            }
+            const unsigned bytes = size(random);
+            auto* p = static_cast<unsigned char*>(allocator.ReAllocNoThrow(block.p, bytes));
+            ASSERT_NE(p, nullptr);
+            block.p = p;
+            block.size = bytes < block.size ? bytes : block.size;
+            ASSERT_TRUE(intact(block)); // what fits was kept
+            std::memset(p, block.fill, bytes);
+            block.size = bytes;
+        }
+        for (const Block& block : live)
+        {
+            ASSERT_TRUE(intact(block));
+            allocator.Free(block.p);
+        }
+    };
+    std::vector<std::thread> running;
+    for (unsigned seed = 1; seed <= threads; ++seed)
+        running.emplace_back(worker, seed);
+    for (std::thread& thread : running)
+        thread.join();
 }
 
 } // namespace qeltest

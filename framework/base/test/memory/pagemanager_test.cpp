@@ -181,6 +181,23 @@ TEST_F(PageManagerTest, CuttingARunLeavesItsTailARunOfItsOwn)
     EXPECT_EQ(pages->GetSystemBytes(), 0u);
 }
 
+TEST_F(PageManagerTest, RunGrowsOnlyIntoFreePagesRightBehindIt)
+{
+    char* run = static_cast<char*>(pages->AllocatePages(&owner, 4));
+    ASSERT_TRUE(pages->ExtendRun(&owner, run, 4, 3));
+    EXPECT_EQ(pages->GetRunPages(run), 7u);
+    EXPECT_EQ(pages->FindRunStart(Page(run, 6), pages->GetOwnerIndex(&owner)), run);
+    EXPECT_EQ(pages->GetStatistics().currentUsedPages, 7u);
+    EXPECT_EQ(pages->GetStatistics().currentRequests, 1u);
+    char* next = static_cast<char*>(pages->AllocatePages(&other, 1));
+    ASSERT_EQ(next, Page(run, 7));
+    EXPECT_FALSE(pages->ExtendRun(&owner, run, 7, 1));    // taken
+    EXPECT_FALSE(pages->ExtendRun(&other, run, 7, 1));    // not its run
+    EXPECT_FALSE(pages->ExtendRun(&other, next, 1, 256)); // past its metapage
+    pages->ReleasePages(&owner, run, 7);
+    EXPECT_EQ(pages->GetStatistics().currentUsedPages, 1u);
+}
+
 TEST_F(PageManagerTest, DumpOfKnownStateIsExact)
 {
     void* mine = pages->AllocatePages(&owner, 2);

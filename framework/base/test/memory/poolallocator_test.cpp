@@ -12,7 +12,6 @@
 
 #include <cstring>
 #include <random>
-#include <thread>
 #include <vector>
 
 namespace
@@ -252,75 +251,12 @@ TEST(PoolAllocator, DumpSkipsDamagedPagesAndWarnsOfForeignOwners)
     pool.Free(b);
 }
 
-// Several threads allocate, reallocate and free random sizes through one
-// pool; every block carries its own pattern, checked before it changes.
+// Four threads churn one pool with content checks.
 TEST(PoolAllocatorStress, ThreadsChurnWithContentChecks)
 {
     PoolAllocator pool;
-    auto worker = [&pool](unsigned seed)
-    {
-        std::mt19937 random(seed);
-        struct Block
-        {
-            unsigned char* p;
-            u32 size;
-            unsigned char fill;
-        };
-        std::vector<Block> live;
-        auto check = [](const Block& block)
-        {
-            for (u32 i = 0; i < block.size; ++i)
-                if (block.p[i] != block.fill)
-                    return false;
-            return true;
-        };
-        for (int step = 0; step < 20000; ++step)
-        {
-            const u32 action = random() % 3;
-            if (action == 0 || live.empty())
-            {
-                const u32 size = 1 + random() % 256;
-                auto* p = static_cast<unsigned char*>(pool.MallocNoThrow(size));
-                ASSERT_NE(p, nullptr);
-                const auto fill = static_cast<unsigned char>(random());
-                std::memset(p, fill, size);
-                live.push_back({p, size, fill});
-            }
-            else
-            {
-                const std::size_t index = random() % live.size();
-                Block& block = live[index];
-                ASSERT_TRUE(check(block));
-                if (action == 1)
-                {
-                    const u32 size = 1 + random() % 256;
-                    auto* p = static_cast<unsigned char*>(pool.ReAllocNoThrow(block.p, size));
-                    ASSERT_NE(p, nullptr);
-                    block.p = p;
-                    block.size = size < block.size ? size : block.size;
-                    ASSERT_TRUE(check(block));
-                    std::memset(p, block.fill, size);
-                    block.size = size;
-                }
-                else
-                {
-                    pool.Free(block.p);
-                    block = live.back();
-                    live.pop_back();
-                }
-            }
-        }
-        for (const Block& block : live)
-        {
-            ASSERT_TRUE(check(block));
-            pool.Free(block.p);
-        }
-    };
-    std::vector<std::thread> threads;
-    for (unsigned seed = 1; seed <= 4; ++seed)
-        threads.emplace_back(worker, seed);
-    for (std::thread& thread : threads)
-        thread.join();
+    qeltest::ChurnWithContentChecks(pool, 4, 20000,
+                                    [](std::mt19937& random) { return 1 + random() % 256; });
     EXPECT_EQ(pool.GetTotals().currentAllocations, 0u);
     EXPECT_EQ(pool.GetTotals().currentPages, 0u);
 }

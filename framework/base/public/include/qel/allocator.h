@@ -9,6 +9,7 @@
 // operator new and delete go there, never to the allocator being built.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/allocatorstatmarker.h>
 #include <qel/export.h>
 #include <qel/interface.h>
@@ -75,10 +76,7 @@ public:
     static Allocator* GetOwner(const void* p);
 
     // Allocator objects are carried by the Native allocator.
-    static void* operator new(std::size_t size) noexcept;
-    static void* operator new(std::size_t, void* place) noexcept { return place; }
-    static void operator delete(void* p);
-    static void operator delete(void*, void*) noexcept {}
+    QEL_NATIVE_ALLOCATION_OPERATORS
 
 protected:
     Allocator(const Allocator&) = delete;

@@ -7,6 +7,7 @@
 // to the stream: printing never allocates.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/export.h>
 #include <qel/types.h>
 
@@ -17,6 +18,8 @@ class OutputStream;
 
 struct QEL_API AllocatorStatistics
 {
+    QEL_ALLOCATION_OPERATORS
+
     u32 peakFullPages;
     u32 peakPages;
     u32 peakAllocations;

@@ -2,6 +2,7 @@
 // range that a statistics dump covers; FillStatMarker stores the current one.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/export.h>
 #include <qel/types.h>
 
@@ -11,6 +12,8 @@ namespace qel
 class QEL_API AllocatorStatMarker
 {
 public:
+    QEL_ALLOCATION_OPERATORS
+
     AllocatorStatMarker() : m_Position(0) {}
     explicit AllocatorStatMarker(u32 position) : m_Position(position) {}
 

@@ -1,10 +1,13 @@
 // Umbrella header: every exported class of qel Base.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/allocator.h>
 #include <qel/allocatorstatistics.h>
 #include <qel/allocatorstatmarker.h>
 #include <qel/bufferoverflow.h>
+#include <qel/classdescriptor.h>
+#include <qel/classrepository.h>
 #include <qel/clock.h>
 #include <qel/clocknative.h>
 #include <qel/criticalsection.h>
@@ -18,6 +21,7 @@
 #include <qel/eventbase.h>
 #include <qel/exception.h>
 #include <qel/export.h>
+#include <qel/factory.h>
 #include <qel/file.h>
 #include <qel/fileexception.h>
 #include <qel/filemanager.h>
@@ -26,6 +30,7 @@
 #include <qel/generalallocator.h>
 #include <qel/heapallocator.h>
 #include <qel/host.h>
+#include <qel/hybridallocator.h>
 #include <qel/inputbufferstream.h>
 #include <qel/inputmemorystream.h>
 #include <qel/inputstream.h>
@@ -38,6 +43,7 @@
 #include <qel/mutexbase.h>
 #include <qel/outputbufferstream.h>
 #include <qel/outputstream.h>
+#include <qel/packedallocator.h>
 #include <qel/pageallocator.h>
 #include <qel/pagemanager.h>
 #include <qel/pagerecordtable.h>
@@ -55,6 +61,7 @@
 #include <qel/stream.h>
 #include <qel/systembase.h>
 #include <qel/textoutputdevice.h>
+#include <qel/threadmanager.h>
 #include <qel/threadmutex.h>
 #include <qel/types.h>
 #include <qel/version.h>

@@ -2,6 +2,7 @@
 // past the end of their buffer.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/export.h>
 
 namespace qel
@@ -9,6 +10,10 @@ namespace qel
 
 class QEL_API BufferOverflow
 {
+public:
+    QEL_ALLOCATION_OPERATORS
+
+private:
 };
 
 } // namespace qel

@@ -3,6 +3,7 @@
 // monotonic clock, at 1,000,000,000 ticks per second.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/export.h>
 #include <qel/types.h>
 
@@ -12,6 +13,8 @@ namespace qel
 class QEL_API ClockNative
 {
 public:
+    QEL_ALLOCATION_OPERATORS
+
     // Samples the frequency.
     ClockNative();
 

@@ -6,6 +6,7 @@
 // each, with no system call.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/export.h>
 #include <qel/types.h>
 
@@ -15,6 +16,8 @@ namespace qel
 class QEL_API CriticalSection
 {
 public:
+    QEL_ALLOCATION_OPERATORS
+
     CriticalSection();
     ~CriticalSection();
 

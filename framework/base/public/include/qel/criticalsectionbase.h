@@ -2,11 +2,14 @@
 // also runs single-threaded: every operation does nothing.
 #pragma once
 
+#include <qel/allocationoperators.h>
 namespace qel
 {
 
 struct CriticalSectionBase
 {
+    QEL_ALLOCATION_OPERATORS
+
     void Lock() {}
     void Unlock() {}
     void Wait() {}

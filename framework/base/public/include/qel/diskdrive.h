@@ -10,6 +10,7 @@
 // as the file exceptions of <qel/fileexception.h>.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/export.h>
 #include <qel/interface.h>
 #include <qel/refcounted.h>
@@ -42,6 +43,9 @@ public:
         DiskErrorUnused8 = 8,          // produced by no operation
         DiskErrorUnknown = 9,          // "Unknown error"
     };
+
+    // Interface and RefCounted both bring them: one set for the drive.
+    QEL_ALLOCATION_OPERATORS
 
     ~DiskDrive() override;
 

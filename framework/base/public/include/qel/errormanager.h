@@ -10,6 +10,7 @@
 // debugger on Retry, end the process when a fatal error is not answered Yes.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/criticalsection.h>
 #include <qel/export.h>
 #include <qel/querydevice.h>
@@ -32,6 +33,8 @@ namespace qel
 class QEL_API ErrorManager
 {
 public:
+    QEL_ALLOCATION_OPERATORS
+
     enum
     {
         MaxCategories = 64,

@@ -5,6 +5,7 @@
 // unless the event was Reset (or only Pulsed) since the last Set.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/export.h>
 #include <qel/types.h>
 
@@ -16,6 +17,8 @@ namespace qel
 class QEL_API Event
 {
 public:
+    QEL_ALLOCATION_OPERATORS
+
     enum : u32
     {
         WaitForever = 0xFFFFFFFFu,

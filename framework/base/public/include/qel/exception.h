@@ -1,6 +1,7 @@
 // The library's exceptions: a fixed text buffer, no allocation.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/export.h>
 
 namespace qel
@@ -9,6 +10,8 @@ namespace qel
 class QEL_API Exception
 {
 public:
+    QEL_ALLOCATION_OPERATORS
+
     enum
     {
         ReasonSize = 4096

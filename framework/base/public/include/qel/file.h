@@ -11,8 +11,6 @@
 #include <qel/interface.h>
 #include <qel/types.h>
 
-#include <cstddef>
-
 namespace qel
 {
 
@@ -80,13 +78,6 @@ public:
     u64 GetFileSize() const { return m_Size; }
     u64 GetFilePosition() const { return m_Position; }
     u32 GetOpenFlags() const { return m_OpenFlags; }
-
-    // Files live on Mem's General allocator; a failed allocation is
-    // reported and the new expression yields null.
-    static void* operator new(std::size_t size) noexcept;
-    static void* operator new(std::size_t, void* place) noexcept { return place; }
-    static void operator delete(void* p) noexcept;
-    static void operator delete(void*, void*) noexcept {}
 
 protected:
     // The base versions are fatal errors: a file class must provide them.

@@ -25,6 +25,7 @@
 // the manager on the same thread.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/criticalsection.h>
 #include <qel/diskdrive.h>
 #include <qel/export.h>
@@ -129,6 +130,8 @@ public:
         Text m_NativeBase;
         RefPtr<DriveMount> m_DriveMount;
     };
+
+    QEL_ALLOCATION_OPERATORS
 
     static FileManager& GetSingletonInstance() { return *GetSingletonInstancePointer(); }
     // The instance, created on first use; null after the exit-time teardown.

@@ -15,6 +15,7 @@
 // load guard's).
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/export.h>
 #include <qel/querydevice.h>
 #include <qel/types.h>
@@ -25,6 +26,8 @@ namespace qel
 class QEL_API Host
 {
 public:
+    QEL_ALLOCATION_OPERATORS
+
     constexpr Host() = default;
     virtual ~Host();
 

@@ -1,6 +1,7 @@
 // Root of the library's polymorphic classes.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/export.h>
 
 namespace qel
@@ -10,6 +11,8 @@ namespace qel
 // and assignment do nothing.
 struct QEL_API Interface
 {
+    QEL_ALLOCATION_OPERATORS
+
     Interface() = default;
     Interface(const Interface&) = default;
     Interface& operator=(const Interface&) = default;

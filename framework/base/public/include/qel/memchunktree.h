@@ -18,6 +18,7 @@
 // Not thread-safe: the owner's lock covers every call.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/export.h>
 #include <qel/types.h>
 
@@ -27,6 +28,8 @@ namespace qel
 class QEL_API MemChunkTree
 {
 public:
+    QEL_ALLOCATION_OPERATORS
+
     // The tags of the two users, written into the nodes they insert.
     enum : unsigned char
     {
@@ -112,7 +115,10 @@ public:
 private:
     // Hands out the head of the free chunk `chunk` (count already raised to
     // the minimum and at most its size), keeping the tail free if big enough.
-    void* Take(unsigned char* chunk, u32& count, unsigned char tag);
+    // `slot` and `before`, when GetChunk's walk found them: the size-tree
+    // slot that points to `chunk` and the chunk before it in size order.
+    void* Take(unsigned char* chunk, u32& count, unsigned char tag, unsigned char* slot = nullptr,
+               const unsigned char* before = nullptr);
     void UpdateLargest();
 
     // Roots of the tree by address and of the tree by (size, address).

@@ -2,6 +2,7 @@
 // code shared with MutexBase uses.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/criticalsection.h>
 
 namespace qel
@@ -10,6 +11,8 @@ namespace qel
 class Mutex
 {
 public:
+    QEL_ALLOCATION_OPERATORS
+
     Mutex() = default;
     Mutex(const Mutex&) = delete;
     Mutex& operator=(const Mutex&) = delete;

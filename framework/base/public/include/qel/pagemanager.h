@@ -19,6 +19,7 @@
 // past the maximum gets what is left if that is enough, else nothing.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/criticalsection.h>
 #include <qel/export.h>
 #include <qel/pagerecordtable.h>
@@ -36,6 +37,8 @@ struct Metapage;
 class QEL_API PageManager
 {
 public:
+    QEL_ALLOCATION_OPERATORS
+
     enum : u32
     {
         PageSize = 4096,
@@ -102,6 +105,10 @@ public:
     // Gives back `count` pages from `first`. A run that lies in no metapage
     // is a fatal error.
     void ReleasePages(Allocator* owner, void* first, u32 count);
+    // Grows the run of `pages` pages at `first` by the `extra` pages right
+    // behind it, when they are free in the same metapage; false, with
+    // nothing changed, otherwise. Blocks at the end of a run grow in place.
+    bool ExtendRun(Allocator* owner, void* first, u32 pages, u32 extra);
     // Gives back every page of `owner`; returns how many.
     u32 ReleaseAllPages(Allocator* owner);
     // The number of pages of the run handed out at `first`; 0 when `first`
@@ -130,6 +137,26 @@ public:
         if (index == NoOwner || index >= (m_NumberOfOwners.load(std::memory_order_acquire) & 0xFF))
             return nullptr;
         return m_Owners.load(std::memory_order_acquire)[index].load(std::memory_order_acquire);
+    }
+
+    // The first page of the run that holds `p` (a run handed out in one
+    // AllocatePages call, or what is left of one), when the page of `p`
+    // belongs to the owner of index `ownerIndex`; null otherwise. Lock-free,
+    // like FindOwner: the caller owns the run, so its records cannot change
+    // meanwhile. Walks back one record per page between the run's start and
+    // `p`.
+    void* FindRunStart(const void* p, u32 ownerIndex) const
+    {
+        const std::atomic<u32>* record = m_Records.Find(p);
+        if (record == nullptr)
+            return nullptr;
+        const u32 value = record->load(std::memory_order_relaxed);
+        if (PageRecordTable::OwnerOf(value) != ownerIndex || ownerIndex == NoOwner)
+            return nullptr;
+        if (value & PageRecordTable::RunStart)
+            return reinterpret_cast<void*>(reinterpret_cast<std::uintptr_t>(p) &
+                                           ~std::uintptr_t(PageSize - 1));
+        return WalkBackToRunStart(p, record, ownerIndex);
     }
 
     Statistics GetStatistics() const;
@@ -163,6 +190,7 @@ private:
     static void ReportMissingMetapage(const void* first, u32 count);
 
     u32 RunLength(const Metapage* metapage, const void* first) const;
+    void* WalkBackToRunStart(const void* p, const std::atomic<u32>* record, u32 ownerIndex) const;
     void DumpMetapage(const Metapage& metapage, u32 flags, OutputStream& out) const;
 
     static void Raise(u32& current, u32& peak, u32 amount);

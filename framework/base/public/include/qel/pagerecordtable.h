@@ -13,6 +13,7 @@
 // Find is lock-free and constant time: a shift, a compare and a few loads.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/export.h>
 #include <qel/types.h>
 
@@ -25,6 +26,8 @@ namespace qel
 class QEL_API PageRecordTable
 {
 public:
+    QEL_ALLOCATION_OPERATORS
+
     enum : u32
     {
         PageShift = 12,

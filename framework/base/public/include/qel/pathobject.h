@@ -7,6 +7,7 @@
 // removal from the mount table as long as a path holds it.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/export.h>
 #include <qel/filemanager.h>
 #include <qel/refcounted.h>
@@ -23,6 +24,8 @@ public:
     {
         PathSize = 256
     };
+
+    QEL_ALLOCATION_OPERATORS
 
     PathObject();
     PathObject(const PathObject& other);

@@ -6,6 +6,7 @@
 // times the configured deviation; sequences depend on it.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/export.h>
 #include <qel/randomuniform.h>
 #include <qel/types.h>
@@ -16,6 +17,8 @@ namespace qel
 class QEL_API RandomNormal
 {
 public:
+    QEL_ALLOCATION_OPERATORS
+
     // Mean 0, variance 1, seeded from the clock.
     RandomNormal();
     RandomNormal(float mean, float variance, s64 seed);

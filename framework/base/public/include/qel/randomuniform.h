@@ -6,6 +6,7 @@
 // bits of the clock instead. The very top of the range may round to 1.0.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/export.h>
 #include <qel/types.h>
 
@@ -15,6 +16,8 @@ namespace qel
 class QEL_API RandomUniform
 {
 public:
+    QEL_ALLOCATION_OPERATORS
+
     // Seeded from the clock.
     RandomUniform();
     explicit RandomUniform(s64 seed);

@@ -6,11 +6,11 @@
 // its mount on another thread than the file manager's.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/export.h>
 #include <qel/types.h>
 
 #include <atomic>
-#include <cstddef>
 
 namespace qel
 {
@@ -28,11 +28,9 @@ public:
     void Release();
     s32 GetRefCount() const { return m_RefCount.load(std::memory_order_relaxed); }
 
-    // Counted objects live on Mem's General allocator; a failed allocation
-    // is reported as "Malloc failed: no more available memory" and the new
-    // expression yields null.
-    static void* operator new(std::size_t size) noexcept;
-    static void operator delete(void* p) noexcept;
+    // Counted objects live on Mem's General allocator, like every object
+    // of the library.
+    QEL_ALLOCATION_OPERATORS
 
 protected:
     virtual ~RefCounted();

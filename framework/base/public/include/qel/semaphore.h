@@ -2,6 +2,7 @@
 // 0; Unlock gives one back, never past the maximum.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/export.h>
 #include <qel/types.h>
 
@@ -11,6 +12,8 @@ namespace qel
 class QEL_API Semaphore
 {
 public:
+    QEL_ALLOCATION_OPERATORS
+
     // `initial` must not exceed `maximum`, and `maximum` must not be 0.
     Semaphore(u32 initial, u32 maximum);
     ~Semaphore();

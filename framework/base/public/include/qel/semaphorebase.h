@@ -3,11 +3,14 @@
 // false.
 #pragma once
 
+#include <qel/allocationoperators.h>
 namespace qel
 {
 
 struct SemaphoreBase
 {
+    QEL_ALLOCATION_OPERATORS
+
     void Lock() {}
     void Unlock() {}
     void Wait() {}

@@ -5,6 +5,7 @@
 // microseconds divide by the clock's truncated divisors.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/export.h>
 #include <qel/types.h>
 
@@ -14,6 +15,8 @@ namespace qel
 class QEL_API StopWatch
 {
 public:
+    QEL_ALLOCATION_OPERATORS
+
     // Stopped at 0.
     StopWatch();
     // Stopped at 0, then started when `start` is true.

@@ -3,6 +3,7 @@
 // deleteWhenUnreferenced destroys itself when its last reference goes.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/export.h>
 #include <qel/types.h>
 
@@ -12,6 +13,8 @@ namespace qel
 class QEL_API TextOutputDevice
 {
 public:
+    QEL_NATIVE_ALLOCATION_OPERATORS
+
     explicit TextOutputDevice(bool deleteWhenUnreferenced);
     TextOutputDevice(const TextOutputDevice&) = default;
     TextOutputDevice& operator=(const TextOutputDevice&) = default;

@@ -5,6 +5,7 @@
 // is true and TestAndLock fails for every other thread, the holder included.
 #pragma once
 
+#include <qel/allocationoperators.h>
 #include <qel/criticalsection.h>
 #include <qel/export.h>
 #include <qel/types.h>
@@ -15,6 +16,8 @@ namespace qel
 class QEL_API ThreadMutex
 {
 public:
+    QEL_ALLOCATION_OPERATORS
+
     ThreadMutex();
     ~ThreadMutex();
 

@@ -39,6 +39,16 @@ struct StaticStorage
     static void Free(void*) {}
 };
 
+// On the heap, through the class's own operator new (ThreadManager: the
+// Native allocator); destroyed under the instance manager's lock.
+template <class T>
+struct NativeStorage
+{
+    static constexpr bool DestroyUnderLock = true;
+    static void* Allocate() { return T::operator new(sizeof(T)); }
+    static void Free(void* p) { T::operator delete(p); }
+};
+
 template <class T, class Storage = StaticStorage<T>>
 class Singleton
 {

@@ -3,8 +3,6 @@
 #include <qel/errormanager.h>
 #include <qel/report.h>
 
-#include "base/disk/generalblock.h"
-
 #include <cstring>
 
 namespace qel
@@ -74,16 +72,6 @@ u64 File::DoSeek(u64)
 bool File::DoFlush()
 {
     return true;
-}
-
-void* File::operator new(std::size_t size) noexcept
-{
-    return AllocateGeneralBlock(size);
-}
-
-void File::operator delete(void* p) noexcept
-{
-    FreeGeneralBlock(p);
 }
 
 } // namespace qel

@@ -1,7 +1,5 @@
 #include <qel/refcounted.h>
 
-#include "base/disk/generalblock.h"
-
 namespace qel
 {
 
@@ -12,16 +10,6 @@ void RefCounted::Release()
     // The last reference orders after every other holder's use.
     if (m_RefCount.fetch_sub(1, std::memory_order_acq_rel) == 1)
         delete this;
-}
-
-void* RefCounted::operator new(std::size_t size) noexcept
-{
-    return AllocateGeneralBlock(size);
-}
-
-void RefCounted::operator delete(void* p) noexcept
-{
-    FreeGeneralBlock(p);
 }
 
 } // namespace qel

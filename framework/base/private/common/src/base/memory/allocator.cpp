@@ -106,20 +106,4 @@ Allocator* Allocator::GetOwner(const void* p)
     return nullptr;
 }
 
-void* Allocator::operator new(std::size_t size) noexcept
-{
-    Allocator* native = Mem::GetNativeAlloc();
-    if (native == nullptr)
-        return nullptr;
-    void* p = native->MallocNoThrow(static_cast<unsigned int>(size));
-    return p ? p : native->vError(memory::kMallocFailed);
-}
-
-void Allocator::operator delete(void* p)
-{
-    if (p != nullptr)
-        if (Allocator* native = Mem::GetNativeAlloc())
-            native->Free(p);
-}
-
 } // namespace qel

@@ -163,7 +163,14 @@ Allocator* Mem::CreateHybridAllocator()
 {
     Allocator* small = CreatePoolAllocator();
     Allocator* big = CreatePackedAllocator("PackedAllocator-Hybrid", 256);
-    return CreateHybridAllocator(small, true, big, true);
+    Allocator* hybrid = CreateHybridAllocator(small, true, big, true);
+    if (hybrid == nullptr)
+    {
+        // The pair was made for the hybrid alone.
+        delete small;
+        delete big;
+    }
+    return hybrid;
 }
 
 void Mem::SetPageManagerLimits(u32 firstMetapageSize, u32 maximumSize, u32 metapageStep)

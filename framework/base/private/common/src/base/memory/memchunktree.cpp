@@ -269,6 +269,34 @@ struct Avl
         }
     }
 
+    // The slot that points to `node`, which must be in the tree, and its
+    // neighbours in the order (null at the ends).
+    static unsigned char* Locate(unsigned char* root, const unsigned char* node, Node& before,
+                                 Node& after)
+    {
+        before = after = nullptr;
+        unsigned char* slot = root;
+        for (Node cur; (cur = LoadLink(slot)) != node;)
+        {
+            const int dir = Order::Less(cur, node) ? 1 : 0;
+            (dir ? before : after) = cur;
+            slot = Slot(cur, dir);
+        }
+        if (Node left = Child(node, 0))
+        {
+            for (Node next; (next = Child(left, 1)) != nullptr;)
+                left = next;
+            before = left;
+        }
+        if (Node right = Child(node, 1))
+        {
+            for (Node next; (next = Child(right, 0)) != nullptr;)
+                right = next;
+            after = right;
+        }
+        return slot;
+    }
+
     // Puts `fresh` in the place of `old`, which it must equal in order
     // against every other node; `old`'s node stays readable meanwhile.
     static void Replace(unsigned char* root, Node old, Node fresh)
@@ -311,6 +339,42 @@ inline unsigned char* RootSlot(unsigned char*& root)
     return reinterpret_cast<unsigned char*>(&root);
 }
 
+inline bool SizeKeyLess(u32 sizeA, const unsigned char* a, u32 sizeB, const unsigned char* b)
+{
+    return sizeA < sizeB || (sizeA == sizeB && Address(a) < Address(b));
+}
+
+// Puts `fresh` where `node` is in the size tree, behind `slot`.
+void TakePlace(unsigned char* slot, Node node, Node fresh)
+{
+    SizeTree::SetChild(fresh, 0, SizeTree::Child(node, 0));
+    SizeTree::SetChild(fresh, 1, SizeTree::Child(node, 1));
+    SizeTree::SetBalance(fresh, SizeTree::Balance(node));
+    StoreLink(slot, fresh);
+}
+
+// Gives the size-tree node `node` the key (`size`, `fresh`): the chunk at
+// `fresh` (`node` itself, or a chunk outside the tree) takes its place with
+// that size. A chunk cut or merged usually keeps its place in the order (a
+// tail cut from the largest chunk, a chunk merged into the largest): then
+// only the links move, with no rebalancing.
+void Rekey(unsigned char* root, Node node, Node fresh, u32 size)
+{
+    Node before, after;
+    unsigned char* slot = SizeTree::Locate(root, node, before, after);
+    if ((before == nullptr || SizeKeyLess(SizeOf(before), before, size, fresh)) &&
+        (after == nullptr || SizeKeyLess(size, fresh, SizeOf(after), after)))
+    {
+        if (fresh != node)
+            TakePlace(slot, node, fresh);
+        SetSize(fresh, size);
+        return;
+    }
+    SizeTree::Remove(root, node);
+    SetSize(fresh, size);
+    SizeTree::Insert(root, fresh);
+}
+
 } // namespace
 
 MemChunkTree::MemChunkTree(u32 unit)
@@ -342,22 +406,29 @@ void* MemChunkTree::GetChunk(u32& count, unsigned char tag)
     // size, as the rule wants; otherwise the latter is the first fit.
     Node atMost = nullptr;
     Node above = nullptr;
-    for (Node cur = m_SizeRoot; cur != nullptr;)
+    unsigned char* aboveSlot = nullptr;
+    for (unsigned char* slot = RootSlot(m_SizeRoot);;)
     {
+        Node cur = LoadLink(slot);
+        if (cur == nullptr)
+            break;
         if (SizeOf(cur) <= n)
         {
             atMost = cur;
-            cur = SizeTree::Child(cur, 1);
+            slot = SizeTree::Slot(cur, 1);
         }
         else
         {
             above = cur;
-            cur = SizeTree::Child(cur, 0);
+            aboveSlot = slot;
+            slot = SizeTree::Slot(cur, 0);
         }
     }
-    Node chosen = atMost != nullptr && SizeOf(atMost) == n ? atMost : above;
     count = n;
-    return Take(chosen, count, tag);
+    if (atMost != nullptr && SizeOf(atMost) == n)
+        return Take(atMost, count, tag);
+    // `atMost` is the chunk just before `above` in size order.
+    return Take(above, count, tag, aboveSlot, atMost);
 }
 
 void* MemChunkTree::GetChunkAt(void* start, u32& count, unsigned char tag)
@@ -374,12 +445,13 @@ void* MemChunkTree::GetChunkAt(void* start, u32& count, unsigned char tag)
     return Take(cur, count, tag);
 }
 
-void* MemChunkTree::Take(unsigned char* chosen, u32& count, unsigned char tag)
+void* MemChunkTree::Take(unsigned char* chosen, u32& count, unsigned char tag, unsigned char* slot,
+                         const unsigned char* before)
 {
     const u32 size = SizeOf(chosen);
-    SizeTree::Remove(RootSlot(m_SizeRoot), chosen);
     if (u64(m_Unit) * (size - count) < kNodeSize)
     {
+        SizeTree::Remove(RootSlot(m_SizeRoot), chosen);
         AddressTree::Remove(RootSlot(m_AddressRoot), chosen);
         --m_NumberOfChunks;
         count = size;
@@ -389,10 +461,20 @@ void* MemChunkTree::Take(unsigned char* chosen, u32& count, unsigned char tag)
         // The tail keeps the chunk's place in the address order. It starts
         // at least 40 bytes in, so it does not overlap the chunk's node.
         Node tail = chosen + std::uintptr_t(m_Unit) * count;
-        AddressTree::Replace(RootSlot(m_AddressRoot), chosen, tail);
-        SetSize(tail, size - count);
         SetTag(tail, tag);
-        SizeTree::Insert(RootSlot(m_SizeRoot), tail);
+        // The tail is smaller than the chunk, so it stays before the chunk's
+        // successor: with the walk's slot, only the predecessor is checked.
+        if (slot != nullptr &&
+            (before == nullptr || SizeKeyLess(SizeOf(before), before, size - count, tail)))
+        {
+            TakePlace(slot, chosen, tail);
+            SetSize(tail, size - count);
+        }
+        else
+        {
+            Rekey(RootSlot(m_SizeRoot), chosen, tail, size - count);
+        }
+        AddressTree::Replace(RootSlot(m_AddressRoot), chosen, tail);
     }
     m_FreeUnits -= count;
     // Only taking from a largest chunk can lower the largest size.
@@ -437,7 +519,6 @@ bool MemChunkTree::InsertChunkInTree(void* start, u32 count, unsigned char tag, 
     if (withLower)
     {
         u32 size = SizeOf(lower) + count;
-        SizeTree::Remove(RootSlot(m_SizeRoot), lower);
         if (withUpper)
         {
             size += SizeOf(upper);
@@ -445,17 +526,14 @@ bool MemChunkTree::InsertChunkInTree(void* start, u32 count, unsigned char tag, 
             AddressTree::Remove(RootSlot(m_AddressRoot), upper);
             --m_NumberOfChunks;
         }
-        SetSize(lower, size);
         SetTag(lower, tag);
-        SizeTree::Insert(RootSlot(m_SizeRoot), lower);
+        Rekey(RootSlot(m_SizeRoot), lower, lower, size);
     }
     else if (withUpper)
     {
-        SizeTree::Remove(RootSlot(m_SizeRoot), upper);
-        AddressTree::Replace(RootSlot(m_AddressRoot), upper, chunk);
-        SetSize(chunk, count + SizeOf(upper));
         SetTag(chunk, tag);
-        SizeTree::Insert(RootSlot(m_SizeRoot), chunk);
+        Rekey(RootSlot(m_SizeRoot), upper, chunk, count + SizeOf(upper));
+        AddressTree::Replace(RootSlot(m_AddressRoot), upper, chunk);
     }
     else
     {

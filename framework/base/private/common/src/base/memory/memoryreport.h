@@ -40,8 +40,10 @@ T* NewOnNative(Arguments&&... arguments)
     return new (place) T(std::forward<Arguments>(arguments)...);
 }
 
-// The factories of the allocators that live in sources of their own (pool,
-// packed, hybrid), defined in pendingallocators.cpp until those exist.
+// The factories of the allocators that live in sources of their own, each
+// defined beside its class (poolallocator.cpp, packedallocator.cpp,
+// hybridallocator.cpp). Null, with kMallocFailed reported, when the Native
+// allocator has no room; the hybrid's is null too when a sub-allocator is.
 Allocator* NewPoolAllocator();
 Allocator* NewPackedAllocator(const char* name, u32 fullThreshold);
 Allocator* NewHybridAllocator(Allocator* small, bool ownsSmall, Allocator* big, bool ownsBig);

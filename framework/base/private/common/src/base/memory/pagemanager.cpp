@@ -196,6 +196,34 @@ void PageManager::ReleasePages(Allocator* owner, void* first, u32 count)
     QEL_USAGE_ASSERT(Mem::GetErrorCategory(), owned);
 }
 
+bool PageManager::ExtendRun(Allocator* owner, void* first, u32 pages, u32 extra)
+{
+    ScopedLock<CriticalSection> lock(m_Lock);
+    const u32 index = GetOwnerIndex(owner);
+    Metapage* metapage = FindMetapage(first, pages);
+    char* end = PageAt(first, pages);
+    if (index == NoOwner || metapage == nullptr || extra == 0 ||
+        PageRecordTable::OwnerOf(m_Records.Find(first)->load(std::memory_order_relaxed)) != index ||
+        !metapage->Contains(end, extra))
+        return false;
+    // Counted in pages, the tree never hands out more than asked here.
+    u32 taken = extra;
+    if (metapage->freePages.GetChunkAt(end, taken, MemChunkTree::MetapageTag) == nullptr)
+        return false;
+    const u32 record = index << PageRecordTable::OwnerShift;
+    for (u32 i = 0; i < extra; ++i)
+        m_Records.Find(PageAt(end, i))->store(record, std::memory_order_relaxed);
+    Raise(metapage->usedPages, metapage->peakUsedPages, extra);
+    Raise(m_Statistics.currentUsedPages, m_Statistics.peakUsedPages, extra);
+    if (metapage->freePages.IsEmpty())
+    {
+        UnlinkMetapage(metapage);
+        metapage->full = true;
+        FileMetapage(metapage);
+    }
+    return true;
+}
+
 u32 PageManager::ReleaseAllPages(Allocator* owner)
 {
     ScopedLock<CriticalSection> lock(m_Lock);
@@ -244,6 +272,28 @@ u32 PageManager::RunLength(const Metapage* metapage, const void* first) const
         if (m_Records.Find(page)->load(std::memory_order_relaxed) != owner)
             break;
     return pages;
+}
+
+void* PageManager::WalkBackToRunStart(const void* p, const std::atomic<u32>* record,
+                                      u32 ownerIndex) const
+{
+    std::uintptr_t page = reinterpret_cast<std::uintptr_t>(p) & ~std::uintptr_t(PageSize - 1);
+    for (;;)
+    {
+        // Records of one region are consecutive: step back in place, and
+        // look the region up again only at its first page.
+        const bool regionStart =
+            ((page >> PageRecordTable::PageShift) & (PageRecordTable::RecordsPerRegion - 1)) == 0;
+        page -= PageSize;
+        record = regionStart ? m_Records.Find(reinterpret_cast<void*>(page)) : record - 1;
+        if (record == nullptr)
+            return nullptr;
+        const u32 value = record->load(std::memory_order_relaxed);
+        if (PageRecordTable::OwnerOf(value) != ownerIndex)
+            return nullptr;
+        if (value & PageRecordTable::RunStart)
+            return reinterpret_cast<void*>(page);
+    }
 }
 
 void PageManager::ForEachRun(const Allocator* owner,

@@ -1,0 +1,137 @@
+// Class descriptors, their repository and the factory.
+#include <qel/classdescriptor.h>
+#include <qel/classrepository.h>
+#include <qel/exception.h>
+#include <qel/factory.h>
+#include <qel/mem.h>
+
+#include "base/core/singleton.h"
+
+namespace qel
+{
+
+// ---- descriptors ------------------------------------------------------------
+
+ClassDescriptor::ClassDescriptor(const char* name) : m_Name(name)
+{
+    ClassRepository::GetSingletonInstance().Register(this);
+}
+
+ClassDescriptor::~ClassDescriptor() noexcept(false)
+{
+    ClassRepository::GetSingletonInstance().Unregister(m_Name);
+}
+
+ClassDescriptor* ClassDescriptor::Find(const char* name)
+{
+    return ClassRepository::GetSingletonInstance().Find(name);
+}
+
+// ---- repository -------------------------------------------------------------
+
+std::atomic<ClassRepository*> ClassRepository::ms_SingletonInstance{nullptr};
+
+ClassRepository& ClassRepository::GetSingletonInstance()
+{
+    ClassRepository* instance = ms_SingletonInstance.load(std::memory_order_acquire);
+    return instance ? *instance : *CreateSingletonInstance();
+}
+
+ClassRepository::ClassRepository()
+{
+    // The keys live on the General allocator: making sure it exists now puts
+    // its teardown after the repository's.
+    Mem::GetGeneralAlloc();
+}
+
+ClassRepository* ClassRepository::CreateSingletonInstance()
+{
+    return Singleton<ClassRepository>::Create(ms_SingletonInstance, "qel::ClassRepository");
+}
+
+void ClassRepository::Register(ClassDescriptor* descriptor)
+{
+    Key key(descriptor->GetClassName());
+    if (m_Classes.find(key) != m_Classes.end())
+        throw Exception("ClassDescriptor is already registered!");
+    m_Classes.emplace(std::move(key), descriptor);
+}
+
+void ClassRepository::Unregister(const char* name)
+{
+    const auto found = m_Classes.find(Key(name));
+    if (found == m_Classes.end())
+        throw Exception("ClassDescriptor isn't currently registered!");
+    m_Classes.erase(found);
+}
+
+ClassDescriptor* ClassRepository::Find(const char* name) const
+{
+    const auto found = m_Classes.find(Key(name));
+    return found == m_Classes.end() ? nullptr : found->second;
+}
+
+// ---- factory ----------------------------------------------------------------
+
+CreatorBase::~CreatorBase() = default;
+
+std::atomic<Factory*> Factory::ms_SingletonInstance{nullptr};
+
+namespace
+{
+
+// The factory lives on the General allocator; a failure is
+// reported there and leaves the instance missing.
+template <class T>
+struct GeneralStorage
+{
+    static constexpr bool DestroyUnderLock = true;
+    static void* Allocate() { return ObjectMemory::Allocate(sizeof(T), nullptr); }
+    static void Free(void* p) { ObjectMemory::Release(p); }
+};
+
+} // namespace
+
+Factory& Factory::GetSingletonInstance()
+{
+    Factory* instance = ms_SingletonInstance.load(std::memory_order_acquire);
+    return instance ? *instance : *CreateSingletonInstance();
+}
+
+Factory* Factory::CreateSingletonInstance()
+{
+    return Singleton<Factory, GeneralStorage<Factory>>::Create(ms_SingletonInstance,
+                                                               "qel::Factory");
+}
+
+bool Factory::SignedBytesLess::operator()(const char* left, const char* right) const
+{
+    for (;; ++left, ++right)
+    {
+        const signed char a = static_cast<signed char>(*left);
+        const signed char b = static_cast<signed char>(*right);
+        if (a != b)
+            return a < b;
+        if (a == 0)
+            return false;
+    }
+}
+
+void Factory::Register(const char* name, CreatorBase* creator)
+{
+    m_Creators.emplace(name, creator); // keeps an earlier creator of the name
+}
+
+void Factory::Unregister(const char* name)
+{
+    m_Creators.erase(name);
+}
+
+CreatorBase* Factory::Find(const char* name) const
+{
+    const auto found = m_Creators.lower_bound(name);
+    return found != m_Creators.end() && !SignedBytesLess()(name, found->first) ? found->second
+                                                                               : nullptr;
+}
+
+} // namespace qel

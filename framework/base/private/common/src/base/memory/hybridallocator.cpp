@@ -1,0 +1,199 @@
+#include <qel/hybridallocator.h>
+
+#include <qel/mem.h>
+#include <qel/pagemanager.h>
+#include <qel/report.h>
+
+#include "base/memory/memoryreport.h"
+
+namespace qel
+{
+
+Allocator* memory::NewHybridAllocator(Allocator* small, bool ownsSmall, Allocator* big,
+                                      bool ownsBig)
+{
+    if (small == nullptr || big == nullptr)
+        return nullptr;
+    return NewOnNative<HybridAllocator>(small, ownsSmall, big, ownsBig);
+}
+
+HybridAllocator::HybridAllocator(Allocator* small, bool ownsSmall, Allocator* big, bool ownsBig)
+{
+    PageManager::GetSingletonInstance().AddOwner(this);
+    m_Entries[0] = Entry{small, small->GetMaxSupportedAllocSize(), ownsSmall};
+    m_Entries[1] = Entry{big, big->GetMaxSupportedAllocSize(), ownsBig};
+}
+
+HybridAllocator::~HybridAllocator()
+{
+    for (Entry& entry : m_Entries)
+        if (entry.owned)
+            delete entry.allocator;
+    PageManager::GetSingletonInstance().RemoveOwner(this);
+}
+
+u32 HybridAllocator::FirstEntryFor(unsigned int size) const
+{
+    const u64 rounded = (u64(size) + 15) & ~u64(15);
+    u32 i = 0;
+    while (i < NumberOfEntries && rounded > m_Entries[i].limit)
+        ++i;
+    return i;
+}
+
+Allocator* HybridAllocator::OwnerOf(const void* p)
+{
+    Allocator* owner = PageManager::GetSingletonInstance().FindOwner(p);
+    return owner ? owner : Allocator::GetOwner(p); // reports the address
+}
+
+// ---- allocation -------------------------------------------------------------
+
+void* HybridAllocator::MallocFromEntries(unsigned int size)
+{
+    // FirstEntryFor with its loop unrolled: this is every allocation's path.
+    const u64 rounded = (u64(size) + 15) & ~u64(15);
+    if (rounded <= m_Entries[0].limit)
+    {
+        if (void* p = m_Entries[0].allocator->MallocNoThrow(size))
+            return p;
+    }
+    else if (rounded > m_Entries[1].limit)
+    {
+        return nullptr;
+    }
+    return m_Entries[1].allocator->MallocNoThrow(size);
+}
+
+void* HybridAllocator::MallocNoThrow(unsigned int size)
+{
+    if (void* p = MallocFromEntries(size))
+        return p;
+    QEL_WARNING(Mem::GetErrorCategory(),
+                "HybridAllocator::Malloc(): Unable to find suitable space for allocation! Size: "
+                "%u. Returning NULL.",
+                size);
+    return nullptr;
+}
+
+void* HybridAllocator::MallocDebugNoThrow(unsigned int size, const char*, const char*, u32)
+{
+    if (void* p = MallocFromEntries(size))
+        return p;
+    QEL_WARNING(Mem::GetErrorCategory(),
+                "HybridAllocator::MallocDebugNoThrow(): Unable to find suitable space for "
+                "allocation! Size: %u. Returning NULL.",
+                size);
+    return nullptr;
+}
+
+void HybridAllocator::Free(const void* p)
+{
+    if (p == nullptr)
+        return;
+    if (Allocator* owner = OwnerOf(p))
+        owner->Free(p);
+}
+
+void HybridAllocator::FreeDebug(const void* p, const char*, u32)
+{
+    Free(p);
+}
+
+void* HybridAllocator::ReAllocNoThrow(void* p, unsigned int size)
+{
+    return ReAllocDebugNoThrow(p, size, nullptr, __FILE__, __LINE__);
+}
+
+void* HybridAllocator::ReAllocDebugNoThrow(void* p, unsigned int size, const char*, const char*,
+                                           u32)
+{
+    if (p == nullptr)
+        return MallocNoThrow(size);
+    Allocator* owner = OwnerOf(p);
+    if (owner == nullptr)
+        return nullptr;
+    // The chosen entry first: in place when it owns the block, else moved
+    // there; then moved to each entry after it. With no entry fitting, every
+    // entry is tried in order.
+    u32 next = 0;
+    const u32 first = FirstEntryFor(size);
+    if (first < NumberOfEntries)
+    {
+        Allocator* chosen = m_Entries[first].allocator;
+        if (void* q = chosen == owner ? owner->ReAllocNoThrow(p, size)
+                                      : owner->Transfert(chosen, p, size))
+            return q;
+        next = first + 1;
+    }
+    for (; next < NumberOfEntries; ++next)
+        if (void* q = owner->Transfert(m_Entries[next].allocator, p, size))
+            return q;
+    return nullptr;
+}
+
+void* HybridAllocator::Transfert(Allocator*, void*, unsigned int)
+{
+    return nullptr;
+}
+
+void* HybridAllocator::TransfertDebug(Allocator*, void*, unsigned int, const char*, const char*,
+                                      u32)
+{
+    return nullptr;
+}
+
+// ---- the rest, forwarded ----------------------------------------------------
+
+void HybridAllocator::FreeAll()
+{
+    for (Entry& entry : m_Entries)
+        entry.allocator->FreeAll();
+}
+
+void HybridAllocator::DumpStatistics(u32 flags, AllocatorStatMarker* from, AllocatorStatMarker* to,
+                                     OutputStream* out, char* buffer)
+{
+    if (flags & DumpNothing)
+        return;
+    for (Entry& entry : m_Entries)
+        entry.allocator->DumpStatistics(flags, from, to, out, buffer);
+}
+
+bool HybridAllocator::ValidateMemory()
+{
+    bool valid = true;
+    for (Entry& entry : m_Entries)
+        valid = entry.allocator->ValidateMemory() && valid; // both are asked
+    return valid;
+}
+
+bool HybridAllocator::IsValidPointer(const void* p)
+{
+    Allocator* owner = PageManager::GetSingletonInstance().FindOwner(p);
+    return owner != nullptr && owner->IsValidPointer(p);
+}
+
+unsigned int HybridAllocator::GetMaxSupportedAllocSize() const
+{
+    return m_Entries[0].limit > m_Entries[1].limit ? m_Entries[0].limit : m_Entries[1].limit;
+}
+
+u32 HybridAllocator::GetErrorCategory() const
+{
+    return Mem::GetErrorCategory();
+}
+
+void HybridAllocator::AddContext(const char* name)
+{
+    for (Entry& entry : m_Entries)
+        entry.allocator->AddContext(name);
+}
+
+void HybridAllocator::RemoveContext()
+{
+    for (Entry& entry : m_Entries)
+        entry.allocator->RemoveContext();
+}
+
+} // namespace qel

@@ -1,0 +1,329 @@
+#include <qel/packedallocator.h>
+
+#include <qel/errormanager.h>
+#include <qel/mem.h>
+#include <qel/pagemanager.h>
+#include <qel/report.h>
+
+#include "base/memory/dumpwriter.h"
+#include "base/memory/memoryreport.h"
+#include "base/memory/packedrun.h"
+
+#include <cinttypes>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <new>
+
+namespace qel
+{
+
+namespace
+{
+
+const unsigned char kTag = MemChunkTree::PackedAllocatorTag;
+
+} // namespace
+
+Allocator* memory::NewPackedAllocator(const char* name, u32 fullThreshold)
+{
+    return NewOnNative<PackedAllocator>(name, fullThreshold);
+}
+
+PackedAllocator::PackedAllocator(const char* name, u32 fullThreshold)
+    : m_Statistics(), m_Pages(&PageManager::GetSingletonInstance()), m_OwnerIndex(0),
+      m_FullThreshold(fullThreshold)
+{
+    packedrun::Reset(m_Room);
+    packedrun::Reset(m_SetAside);
+    std::snprintf(m_Name, sizeof m_Name, "%s", name ? name : "");
+    m_OwnerIndex = m_Pages->AddOwner(this);
+    m_ErrorCategory = MEM_InitErrorCategory(Mem::GetErrorCategory(), m_Name);
+}
+
+PackedAllocator::~PackedAllocator()
+{
+    // What is still allocated now is a leak: list it.
+    DumpStatistics(DumpPages, nullptr, nullptr, nullptr, nullptr);
+    FreeAll();
+    m_Pages->RemoveOwner(this);
+    ErrorManager::GetSingletonInstance().UnRegisterCategory(m_ErrorCategory);
+}
+
+// ---- runs and their sets ----------------------------------------------------
+
+PackedRun* PackedAllocator::NewRun(u32 pages)
+{
+    void* start = m_Pages->AllocatePages(this, pages);
+    if (start == nullptr)
+        return nullptr;
+    PackedRun* run = new (start) PackedRun(pages);
+    const bool inserted = run->tree.InsertChunkInTree(run->Space(), run->SpaceSize(), kTag);
+    QEL_ASSERT(m_ErrorCategory, inserted);
+    if (!inserted)
+    {
+        m_Pages->ReleasePages(this, start, pages);
+        return nullptr;
+    }
+    run->largest = run->SpaceSize();
+    m_Statistics.AddPages(pages);
+    return run;
+}
+
+void PackedAllocator::ReleaseRun(PackedRun* run)
+{
+    Unfile(run);
+    m_Statistics.RemovePages(run->pages);
+    m_Pages->ReleasePages(this, run, run->pages);
+}
+
+void PackedAllocator::Unfile(PackedRun* run)
+{
+    if (run->set == PackedRun::Room)
+    {
+        packedrun::Remove(m_Room, run);
+    }
+    else if (run->set == PackedRun::SetAside)
+    {
+        packedrun::Remove(m_SetAside, run);
+        m_Statistics.RemoveFullPages(run->pages);
+    }
+}
+
+void PackedAllocator::Refile(PackedRun* run)
+{
+    const u32 largest = run->tree.GetLargestChunk();
+    const bool setAside =
+        (run->pages >= BigRunPages && run->live != 0) || largest <= m_FullThreshold;
+    const u32 set = setAside ? PackedRun::SetAside : PackedRun::Room;
+    const u32 bin =
+        setAside ? packedrun::BinOf<SetAsideSet>(largest) : packedrun::BinOf<RoomSet>(largest);
+    run->largest = largest;
+    if (run->set == set && run->bin == bin)
+        return; // same bin, same place in the order
+    Unfile(run);
+    if (setAside)
+    {
+        packedrun::Insert(m_SetAside, run, PackedRun::SetAside, bin);
+        m_Statistics.AddFullPages(run->pages);
+    }
+    else
+    {
+        packedrun::Insert(m_Room, run, PackedRun::Room, bin);
+    }
+}
+
+PackedRun* PackedAllocator::RunOf(const void* p, const char* operation)
+{
+    PackedRun* run = static_cast<PackedRun*>(m_Pages->FindRunStart(p, m_OwnerIndex));
+    const unsigned char* user = static_cast<const unsigned char*>(p);
+    if (run == nullptr || !run->GuardsHold() || user < run->Space() + BlockHeaderSize ||
+        user >= run->End() || PackedBlock::Of(p)->marker != BlockMarker)
+    {
+        ReportBadBlock(operation, p);
+        return nullptr;
+    }
+    return run;
+}
+
+void PackedAllocator::ReportBadBlock(const char* operation, const void* p)
+{
+    QEL_WARNING(m_ErrorCategory,
+                "PackedAllocator::%s(): 0x%08" PRIXPTR
+                " is not a live block of this allocator! Allocator: 0x%08" PRIXPTR ". Ignored.\n",
+                operation, memory::Address(p), memory::Address(this));
+}
+
+// ---- allocation -------------------------------------------------------------
+
+void* PackedAllocator::MallocNoThrow(unsigned int size)
+{
+    const u32 need = NeedFor(size);
+    if (size == 0 || need == 0)
+        return nullptr;
+    ScopedLock<CriticalSection> lock(m_Lock);
+    PackedRun* run = packedrun::FirstAtLeast(m_Room, need);
+    if (run == nullptr && (run = NewRun(RunPagesFor(need))) == nullptr)
+        return nullptr;
+    // The run's largest free chunk holds `need`: GetChunk cannot fail.
+    u32 chunk = need;
+    PackedBlock* block = static_cast<PackedBlock*>(run->tree.GetChunk(chunk, kTag));
+    block->marker = BlockMarker;
+    block->capacity = chunk - BlockHeaderSize;
+    ++run->live;
+    m_Statistics.AddAllocation(block->capacity, block->capacity);
+    Refile(run);
+    return block->User();
+}
+
+void PackedAllocator::Free(const void* p)
+{
+    if (p == nullptr)
+        return;
+    ScopedLock<CriticalSection> lock(m_Lock);
+    PackedRun* run = RunOf(p, "Free");
+    if (run == nullptr)
+        return;
+    PackedBlock* block = PackedBlock::Of(p);
+    const u32 capacity = block->capacity;
+    // The tree refuses a chunk that overlaps a free one: a double free.
+    if (u64(capacity) + BlockHeaderSize >
+            u64(run->End() - reinterpret_cast<unsigned char*>(block)) ||
+        !run->tree.InsertChunkInTree(block, capacity + BlockHeaderSize, kTag))
+    {
+        ReportBadBlock("Free", p);
+        return;
+    }
+    m_Statistics.RemoveAllocation(capacity, capacity);
+    if (--run->live == 0)
+        ReleaseRun(run);
+    else
+        Refile(run);
+}
+
+void* PackedAllocator::ReAllocNoThrow(void* p, unsigned int size)
+{
+    if (p == nullptr)
+        return MallocNoThrow(size);
+    const u32 need = NeedFor(size);
+    if (size == 0 || need == 0)
+        return nullptr;
+    ScopedLock<CriticalSection> lock(m_Lock);
+    PackedRun* run = RunOf(p, "ReAllocNoThrow");
+    if (run == nullptr)
+        return nullptr;
+    PackedBlock* block = PackedBlock::Of(p);
+    unsigned char* start = reinterpret_cast<unsigned char*>(block);
+    const u32 chunk = block->Chunk();
+    const u32 capacity = block->capacity;
+    u32 resized;
+
+    if (size <= capacity)
+    {
+        // A big run holds its block alone: when a smaller run would do, the
+        // block moves and the run's pages go back.
+        if (run->pages >= BigRunPages && RunPagesFor(need) < run->pages)
+            if (void* moved = MallocNoThrow(size))
+            {
+                std::memcpy(moved, p, size);
+                Free(p);
+                return moved;
+            }
+        if (u64(need) + MinimumChunk > chunk)
+            return p; // no tail worth giving back
+        // The tail is part of a live block: the tree cannot hold any of it.
+        const bool inserted = run->tree.InsertChunkInTree(start + need, chunk - need, kTag);
+        QEL_ASSERT(m_ErrorCategory, inserted);
+        if (!inserted)
+            return p;
+        resized = need;
+    }
+    else
+    {
+        u32 extra = need - chunk;
+        if (run->tree.GetChunkAt(start + chunk, extra, kTag) == nullptr &&
+            (!GrowRun(run, start + chunk, need - chunk) ||
+             run->tree.GetChunkAt(start + chunk, extra, kTag) == nullptr))
+        {
+            Refile(run);
+            void* moved = MallocNoThrow(size);
+            if (moved == nullptr)
+                return nullptr;
+            std::memcpy(moved, p, capacity);
+            Free(p);
+            return moved;
+        }
+        resized = chunk + extra;
+    }
+    block->capacity = resized - BlockHeaderSize;
+    m_Statistics.RemoveAllocation(capacity, capacity);
+    m_Statistics.AddAllocation(block->capacity, block->capacity);
+    Refile(run);
+    return p;
+}
+
+bool PackedAllocator::GrowRun(PackedRun* run, unsigned char* end, u32 missing)
+{
+    // Only a block with nothing but free space behind it, up to the run's
+    // end, can use pages added behind the run.
+    u32 free = 0;
+    if (end != run->End())
+    {
+        void* chunk = nullptr;
+        if (!run->tree.FindChunk(end, &chunk, &free) || chunk != end || end + free != run->End())
+            return false;
+    }
+    const u32 extra = (missing - free + PageSize - 1) / PageSize;
+    if (u64(run->pages) + extra > MaxRunPages || !m_Pages->ExtendRun(this, run, run->pages, extra))
+        return false;
+    unsigned char* oldEnd = run->End();
+    Unfile(run); // the set-aside page count follows the run's pages
+    run->pages += extra;
+    m_Statistics.AddPages(extra);
+    const bool inserted = run->tree.InsertChunkInTree(oldEnd, extra * PageSize, kTag);
+    QEL_ASSERT(m_ErrorCategory, inserted);
+    return inserted;
+}
+
+void PackedAllocator::FreeAll()
+{
+    ScopedLock<CriticalSection> lock(m_Lock);
+    auto release = [this](PackedRun* run) { m_Pages->ReleasePages(this, run, run->pages); };
+    packedrun::ForEach(m_Room, release);
+    packedrun::ForEach(m_SetAside, release);
+    packedrun::Reset(m_Room);
+    packedrun::Reset(m_SetAside);
+    m_Statistics.ClearCurrent();
+}
+
+// ---- debug forms and moves --------------------------------------------------
+
+void* PackedAllocator::MallocDebugNoThrow(unsigned int size, const char*, const char*, u32)
+{
+    return MallocNoThrow(size);
+}
+
+void* PackedAllocator::ReAllocDebugNoThrow(void* p, unsigned int size, const char*, const char*,
+                                           u32)
+{
+    return ReAllocNoThrow(p, size);
+}
+
+void PackedAllocator::FreeDebug(const void* p, const char*, u32)
+{
+    Free(p);
+}
+
+void* PackedAllocator::Transfert(Allocator* target, void* p, unsigned int size)
+{
+    return TransfertDebug(target, p, size, nullptr, __FILE__, __LINE__);
+}
+
+void* PackedAllocator::TransfertDebug(Allocator* target, void* p, unsigned int size, const char*,
+                                      const char*, u32)
+{
+    if (p == nullptr)
+        return target ? target->MallocNoThrow(size) : nullptr;
+    if (target == nullptr)
+        return nullptr;
+    if (target == this)
+        return ReAllocNoThrow(p, size);
+    // The block is the caller's, so its capacity is read without the lock,
+    // and the lock is not held while the target allocates: a pool moving a
+    // block here holds its own lock while it calls us.
+    const u32 capacity = PackedBlock::Of(p)->capacity;
+    void* moved = target->MallocNoThrow(size);
+    if (moved == nullptr)
+        return nullptr;
+    std::memcpy(moved, p, size < capacity ? size : capacity);
+    Free(p);
+    return moved;
+}
+
+AllocatorStatistics PackedAllocator::GetStatistics() const
+{
+    ScopedLock<CriticalSection> lock(m_Lock);
+    return m_Statistics;
+}
+
+} // namespace qel

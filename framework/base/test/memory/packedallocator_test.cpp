@@ -1,0 +1,287 @@
+// The packed allocator: the need and run-size rules, the choice among runs and
+// among free chunks, merging, set-aside runs, runs going back, reallocation
+// in place and across pages, reports of bad frees, the dumps and the checks.
+// Moves to another allocator (Transfert) are tested through the hybrid.
+#include <qel/packedallocator.h>
+#include <qel/pagemanager.h>
+
+#include "memory/memorytest.h"
+#include "support/scriptedhost.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+using qel::PackedAllocator;
+using qel::u32;
+using qeltest::Format;
+using qeltest::Hex;
+
+char* Take(PackedAllocator& packed, unsigned size)
+{
+    return static_cast<char*>(packed.MallocNoThrow(size));
+}
+
+u32 Used(const PackedAllocator& packed)
+{
+    return packed.GetStatistics().currentUsedSize;
+}
+
+// Each case's allocator gives back what the case left, so that its
+// destructor has no leaks to list.
+class PackedAllocatorTest : public ::testing::Test
+{
+protected:
+    void TearDown() override { packed.FreeAll(); }
+    PackedAllocator packed{"Test", 256};
+};
+
+// Questions whose text begins with `prefix` (an unanswered warning is also
+// followed by "see it again?").
+std::size_t Asked(const qeltest::ScriptedHost& host, const std::string& prefix)
+{
+    std::size_t count = 0;
+    for (const auto& question : host.questions)
+        count += question.text.rfind(prefix, 0) == 0;
+    return count;
+}
+
+TEST_F(PackedAllocatorTest, NeedAndRunSizeBoundaries)
+{
+    EXPECT_EQ(packed.MallocNoThrow(0), nullptr);
+    for (unsigned size : {1u, 23u, 24u, 25u})
+    {
+        const u32 before = Used(packed);
+        char* p = Take(packed, size);
+        EXPECT_EQ(Used(packed) - before, size <= 24 ? 24u : 32u) << size; // chunks of 40 and 48
+        if (size == 1)
+        {
+            EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) & 4095, 144u); // run + block headers
+        }
+    }
+    packed.FreeAll();
+    // Needs of 3968 and 3984 get the minimum of 4 pages, 20000 gets 5.
+    for (unsigned need : {3968u, 3984u, 20000u})
+    {
+        char* p = Take(packed, need - 16);
+        EXPECT_EQ(packed.GetStatistics().currentPages, need == 20000 ? 5u : 4u) << need;
+        packed.Free(p);
+        EXPECT_EQ(packed.GetStatistics().currentPages, 0u);
+    }
+}
+
+TEST_F(PackedAllocatorTest, RemainderUnderFortyBytesIsHandedOutWhole)
+{
+    Take(packed, 16256 - 16 - 32); // leaves 32 bytes of a fresh 4-page run
+    EXPECT_EQ(Used(packed), 16256u - 16u);
+    EXPECT_EQ(packed.GetStatistics().currentFullPages, 4u); // nothing left: set aside
+    EXPECT_TRUE(packed.ValidateMemory());
+}
+
+TEST_F(PackedAllocatorTest, FreedNeighboursMergeIntoOneChunk)
+{
+    char* blocks[5];
+    for (char*& block : blocks)
+        block = Take(packed, 112); // chunks of 128, back to back
+    EXPECT_EQ(blocks[1], blocks[0] + 128);
+    packed.Free(blocks[0]);
+    packed.Free(blocks[2]);
+    packed.Free(blocks[1]); // between two free chunks: all three merge
+    EXPECT_EQ(Take(packed, 384 - 16), blocks[0]);
+    EXPECT_TRUE(packed.ValidateMemory());
+}
+
+TEST_F(PackedAllocatorTest, ExactFitTakesTheLaterChunkAndSmallRemaindersStay)
+{
+    char* a = Take(packed, 48); // 64
+    Take(packed, 32);
+    char* b = Take(packed, 48); // 64
+    Take(packed, 32);
+    char* c = Take(packed, 80); // 96
+    Take(packed, 32);
+    for (char* p : {a, b, c})
+        packed.Free(p);
+    EXPECT_EQ(Take(packed, 48), b); // the later of the two 64-byte chunks
+    const u32 before = Used(packed);
+    EXPECT_EQ(Take(packed, 64), c); // needs 80: the 16 left of 96 go with it
+    EXPECT_EQ(Used(packed) - before, 80u);
+}
+
+TEST_F(PackedAllocatorTest, RequestGoesToTheRunWhoseLargestChunkFitsItMost)
+{
+    char* a = Take(packed, 24);       // 40 bytes: the rest of run A is 16216
+    Take(packed, 16216 - 1000 - 16);  // A keeps a largest chunk of 1000
+    char* b = Take(packed, 2000);     // too big for A: run B
+    char* fromB = Take(packed, 992);  // needs 1008: more than A has
+    char* fromA = Take(packed, 976);  // needs 992: A fits it best, and takes all 1000
+    EXPECT_EQ(fromA, a + 40 + 15216); // A's tail
+    EXPECT_EQ(fromB, b + 2016);       // behind the chunk of b
+}
+
+TEST_F(PackedAllocatorTest, FullAndBigRunsAreSetAsideAndGoBackWithTheirLastBlock)
+{
+    qel::PageManager& manager = qel::PageManager::GetSingletonInstance();
+    const u32 usedPages = manager.GetStatistics().currentUsedPages;
+    char* full = Take(packed, 16000); // 240 bytes left: at or below the threshold
+    EXPECT_EQ(packed.GetStatistics().currentFullPages, 4u);
+    char* small = Take(packed, 100); // the set-aside run is not searched
+    EXPECT_EQ(packed.GetStatistics().currentPages, 8u);
+    EXPECT_TRUE(small < full - 144 || small >= full - 144 + 16384); // another run
+    packed.Free(full);
+    EXPECT_EQ(packed.GetStatistics().currentFullPages, 0u);
+    EXPECT_EQ(manager.GetStatistics().currentUsedPages, usedPages + 4);
+
+    char* big = Take(packed, 200000); // 49 pages, set aside with its one block
+    EXPECT_EQ(packed.GetStatistics().currentFullPages, 49u);
+    EXPECT_NE(Take(packed, 100), big + 200000 + 16); // its tail takes nothing
+    packed.FreeAll();
+    EXPECT_EQ(manager.GetStatistics().currentUsedPages, usedPages);
+    const qel::AllocatorStatistics after = packed.GetStatistics();
+    EXPECT_EQ(after.currentPages + after.currentAllocations + after.currentFullPages, 0u);
+    EXPECT_EQ(after.peakPages, 4u + 49u);
+}
+
+TEST_F(PackedAllocatorTest, ReallocGrowsInPlaceMovesAndShrinks)
+{
+    char* a = Take(packed, 100);
+    std::memset(a, 0x3A, 100);
+    EXPECT_EQ(packed.ReAllocNoThrow(a, 200), a); // the free tail is right behind
+    Take(packed, 100);                           // now something is
+    char* moved = static_cast<char*>(packed.ReAllocNoThrow(a, 1000));
+    ASSERT_NE(moved, a);
+    EXPECT_EQ(std::string(moved, 100), std::string(100, 0x3A));
+    const u32 before = Used(packed);
+    EXPECT_EQ(packed.ReAllocNoThrow(moved, 100), moved);
+    EXPECT_EQ(before - Used(packed), 1008u - 112u); // the tail went back to the run
+    EXPECT_EQ(packed.ReAllocNoThrow(moved, 0), nullptr);
+    EXPECT_EQ(moved[99], 0x3A);
+
+    const u32 pages = packed.GetStatistics().currentPages;
+    char* big = Take(packed, 300000);
+    big[0] = 0x5B;
+    char* shrunk = static_cast<char*>(packed.ReAllocNoThrow(big, 64));
+    EXPECT_EQ(shrunk[0], 0x5B);
+    EXPECT_EQ(packed.GetStatistics().currentPages, pages); // the big run went back
+    EXPECT_TRUE(packed.ValidateMemory());
+}
+
+TEST_F(PackedAllocatorTest, BlockAtTheEndOfItsRunGrowsIntoFreePagesBehindIt)
+{
+    char* p = Take(packed, 100);
+    std::memset(p, 0x6C, 100);
+    // 30000 bytes need 4 more pages: in place when the page manager has them
+    // free right behind the run.
+    const qel::PageManager& manager = qel::PageManager::GetSingletonInstance();
+    bool free = true;
+    for (char* page = p - 144 + 16384; page < p - 144 + 8 * 4096; page += 4096)
+    {
+        const std::atomic<u32>* record = manager.GetRecords().Find(page);
+        free = free && record && record->load() >> 24 == qel::PageManager::NoOwner;
+    }
+    char* q = static_cast<char*>(packed.ReAllocNoThrow(p, 30000));
+    EXPECT_EQ(q == p, free);
+    EXPECT_EQ(std::string(q, 100), std::string(100, 0x6C));
+    EXPECT_EQ(packed.GetStatistics().currentPages, 8u);
+    EXPECT_TRUE(packed.ValidateMemory());
+}
+
+TEST_F(PackedAllocatorTest, BadFreesAreReportedAndChangeNothing)
+{
+    char* a = Take(packed, 100);
+    char* b = Take(packed, 100);
+    Take(packed, 100);
+    packed.Free(a);
+    packed.Free(b); // merges into a's chunk; its header stays readable
+    const qel::AllocatorStatistics before = packed.GetStatistics();
+    qeltest::ScriptedHost host;
+    packed.Free(b); // the chunk tree refuses it
+    packed.Free(a); // its header is now a tree node
+    int local = 0;
+    packed.Free(&local);
+    EXPECT_EQ(Asked(host, "PackedAllocator::Free(): "), 3u);
+    EXPECT_EQ(Asked(host, "PackedAllocator::Free(): " + Hex(b) +
+                              " is not a live block of this allocator! Allocator: " + Hex(&packed) +
+                              ". Ignored.\n"),
+              1u);
+    const qel::AllocatorStatistics after = packed.GetStatistics();
+    EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0);
+    EXPECT_TRUE(packed.ValidateMemory());
+}
+
+TEST_F(PackedAllocatorTest, ChecksFindDamageAndDeadPointers)
+{
+    char* a = Take(packed, 100);
+    char* b = Take(packed, 100);
+    packed.Free(a);
+    EXPECT_TRUE(packed.IsValidPointer(b));
+    EXPECT_FALSE(packed.IsValidPointer(a));
+    EXPECT_FALSE(packed.IsValidPointer(b + 8));
+    qeltest::ScriptedHost host;
+    b[-16] ^= 1; // the marker
+    EXPECT_FALSE(packed.ValidateMemory());
+    b[-16] ^= 1;
+    EXPECT_TRUE(packed.ValidateMemory());
+    EXPECT_EQ(Asked(host, "PackedAllocator::ValidateMemory(): damaged block headers in run " +
+                              Hex(b - 16 - 128 - 128)),
+              1u);
+}
+
+TEST_F(PackedAllocatorTest, DumpOfAKnownState)
+{
+    char* a = Take(packed, 100); // chunk 128
+    char* b = Take(packed, 24);  // chunk 40
+    char* c = Take(packed, 200); // chunk 224
+    packed.Free(b);
+    char* run = a - 144;
+    qeltest::DumpCapture capture;
+    packed.DumpStatistics(1 | 2 | 8, nullptr, nullptr, capture.Stream(), nullptr);
+    const std::string self = Hex(&packed), runText = Hex(run) + " PageCount: 4 PageSize: 16384";
+    const char* row =
+        "%-15s\t%15u\t%15u\t%15u\t%15u\t%15u\t%20u\t%15u\t%15u\t%15u\t%15u\t%15u\t%20u";
+    const std::vector<std::string> expected = {
+        "",
+        "Dumping memory usage statistics for PackedAllocator " + self + "\tOverhead per alloc: 16",
+        capture.Lines()[2], // the shared table header
+        Format(row, "Test", 2, 320, 320, 4, 16384, 0, 3, 344, 344, 4, 16384, 0),
+        "",
+        "",
+        "Dumping page statistics for PackedAllocator " + self,
+        "",
+        "PackedAllocatorPage: " + runText,
+        "Address     \t   Used size",
+        Hex(a) + Format("\t%16u", 112),
+        Hex(c) + Format("\t%16u", 208),
+        "Number of allocations: 2\tLargest free chunk: 15864",
+        "",
+        "End of page statistics for PackedAllocator " + self,
+        "",
+        "Freelist PackedAllocatorPage: " + runText,
+        "Address     \t        Size",
+        Hex(b - 16) + Format("\t%16u", 40),
+        Hex(c + 208) + Format("\t%16u", 15864),
+        "Number of nodes: 2",
+    };
+    EXPECT_EQ(capture.Lines(), expected);
+}
+
+TEST(PackedAllocator, DestructionListsWhatIsStillAllocated)
+{
+    qeltest::ScriptedHost host;
+    char* leak = nullptr;
+    {
+        PackedAllocator packed("Leaky", 256);
+        leak = Take(packed, 100);
+    }
+    std::string output;
+    for (const std::string& text : host.output)
+        output += text;
+    EXPECT_NE(output.find("Dumping page statistics for PackedAllocator"), std::string::npos);
+    EXPECT_NE(output.find(Hex(leak) + Format("\t%16u", 112)), std::string::npos) << output;
+}
+
+} // namespace

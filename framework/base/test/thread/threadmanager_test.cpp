@@ -1,0 +1,120 @@
+// The thread manager: suspended start, the table, waiting, self-suspension
+// and priorities.
+#include <qel/threadmanager.h>
+
+#include "thread/waituntil.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#if defined(__linux__)
+#include <sys/resource.h>
+#endif
+
+namespace
+{
+
+using qel::ThreadManager;
+using qel::u32;
+
+void Count(void* counter)
+{
+    static_cast<std::atomic<int>*>(counter)->fetch_add(1);
+}
+
+TEST(ThreadManager, SuspendedThreadRunsOnlyAfterResume)
+{
+    std::atomic<int> runs{0};
+    const u32 id = ThreadManager::Create(&Count, &runs, 0, 0, true);
+    ASSERT_NE(id, u32(ThreadManager::InvalidThreadId));
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(runs.load(), 0);
+    EXPECT_TRUE(ThreadManager::Resume(id));
+    ThreadManager::Wait(qel::s32(id));
+    EXPECT_EQ(runs.load(), 1);
+}
+
+TEST(ThreadManager, FinishedThreadLeavesTheTableAndWaitReturnsAtOnce)
+{
+    std::atomic<int> runs{0};
+    const u32 id = ThreadManager::Create(&Count, &runs, 64 * 1024, 0, false);
+    ASSERT_NE(id, u32(ThreadManager::InvalidThreadId));
+    ThreadManager::Wait(qel::s32(id));
+    EXPECT_EQ(runs.load(), 1);
+    // Unregistered once its entry returned: unknown from then on.
+    EXPECT_TRUE(WaitUntil([id] { return !ThreadManager::Resume(id); }));
+    ThreadManager::Wait(qel::s32(id));
+    EXPECT_FALSE(ThreadManager::Resume(0x7FFFFFF0));
+}
+
+TEST(ThreadManager, ThreadIdsAreTheThreadsOwn)
+{
+    struct Probe
+    {
+        std::atomic<u32> seen{0};
+        static void Run(void* self)
+        {
+            static_cast<Probe*>(self)->seen = ThreadManager::GetThreadID();
+        }
+    } probe;
+    const u32 id = ThreadManager::Create(&Probe::Run, &probe, 0, 0, false);
+    ThreadManager::Wait(qel::s32(id));
+    EXPECT_EQ(probe.seen.load(), id);
+    EXPECT_NE(ThreadManager::GetThreadID(), id);
+}
+
+TEST(ThreadManager, SuspendedThreadGoesOnAfterResume)
+{
+    struct Sleeper
+    {
+        std::atomic<int> stage{0};
+        static void Run(void* self)
+        {
+            Sleeper& sleeper = *static_cast<Sleeper*>(self);
+            sleeper.stage = 1;
+            ThreadManager::Suspend();
+            sleeper.stage = 2;
+        }
+    } sleeper;
+    const u32 id = ThreadManager::Create(&Sleeper::Run, &sleeper, 0, 0, false);
+    ASSERT_TRUE(WaitUntil([&] { return sleeper.stage.load() == 1; }));
+    // A resume that comes before the thread has suspended itself is lost,
+    // as it is for the system's own threads: resume until it goes on.
+    ASSERT_TRUE(WaitUntil(
+        [&]
+        {
+            ThreadManager::Resume(id);
+            return sleeper.stage.load() == 2;
+        }));
+    ThreadManager::Wait(qel::s32(id));
+}
+
+#if defined(__linux__)
+// Linux keeps a nice value per thread: lowering the priority raises it.
+TEST(ThreadManager, PriorityOutsideTheRangeStaysNormal)
+{
+    struct Nice
+    {
+        std::atomic<int> value{-100};
+        static void Run(void* self)
+        {
+            static_cast<Nice*>(self)->value = getpriority(PRIO_PROCESS, 0);
+        }
+    };
+    const int normal = getpriority(PRIO_PROCESS, 0);
+    for (const int priority : {3, -3, 0})
+    {
+        Nice nice;
+        ThreadManager::Wait(qel::s32(ThreadManager::Create(&Nice::Run, &nice, 0, priority, false)));
+        EXPECT_EQ(nice.value.load(), normal) << priority;
+    }
+    Nice lowest;
+    ThreadManager::Wait(qel::s32(ThreadManager::Create(&Nice::Run, &lowest, 0, -2, false)));
+    EXPECT_GT(lowest.value.load(), normal);
+}
+#endif
+
+} // namespace
