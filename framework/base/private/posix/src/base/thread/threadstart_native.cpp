@@ -6,9 +6,8 @@
 
 #include "base/thread/thread_native.h"
 
-#include <qel/mem.h>
-
 #include <atomic>
+#include <cstdlib>
 #include <new>
 
 #include <dlfcn.h>
@@ -46,7 +45,7 @@ void Release(Thread* thread)
         pthread_mutex_destroy(&thread->mutex);
         pthread_cond_destroy(&thread->changed);
         thread->~Thread();
-        Mem::GetNativeAlloc()->Free(thread);
+        std::free(thread);
     }
 }
 
@@ -90,8 +89,10 @@ void* Start(void* context)
 bool ThreadCreate(void (*routine)(void*), void* argument, u32 stackSize, ThreadHandle& handle,
                   u32& id)
 {
-    Allocator* native = Mem::GetNativeAlloc();
-    void* place = native ? native->MallocNoThrow(sizeof(Thread)) : nullptr;
+    // The record is the system's side of the thread, like a Windows thread
+    // object: it comes from the C heap because a thread may still be on its
+    // way out when the library's allocators are torn down at exit.
+    void* place = std::malloc(sizeof(Thread));
     if (place == nullptr)
         return false;
     Thread* thread = new (place) Thread;
@@ -112,7 +113,7 @@ bool ThreadCreate(void (*routine)(void*), void* argument, u32 stackSize, ThreadH
     if (!started)
     {
         thread->~Thread();
-        native->Free(thread);
+        std::free(thread);
         return false;
     }
     pthread_mutex_lock(&thread->mutex);
