@@ -31,6 +31,7 @@ int Tour(int argc, char** argv)
     qeltool::TourMemory(context);
     qeltool::TourThread(context);
     qeltool::TourFiles(context);
+    qeltool::TourStreams(context);
     return 0;
 }
 

@@ -19,6 +19,7 @@ void TourCore(const TourContext& context);
 void TourMemory(const TourContext& context);
 void TourThread(const TourContext& context);
 void TourFiles(const TourContext& context);
+void TourStreams(const TourContext& context);
 
 // qeltool mounts: the file manager's mount table, one mount a line.
 void PrintMountTable();

@@ -32,6 +32,7 @@
 #include <qel/host.h>
 #include <qel/hybridallocator.h>
 #include <qel/inputbufferstream.h>
+#include <qel/inputfilestream.h>
 #include <qel/inputmemorystream.h>
 #include <qel/inputstream.h>
 #include <qel/instancemanager.h>
@@ -42,6 +43,8 @@
 #include <qel/mutex.h>
 #include <qel/mutexbase.h>
 #include <qel/outputbufferstream.h>
+#include <qel/outputfilestream.h>
+#include <qel/outputmemorystream.h>
 #include <qel/outputstream.h>
 #include <qel/packedallocator.h>
 #include <qel/pageallocator.h>

@@ -1,0 +1,133 @@
+// The providers and streams over files opened through the file manager.
+#include <qel/file.h>
+#include <qel/filemanager.h>
+#include <qel/inputfilestream.h>
+#include <qel/mem.h>
+#include <qel/outputfilestream.h>
+
+namespace qel
+{
+
+namespace
+{
+
+unsigned char* AllocateBuffer(u32 size)
+{
+    return static_cast<unsigned char*>(Mem::GetGeneralAlloc()->Malloc(size));
+}
+
+} // namespace
+
+// ---- input file -------------------------------------------------------------
+
+InputFileProvider::~InputFileProvider()
+{
+    if (m_Buffer != nullptr)
+        Mem::GetGeneralAlloc()->Free(m_Buffer);
+    delete m_File;
+}
+
+void InputFileProvider::Open(const char* path)
+{
+    Set(FileManager::GetSingletonInstance().OpenFile(path, File::OpenRead | File::OpenExisting));
+}
+
+void InputFileProvider::Set(File* file)
+{
+    if (file != m_File)
+        delete m_File;
+    m_File = file;
+    m_Open = file != nullptr;
+}
+
+u64 InputFileProvider::GetSize() const
+{
+    return m_File != nullptr ? m_File->GetFileSize() : 0;
+}
+
+void InputFileProvider::Request(u32 position, unsigned char*& block, unsigned char*& current,
+                                unsigned char*& end)
+{
+    if (m_File == nullptr)
+    {
+        block = current = end = nullptr; // nothing to read
+        return;
+    }
+    if (m_Buffer == nullptr)
+        m_Buffer = AllocateBuffer(BufferSize);
+    // Seeking to where the last read stopped makes no system call.
+    m_File->Seek(File::SeekBegin, position);
+    const u32 count = m_Buffer != nullptr ? m_File->Read(m_Buffer, BufferSize) : 0;
+    block = current = m_Buffer;
+    end = m_Buffer + count;
+}
+
+void InputFileStream::Open(const char* path)
+{
+    m_FileProvider.Open(path);
+    m_Block = nullptr; // the provider's buffer now belongs to the new file
+    m_Position = 0;
+}
+
+// ---- output file ------------------------------------------------------------
+
+OutputFileProvider::~OutputFileProvider()
+{
+    if (m_Buffer != nullptr)
+        Mem::GetGeneralAlloc()->Free(m_Buffer);
+    delete m_File;
+}
+
+void OutputFileProvider::Open(const char* path, u32 openFlags)
+{
+    Set(FileManager::GetSingletonInstance().OpenFile(path, openFlags));
+}
+
+void OutputFileProvider::Set(File* file)
+{
+    if (file != m_File)
+        delete m_File;
+    m_File = file;
+    m_Open = file != nullptr;
+}
+
+void OutputFileProvider::Request(u32, unsigned char*& block, unsigned char*& current,
+                                 unsigned char*& end)
+{
+    if (m_File != nullptr && m_Buffer == nullptr)
+        m_Buffer = AllocateBuffer(BufferSize);
+    if (m_File == nullptr || m_Buffer == nullptr)
+    {
+        block = current = end = nullptr; // no sink: the stream writes nothing
+        return;
+    }
+    block = current = m_Buffer;
+    end = m_Buffer + BufferSize;
+}
+
+void OutputFileProvider::Return(void* block, void* end)
+{
+    if (m_File == nullptr || block == nullptr)
+        return;
+    m_File->Write(block, static_cast<u32>(static_cast<unsigned char*>(end) -
+                                          static_cast<unsigned char*>(block)));
+}
+
+void OutputFileProvider::Return(void* block)
+{
+    Return(block, static_cast<unsigned char*>(block) + BufferSize);
+}
+
+OutputFileStream::~OutputFileStream()
+{
+    Finish();
+}
+
+void OutputFileStream::Open(const char* path, u32 openFlags)
+{
+    Finish(); // the tail belongs to the file held until now
+    m_FileProvider.Open(path, openFlags);
+    m_Position = 0;
+}
+
+} // namespace qel

@@ -1,0 +1,86 @@
+// The growing output memory stream: what GetBuffer reports while the last
+// odd byte waits in the staging block, the growth, and round trips into an
+// input memory stream.
+#include <qel/inputmemorystream.h>
+#include <qel/outputmemorystream.h>
+
+#include "roundtrip.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace
+{
+
+using qel::OutputMemoryProvider;
+using qel::OutputMemoryStream;
+using qel::u32;
+
+// An output stream over a provider that outlives it.
+class BorrowingStream : public qel::OutputStream
+{
+public:
+    explicit BorrowingStream(qel::Provider* provider) : OutputStream(provider) {}
+    ~BorrowingStream() override { Finish(); }
+};
+
+TEST(OutputMemoryStreamTest, OddLastByteIsMissingFromGetBufferUntilFlushOrDestruction)
+{
+    OutputMemoryStream stream;
+    u32 size = 99;
+    stream.Write("abc", 3);
+    stream.GetBuffer(size);
+    EXPECT_EQ(size, 2u);
+    stream.Flush();
+    unsigned char* data = stream.GetBuffer(size);
+    ASSERT_EQ(size, 3u);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(data), 3), "abc");
+
+    OutputMemoryProvider provider;
+    {
+        BorrowingStream borrowing(&provider);
+        borrowing.Write(static_cast<unsigned char>('x'));
+        provider.GetBuffer(size);
+        EXPECT_EQ(size, 0u);
+    }
+    data = provider.GetBuffer(size);
+    ASSERT_EQ(size, 1u);
+    EXPECT_EQ(data[0], 'x');
+}
+
+TEST(OutputMemoryStreamTest, GrowthKeepsEveryByteAndDoublesPastWhatIsNeeded)
+{
+    OutputMemoryProvider provider;
+    std::vector<u32> capacities{provider.GetCapacity()};
+    {
+        BorrowingStream stream(&provider);
+        for (u32 i = 0; i < 5000; ++i)
+        {
+            stream.Write(static_cast<unsigned char>(i % 253));
+            if (provider.GetCapacity() != capacities.back())
+                capacities.push_back(provider.GetCapacity());
+        }
+    }
+    // 2 bytes at a time: 2, then 2 * (2 + 2), 2 * (8 + 2), ...
+    EXPECT_EQ(capacities, (std::vector<u32>{2, 8, 20, 44, 92, 188, 380, 764, 1532, 3068, 6140}));
+    u32 size = 0;
+    const unsigned char* data = provider.GetBuffer(size);
+    ASSERT_EQ(size, 5000u);
+    for (u32 i = 0; i < size; ++i)
+        ASSERT_EQ(data[i], i % 253) << "at " << i;
+}
+
+TEST(OutputMemoryStreamTest, EveryWidthAndArrayFormSurvivesTheMemoryPair)
+{
+    OutputMemoryStream out;
+    streamtest::WriteEverything(out);
+    out.Flush();
+    u32 size = 0;
+    const unsigned char* data = out.GetBuffer(size);
+    ASSERT_EQ(size, streamtest::RoundTripSize);
+    qel::InputMemoryStream in(data, size);
+    streamtest::CheckEverything(in);
+}
+
+} // namespace
