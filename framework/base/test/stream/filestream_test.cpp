@@ -163,10 +163,12 @@ public:
     }
     ~PatternFile() override { *m_Deleted = true; }
     std::vector<u64> seeks;
+    int reads = 0;
 
 protected:
     u32 DoRead(void* buffer, u32 count) override
     {
+        ++reads;
         const u64 position = GetFilePosition();
         const u64 left = position < m_Length ? m_Length - position : 0;
         const u32 n = u32(count < left ? count : left);
@@ -211,6 +213,23 @@ TEST(FileStreamSeekTest, SequentialReadingNeverSeeksAndSkipPastABlockSeeksOnTheN
         EXPECT_FALSE(deleted);
     }
     EXPECT_TRUE(deleted);
+}
+
+TEST(FileStreamSeekTest, BigReadsGoStraightToTheCallersBuffer)
+{
+    bool deleted = false;
+    auto* file = new PatternFile(4 * u64(Block), &deleted);
+    InputFileStream in(file);
+    std::vector<unsigned char> buffer(2 * Block + 5);
+    EXPECT_EQ(in.Read(buffer.data(), u32(buffer.size())), buffer.size());
+    EXPECT_EQ(file->reads, 1); // one read of the whole request, no staging copy
+    for (u32 i = 0; i < buffer.size(); i += 4099)
+        ASSERT_EQ(buffer[i], Pattern(i));
+    unsigned char byte = 0;
+    in.Read(byte); // small reads go through a block again
+    EXPECT_EQ(byte, Pattern(2 * Block + 5));
+    EXPECT_EQ(file->reads, 2);
+    EXPECT_EQ(in.Read(buffer.data(), u32(buffer.size())), 2 * Block - 6); // short at the end
 }
 
 TEST(FileStreamSeekTest, ProviderReplacesAndDeletesTheFileItHolds)

@@ -28,6 +28,11 @@ public:
                          unsigned char*& end) = 0;
     virtual void Return(void* block, void* end);
     virtual void Return(void* block);
+    // Copies `count` bytes from `position` straight into `buffer`, bypassing
+    // the blocks, when the provider can do that with less work (a file, for
+    // reads of a whole block or more). Returns false when it cannot; `read`
+    // is then untouched.
+    virtual bool ReadDirect(u32 position, void* buffer, u32 count, u32& read);
 
     // True once the provider has a source or a sink.
     bool IsOpen() const { return m_Open; }

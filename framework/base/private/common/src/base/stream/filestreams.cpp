@@ -62,6 +62,15 @@ void InputFileProvider::Request(u32 position, unsigned char*& block, unsigned ch
     end = m_Buffer + count;
 }
 
+bool InputFileProvider::ReadDirect(u32 position, void* buffer, u32 count, u32& read)
+{
+    if (m_File == nullptr || count < BufferSize)
+        return false;
+    m_File->Seek(File::SeekBegin, position);
+    read = m_File->Read(buffer, count);
+    return true;
+}
+
 void InputFileStream::Open(const char* path)
 {
     m_FileProvider.Open(path);

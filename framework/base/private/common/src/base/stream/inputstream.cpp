@@ -15,6 +15,14 @@ u32 InputStream::Read(void* buffer, u32 count)
     {
         if (m_Block == nullptr)
         {
+            u32 direct = 0;
+            if (m_Provider->ReadDirect(m_Position, target + done, count - done, direct) &&
+                direct > 0)
+            {
+                m_Position += direct;
+                done += direct;
+                continue;
+            }
             RequestBlock();
             if (m_Current == m_End)
             {

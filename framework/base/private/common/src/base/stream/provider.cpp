@@ -9,4 +9,9 @@ void Provider::Return(void*, void*) {}
 
 void Provider::Return(void*) {}
 
+bool Provider::ReadDirect(u32, void*, u32, u32&)
+{
+    return false;
+}
+
 } // namespace qel
