@@ -77,21 +77,6 @@ CreatorBase::~CreatorBase() = default;
 
 std::atomic<Factory*> Factory::ms_SingletonInstance{nullptr};
 
-namespace
-{
-
-// The factory lives on the General allocator; a failure is
-// reported there and leaves the instance missing.
-template <class T>
-struct GeneralStorage
-{
-    static constexpr bool DestroyUnderLock = true;
-    static void* Allocate() { return ObjectMemory::Allocate(sizeof(T), nullptr); }
-    static void Free(void* p) { ObjectMemory::Release(p); }
-};
-
-} // namespace
-
 Factory& Factory::GetSingletonInstance()
 {
     Factory* instance = ms_SingletonInstance.load(std::memory_order_acquire);
@@ -100,8 +85,7 @@ Factory& Factory::GetSingletonInstance()
 
 Factory* Factory::CreateSingletonInstance()
 {
-    return Singleton<Factory, GeneralStorage<Factory>>::Create(ms_SingletonInstance,
-                                                               "qel::Factory");
+    return Singleton<Factory, HeapStorage<Factory>>::Create(ms_SingletonInstance, "qel::Factory");
 }
 
 bool Factory::SignedBytesLess::operator()(const char* left, const char* right) const

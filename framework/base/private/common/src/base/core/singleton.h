@@ -39,10 +39,12 @@ struct StaticStorage
     static void Free(void*) {}
 };
 
-// On the heap, through the class's own operator new (ThreadManager: the
-// Native allocator); destroyed under the instance manager's lock.
+// On the heap, through the class's own allocation operators (the thread
+// manager's go to the Native allocator, the factory's to General); a failed
+// allocation is reported there and leaves the instance missing. Destroyed
+// under the instance manager's lock.
 template <class T>
-struct NativeStorage
+struct HeapStorage
 {
     static constexpr bool DestroyUnderLock = true;
     static void* Allocate() { return T::operator new(sizeof(T)); }

@@ -14,7 +14,7 @@ Allocator* memory::NewHybridAllocator(Allocator* small, bool ownsSmall, Allocato
 {
     if (small == nullptr || big == nullptr)
         return nullptr;
-    return NewOnNative<HybridAllocator>(small, ownsSmall, big, ownsBig);
+    return new HybridAllocator(small, ownsSmall, big, ownsBig);
 }
 
 HybridAllocator::HybridAllocator(Allocator* small, bool ownsSmall, Allocator* big, bool ownsBig)

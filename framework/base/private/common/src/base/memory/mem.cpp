@@ -145,12 +145,12 @@ Allocator* Mem::CreatePackedAllocator(const char* name, u32 fullThreshold)
 
 Allocator* Mem::CreatePageAllocator()
 {
-    return memory::NewOnNative<PageAllocator>();
+    return new PageAllocator;
 }
 
 Allocator* Mem::CreateMallocAllocator()
 {
-    return memory::NewOnNative<MallocAllocator>();
+    return new MallocAllocator;
 }
 
 Allocator* Mem::CreateHybridAllocator(Allocator* small, bool ownsSmall, Allocator* big,

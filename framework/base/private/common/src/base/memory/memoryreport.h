@@ -5,9 +5,6 @@
 #include <qel/mem.h>
 #include <qel/types.h>
 
-#include <new>
-#include <utility>
-
 namespace qel
 {
 namespace memory
@@ -23,22 +20,6 @@ void ReportFatal(u32 category, const char* file, u32 line, const char* format, .
     __attribute__((format(printf, 4, 5)))
 #endif
     ;
-
-// Builds a T in storage from the Native allocator; reports kMallocFailed and
-// returns null when there is none.
-template <class T, class... Arguments>
-T* NewOnNative(Arguments&&... arguments)
-{
-    Allocator* native = Mem::GetNativeAlloc();
-    void* place = native ? native->MallocNoThrow(sizeof(T)) : nullptr;
-    if (place == nullptr)
-    {
-        if (native)
-            native->vError(kMallocFailed);
-        return nullptr;
-    }
-    return new (place) T(std::forward<Arguments>(arguments)...);
-}
 
 // The factories of the allocators that live in sources of their own, each
 // defined beside its class (poolallocator.cpp, packedallocator.cpp,

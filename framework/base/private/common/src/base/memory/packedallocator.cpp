@@ -27,7 +27,7 @@ const unsigned char kTag = MemChunkTree::PackedAllocatorTag;
 
 Allocator* memory::NewPackedAllocator(const char* name, u32 fullThreshold)
 {
-    return NewOnNative<PackedAllocator>(name, fullThreshold);
+    return new PackedAllocator(name, fullThreshold);
 }
 
 PackedAllocator::PackedAllocator(const char* name, u32 fullThreshold)

@@ -8,6 +8,7 @@
 #include "base/memory/poolallocatorpage.h"
 
 #include <cstring>
+#include <initializer_list>
 
 namespace qel
 {
@@ -36,7 +37,7 @@ void Unlink(Page*& first, Page*& last, Page* page)
 
 Allocator* memory::NewPoolAllocator()
 {
-    return NewOnNative<PoolAllocator>();
+    return new PoolAllocator;
 }
 
 PoolAllocator::PoolAllocator() : m_Pools(), m_Totals()

@@ -13,6 +13,7 @@
 #include <cinttypes>
 #include <cstdint>
 #include <cstdio>
+#include <initializer_list>
 
 namespace qel
 {

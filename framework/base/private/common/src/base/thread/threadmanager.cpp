@@ -55,8 +55,8 @@ ThreadManager& ThreadManager::GetSingletonInstance()
 
 ThreadManager* ThreadManager::CreateSingletonInstance()
 {
-    return Singleton<ThreadManager, NativeStorage<ThreadManager>>::Create(ms_SingletonInstance,
-                                                                          "ThreadManager");
+    return Singleton<ThreadManager, HeapStorage<ThreadManager>>::Create(ms_SingletonInstance,
+                                                                        "ThreadManager");
 }
 
 ThreadManager::ThreadManager()
