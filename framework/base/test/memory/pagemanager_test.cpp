@@ -115,7 +115,7 @@ TEST_F(PageManagerTest, OwnerIsFoundFromAnyAddressOfItsRunsOnly)
     EXPECT_EQ(pages->FindOwner(mine), nullptr);
 
     int local = 0;
-    void* heap = std::malloc(64);
+    void* heap = std::calloc(1, 64); // calloc: gcc -O3 warns of a const pointer to unset bytes
     EXPECT_EQ(pages->FindOwner(&local), nullptr);
     EXPECT_EQ(pages->FindOwner(heap), nullptr);
     EXPECT_EQ(pages->FindOwner(nullptr), nullptr);
