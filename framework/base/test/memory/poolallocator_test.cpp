@@ -56,6 +56,28 @@ TEST(PoolAllocator, FreshPageHandsOutBlocksFromItsStart)
     char* second = static_cast<char*>(pool.MallocNoThrow(40));
     EXPECT_EQ(Offset(first), 32u);
     EXPECT_EQ(second, first + 48);
+
+    // The header: guards first and last; on 32-bit hosts eight words with
+    // the free-list head as the address of the first free run.
+    const char* page = first - 32;
+    u32 words[8];
+    std::memcpy(words, page, sizeof words);
+    EXPECT_EQ(words[0], 0xBAAAAAABu);
+    EXPECT_EQ(words[7], 0xEAAAAAAEu);
+    if (sizeof(void*) == 4)
+    {
+        EXPECT_EQ(words[1], 0u); // alone in its list
+        EXPECT_EQ(words[2], 0u);
+        EXPECT_EQ(words[3], u32(reinterpret_cast<std::uintptr_t>(first + 96)));
+        EXPECT_EQ(words[4], 48u);
+        EXPECT_EQ(words[5], 2u);
+        EXPECT_EQ(words[6], 4064u / 48u);
+        // The run at the head links to nothing and holds the rest.
+        u32 run[2];
+        std::memcpy(run, first + 96, sizeof run);
+        EXPECT_EQ(run[0], 0u);
+        EXPECT_EQ(run[1], 4064u / 48u - 2u);
+    }
     pool.Free(first);
     // The freed block is reused first.
     EXPECT_EQ(pool.MallocNoThrow(48), first);
@@ -95,6 +117,11 @@ TEST(PoolAllocator, ReallocStaysWhenTheRoundedSizeIsAtLeastHalfTheBlock)
     char* p = static_cast<char*>(pool.MallocNoThrow(100)); // 112-byte class
     std::memset(p, 0x5C, 100);
     EXPECT_EQ(pool.ReAllocNoThrow(p, 60), p); // 64 >= 112 / 2
+    // In place, the requested size follows the new size; the peak stays.
+    EXPECT_EQ(pool.GetStatistics(6).currentRequestedSize, 60u);
+    EXPECT_EQ(pool.GetTotals().currentRequestedSize, 60u);
+    EXPECT_EQ(pool.GetTotals().peakRequestedSize, 112u);
+    EXPECT_EQ(pool.GetTotals().currentUsedSize, 112u);
     char* moved = static_cast<char*>(pool.ReAllocNoThrow(p, 40));
     EXPECT_NE(moved, p);
     EXPECT_EQ(pool.GetStatistics(2).currentAllocations, 1u); // the 48-byte class
@@ -109,7 +136,10 @@ TEST(PoolAllocator, ReallocStaysWhenTheRoundedSizeIsAtLeastHalfTheBlock)
     EXPECT_EQ(pool.GetTotals().currentAllocations, 2u);
     pool.Free(moved);
     pool.Free(small);
-    EXPECT_EQ(pool.GetTotals().currentRequestedSize, 0u);
+    // Each free took a whole block off: what the shrinks in place took off
+    // (52 for `p`, 15 for `small`) is left below zero.
+    EXPECT_EQ(pool.GetTotals().currentRequestedSize, 0u - 52u - 15u);
+    EXPECT_EQ(pool.GetTotals().currentUsedSize, 0u);
 }
 
 TEST(PoolAllocator, FreeAllKeepsThePeaks)

@@ -45,6 +45,14 @@ struct QEL_API AllocatorStatistics
         currentRequestedSize -= requested;
         currentUsedSize -= used;
     }
+    // A block kept in place for a new size: the requested size moves by
+    // `newSize - oldSize` (modulo 2^32), raising its peak when it grows.
+    void ResizeRequested(u32 oldSize, u32 newSize)
+    {
+        currentRequestedSize += newSize - oldSize;
+        if (newSize > oldSize && currentRequestedSize > peakRequestedSize)
+            peakRequestedSize = currentRequestedSize;
+    }
     void AddPages(u32 count) { Raise(currentPages, peakPages, count); }
     void RemovePages(u32 count) { currentPages -= count; }
     void AddFullPages(u32 count) { Raise(currentFullPages, peakFullPages, count); }

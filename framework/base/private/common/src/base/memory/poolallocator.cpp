@@ -147,10 +147,16 @@ void* PoolAllocator::ReAllocNoThrow(void* p, unsigned int size)
         return MallocNoThrow(size);
     const u32 blockSize = Page::Of(p)->blockSize;
     const u32 rounded = (size + Granularity - 1) & ~(Granularity - 1);
-    // The block keeps its size class, so its statistics stay those of the
-    // block: Free takes the block size off again.
     if (rounded <= blockSize && (blockSize == Granularity || rounded >= blockSize / 2))
+    {
+        // The block stays: only the requested size follows the new size. Free
+        // takes the whole block size off again, so after a shrink in place
+        // the requested size ends below what it was before the block.
+        Pool& pool = m_Pools[ClassOf(blockSize)];
+        pool.statistics.ResizeRequested(blockSize, size);
+        m_Totals.ResizeRequested(blockSize, size);
         return p;
+    }
 
     void* moved = MallocNoThrow(size);
     if (moved == nullptr)

@@ -32,7 +32,7 @@ bool CollectRuns(Page* page, u32 (&offsets)[256], u32 (&counts)[256], u32& numbe
     const u32 end = Page::HeaderSize + u32(page->blocksHeld) * page->blockSize;
     u32 free = 0;
     number = 0;
-    for (u32 offset = page->freeHead; offset != 0;)
+    for (u32 offset = page->OffsetOf(page->freeHead); offset != 0;)
     {
         if (offset < Page::HeaderSize || offset >= Page::Size || number == 256 ||
             (offset - Page::HeaderSize) % page->blockSize != 0)
@@ -44,7 +44,7 @@ bool CollectRuns(Page* page, u32 (&offsets)[256], u32 (&counts)[256], u32& numbe
         counts[number] = run->count;
         free += run->count;
         ++number;
-        offset = run->next;
+        offset = page->OffsetOf(run->next);
     }
     if (free != u32(page->blocksHeld) - page->blocksInUse)
         return false;

@@ -1,7 +1,21 @@
 // A page of the pool allocator: a 32-byte header, then blocks of one size
 // back to back. Free blocks are kept as runs of consecutive blocks; a run
-// begins with its header (the next run's offset in the page, 0 at the end,
-// and the number of blocks in the run).
+// begins with its header (a link to the next run, then the number of blocks
+// in the run).
+//
+// The header on 32-bit hosts is eight unsigned 32-bit words:
+//   0 guard 0xBAAAAAAB        4 block size
+//   1 previous page in list   5 blocks in use
+//   2 next page in list       6 blocks held (4064 / block size)
+//   3 first free run          7 guard 0xEAAAAAAE
+// and the free-list links (word 3, each run's first word) are addresses.
+//
+// On 64-bit hosts the two page links take 8 bytes each; to keep the header
+// at 32 bytes the free-list links become offsets within the page (0 for
+// none) and the counts 16-bit:
+//   bytes 0-3 guard 0xBAAAAAAB, 4-5 first free run, 6-7 block size,
+//   8-15 previous page, 16-23 next page, 24-25 blocks in use,
+//   26-27 blocks held, 28-31 guard 0xEAAAAAAE.
 #pragma once
 
 #include <qel/types.h>
@@ -21,20 +35,65 @@ struct PoolAllocatorPage
         HeaderSize = 32,
     };
 
-    struct Run
-    {
-        u32 next; // offset of the next run in the page, 0 for none
-        u32 count;
-    };
+    struct Run;
+
+#if UINTPTR_MAX == 0xFFFFFFFFu
+    typedef Run* Link; // the run's address
+    typedef u32 Count;
 
     u32 frontGuard;
-    unsigned short freeHead; // offset of the first free run, 0 when full
-    unsigned short blockSize;
     PoolAllocatorPage* previous;
     PoolAllocatorPage* next;
-    unsigned short blocksInUse;
-    unsigned short blocksHeld;
+    Link freeHead; // null when the page is full
+    Count blockSize;
+    Count blocksInUse;
+    Count blocksHeld;
     u32 backGuard;
+
+    Run* ToRun(Link link)
+    {
+        return link;
+    }
+    Link ToLink(Run* run)
+    {
+        return run;
+    }
+    u32 OffsetOf(Link link) const
+    {
+        return link ? u32(std::uintptr_t(link) - std::uintptr_t(this)) : 0;
+    }
+#else
+    typedef u32 Link; // the run's offset in the page
+    typedef unsigned short Count;
+
+    u32 frontGuard;
+    unsigned short freeHead; // 0 when the page is full
+    Count blockSize;
+    PoolAllocatorPage* previous;
+    PoolAllocatorPage* next;
+    Count blocksInUse;
+    Count blocksHeld;
+    u32 backGuard;
+
+    Run* ToRun(Link link)
+    {
+        return reinterpret_cast<Run*>(Base() + link);
+    }
+    Link ToLink(Run* run)
+    {
+        return u32(reinterpret_cast<unsigned char*>(run) - Base());
+    }
+    u32 OffsetOf(Link link) const
+    {
+        return link;
+    }
+#endif
+
+    struct Run
+    {
+        Link next; // null or 0 at the end of the list
+        u32 count;
+    };
 
     static PoolAllocatorPage* Of(const void* block)
     {
@@ -42,8 +101,14 @@ struct PoolAllocatorPage
                                                     ~std::uintptr_t(Size - 1));
     }
 
-    unsigned char* Base() { return reinterpret_cast<unsigned char*>(this); }
-    Run* RunAt(u32 offset) { return reinterpret_cast<Run*>(Base() + offset); }
+    unsigned char* Base()
+    {
+        return reinterpret_cast<unsigned char*>(this);
+    }
+    Run* RunAt(u32 offset)
+    {
+        return reinterpret_cast<Run*>(Base() + offset);
+    }
 
     // A fresh page: one run covering every block.
     void Initialize(u32 size)
@@ -51,28 +116,32 @@ struct PoolAllocatorPage
         frontGuard = FrontGuard;
         backGuard = BackGuard;
         previous = next = nullptr;
-        blockSize = static_cast<unsigned short>(size);
+        blockSize = Count(size);
         blocksInUse = 0;
-        blocksHeld = static_cast<unsigned short>((Size - HeaderSize) / size);
-        freeHead = HeaderSize;
-        *RunAt(HeaderSize) = Run{0, blocksHeld};
+        blocksHeld = Count((Size - HeaderSize) / size);
+        Run* first = RunAt(HeaderSize);
+        *first = Run{Link(), blocksHeld};
+        freeHead = decltype(freeHead)(ToLink(first));
     }
 
-    bool IsFull() const { return freeHead == 0; }
+    bool IsFull() const
+    {
+        return !freeHead;
+    }
 
     // The first block of the first run; the run shrinks from its front.
     void* Take()
     {
-        Run* run = RunAt(freeHead);
+        Run* run = ToRun(freeHead);
         if (run->count > 1)
         {
-            const Run rest{run->next, run->count - 1};
-            freeHead = static_cast<unsigned short>(freeHead + blockSize);
-            *RunAt(freeHead) = rest;
+            Run* rest = reinterpret_cast<Run*>(reinterpret_cast<unsigned char*>(run) + blockSize);
+            *rest = Run{run->next, run->count - 1};
+            freeHead = decltype(freeHead)(ToLink(rest));
         }
         else
         {
-            freeHead = static_cast<unsigned short>(run->next);
+            freeHead = decltype(freeHead)(run->next);
         }
         ++blocksInUse;
         return run;
@@ -81,14 +150,14 @@ struct PoolAllocatorPage
     // Pushes the block as a run of one; runs are never merged.
     void Give(void* block)
     {
-        const u32 offset = static_cast<u32>(static_cast<unsigned char*>(block) - Base());
-        *RunAt(offset) = Run{freeHead, 1};
-        freeHead = static_cast<unsigned short>(offset);
+        Run* run = static_cast<Run*>(block);
+        *run = Run{freeHead, 1};
+        freeHead = decltype(freeHead)(ToLink(run));
         --blocksInUse;
     }
 };
 
-static_assert(sizeof(PoolAllocatorPage) <= PoolAllocatorPage::HeaderSize,
-              "the page header must fit before the first block");
+static_assert(sizeof(PoolAllocatorPage) == PoolAllocatorPage::HeaderSize,
+              "the page header is exactly the space before the first block");
 
 } // namespace qel
