@@ -55,8 +55,9 @@ public:
     // The head of the chosen chunk is handed out and the tail stays free,
     // unless the tail would be under GetNodeSize() bytes: then the whole chunk
     // is handed out and `count` is raised to its size. A request under
-    // GetNodeSize() bytes is raised to the smallest count that reaches it
-    // (GetMinimumCount()), so that every chunk handed out can come back.
+    // GetNodeSize() bytes is served as asked: such a chunk cannot come back
+    // on its own (InsertChunkInTree refuses it), so callers that return
+    // chunks ask for at least GetMinimumCount().
     // On success `count` is the number of units handed out; on null it is
     // unchanged. `tag` is written into the node of the tail that stays free.
     // O(log n) in the number of free chunks, as are GetChunkAt and
@@ -64,9 +65,9 @@ public:
     void* GetChunk(u32& count, unsigned char tag);
 
     // Takes the head of the free chunk that begins exactly at `start`, as
-    // GetChunk does with the chosen chunk (same minimum and same enlarging of
-    // `count`). Null, with nothing changed, when no free chunk begins at
-    // `start` or that chunk is smaller than `count`. Grows a block in place.
+    // GetChunk does with the chosen chunk (the same enlarging of `count`). Null, with nothing
+    // changed, when no free chunk begins at `start` or that chunk is smaller than `count`. Grows a
+    // block in place.
     void* GetChunkAt(void* start, u32& count, unsigned char tag);
 
     // Returns the chunk [start, start + unit * count) to the tree, merging it
@@ -94,7 +95,8 @@ public:
     u32 GetChunkUnit() const { return m_Unit; }
     // 40 on every host: the smallest free chunk in bytes.
     static u32 GetNodeSize() { return 40; }
-    // The smallest count GetChunk hands out: GetNodeSize() in whole units.
+    // The smallest count InsertChunkInTree takes back: GetNodeSize() in whole
+    // units.
     u32 GetMinimumCount() const { return m_MinimumCount; }
     // Size in units of the largest free chunk; 0 when the tree is empty.
     u32 GetLargestChunk() const { return m_Largest; }
@@ -113,8 +115,8 @@ public:
     bool Validate(unsigned char tag) const;
 
 private:
-    // Hands out the head of the free chunk `chunk` (count already raised to
-    // the minimum and at most its size), keeping the tail free if big enough.
+    // Hands out the head of the free chunk `chunk` (count at most its size),
+    // keeping the tail free if big enough.
     // `slot` and `before`, when GetChunk's walk found them: the size-tree
     // slot that points to `chunk` and the chunk before it in size order.
     void* Take(unsigned char* chunk, u32& count, unsigned char tag, unsigned char* slot = nullptr,

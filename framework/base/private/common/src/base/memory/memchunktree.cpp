@@ -395,10 +395,8 @@ void MemChunkTree::Reset()
 
 void* MemChunkTree::GetChunk(u32& count, unsigned char tag)
 {
-    if (count == 0)
-        return nullptr;
-    const u32 n = count < m_MinimumCount ? m_MinimumCount : count;
-    if (n > m_Largest)
+    const u32 n = count;
+    if (n == 0 || n > m_Largest)
         return nullptr;
 
     // One walk finds the last node of size at most n and the first node of
@@ -433,9 +431,9 @@ void* MemChunkTree::GetChunk(u32& count, unsigned char tag)
 
 void* MemChunkTree::GetChunkAt(void* start, u32& count, unsigned char tag)
 {
-    if (count == 0 || start == nullptr)
+    const u32 n = count;
+    if (n == 0 || start == nullptr)
         return nullptr;
-    const u32 n = count < m_MinimumCount ? m_MinimumCount : count;
     Node cur = m_AddressRoot;
     while (cur != nullptr && cur != start)
         cur = AddressTree::Child(cur, Address(cur) < Address(start) ? 1 : 0);
@@ -455,6 +453,18 @@ void* MemChunkTree::Take(unsigned char* chosen, u32& count, unsigned char tag, u
         AddressTree::Remove(RootSlot(m_AddressRoot), chosen);
         --m_NumberOfChunks;
         count = size;
+    }
+    else if (u64(m_Unit) * count < kNodeSize)
+    {
+        // The tail's node would overlap the chunk's: unlink the chunk first,
+        // then insert the tail afresh.
+        SizeTree::Remove(RootSlot(m_SizeRoot), chosen);
+        AddressTree::Remove(RootSlot(m_AddressRoot), chosen);
+        Node tail = chosen + std::uintptr_t(m_Unit) * count;
+        SetSize(tail, size - count);
+        SetTag(tail, tag);
+        AddressTree::Insert(RootSlot(m_AddressRoot), tail);
+        SizeTree::Insert(RootSlot(m_SizeRoot), tail);
     }
     else
     {
