@@ -2,6 +2,7 @@
 // rule, the fall-back to larger classes, FreeAll, the dumps, and a seeded
 // multithreaded stress test with content checks.
 #include <qel/mem.h>
+#include <qel/packedallocator.h>
 #include <qel/pagemanager.h>
 #include <qel/poolallocator.h>
 
@@ -140,6 +141,27 @@ TEST(PoolAllocator, ReallocStaysWhenTheRoundedSizeIsAtLeastHalfTheBlock)
     // (52 for `p`, 15 for `small`) is left below zero.
     EXPECT_EQ(pool.GetTotals().currentRequestedSize, 0u - 52u - 15u);
     EXPECT_EQ(pool.GetTotals().currentUsedSize, 0u);
+}
+
+TEST(PoolAllocator, DebugFormsDropTheSiteAndActAsThePlainOnes)
+{
+    PoolAllocator pool;
+    qel::PackedAllocator packed("PackedAllocator-Test", 256);
+    char* p = static_cast<char*>(pool.MallocDebugNoThrow(20, "tag", __FILE__, __LINE__));
+    EXPECT_EQ(pool.GetStatistics(1).currentAllocations, 1u);
+    std::memset(p, 0x3A, 20);
+    char* q = static_cast<char*>(pool.ReAllocDebugNoThrow(p, 100, "tag", __FILE__, __LINE__));
+    EXPECT_EQ(pool.GetStatistics(6).currentAllocations, 1u);
+    EXPECT_EQ(pool.GetStatistics(1).currentAllocations, 0u);
+    char* moved =
+        static_cast<char*>(pool.TransfertDebug(&packed, q, 300, "tag", __FILE__, __LINE__));
+    ASSERT_NE(moved, nullptr);
+    EXPECT_EQ(qel::Allocator::GetOwner(moved), &packed);
+    EXPECT_EQ(pool.GetTotals().currentAllocations, 0u);
+    for (int i = 0; i < 20; ++i)
+        ASSERT_EQ(moved[i], 0x3A);
+    packed.FreeDebug(moved, __FILE__, __LINE__);
+    EXPECT_EQ(packed.GetStatistics().currentAllocations, 0u);
 }
 
 TEST(PoolAllocator, FreeAllKeepsThePeaks)

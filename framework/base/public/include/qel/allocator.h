@@ -20,6 +20,8 @@
 namespace qel
 {
 
+// The collector of the HTML statistics report; its shape is open, and no
+// allocator of the library fills it yet.
 class MemoryTagsManager;
 class OutputStream;
 
@@ -46,16 +48,19 @@ public:
     // The largest request this allocator serves.
     virtual unsigned int GetMaxSupportedAllocSize() const = 0;
     virtual u32 GetErrorCategory() const = 0;
+    // The debug forms carry a tag and the caller's file and line. By default
+    // they drop them and call the plain forms; an allocator that keeps them,
+    // or words its reports apart, overrides what differs.
     virtual void* MallocDebugNoThrow(unsigned int size, const char* tag, const char* file,
-                                     u32 line) = 0;
+                                     u32 line);
     virtual void* ReAllocDebugNoThrow(void* p, unsigned int size, const char* tag, const char* file,
-                                      u32 line) = 0;
-    virtual void FreeDebug(const void* p, const char* file, u32 line) = 0;
+                                      u32 line);
+    virtual void FreeDebug(const void* p, const char* file, u32 line);
     // Moves the block `p` into `target`; null (with `p` still valid) when
     // the target cannot take it.
     virtual void* Transfert(Allocator* target, void* p, unsigned int size) = 0;
     virtual void* TransfertDebug(Allocator* target, void* p, unsigned int size, const char* tag,
-                                 const char* file, u32 line) = 0;
+                                 const char* file, u32 line);
     virtual void AddContext(const char* name);
     virtual void RemoveContext();
     virtual void FillTagManagerForHTMLStatistics(MemoryTagsManager& tags, char* buffer);

@@ -34,15 +34,8 @@ public:
     bool IsValidPointer(const void* p) override;
     unsigned int GetMaxSupportedAllocSize() const override;
     u32 GetErrorCategory() const override;
-    void* MallocDebugNoThrow(unsigned int size, const char* tag, const char* file,
-                             u32 line) override;
-    void* ReAllocDebugNoThrow(void* p, unsigned int size, const char* tag, const char* file,
-                              u32 line) override;
-    void FreeDebug(const void* p, const char* file, u32 line) override;
     // The heap moves nothing: null.
     void* Transfert(Allocator* target, void* p, unsigned int size) override;
-    void* TransfertDebug(Allocator* target, void* p, unsigned int size, const char* tag,
-                         const char* file, u32 line) override;
 
 private:
     CriticalSection m_Lock;

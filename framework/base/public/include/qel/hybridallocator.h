@@ -41,7 +41,6 @@ public:
     void Free(const void* p) override;
     // Both sub-allocators, small first, owned or not.
     void FreeAll() override;
-    void* ReAllocNoThrow(void* p, unsigned int size) override;
     // Both sub-allocators' dumps, small first, unless DumpNothing is set.
     void DumpStatistics(u32 flags, AllocatorStatMarker* from, AllocatorStatMarker* to,
                         OutputStream* out, char* buffer) override;
@@ -54,13 +53,9 @@ public:
     // Calls the sub-allocators' plain MallocNoThrow.
     void* MallocDebugNoThrow(unsigned int size, const char* tag, const char* file,
                              u32 line) override;
-    void* ReAllocDebugNoThrow(void* p, unsigned int size, const char* tag, const char* file,
-                              u32 line) override;
-    void FreeDebug(const void* p, const char* file, u32 line) override;
+    void* ReAllocNoThrow(void* p, unsigned int size) override;
     // The hybrid moves nothing itself: null.
     void* Transfert(Allocator* target, void* p, unsigned int size) override;
-    void* TransfertDebug(Allocator* target, void* p, unsigned int size, const char* tag,
-                         const char* file, u32 line) override;
     void AddContext(const char* name) override;
     void RemoveContext() override;
 

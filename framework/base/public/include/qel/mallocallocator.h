@@ -29,14 +29,7 @@ public:
     bool IsValidPointer(const void* p) override;
     unsigned int GetMaxSupportedAllocSize() const override;
     u32 GetErrorCategory() const override;
-    void* MallocDebugNoThrow(unsigned int size, const char* tag, const char* file,
-                             u32 line) override;
-    void* ReAllocDebugNoThrow(void* p, unsigned int size, const char* tag, const char* file,
-                              u32 line) override;
-    void FreeDebug(const void* p, const char* file, u32 line) override;
     void* Transfert(Allocator* target, void* p, unsigned int size) override;
-    void* TransfertDebug(Allocator* target, void* p, unsigned int size, const char* tag,
-                         const char* file, u32 line) override;
 
 private:
     u32 m_ErrorCategory;

@@ -114,15 +114,8 @@ public:
     bool IsValidPointer(const void* p) override;
     unsigned int GetMaxSupportedAllocSize() const override { return 0xFFFFFFFFu; }
     u32 GetErrorCategory() const override { return m_ErrorCategory; }
-    void* MallocDebugNoThrow(unsigned int size, const char* tag, const char* file,
-                             u32 line) override;
-    void* ReAllocDebugNoThrow(void* p, unsigned int size, const char* tag, const char* file,
-                              u32 line) override;
-    void FreeDebug(const void* p, const char* file, u32 line) override;
     // Moving a block into this allocator itself is ReAllocNoThrow.
     void* Transfert(Allocator* target, void* p, unsigned int size) override;
-    void* TransfertDebug(Allocator* target, void* p, unsigned int size, const char* tag,
-                         const char* file, u32 line) override;
 
     // The chunk a request of `size` bytes takes (it may come back larger);
     // 0 when no run could hold it.

@@ -69,14 +69,7 @@ public:
     bool IsValidPointer(const void*) override { return true; }
     unsigned int GetMaxSupportedAllocSize() const override { return MaxBlockSize; }
     u32 GetErrorCategory() const override { return m_ErrorCategory; }
-    void* MallocDebugNoThrow(unsigned int size, const char* tag, const char* file,
-                             u32 line) override;
-    void* ReAllocDebugNoThrow(void* p, unsigned int size, const char* tag, const char* file,
-                              u32 line) override;
-    void FreeDebug(const void* p, const char* file, u32 line) override;
     void* Transfert(Allocator* target, void* p, unsigned int size) override;
-    void* TransfertDebug(Allocator* target, void* p, unsigned int size, const char* tag,
-                         const char* file, u32 line) override;
 
     // The class serving `size` bytes (1 to 256).
     static u32 ClassOf(unsigned int size) { return (size + Granularity - 1) / Granularity - 1; }

@@ -55,6 +55,27 @@ Allocator::Allocator()
 
 Allocator::~Allocator() = default;
 
+void* Allocator::MallocDebugNoThrow(unsigned int size, const char*, const char*, u32)
+{
+    return MallocNoThrow(size);
+}
+
+void* Allocator::ReAllocDebugNoThrow(void* p, unsigned int size, const char*, const char*, u32)
+{
+    return ReAllocNoThrow(p, size);
+}
+
+void Allocator::FreeDebug(const void* p, const char*, u32)
+{
+    Free(p);
+}
+
+void* Allocator::TransfertDebug(Allocator* target, void* p, unsigned int size, const char*,
+                                const char*, u32)
+{
+    return Transfert(target, p, size);
+}
+
 void Allocator::FillStatMarker(AllocatorStatMarker&) {}
 
 void Allocator::AddContext(const char*) {}

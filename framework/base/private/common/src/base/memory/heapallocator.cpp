@@ -21,21 +21,11 @@ void* HeapAllocator::MallocNoThrow(unsigned int size)
     return m_Heap ? native::AllocateFromHeap(m_Heap, size) : nullptr;
 }
 
-void* HeapAllocator::MallocDebugNoThrow(unsigned int size, const char*, const char*, u32)
-{
-    return HeapAllocator::MallocNoThrow(size);
-}
-
 void HeapAllocator::Free(const void* p)
 {
     ScopedLock<CriticalSection> lock(m_Lock);
     if (m_Heap != nullptr && p != nullptr)
         native::FreeToHeap(m_Heap, const_cast<void*>(p));
-}
-
-void HeapAllocator::FreeDebug(const void* p, const char*, u32)
-{
-    HeapAllocator::Free(p);
 }
 
 void* HeapAllocator::ReAllocNoThrow(void* p, unsigned int size)
@@ -44,11 +34,6 @@ void* HeapAllocator::ReAllocNoThrow(void* p, unsigned int size)
     if (m_Heap == nullptr)
         return nullptr;
     return p ? native::ReallocateInHeap(m_Heap, p, size) : native::AllocateFromHeap(m_Heap, size);
-}
-
-void* HeapAllocator::ReAllocDebugNoThrow(void* p, unsigned int size, const char*, const char*, u32)
-{
-    return HeapAllocator::ReAllocNoThrow(p, size);
 }
 
 void HeapAllocator::FreeAll() {}
@@ -81,11 +66,6 @@ u32 HeapAllocator::GetErrorCategory() const
 }
 
 void* HeapAllocator::Transfert(Allocator*, void*, unsigned int)
-{
-    return nullptr;
-}
-
-void* HeapAllocator::TransfertDebug(Allocator*, void*, unsigned int, const char*, const char*, u32)
 {
     return nullptr;
 }

@@ -95,18 +95,7 @@ void HybridAllocator::Free(const void* p)
         owner->Free(p);
 }
 
-void HybridAllocator::FreeDebug(const void* p, const char*, u32)
-{
-    Free(p);
-}
-
 void* HybridAllocator::ReAllocNoThrow(void* p, unsigned int size)
-{
-    return ReAllocDebugNoThrow(p, size, nullptr, __FILE__, __LINE__);
-}
-
-void* HybridAllocator::ReAllocDebugNoThrow(void* p, unsigned int size, const char*, const char*,
-                                           u32)
 {
     if (p == nullptr)
         return MallocNoThrow(size);
@@ -133,12 +122,6 @@ void* HybridAllocator::ReAllocDebugNoThrow(void* p, unsigned int size, const cha
 }
 
 void* HybridAllocator::Transfert(Allocator*, void*, unsigned int)
-{
-    return nullptr;
-}
-
-void* HybridAllocator::TransfertDebug(Allocator*, void*, unsigned int, const char*, const char*,
-                                      u32)
 {
     return nullptr;
 }

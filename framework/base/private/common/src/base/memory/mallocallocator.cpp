@@ -63,22 +63,6 @@ void* MallocAllocator::ReAllocNoThrow(void* p, unsigned int size)
     return std::realloc(p, RoundUpTo16(size));
 }
 
-void* MallocAllocator::MallocDebugNoThrow(unsigned int size, const char*, const char*, u32)
-{
-    return MallocNoThrow(size);
-}
-
-void* MallocAllocator::ReAllocDebugNoThrow(void* p, unsigned int size, const char*, const char*,
-                                           u32)
-{
-    return ReAllocNoThrow(p, size);
-}
-
-void MallocAllocator::FreeDebug(const void* p, const char*, u32)
-{
-    Free(p);
-}
-
 void MallocAllocator::FreeAll() {}
 
 void MallocAllocator::DumpStatistics(u32, AllocatorStatMarker*, AllocatorStatMarker*, OutputStream*,
@@ -108,12 +92,6 @@ u32 MallocAllocator::GetErrorCategory() const
 }
 
 void* MallocAllocator::Transfert(Allocator*, void*, unsigned int)
-{
-    return nullptr;
-}
-
-void* MallocAllocator::TransfertDebug(Allocator*, void*, unsigned int, const char*, const char*,
-                                      u32)
 {
     return nullptr;
 }

@@ -278,29 +278,7 @@ void PackedAllocator::FreeAll()
 
 // ---- debug forms and moves --------------------------------------------------
 
-void* PackedAllocator::MallocDebugNoThrow(unsigned int size, const char*, const char*, u32)
-{
-    return MallocNoThrow(size);
-}
-
-void* PackedAllocator::ReAllocDebugNoThrow(void* p, unsigned int size, const char*, const char*,
-                                           u32)
-{
-    return ReAllocNoThrow(p, size);
-}
-
-void PackedAllocator::FreeDebug(const void* p, const char*, u32)
-{
-    Free(p);
-}
-
 void* PackedAllocator::Transfert(Allocator* target, void* p, unsigned int size)
-{
-    return TransfertDebug(target, p, size, nullptr, __FILE__, __LINE__);
-}
-
-void* PackedAllocator::TransfertDebug(Allocator* target, void* p, unsigned int size, const char*,
-                                      const char*, u32)
 {
     if (p == nullptr)
         return target ? target->MallocNoThrow(size) : nullptr;

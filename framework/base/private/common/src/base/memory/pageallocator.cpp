@@ -131,21 +131,6 @@ void* PageAllocator::ReAllocNoThrow(void* p, unsigned int size)
     return moved;
 }
 
-void* PageAllocator::MallocDebugNoThrow(unsigned int size, const char*, const char*, u32)
-{
-    return MallocNoThrow(size);
-}
-
-void* PageAllocator::ReAllocDebugNoThrow(void* p, unsigned int size, const char*, const char*, u32)
-{
-    return ReAllocNoThrow(p, size);
-}
-
-void PageAllocator::FreeDebug(const void* p, const char*, u32)
-{
-    Free(p);
-}
-
 void* PageAllocator::Transfert(Allocator* target, void* p, unsigned int size)
 {
     if (target == nullptr || p == nullptr)
@@ -161,12 +146,6 @@ void* PageAllocator::Transfert(Allocator* target, void* p, unsigned int size)
     std::memcpy(moved, p, size < bytes ? size : bytes);
     Free(p);
     return moved;
-}
-
-void* PageAllocator::TransfertDebug(Allocator* target, void* p, unsigned int size, const char*,
-                                    const char*, u32)
-{
-    return Transfert(target, p, size);
 }
 
 void PageAllocator::DumpStatistics(u32 flags, AllocatorStatMarker*, AllocatorStatMarker*,

@@ -189,31 +189,7 @@ void PoolAllocator::FreeAll()
 
 // ---- debug forms and moves --------------------------------------------------
 
-void* PoolAllocator::MallocDebugNoThrow(unsigned int size, const char*, const char*, u32)
-{
-    ScopedLock<CriticalSection> lock(m_Lock);
-    return MallocNoThrow(size);
-}
-
-void* PoolAllocator::ReAllocDebugNoThrow(void* p, unsigned int size, const char*, const char*, u32)
-{
-    ScopedLock<CriticalSection> lock(m_Lock);
-    return ReAllocNoThrow(p, size);
-}
-
-void PoolAllocator::FreeDebug(const void* p, const char*, u32)
-{
-    ScopedLock<CriticalSection> lock(m_Lock);
-    Free(p);
-}
-
 void* PoolAllocator::Transfert(Allocator* target, void* p, unsigned int size)
-{
-    return TransfertDebug(target, p, size, nullptr, __FILE__, __LINE__);
-}
-
-void* PoolAllocator::TransfertDebug(Allocator* target, void* p, unsigned int size, const char*,
-                                    const char*, u32)
 {
     ScopedLock<CriticalSection> lock(m_Lock);
     void* moved = target->MallocNoThrow(size);
