@@ -1,10 +1,6 @@
-// Class descriptors and their repository, the factory, and the allocation
-// operators every class carries.
+// Class descriptors and their repository.
 #include <qel/classdescriptor.h>
 #include <qel/exception.h>
-#include <qel/factory.h>
-#include <qel/mem.h>
-#include <qel/pagemanager.h>
 
 #include "support/scriptedhost.h"
 
@@ -83,75 +79,6 @@ TEST(ClassRepository, DestroyedDescriptorIsGoneAndACopyUnregistersTheName)
     {
         EXPECT_EQ(Reason(exception), "ClassDescriptor isn't currently registered!");
     }
-}
-
-struct Creator : qel::CreatorBase
-{
-};
-
-TEST(Factory, FirstCreatorStaysAndHighBytesSortFirst)
-{
-    qel::Factory& factory = qel::Factory::GetSingletonInstance();
-    Creator first, second;
-    factory.Register("Tree", &first);
-    factory.Register("Tree", &second);
-    const std::string name = "Tree";
-    EXPECT_EQ(factory.Find(name.c_str()), &first);
-    EXPECT_EQ(factory.Find("tree"), nullptr);
-    factory.Unregister("Tree");
-    EXPECT_EQ(factory.Find("Tree"), nullptr);
-
-    const qel::Factory::SignedBytesLess less;
-    EXPECT_TRUE(less("\xC3\xA9t\xC3\xA9", "Aardvark")); // 0xC3 is negative as a signed byte
-    EXPECT_FALSE(less("Aardvark", "\xC3\xA9t\xC3\xA9"));
-    EXPECT_TRUE(less("Tree", "Trees"));
-    EXPECT_FALSE(less("Tree", "Tree"));
-}
-
-TEST(AllocationOperators, DeleteFreesInTheRealOwner)
-{
-    qel::Allocator* pool = qel::Mem::CreatePoolAllocator();
-    qel::Allocator* general = qel::Mem::GetGeneralAlloc();
-    Widget* widget = new (pool) Widget;
-    ASSERT_NE(widget, nullptr);
-    EXPECT_EQ(qel::Allocator::GetOwner(widget), pool);
-    Widget::operator delete(widget, general); // the allocator argument is ignored
-    Widget* array = new (pool, __FILE__, __LINE__) Widget[3];
-    EXPECT_EQ(qel::Allocator::GetOwner(array), pool);
-    delete[] array;
-    Widget* plain = new Widget;
-    EXPECT_NE(qel::Allocator::GetOwner(plain), pool);
-    delete plain;
-    delete static_cast<Widget*>(nullptr);
-    delete pool; // nothing left in it: no leak listed
-}
-
-TEST(AllocationOperators, ExhaustedAllocatorReportsAndYieldsNull)
-{
-    qel::PageManager& pages = qel::PageManager::GetSingletonInstance();
-    qel::Allocator* drain = qel::Mem::CreatePageAllocator();
-    qel::Allocator* pool = qel::Mem::CreatePoolAllocator();
-    const qel::u32 first = pages.GetFirstMetapageSize(), maximum = pages.GetMaximumSize(),
-                   step = pages.GetMetapageStep();
-    qel::Mem::SetPageManagerLimits(first, pages.GetSystemBytes(), step);
-    std::vector<void*> drained;
-    while (void* page = drain->MallocNoThrow(4096))
-        drained.push_back(page);
-
-    qeltest::ScriptedHost host; // the fatal error's process exit returns here
-    host.Answer({qel::QueryDevice::No});
-    Widget* widget = new (pool) Widget;
-    EXPECT_EQ(widget, nullptr);
-    ASSERT_FALSE(host.questions.empty());
-    EXPECT_NE(host.questions[0].text.find("Malloc failed: no more available memory"),
-              std::string::npos);
-    EXPECT_GE(host.exits, 1);
-
-    for (void* page : drained)
-        drain->Free(page);
-    qel::Mem::SetPageManagerLimits(first, maximum, step);
-    delete drain;
-    delete pool;
 }
 
 } // namespace

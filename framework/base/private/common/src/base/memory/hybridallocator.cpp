@@ -4,7 +4,7 @@
 #include <qel/pagemanager.h>
 #include <qel/report.h>
 
-#include "base/memory/memoryreport.h"
+#include "base/memory/allocatorfactories.h"
 
 namespace qel
 {

@@ -8,7 +8,7 @@
 #include <qel/pagemanager.h>
 
 #include "base/core/singleton.h"
-#include "base/memory/memoryreport.h"
+#include "base/memory/allocatorfactories.h"
 
 #include <new>
 

@@ -34,6 +34,8 @@ namespace qel
 namespace
 {
 
+// ---- node layout ------------------------------------------------------------
+
 typedef unsigned char* Node;
 
 const std::size_t kPointer = sizeof(void*);
@@ -94,6 +96,8 @@ inline std::uintptr_t EndOf(const unsigned char* node, u32 unit)
     return Address(node) + std::uintptr_t(unit) * SizeOf(node);
 }
 
+// ---- the two orders ---------------------------------------------------------
+
 struct ByAddress
 {
     static const std::size_t kLinks = kAddressLinks;
@@ -114,6 +118,8 @@ struct BySize
         return sa < sb || (sa == sb && Address(a) < Address(b));
     }
 };
+
+// ---- balanced trees ---------------------------------------------------------
 
 // The AVL operations over one of the two link sets. `root` is the address of
 // the tree's root pointer. Directions: 0 left, 1 right.
@@ -334,6 +340,8 @@ struct Avl
 typedef Avl<ByAddress> AddressTree;
 typedef Avl<BySize> SizeTree;
 
+// ---- moving nodes between places --------------------------------------------
+
 inline unsigned char* RootSlot(unsigned char*& root)
 {
     return reinterpret_cast<unsigned char*>(&root);
@@ -376,6 +384,8 @@ void Rekey(unsigned char* root, Node node, Node fresh, u32 size)
 }
 
 } // namespace
+
+// ---- taking chunks ----------------------------------------------------------
 
 MemChunkTree::MemChunkTree(u32 unit)
     : m_AddressRoot(nullptr), m_SizeRoot(nullptr), m_Unit(unit == 0 ? 1 : unit),
@@ -493,6 +503,8 @@ void* MemChunkTree::Take(unsigned char* chosen, u32& count, unsigned char tag, u
     return chosen;
 }
 
+// ---- returning chunks -------------------------------------------------------
+
 bool MemChunkTree::InsertChunkInTree(void* start, u32 count, unsigned char tag, bool merge)
 {
     const u64 bytes = u64(m_Unit) * count;
@@ -560,6 +572,8 @@ bool MemChunkTree::InsertChunkInTree(void* start, u32 count, unsigned char tag, 
         m_Largest = size;
     return true;
 }
+
+// ---- queries and checks -----------------------------------------------------
 
 bool MemChunkTree::FindChunk(const void* address, void** start, u32* count) const
 {

@@ -1,8 +1,6 @@
-// Helpers shared by the memory subsystem's sources.
+// The memory subsystem's fatal reports.
 #pragma once
 
-#include <qel/allocator.h>
-#include <qel/mem.h>
 #include <qel/types.h>
 
 namespace qel
@@ -20,14 +18,6 @@ void ReportFatal(u32 category, const char* file, u32 line, const char* format, .
     __attribute__((format(printf, 4, 5)))
 #endif
     ;
-
-// The factories of the allocators that live in sources of their own, each
-// defined beside its class (poolallocator.cpp, packedallocator.cpp,
-// hybridallocator.cpp). Null, with kMallocFailed reported, when the Native
-// allocator has no room; the hybrid's is null too when a sub-allocator is.
-Allocator* NewPoolAllocator();
-Allocator* NewPackedAllocator(const char* name, u32 fullThreshold);
-Allocator* NewHybridAllocator(Allocator* small, bool ownsSmall, Allocator* big, bool ownsBig);
 
 } // namespace memory
 } // namespace qel

@@ -3,8 +3,6 @@
 #include <qel/allocator.h>
 #include <qel/mem.h>
 
-#include "base/memory/memoryreport.h"
-
 namespace qel
 {
 

@@ -5,8 +5,8 @@
 #include <qel/pagemanager.h>
 #include <qel/report.h>
 
+#include "base/memory/allocatorfactories.h"
 #include "base/memory/dumpwriter.h"
-#include "base/memory/memoryreport.h"
 #include "base/memory/packedrun.h"
 
 #include <cinttypes>
@@ -276,7 +276,7 @@ void PackedAllocator::FreeAll()
     m_Statistics.ClearCurrent();
 }
 
-// ---- debug forms and moves --------------------------------------------------
+// ---- moves and statistics ---------------------------------------------------
 
 void* PackedAllocator::Transfert(Allocator* target, void* p, unsigned int size)
 {

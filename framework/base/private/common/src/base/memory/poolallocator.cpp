@@ -4,7 +4,7 @@
 #include <qel/mem.h>
 #include <qel/pagemanager.h>
 
-#include "base/memory/memoryreport.h"
+#include "base/memory/allocatorfactories.h"
 #include "base/memory/poolallocatorpage.h"
 
 #include <cstring>
@@ -187,7 +187,7 @@ void PoolAllocator::FreeAll()
     m_Totals.ClearCurrent();
 }
 
-// ---- debug forms and moves --------------------------------------------------
+// ---- moves and statistics ---------------------------------------------------
 
 void* PoolAllocator::Transfert(Allocator* target, void* p, unsigned int size)
 {
