@@ -40,6 +40,7 @@
 #include <qel/mallocallocator.h>
 #include <qel/mem.h>
 #include <qel/memchunktree.h>
+#include <qel/mountpoint.h>
 #include <qel/mutex.h>
 #include <qel/mutexbase.h>
 #include <qel/outputbufferstream.h>

@@ -5,9 +5,9 @@
 // Callers do not use drives by native name: the file manager resolves a
 // virtual path into a PathObject, picks the drive mounted there and calls
 // it. Drives read only the native text of the PathObject for their system
-// calls; its virtual text goes into error messages and into the calls a
-// drive makes back into the file manager. Failures of the system are thrown
-// as the file exceptions of <qel/fileexception.h>.
+// calls; its virtual text goes into error messages and the files they open.
+// Drives never call back into the file manager. Failures of the system are
+// thrown as the file exceptions of <qel/fileexception.h>.
 #pragma once
 
 #include <qel/allocationoperators.h>
@@ -49,9 +49,10 @@ public:
 
     ~DiskDrive() override;
 
-    // Opens the file with the flags of File (OpenRead, OpenCreatePath...).
-    // The file belongs to the caller; null only when its memory could not
-    // be had, after the report.
+    // Opens the file with the flags of File. OpenCreatePath is the file
+    // manager's to act on: a missing directory on the way is thrown as
+    // DiskErrorPathNotFound. The file belongs to the caller; null only when
+    // its memory could not be had, after the report.
     virtual File* OpenFile(const PathObject& path, u32 openFlags) = 0;
     virtual void DeleteFile(const PathObject& path) = 0;
     // False for a directory.
@@ -60,7 +61,8 @@ public:
     // anything found there counts, a file included.
     virtual bool DirectoryExists(const PathObject& path) = 0;
     // The native path is the search pattern. Entries are appended as bare
-    // names; names beginning with '.' are never listed.
+    // names, native text only (the file manager adds the virtual form);
+    // names beginning with '.' are never listed.
     virtual void GetDirectoryList(const PathObject& path, PathObjectList& list) = 0;
     virtual void GetFileList(const PathObject& path, PathObjectList& list);
     // 0 when created.

@@ -30,8 +30,8 @@ public:
         // Open for reading; without it the file is opened for writing. A
         // file is never open for both.
         OpenRead = 0x001,
-        // When the path does not exist, create the missing directories and
-        // open again.
+        // When the path does not exist, the file manager creates the
+        // missing directories and opens again.
         OpenCreatePath = 0x002,
         // Writing: create a new file, fail when it exists. Writing with no
         // creation flag does the same.

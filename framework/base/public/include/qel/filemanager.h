@@ -21,8 +21,7 @@
 //
 // One re-entrant lock guards the table and the current directory. Every
 // operation holds it for its whole duration, the drive call included, so
-// opening files is serialised across threads; a drive may call back into
-// the manager on the same thread.
+// opening files is serialised across threads.
 #pragma once
 
 #include <qel/allocationoperators.h>
@@ -31,6 +30,8 @@
 #include <qel/export.h>
 #include <qel/file.h>
 #include <qel/generalallocator.h>
+#include <qel/mountpoint.h>
+#include <qel/pathobject.h>
 #include <qel/refcounted.h>
 #include <qel/types.h>
 
@@ -42,7 +43,6 @@ namespace qel
 {
 
 class Allocator;
-class PathObject;
 
 class QEL_API FileManager
 {
@@ -70,66 +70,10 @@ public:
         MountPathNotFound = 5,
     };
 
-    // A text on Mem's General allocator.
-    typedef std::basic_string<char, std::char_traits<char>, GeneralAllocator<char>> Text;
-
-    class DriveMount;
-
-    class QEL_API MountPoint : public RefCounted
-    {
-    public:
-        enum Kind
-        {
-            AliasKind = 0,
-            DriveKind = 1,
-        };
-
-        // With its leading and trailing '/', for example /disks/.
-        const char* GetName() const { return m_Name.c_str(); }
-        u32 GetNameLength() const { return u32(m_Name.size()); }
-        s32 GetKind() const { return m_Kind; }
-        // The drive mount that serves paths under this one: itself, or the
-        // one an alias refers to.
-        virtual DriveMount* GetDriveMount() = 0;
-
-    protected:
-        MountPoint(const char* name, s32 kind);
-        ~MountPoint() override;
-
-    private:
-        Text m_Name;
-        s32 m_Kind;
-    };
-
-    // The native path of a file under it is the virtual path less the name.
-    class QEL_API DriveMount : public MountPoint
-    {
-    public:
-        DriveMount(const char* name, const RefPtr<DiskDrive>& drive);
-        DiskDrive* GetDrive() const { return m_Drive.Get(); }
-        DriveMount* GetDriveMount() override { return this; }
-
-    private:
-        RefPtr<DiskDrive> m_Drive;
-    };
-
-    // The native path of a file under it is the native base followed by the
-    // virtual path less the name.
-    class QEL_API AliasMount : public MountPoint
-    {
-    public:
-        AliasMount(const char* name, const char* target, const char* nativeBase,
-                   const RefPtr<DriveMount>& driveMount);
-        // The virtual path it was mounted on, and what that resolved to.
-        const char* GetTarget() const { return m_Target.c_str(); }
-        const char* GetNativeBase() const { return m_NativeBase.c_str(); }
-        DriveMount* GetDriveMount() override { return m_DriveMount.Get(); }
-
-    private:
-        Text m_Target;
-        Text m_NativeBase;
-        RefPtr<DriveMount> m_DriveMount;
-    };
+    // The mount table's entries (<qel/mountpoint.h>).
+    typedef qel::MountPoint MountPoint;
+    typedef qel::DriveMount DriveMount;
+    typedef qel::AliasMount AliasMount;
 
     QEL_ALLOCATION_OPERATORS
 
@@ -178,7 +122,10 @@ public:
     // A path under no mount throws FileNotFoundException "Virtual path not
     // found"; the drives' own failures pass through as they come.
 
-    // The file belongs to the caller, who deletes it to close it.
+    // The file belongs to the caller, who deletes it to close it. With
+    // File::OpenCreatePath, an open that fails because a directory on the
+    // way is missing creates the path's directory (its text up to the last
+    // '/') with its parents, and the path is resolved and opened once more.
     File* OpenFile(const char* path, u32 openFlags);
     void DeleteFile(const char* path);
     // Creates the directory, and with `recursive` every missing one on its
@@ -189,7 +136,9 @@ public:
     // False under no mount.
     bool FileExists(const char* path);
     bool DirectoryExists(const char* path);
-    // Append the bare names found; nothing under no mount.
+    // Append the bare names found, each with its native text as the system
+    // gave it and its virtual text as ResolveLocalPath makes it, and no
+    // mount; nothing under no mount.
     void GetDirectoryList(const char* path, PathObjectList& list);
     void GetFileList(const char* path, PathObjectList& list);
 
@@ -213,6 +162,8 @@ private:
     MountResultCodes Insert(const char* name, MountPoint* mount);
     // Resolves `path`, throwing "Virtual path not found" under no mount.
     void ResolveOrThrow(const char* path, PathObject& out);
+    // GetDirectoryList or GetFileList, the entries' virtual texts filled in.
+    void List(const char* path, PathObjectList& list, bool directories);
     void MountExecutableDirectory();
     void TakeProcessCurrentDirectory();
 
@@ -227,6 +178,3 @@ private:
 };
 
 } // namespace qel
-
-// Resolved paths hold mount points, and the manager's callers need both.
-#include <qel/pathobject.h>

@@ -9,13 +9,11 @@
 
 #include <qel/allocationoperators.h>
 #include <qel/export.h>
-#include <qel/filemanager.h>
+#include <qel/mountpoint.h>
 #include <qel/refcounted.h>
 
 namespace qel
 {
-
-class DiskDrive;
 
 class QEL_API PathObject
 {
@@ -35,20 +33,20 @@ public:
     const char* GetVirtualPath() const { return m_VirtualPath; }
     const char* GetNativePath() const { return m_NativePath; }
     // Null while unresolved, and for the bare names of a listing.
-    const RefPtr<FileManager::MountPoint>& GetMountPoint() const { return m_MountPoint; }
+    const RefPtr<MountPoint>& GetMountPoint() const { return m_MountPoint; }
     // The drive of the mount; null without one.
     DiskDrive* GetDrive() const;
 
     void SetVirtualPath(const char* path);
     void SetNativePath(const char* path);
-    void SetMountPoint(const RefPtr<FileManager::MountPoint>& mount) { m_MountPoint = mount; }
+    void SetMountPoint(const RefPtr<MountPoint>& mount) { m_MountPoint = mount; }
     // Empties both texts and lets go of the mount.
     void Clear();
 
 private:
     char m_VirtualPath[PathSize];
     char m_NativePath[PathSize];
-    RefPtr<FileManager::MountPoint> m_MountPoint;
+    RefPtr<MountPoint> m_MountPoint;
 };
 
 } // namespace qel

@@ -1,12 +1,9 @@
 #include <qel/diskdrive.h>
 
 #include <qel/fileexception.h>
-#include <qel/filemanager.h>
 #include <qel/pathobject.h>
 
 #include "base/disk/diskerror.h"
-
-#include <cstring>
 
 namespace qel
 {
@@ -33,38 +30,6 @@ void ThrowDiskError(const PathObject& path, DiskDrive::DiskError error, const ch
     default:
         throw FileException(text, path, error, systemError);
     }
-}
-
-namespace
-{
-
-thread_local bool tl_ReopeningCreatingPath = false;
-
-// Clears the flag on the way out, exceptions included.
-struct ReopeningScope
-{
-    ReopeningScope() { tl_ReopeningCreatingPath = true; }
-    ~ReopeningScope() { tl_ReopeningCreatingPath = false; }
-};
-
-} // namespace
-
-bool IsReopeningCreatingPath()
-{
-    return tl_ReopeningCreatingPath;
-}
-
-File* ReopenCreatingPath(const PathObject& path, u32 openFlags)
-{
-    char directory[PathObject::PathSize];
-    std::memcpy(directory, path.GetVirtualPath(), sizeof directory); // a terminated text
-    char* lastSlash = std::strrchr(directory, '/');
-    *(lastSlash ? lastSlash + 1 : directory) = '\0';
-
-    ReopeningScope scope;
-    FileManager& manager = FileManager::GetSingletonInstance();
-    manager.CreateDirectory(directory, true);
-    return manager.OpenFile(path.GetVirtualPath(), openFlags);
 }
 
 } // namespace qel

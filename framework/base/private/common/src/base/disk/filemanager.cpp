@@ -12,6 +12,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <new>
 
 namespace qel
@@ -51,24 +52,6 @@ void AppendText(char* dest, const char* source, std::size_t capacity)
 }
 
 } // namespace
-
-// ---- mount points ------------------------------------------------------------
-
-FileManager::MountPoint::MountPoint(const char* name, s32 kind) : m_Name(name), m_Kind(kind) {}
-
-FileManager::MountPoint::~MountPoint() = default;
-
-FileManager::DriveMount::DriveMount(const char* name, const RefPtr<DiskDrive>& drive)
-    : MountPoint(name, DriveKind), m_Drive(drive)
-{
-}
-
-FileManager::AliasMount::AliasMount(const char* name, const char* target, const char* nativeBase,
-                                    const RefPtr<DriveMount>& driveMount)
-    : MountPoint(name, AliasKind), m_Target(target), m_NativeBase(nativeBase),
-      m_DriveMount(driveMount)
-{
-}
 
 // ---- life --------------------------------------------------------------------
 
@@ -348,6 +331,28 @@ File* FileManager::OpenFile(const char* path, u32 openFlags)
     Locked locked(m_Lock);
     PathObject resolved;
     ResolveOrThrow(path, resolved);
+    if (!(openFlags & File::OpenCreatePath))
+        return resolved.GetDrive()->OpenFile(resolved, openFlags);
+    try
+    {
+        return resolved.GetDrive()->OpenFile(resolved, openFlags);
+    }
+    catch (const FileNotFoundException& missing)
+    {
+        if (missing.GetError() != DiskDrive::DiskErrorPathNotFound)
+            throw;
+    }
+    // The directories on the way are missing: create the one of the path
+    // (its text up to the last '/') with its parents, then resolve and open
+    // again from the start. A second failure is thrown as it comes.
+    char again[PathSize];
+    CopyText(again, resolved.GetVirtualPath(), sizeof again);
+    char directory[PathSize];
+    std::memcpy(directory, again, sizeof directory);
+    char* lastSlash = std::strrchr(directory, '/');
+    *(lastSlash ? lastSlash + 1 : directory) = '\0';
+    CreateDirectory(directory, true);
+    ResolveOrThrow(again, resolved);
     return resolved.GetDrive()->OpenFile(resolved, openFlags);
 }
 
@@ -421,20 +426,36 @@ bool FileManager::DirectoryExists(const char* path)
     return resolved.GetDrive()->DirectoryExists(resolved);
 }
 
-void FileManager::GetDirectoryList(const char* path, PathObjectList& list)
+void FileManager::List(const char* path, PathObjectList& list, bool directories)
 {
     Locked locked(m_Lock);
     PathObject resolved;
-    if (ResolveVirtualPath(path, resolved) == MountOk)
-        resolved.GetDrive()->GetDirectoryList(resolved, list);
+    if (ResolveVirtualPath(path, resolved) != MountOk)
+        return;
+    // The drive appends native names; each gets its virtual form here.
+    const PathObjectList::iterator last = list.empty() ? list.end() : std::prev(list.end());
+    DiskDrive* drive = resolved.GetDrive();
+    if (directories)
+        drive->GetDirectoryList(resolved, list);
+    else
+        drive->GetFileList(resolved, list);
+    for (auto entry = last == list.end() ? list.begin() : std::next(last); entry != list.end();
+         ++entry)
+    {
+        char name[PathSize];
+        ResolveLocalPath(entry->GetNativePath(), name, sizeof name);
+        entry->SetVirtualPath(name);
+    }
+}
+
+void FileManager::GetDirectoryList(const char* path, PathObjectList& list)
+{
+    List(path, list, true);
 }
 
 void FileManager::GetFileList(const char* path, PathObjectList& list)
 {
-    Locked locked(m_Lock);
-    PathObject resolved;
-    if (ResolveVirtualPath(path, resolved) == MountOk)
-        resolved.GetDrive()->GetFileList(resolved, list);
+    List(path, list, false);
 }
 
 } // namespace qel

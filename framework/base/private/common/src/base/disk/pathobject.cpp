@@ -48,7 +48,7 @@ DiskDrive* PathObject::GetDrive() const
 {
     if (!m_MountPoint)
         return nullptr;
-    FileManager::DriveMount* mount = m_MountPoint->GetDriveMount();
+    DriveMount* mount = m_MountPoint->GetDriveMount();
     return mount ? mount->GetDrive() : nullptr;
 }
 

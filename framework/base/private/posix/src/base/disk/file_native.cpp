@@ -6,7 +6,6 @@
 #include <qel/fileposix.h>
 
 #include <qel/errormanager.h>
-#include <qel/filemanager.h>
 #include <qel/pathobject.h>
 #include <qel/report.h>
 
@@ -219,16 +218,12 @@ void Search(const std::string& systemPath, Visit visit)
 // names that begin with '.'.
 void List(const char* native, bool directories, PathObjectList& list)
 {
-    FileManager& manager = FileManager::GetSingletonInstance();
     Search(SystemPath(native),
            [&](const char* name, bool isDirectory)
            {
                if (name[0] != '.' && isDirectory == directories)
                {
-                   char virtualName[PathObject::PathSize];
-                   manager.ResolveLocalPath(name, virtualName, sizeof virtualName);
                    list.emplace_back();
-                   list.back().SetVirtualPath(virtualName);
                    list.back().SetNativePath(name);
                }
                return true;
@@ -284,19 +279,7 @@ File* DiskDrivePosix::OpenFile(const PathObject& path, u32 openFlags)
         errno = EACCES;
     }
     if (fd < 0)
-    {
-        if (openFlags & File::OpenCreatePath)
-        {
-            DiskError error;
-            const char* text;
-            const int number = errno;
-            Classify(number, path.GetNativePath(), error, text);
-            if (error == DiskErrorPathNotFound && !IsReopeningCreatingPath())
-                return ReopenCreatingPath(path, openFlags);
-            errno = number;
-        }
         AnalyzeError(path);
-    }
 
     posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
     File* file = new FilePosix(path.GetVirtualPath(), this, fd, u64(status.st_size), openFlags);

@@ -3,7 +3,6 @@
 #include <qel/filewin32.h>
 
 #include <qel/errormanager.h>
-#include <qel/filemanager.h>
 #include <qel/pathobject.h>
 #include <qel/report.h>
 
@@ -97,16 +96,12 @@ void List(const char* pattern, bool directories, PathObjectList& list)
     HANDLE search = FindFirstFileA(pattern, &entry);
     if (search == INVALID_HANDLE_VALUE)
         return;
-    FileManager& manager = FileManager::GetSingletonInstance();
     do
     {
         const bool isDirectory = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
         if (entry.cFileName[0] == '.' || isDirectory != directories)
             continue;
-        char name[PathObject::PathSize];
-        manager.ResolveLocalPath(entry.cFileName, name, sizeof name);
         list.emplace_back();
-        list.back().SetVirtualPath(name);
         list.back().SetNativePath(entry.cFileName);
     } while (FindNextFileA(search, &entry));
     FindClose(search);
@@ -146,12 +141,7 @@ File* DiskDriveWin32::OpenFile(const PathObject& path, u32 openFlags)
     HANDLE handle = CreateFileA(path.GetNativePath(), access, FILE_SHARE_READ | FILE_SHARE_WRITE,
                                 nullptr, disposition, FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
     if (handle == INVALID_HANDLE_VALUE)
-    {
-        if ((openFlags & File::OpenCreatePath) && GetLastError() == ERROR_PATH_NOT_FOUND &&
-            !IsReopeningCreatingPath())
-            return ReopenCreatingPath(path, openFlags);
         AnalyzeError(path);
-    }
 
     DWORD high = 0;
     DWORD low = GetFileSize(handle, &high);
