@@ -1,0 +1,163 @@
+// The file manager's mount table and path resolution under lines read from
+// the input. Each line is one command, its first character the operation:
+//   M name          mount a drive mount on the platform's drive
+//   A name target   mount an alias of the target
+//   U name          unmount (never a name under a mount the run began with)
+//   R path          resolve a virtual path
+//   L path          turn a system path into its virtual form
+//   C path          make a directory current
+//   E path          ask whether a file or a directory is there
+// After each command the table must still be in order, and a resolved
+// path must fit its buffer. At the end the mounts made are taken down again
+// and the table and current directory must be what they were.
+#include <qel/filemanager.h>
+#include <qel/pathobject.h>
+
+#include "fuzzhost.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+using qel::FileManager;
+using qel::MountPoint;
+using qel::RefPtr;
+
+[[noreturn]] void Fail(const char* what, const char* text)
+{
+    std::fprintf(stderr, "path fuzz: %s: \"%s\"\n", what, text);
+    std::abort();
+}
+
+std::vector<std::string> Names(FileManager& manager)
+{
+    std::vector<RefPtr<MountPoint>> table;
+    manager.GetMountTable(table);
+    std::vector<std::string> names;
+    for (const RefPtr<MountPoint>& mount : table)
+        names.emplace_back(mount->GetName());
+    return names;
+}
+
+// Neighbours ascend by signed bytes over their common length (a name and a
+// longer one that it prefixes compare equal).
+void CheckOrder(FileManager& manager)
+{
+    const std::vector<std::string> names = Names(manager);
+    for (std::size_t i = 1; i < names.size(); ++i)
+    {
+        const std::string& a = names[i - 1];
+        const std::string& b = names[i];
+        const std::size_t n = a.size() < b.size() ? a.size() : b.size();
+        for (std::size_t k = 0; k < n; ++k)
+            if (a[k] != b[k])
+            {
+                if (static_cast<signed char>(a[k]) > static_cast<signed char>(b[k]))
+                    Fail("the mount table is out of order", b.c_str());
+                break;
+            }
+    }
+}
+
+bool UnderAny(const std::string& name, const std::vector<std::string>& mounts)
+{
+    for (const std::string& mount : mounts)
+        if (name.compare(0, mount.size(), mount) == 0 || mount.compare(0, name.size(), name) == 0)
+            return true;
+    return false;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    qelfuzz::QuietHost::Install();
+    FileManager& manager = FileManager::GetSingletonInstance();
+    static const std::vector<std::string> initial = Names(manager);
+    static const RefPtr<qel::DiskDrive> drive = []
+    {
+        RefPtr<MountPoint> disks;
+        FileManager::GetSingletonInstance().FindMount("/disks/", disks);
+        return RefPtr<qel::DiskDrive>(disks ? disks->GetDriveMount()->GetDrive() : nullptr);
+    }();
+    char current[FileManager::PathSize];
+    manager.GetCurrentDirectory(current, sizeof current);
+
+    qelfuzz::Bytes in(data, size);
+    std::vector<std::string> mounted;
+    for (int step = 0; step < 64 && !in.Empty(); ++step)
+    {
+        char line[600];
+        in.Line(line, sizeof line);
+        const char op = line[0];
+        char* text = line[0] != '\0' ? line + 1 : line;
+        char* second = std::strchr(text, ' ');
+        if (second != nullptr)
+            *second++ = '\0';
+
+        switch (op)
+        {
+        case 'M':
+            if (manager.Mount(text, drive) == FileManager::MountOk)
+                mounted.emplace_back(text);
+            break;
+        case 'A':
+            if (manager.Mount(text, second ? second : "") == FileManager::MountOk)
+                mounted.emplace_back(text);
+            break;
+        case 'U':
+            if (!UnderAny(text, initial))
+                manager.Unmount(text);
+            break;
+        case 'R':
+        {
+            qel::PathObject path;
+            if (manager.ResolveVirtualPath(text, path) == FileManager::MountOk)
+            {
+                if (std::strlen(path.GetNativePath()) >= qel::PathObject::PathSize ||
+                    std::strlen(path.GetVirtualPath()) >= qel::PathObject::PathSize)
+                    Fail("a resolved path overruns its buffer", text);
+                if (!path.GetMountPoint())
+                    Fail("a resolved path has no mount", text);
+            }
+            break;
+        }
+        case 'L':
+        {
+            char out[FileManager::PathSize + 1];
+            out[FileManager::PathSize] = '\x7F';
+            manager.ResolveLocalPath(text, out, FileManager::PathSize);
+            if (out[FileManager::PathSize] != '\x7F' || std::strlen(out) >= FileManager::PathSize)
+                Fail("a local path overruns its buffer", text);
+            break;
+        }
+        case 'C':
+            manager.SetCurrentDirectory(text);
+            break;
+        case 'E':
+            manager.FileExists(text);
+            manager.DirectoryExists(text);
+            break;
+        default:
+            break;
+        }
+        CheckOrder(manager);
+    }
+
+    // Take down what this input mounted, newest first.
+    for (auto name = mounted.rbegin(); name != mounted.rend(); ++name)
+        manager.Unmount(name->c_str());
+    manager.SetCurrentDirectory(current);
+    if (Names(manager) != initial)
+        Fail("the mount table is not what it was", "");
+    char after[FileManager::PathSize];
+    manager.GetCurrentDirectory(after, sizeof after);
+    if (std::strcmp(after, current) != 0)
+        Fail("the current directory is not what it was", after);
+    return 0;
+}
