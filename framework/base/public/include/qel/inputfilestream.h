@@ -3,6 +3,10 @@
 // Each block is read at the position the stream asks for; the file is only
 // sought when that position is not where the last read left it, so reading
 // straight through never seeks. The provider owns its File and deletes it.
+//
+// A read of a whole block or more does not pass through the provider's
+// buffer: the stream hands the caller's memory to ReadDirect and the file
+// reads into it. The bytes are the same, one copy fewer; this is deliberate.
 #pragma once
 
 #include <qel/export.h>
