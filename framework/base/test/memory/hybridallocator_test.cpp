@@ -110,7 +110,15 @@ TEST(HybridAllocator, ReallocStaysInItsEntryOrMovesBetweenThem)
     EXPECT_EQ(Allocator::GetOwner(back), pool);
     EXPECT_STREQ(back, "contents");
     EXPECT_TRUE(hybrid->IsValidPointer(back));
-    EXPECT_FALSE(hybrid->IsValidPointer(&p));
+    {
+        // An address no allocator owns is reported, as for Free.
+        qeltest::ScriptedHost host;
+        EXPECT_FALSE(hybrid->IsValidPointer(&p));
+        ASSERT_EQ(host.questions.size(), 1u);
+        EXPECT_NE(host.questions[0].text.find(
+                      "Unable to find an allocator owner for allocation at address: "),
+                  std::string::npos);
+    }
     hybrid->Free(back);
     EXPECT_TRUE(hybrid->ValidateMemory());
     delete hybrid;

@@ -14,10 +14,13 @@
 // taken relative to the current directory.
 //
 // The mount table is sorted by the prefix order: a mount name N sorts
-// against a key K as N against the first length(N) characters of K, so a
-// key finds the first mount that prefixes it. Of /a/ and /a/b/ the shorter
-// one wins; Mount refuses a name under an existing mount; Unmount of a
-// longer name removes the shorter mount that prefixes it.
+// against a key K as N against the first length(N) characters of K. A key
+// is looked up by bisection for the first mount that does not sort below
+// it, and that mount serves the key when it prefixes it. Of /a/ and /a/b/
+// the shorter one wins; Mount refuses a name under an existing mount;
+// Unmount of a longer name removes the shorter mount that prefixes it. With
+// nested mounts the order is not monotonic for every key: with /a/ and
+// /a/b/ mounted, /a/c sorts below /a/b/ and may miss /a/.
 //
 // One re-entrant lock guards the table and the current directory. Every
 // operation holds it for its whole duration, the drive call included, so
@@ -153,9 +156,10 @@ private:
     FileManager(const FileManager&) = delete;
     FileManager& operator=(const FileManager&) = delete;
 
-    // Where a new mount named `key` goes in the table.
+    // The first mount that does not sort below `key`, by bisection: where a
+    // new mount named `key` goes, and where a lookup looks.
     MountTable::iterator LowerBound(const char* key);
-    // The mount that prefixes `key` (the shortest), or the end.
+    // The lower bound of `key` when it prefixes `key`, or the end.
     MountTable::iterator Find(const char* key);
     // The mount that prefixes `key`, or null.
     MountPoint* Lookup(const char* key);

@@ -134,8 +134,10 @@ void FileManager::TakeProcessCurrentDirectory()
 
 FileManager::MountTable::iterator FileManager::LowerBound(const char* key)
 {
-    // Where a new name goes. No mount prefixes it (Mount refuses that), so
-    // the mounts before it all compare below it and the table stays sorted.
+    // A bisection for the first mount that does not compare below the key.
+    // With nested mounts the comparisons are not monotonic (with /a/ and
+    // /a/b/ mounted, /a/c matches /a/ and compares below /a/b/), so a key
+    // may miss a mount that prefixes it: that is the table's rule.
     std::size_t low = 0, high = m_Table.size();
     while (low < high)
     {
@@ -150,13 +152,7 @@ FileManager::MountTable::iterator FileManager::LowerBound(const char* key)
 
 FileManager::MountTable::iterator FileManager::Find(const char* key)
 {
-    // The first mount that does not compare below the key, found in order:
-    // with /a/ and /a/b/ mounted, /a/c compares below /a/b/ after /a/ has
-    // matched, so a bisection could miss /a/. In a sorted table the first
-    // such mount is the shortest one that prefixes the key, if any does.
-    MountTable::iterator mount = m_Table.begin();
-    while (mount != m_Table.end() && ComparePrefix((*mount)->GetName(), key) < 0)
-        ++mount;
+    MountTable::iterator mount = LowerBound(key);
     if (mount != m_Table.end() && ComparePrefix((*mount)->GetName(), key) != 0)
         mount = m_Table.end();
     return mount;
@@ -382,6 +378,7 @@ u32 FileManager::CreateDirectory(const char* path, bool recursive)
     }
 
     // Every prefix that ends in '/', then the whole text.
+    u32 result = 0;
     const std::size_t length = std::strlen(text);
     for (std::size_t end = text[0] == '/' ? 1 : 0; end <= length; ++end)
     {
@@ -394,10 +391,11 @@ u32 FileManager::CreateDirectory(const char* path, bool recursive)
         if (prefixLength == 0 || DirectoryExists(prefix))
             continue;
         ResolveOrThrow(prefix, resolved);
+        // A refusal that was not thrown does not stop the walk.
         if (u32 refused = resolved.GetDrive()->CreateDirectory(resolved))
-            return refused;
+            result = result ? result : refused;
     }
-    return 0;
+    return result;
 }
 
 u32 FileManager::DeleteDirectory(const char* path)

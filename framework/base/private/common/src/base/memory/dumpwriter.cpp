@@ -4,6 +4,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 
 namespace qel
 {
@@ -19,6 +20,11 @@ void Print(OutputStream& out, const char* format, ...)
     va_end(arguments);
     if (length > 0)
         out.Write(text, u32(std::size_t(length) < sizeof text ? length : sizeof text - 1));
+}
+
+void WriteText(OutputStream& out, const char* text)
+{
+    out.Write(text, u32(std::strlen(text)));
 }
 
 } // namespace memory

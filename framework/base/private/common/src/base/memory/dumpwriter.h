@@ -24,6 +24,9 @@ void Print(OutputStream& out, const char* format, ...)
 #endif
     ;
 
+// Writes `text` whole (a dump's title has no length limit).
+void WriteText(OutputStream& out, const char* text);
+
 inline std::uintptr_t Address(const void* p)
 {
     return reinterpret_cast<std::uintptr_t>(p);

@@ -52,7 +52,8 @@ bool HeapAllocator::ValidateMemory()
 bool HeapAllocator::IsValidPointer(const void* p)
 {
     ScopedLock<CriticalSection> lock(m_Lock);
-    return m_Heap != nullptr && p != nullptr && native::ValidateHeap(m_Heap, p);
+    // A null address validates the whole heap, as ValidateMemory does.
+    return m_Heap != nullptr && native::ValidateHeap(m_Heap, p);
 }
 
 unsigned int HeapAllocator::GetMaxSupportedAllocSize() const

@@ -153,7 +153,8 @@ bool HybridAllocator::ValidateMemory()
 
 bool HybridAllocator::IsValidPointer(const void* p)
 {
-    Allocator* owner = PageManager::GetSingletonInstance().FindOwner(p);
+    // An address that no allocator owns is reported, as for Free.
+    Allocator* owner = OwnerOf(p);
     return owner != nullptr && owner->IsValidPointer(p);
 }
 

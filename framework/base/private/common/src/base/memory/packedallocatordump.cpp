@@ -114,7 +114,7 @@ void PackedAllocator::DumpStatistics(u32 flags, AllocatorStatMarker*, AllocatorS
     ScopedLock<CriticalSection> lock(m_Lock);
     OutputStream& out = stream ? *stream : DebuggerStream::GetDefaultInstance();
     if (title)
-        memory::Print(out, "%s", title);
+        memory::WriteText(out, title);
     if (flags & DumpUsage)
     {
         memory::Print(out,

@@ -154,7 +154,7 @@ void PageAllocator::DumpStatistics(u32 flags, AllocatorStatMarker*, AllocatorSta
     OutputStream& stream = out ? *out : DebuggerStream::GetDefaultInstance();
     ScopedLock<CriticalSection> lock(m_Lock);
     if (buffer != nullptr)
-        stream.Write(buffer, u32(std::strlen(buffer)));
+        memory::WriteText(stream, buffer);
     if (flags & 1)
         memory::Print(stream,
                       "PageAllocator memory usage statistics\r\nNbr of allocations requests: "

@@ -100,33 +100,34 @@ void PageManager::DumpMetapage(const Metapage& metapage, u32 flags, OutputStream
 
     if (flags & DumpRuns)
     {
-        // Each run handed out, and each free stretch between them, in
-        // address order.
+        // The used stretches between the free ones, and the free ones, in
+        // address order. A used stretch may hold runs of several owners;
+        // the owner shown is its first page's.
         const std::atomic<Allocator*>* owners = m_Owners.load(std::memory_order_relaxed);
         for (const char* page = metapage.start; page < metapage.end;)
         {
-            u32 pages = RunLength(&metapage, page);
-            if (pages != 0)
+            const u32 first = m_Records.Find(page)->load(std::memory_order_relaxed);
+            const bool used = first != PageRecordTable::Unowned;
+            u32 pages = 1;
+            for (; page + std::size_t(pages) * PageSize < metapage.end; ++pages)
+                if ((m_Records.Find(page + std::size_t(pages) * PageSize)
+                         ->load(std::memory_order_relaxed) != PageRecordTable::Unowned) != used)
+                    break;
+            const char* end = page + std::size_t(pages) * PageSize;
+            if (used)
             {
-                const u32 index =
-                    PageRecordTable::OwnerOf(m_Records.Find(page)->load(std::memory_order_relaxed));
+                const u32 index = PageRecordTable::OwnerOf(first);
                 const Allocator* owner =
                     owners ? owners[index].load(std::memory_order_relaxed) : nullptr;
                 Print(out, "[0x%08" PRIXPTR ", 0x%08" PRIXPTR "[\t%12u\t0x%08" PRIXPTR "\r\n",
-                      Address(page), Address(page + std::size_t(pages) * PageSize), unsigned(pages),
-                      Address(owner));
+                      Address(page), Address(end), unsigned(pages), Address(owner));
             }
             else
             {
-                for (pages = 1; page + std::size_t(pages) * PageSize < metapage.end; ++pages)
-                    if (m_Records.Find(page + std::size_t(pages) * PageSize)
-                            ->load(std::memory_order_relaxed) != PageRecordTable::Unowned)
-                        break;
                 Print(out, "[0x%08" PRIXPTR ", 0x%08" PRIXPTR "[\t%12u\t  unused\r\n",
-                      Address(page), Address(page + std::size_t(pages) * PageSize),
-                      unsigned(pages));
+                      Address(page), Address(end), unsigned(pages));
             }
-            page += std::size_t(pages) * PageSize;
+            page = end;
         }
     }
     if (flags & DumpFreeRuns)

@@ -142,7 +142,7 @@ void PoolAllocator::DumpStatistics(u32 flags, AllocatorStatMarker*, AllocatorSta
     ScopedLock<CriticalSection> lock(m_Lock);
     OutputStream& out = stream ? *stream : DebuggerStream::GetDefaultInstance();
     if (title)
-        memory::Print(out, "%s", title);
+        memory::WriteText(out, title);
 
     if (flags & DumpUsage)
     {

@@ -253,7 +253,12 @@ File* DiskDrivePosix::OpenFile(const PathObject& path, u32 openFlags)
         if (!(openFlags & File::OpenExisting) && (openFlags & File::OpenAlways))
             flags |= O_CREAT;
         else if (!(openFlags & File::OpenExisting) && (openFlags & File::OpenTruncate))
-            flags |= O_TRUNC;
+        {
+            // Truncating needs write access: Windows refuses a read opened
+            // this way as an invalid parameter, and so do we, file untouched.
+            errno = EINVAL;
+            AnalyzeError(path);
+        }
     }
     else
     {

@@ -138,6 +138,13 @@ File* DiskDriveWin32::OpenFile(const PathObject& path, u32 openFlags)
                       : (openFlags & File::OpenAlways)     ? OPEN_ALWAYS
                                                            : CREATE_NEW;
     }
+    if (access == GENERIC_READ && disposition == TRUNCATE_EXISTING)
+    {
+        // Windows refuses to truncate without write access; some emulations
+        // of it do not, so the refusal is made here on every system.
+        SetLastError(ERROR_INVALID_PARAMETER);
+        AnalyzeError(path);
+    }
     HANDLE handle = CreateFileA(path.GetNativePath(), access, FILE_SHARE_READ | FILE_SHARE_WRITE,
                                 nullptr, disposition, FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
     if (handle == INVALID_HANDLE_VALUE)
