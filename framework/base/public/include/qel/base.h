@@ -62,6 +62,7 @@
 #include <qel/semaphorebase.h>
 #include <qel/stopwatch.h>
 #include <qel/stream.h>
+#include <qel/streamingbuffer.h>
 #include <qel/systembase.h>
 #include <qel/textoutputdevice.h>
 #include <qel/threadmanager.h>
