@@ -1,13 +1,16 @@
-// A File over bytes held in memory, for the streaming tests: its contents
+// Helpers of the streaming tests. A File over bytes held in memory: its contents
 // are a known pattern, reads can be cut short, and its destruction is
 // counted.
 #pragma once
 
 #include <qel/file.h>
 
+#include "support/scriptedhost.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <string>
 #include <vector>
 
 namespace streamtest
@@ -16,6 +19,16 @@ namespace streamtest
 inline unsigned char PatternByte(qel::u64 i)
 {
     return static_cast<unsigned char>(i * 131 + (i >> 8) * 7 + 3);
+}
+
+// The texts of the asserts the host was asked about, in order.
+inline std::vector<std::string> FailedAsserts(const qeltest::ScriptedHost& host)
+{
+    std::vector<std::string> texts;
+    for (const qeltest::ScriptedHost::Question& question : host.questions)
+        if (question.caption == "Assert Failed")
+            texts.push_back(question.text);
+    return texts;
 }
 
 class MemoryFile : public qel::File
