@@ -61,6 +61,9 @@ public:
     u32 TotalBytesAvailable();
     // How many passes the worker has made over the list.
     u32 GetWorkerPasses() const { return m_Passes.load(std::memory_order_acquire); }
+    // The worker's thread id (ThreadManager::InvalidThreadId when it could
+    // not be started).
+    u32 GetWorkerThreadId() const { return m_WorkerThread; }
 
 private:
     template <class T, class Storage>
