@@ -1,5 +1,5 @@
 // Streaming requests: the metered chunk of Read, the limits of the total and
-// the ring, Reset, the creation forms and their refusals, and the file a
+// the ring, Reset, the refused creations, the path forms, and the file a
 // request owns.
 #include <qel/fileexception.h>
 #include <qel/filemanager.h>
@@ -77,34 +77,6 @@ TEST(StreamingRequestTest, TotalAndRingBoundWhatIsReadAndResetStartsOver)
     EXPECT_EQ(request->BytesRemaining(), 0u);
     EXPECT_EQ(request->Read(1000), 0u);
     delete request;
-}
-
-TEST(StreamingRequestTest, CreationFormsTakeTheirDefaultsFromTheRateAndTheFile)
-{
-    MemoryFile* file = new MemoryFile(3000);
-    StreamingRequest* plain = StreamingRequest::Create(file, 1001);
-    ASSERT_NE(plain, nullptr);
-    EXPECT_EQ(plain->Datarate(), 1001u);
-    EXPECT_EQ(plain->BufferCapacity(), 499u); // rate / 2 - 1
-    EXPECT_EQ(plain->BytesRemaining(), 3000u);
-    EXPECT_FALSE(plain->IsDone());
-    EXPECT_FALSE(plain->Paused());
-    plain->Pause(true);
-    EXPECT_TRUE(plain->Paused());
-    delete plain;
-
-    MemoryFile* second = new MemoryFile(3000);
-    StreamingRequest* offset = StreamingRequest::Create(second, 100, 64, 2500);
-    ASSERT_NE(offset, nullptr);
-    EXPECT_EQ(second->GetFilePosition(), 2500u);
-    EXPECT_EQ(offset->BytesRemaining(), 3000u) << "the total is the file's size";
-    delete offset;
-
-    StreamingRequest* inactive =
-        StreamingRequest::Create(new MemoryFile(10), 100, 64, 0, 10, false);
-    ASSERT_NE(inactive, nullptr);
-    EXPECT_TRUE(inactive->IsDone());
-    delete inactive;
 }
 
 TEST(StreamingRequestTest, RefusedArgumentsAssertReturnNullAndCloseTheFile)
