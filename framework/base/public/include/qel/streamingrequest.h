@@ -4,9 +4,11 @@
 // now (the rate times the time since the start, say) and Copy to take what
 // has arrived. Read never asks the file for more than half the rate at once
 // and, when the request is ahead of its target, still reads a quarter of the
-// rate; the ring takes what room it has. Every public operation holds the
-// request's lock, so Copy and the availability questions may come from
-// another thread than Read.
+// rate (a prefetch that the ring bounds): an owner that copies out at once
+// and wants the rate exactly calls Read only when bytes are due. The ring
+// takes what room it has. Every public operation holds the request's lock,
+// so Copy and the availability questions may come from another thread than
+// Read.
 //
 // A request owns its file, whether it opened it from a virtual path or was
 // handed it, and closes it when deleted; a Create that refuses its arguments
