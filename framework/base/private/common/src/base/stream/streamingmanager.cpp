@@ -35,8 +35,8 @@ StreamingManager* StreamingManager::CreateSingletonInstance()
 }
 
 StreamingManager::StreamingManager()
-    : m_WakeUp(false), m_OneShot(true),
-      m_WorkerThread(ThreadManager::InvalidThreadId), m_Quit(false), m_Budget(0), m_Passes(0)
+    : m_WakeUp(false), m_OneShot(true), m_WorkerThread(ThreadManager::InvalidThreadId),
+      m_Quit(false), m_Budget(0), m_Passes(0)
 {
     // The list's memory, and the files of requests left at exit, need the
     // General allocator and the file manager: made first, they die last.
