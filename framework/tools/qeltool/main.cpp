@@ -16,6 +16,9 @@ const char kUsage[] = "usage: qeltool <command> [arguments]\n"
                       "                    (DATA_DIR defaults to ./samples)\n"
                       "  mounts            print the file manager's mount table\n"
                       "  resolve PATH...   print each virtual path's native path and mount\n"
+                      "  stream PATH RATE [SECONDS]\n"
+                      "                    read a file at RATE bytes per second (16M, 512k...)\n"
+                      "                    through a streaming request, for at most SECONDS\n"
                       "\n"
                       "options:\n"
                       "  --help            print this text\n"
@@ -32,6 +35,7 @@ int Tour(int argc, char** argv)
     qeltool::TourThread(context);
     qeltool::TourFiles(context);
     qeltool::TourStreams(context);
+    qeltool::TourStreaming(context);
     return 0;
 }
 
@@ -58,6 +62,8 @@ int main(int argc, char** argv)
     }
     if (std::strcmp(argv[1], "resolve") == 0)
         return qeltool::ResolvePaths(argc - 2, argv + 2);
+    if (std::strcmp(argv[1], "stream") == 0)
+        return qeltool::StreamFile(argc - 2, argv + 2);
     std::fprintf(stderr, "qeltool: unknown command '%s'\n\n%s", argv[1], kUsage);
     return 2;
 }

@@ -20,11 +20,16 @@ void TourMemory(const TourContext& context);
 void TourThread(const TourContext& context);
 void TourFiles(const TourContext& context);
 void TourStreams(const TourContext& context);
+void TourStreaming(const TourContext& context);
 
 // qeltool mounts: the file manager's mount table, one mount a line.
 void PrintMountTable();
 // qeltool resolve: each virtual path's native path and mount, or the error;
 // 1 when one of them is under no mount.
 int ResolvePaths(int count, char** paths);
+// qeltool stream PATH RATE [SECONDS]: streams a file of the system at RATE
+// bytes per second with a live progress line, then a summary; 2 on bad
+// arguments, 1 when the file cannot be opened.
+int StreamFile(int count, char** args);
 
 } // namespace qeltool

@@ -63,6 +63,9 @@
 #include <qel/semaphorebase.h>
 #include <qel/stopwatch.h>
 #include <qel/stream.h>
+#include <qel/streamingbuffer.h>
+#include <qel/streamingmanager.h>
+#include <qel/streamingrequest.h>
 #include <qel/systembase.h>
 #include <qel/textoutputdevice.h>
 #include <qel/threadmanager.h>

@@ -1,0 +1,118 @@
+#include <qel/streamingbuffer.h>
+
+#include <qel/errormanager.h>
+#include <qel/file.h>
+#include <qel/mem.h>
+#include <qel/report.h>
+
+#include <cstring>
+
+namespace qel
+{
+
+typedef ScopedLock<CriticalSection> Locked;
+
+StreamingBuffer::StreamingBuffer(u32 size)
+    : m_Storage(nullptr), m_Read(nullptr), m_Write(nullptr), m_Start(nullptr), m_End(nullptr),
+      m_Capacity(0), m_Marker(Marker)
+{
+    QEL_USAGE_ASSERT(ErrorManager::BaseCategory, size >= 2);
+    if (size < 2)
+        return;
+    // The storage is the size plus its remainder modulo 1024; past 4 GB the
+    // request is cut to what an allocation can ask for, which still covers
+    // the ring.
+    const u64 bytes = u64(size) + (size & 0x3FFu);
+    const unsigned int request = bytes > 0xFFFFFFFFu ? 0xFFFFFFFFu : unsigned(bytes);
+    Allocator* general = Mem::GetGeneralAlloc();
+    m_Storage = general ? static_cast<unsigned char*>(general->Malloc(request)) : nullptr;
+    if (m_Storage == nullptr)
+        return;
+    m_Capacity = size - 1;
+    m_Start = m_Read = m_Write = m_Storage;
+    m_End = m_Storage + m_Capacity;
+}
+
+StreamingBuffer::~StreamingBuffer()
+{
+    if (m_Storage != nullptr)
+        Mem::GetGeneralAlloc()->Free(m_Storage);
+    m_Marker = 0;
+}
+
+void StreamingBuffer::Reset()
+{
+    Locked locked(m_Lock);
+    m_Read = m_Write = m_Start;
+}
+
+u32 StreamingBuffer::DataAvailable()
+{
+    Locked locked(m_Lock);
+    return AvailableLocked();
+}
+
+u32 StreamingBuffer::AvailableLocked() const
+{
+    if (m_Write == m_Read)
+        return 0;
+    if (m_Write > m_Read)
+        return u32(m_Write - m_Read);
+    return u32((m_End - m_Start) - (m_Read - m_Write));
+}
+
+u32 StreamingBuffer::Copy(unsigned char* out, u32 count)
+{
+    Locked locked(m_Lock);
+    const u32 available = AvailableLocked();
+    if (count > available)
+        count = available;
+    u32 copied = 0;
+    while (copied < count)
+    {
+        // The read pointer wraps only when a copy starts from the end.
+        if (m_Read == m_End)
+            m_Read = m_Start;
+        const u32 contiguous = u32((m_Write >= m_Read ? m_Write : m_End) - m_Read);
+        const u32 piece = count - copied < contiguous ? count - copied : contiguous;
+        std::memcpy(out + copied, m_Read, piece);
+        m_Read += piece;
+        copied += piece;
+    }
+    return copied;
+}
+
+u32 StreamingBuffer::Read(File* file, u32 count)
+{
+    QEL_USAGE_ASSERT(ErrorManager::BaseCategory, file != nullptr);
+    if (file == nullptr)
+        return 0;
+    Locked locked(m_Lock);
+    const u32 room = m_Capacity - AvailableLocked();
+    if (count > room)
+        count = room;
+    u32 total = 0;
+    while (total < count)
+    {
+        if (m_Write == m_End)
+        {
+            if (AvailableLocked() == m_Capacity)
+                break;
+            m_Write = m_Start;
+        }
+        // Behind the read pointer, one byte stays free so that equal
+        // pointers keep meaning empty.
+        const u32 contiguous = m_Write >= m_Read ? u32(m_End - m_Write) : u32(m_Read - m_Write - 1);
+        if (contiguous == 0)
+            break;
+        const u32 wanted = count - total < contiguous ? count - total : contiguous;
+        const u32 got = file->Read(m_Write, wanted);
+        m_Write += got;
+        total += got;
+        if (got < wanted)
+            break; // the end of the file
+    }
+    return total;
+}
+
+} // namespace qel

@@ -1,0 +1,67 @@
+// The ring buffer of a streaming request: bytes read from a file at one end,
+// copied out at the other, possibly by another thread.
+//
+// A buffer made for `size` bytes holds at most size - 1 of them. The write
+// pointer may stand at the end of the storage until the next read wraps it,
+// and the read pointer likewise until the next copy: so a ring filled to its
+// end and then emptied is empty, not full. Every operation holds the
+// buffer's lock.
+#pragma once
+
+#include <qel/allocationoperators.h>
+#include <qel/criticalsection.h>
+#include <qel/export.h>
+#include <qel/types.h>
+
+namespace qel
+{
+
+class File;
+
+class QEL_API StreamingBuffer
+{
+public:
+    QEL_ALLOCATION_OPERATORS
+
+    enum : u32
+    {
+        Marker = 0x12345678u
+    };
+
+    // Takes size + (size & 0x3FF) bytes from the General allocator. A size
+    // below 2 is a usage fault; it and a failed allocation leave a buffer of
+    // capacity 0 that reads and copies nothing.
+    explicit StreamingBuffer(u32 size);
+    ~StreamingBuffer();
+
+    StreamingBuffer(const StreamingBuffer&) = delete;
+    StreamingBuffer& operator=(const StreamingBuffer&) = delete;
+
+    // The most bytes the ring can hold: the size asked for less one.
+    u32 Size() const { return m_Capacity; }
+    // False when the storage could not be had.
+    bool IsValid() const { return m_Storage != nullptr; }
+    // Empties the ring.
+    void Reset();
+    u32 DataAvailable();
+    // Copies up to `count` bytes out of the ring, in at most two pieces, and
+    // returns how many.
+    u32 Copy(unsigned char* out, u32 count);
+    // Reads up to `count` bytes from `file` into the free room, in at most
+    // two pieces, and returns how many. Stops at a short read of the file.
+    u32 Read(File* file, u32 count);
+
+private:
+    u32 AvailableLocked() const;
+
+    unsigned char* m_Storage;
+    unsigned char* m_Read;
+    unsigned char* m_Write;
+    unsigned char* m_Start;
+    unsigned char* m_End;
+    u32 m_Capacity;
+    CriticalSection m_Lock;
+    u32 m_Marker;
+};
+
+} // namespace qel

@@ -1,0 +1,142 @@
+// The streaming ring: its capacity, the byte kept free, the lazy wraps of
+// both pointers, and the data surviving many laps of the ring.
+#include <qel/streamingbuffer.h>
+
+#include "memoryfile.h"
+#include "support/scriptedhost.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace
+{
+
+using qel::StreamingBuffer;
+using qel::u32;
+using streamtest::MemoryFile;
+using streamtest::PatternByte;
+
+// The bytes copied out of a buffer must be the file's from `from` on.
+void ExpectFileBytes(const std::vector<unsigned char>& got, u32 from)
+{
+    for (u32 i = 0; i < got.size(); ++i)
+        ASSERT_EQ(got[i], PatternByte(from + i)) << "byte " << from + i;
+}
+
+TEST(StreamingBufferTest, SizeOf1024HoldsAtMost1023BytesAndAFullRingReadsNothing)
+{
+    MemoryFile file(4096);
+    StreamingBuffer buffer(1024);
+    EXPECT_EQ(buffer.Size(), 1023u);
+    EXPECT_EQ(buffer.DataAvailable(), 0u);
+
+    EXPECT_EQ(buffer.Read(&file, 4096), 1023u);
+    EXPECT_EQ(buffer.DataAvailable(), 1023u);
+    EXPECT_EQ(buffer.Read(&file, 100), 0u);
+    EXPECT_EQ(file.GetFilePosition(), 1023u) << "a full ring must not touch the file";
+
+    std::vector<unsigned char> out(2000);
+    EXPECT_EQ(buffer.Copy(out.data(), 2000), 1023u);
+    out.resize(1023);
+    ExpectFileBytes(out, 0);
+    EXPECT_EQ(buffer.Copy(out.data(), 1), 0u);
+}
+
+TEST(StreamingBufferTest, RingEmptiedAtItsEndIsEmptyAndRefillsAcrossTheWrap)
+{
+    MemoryFile file(4096);
+    StreamingBuffer buffer(16); // capacity 15
+    std::vector<unsigned char> out(32);
+    ASSERT_EQ(buffer.Read(&file, 15), 15u);
+    ASSERT_EQ(buffer.Copy(out.data(), 15), 15u);
+    // Both pointers now stand at the end of the storage.
+    EXPECT_EQ(buffer.DataAvailable(), 0u);
+
+    // The write pointer wraps; the read pointer still at the end keeps one
+    // byte free behind it.
+    EXPECT_EQ(buffer.Read(&file, 15), 14u);
+    EXPECT_EQ(buffer.DataAvailable(), 14u);
+    out.assign(14, 0);
+    EXPECT_EQ(buffer.Copy(out.data(), 14), 14u);
+    ExpectFileBytes(out, 15);
+}
+
+TEST(StreamingBufferTest, ReadAndCopySplitAtTheWrapKeepTheBytesInOrder)
+{
+    MemoryFile file(4096);
+    StreamingBuffer buffer(16);
+    std::vector<unsigned char> out(16);
+    ASSERT_EQ(buffer.Read(&file, 10), 10u);
+    ASSERT_EQ(buffer.Copy(out.data(), 6), 6u); // read at 6, write at 10
+
+    // 5 bytes up to the end, then 5 from the start, leaving the byte before
+    // the read pointer free: two file reads.
+    file.reads.clear();
+    EXPECT_EQ(buffer.Read(&file, 100), 10u);
+    EXPECT_EQ(file.reads, (std::vector<u32>{5, 5}));
+    EXPECT_EQ(buffer.DataAvailable(), 14u);
+
+    // The copy crosses the end as well.
+    out.assign(14, 0);
+    EXPECT_EQ(buffer.Copy(out.data(), 14), 14u);
+    ExpectFileBytes(out, 6);
+    EXPECT_EQ(buffer.DataAvailable(), 0u);
+}
+
+TEST(StreamingBufferTest, ManyLapsOfOddSizesDeliverTheWholeFile)
+{
+    const u32 length = 100000;
+    MemoryFile file(length);
+    StreamingBuffer buffer(257);
+    std::vector<unsigned char> all;
+    std::vector<unsigned char> out(300);
+    u32 step = 0;
+    while (all.size() < length)
+    {
+        buffer.Read(&file, 1 + (step * 37) % 300);
+        const u32 got = buffer.Copy(out.data(), 1 + (step * 53) % 300);
+        all.insert(all.end(), out.begin(), out.begin() + got);
+        ASSERT_LE(buffer.DataAvailable(), buffer.Size());
+        ASSERT_LT(++step, 100000u) << "the ring stopped moving";
+    }
+    ASSERT_EQ(all.size(), length);
+    ExpectFileBytes(all, 0);
+}
+
+TEST(StreamingBufferTest, ShortReadAtTheEndOfTheFileStopsAndResetEmpties)
+{
+    MemoryFile file(10);
+    StreamingBuffer buffer(64);
+    file.readLimit = 4;
+    EXPECT_EQ(buffer.Read(&file, 50), 4u);
+    EXPECT_EQ(file.reads.size(), 1u) << "a short read ends the call";
+    file.readLimit = 0xFFFFFFFFu;
+    EXPECT_EQ(buffer.Read(&file, 50), 6u);
+    EXPECT_EQ(buffer.Read(&file, 50), 0u);
+    EXPECT_EQ(buffer.DataAvailable(), 10u);
+    buffer.Reset();
+    EXPECT_EQ(buffer.DataAvailable(), 0u);
+    unsigned char byte = 0;
+    EXPECT_EQ(buffer.Copy(&byte, 1), 0u);
+}
+
+TEST(StreamingBufferTest, SizeBelowTwoIsRefusedAndLeavesAnEmptyRing)
+{
+    qeltest::ScriptedHost host;
+    MemoryFile file(16);
+    for (u32 size : {0u, 1u})
+    {
+        StreamingBuffer buffer(size);
+        EXPECT_FALSE(buffer.IsValid());
+        EXPECT_EQ(buffer.Size(), 0u);
+        EXPECT_EQ(buffer.Read(&file, 8), 0u);
+        EXPECT_EQ(buffer.DataAvailable(), 0u);
+    }
+    const std::vector<std::string> asserts = streamtest::FailedAsserts(host);
+    ASSERT_EQ(asserts.size(), 2u);
+    EXPECT_NE(asserts[0].find("size >= 2"), std::string::npos);
+    EXPECT_EQ(file.GetFilePosition(), 0u);
+}
+
+} // namespace

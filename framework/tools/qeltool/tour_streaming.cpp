@@ -1,0 +1,238 @@
+// Tour section and command of the streaming manager: a file read at a data
+// rate through a streaming request, its ring emptied as the bytes arrive.
+#include "tour.h"
+
+#include <qel/clock.h>
+#include <qel/fileexception.h>
+#include <qel/filemanager.h>
+#include <qel/streamingmanager.h>
+#include <qel/streamingrequest.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#if defined(_WIN32)
+#include <io.h>
+#define QELTOOL_ISATTY(f) _isatty(_fileno(f))
+#else
+#include <unistd.h>
+#define QELTOOL_ISATTY(f) isatty(fileno(f))
+#endif
+
+namespace qeltool
+{
+
+namespace
+{
+
+using qel::StreamingManager;
+using qel::StreamingRequest;
+using qel::u32;
+using qel::u64;
+
+// What a stream did, sampled at every step.
+struct StreamProgress
+{
+    double seconds = 0;
+    u64 bytesRead = 0;
+    u64 total = 0;
+    u32 fill = 0;     // bytes in the ring after the step's read
+    u32 capacity = 0; // of the ring
+    double fillSum = 0;
+    u32 steps = 0;
+};
+
+std::string Bytes(double bytes)
+{
+    char text[32];
+    if (bytes >= 1024.0 * 1024.0)
+        std::snprintf(text, sizeof text, "%.2f MB", bytes / (1024.0 * 1024.0));
+    else if (bytes >= 1024.0)
+        std::snprintf(text, sizeof text, "%.2f KB", bytes / 1024.0);
+    else
+        std::snprintf(text, sizeof text, "%.0f B", bytes);
+    return text;
+}
+
+double Seconds(u64 from)
+{
+    return double(qel::Clock::Read() - from) / double(qel::Clock::GetFrequency());
+}
+
+// Streams `request` (listed in the manager) at its rate until its bytes
+// have all arrived or `limit` seconds passed (0: no limit). Every 10 ms it
+// asks Read for the bytes due by the clock, wakes the manager's worker, and
+// copies out what arrived. A Read made ahead of its target would still take
+// a quarter of the rate, so Read is called only when bytes are due. `show`
+// is called at every step.
+template <class Show>
+StreamProgress Stream(StreamingRequest& request, double limit, Show show)
+{
+    StreamProgress progress;
+    progress.total = request.BytesRemaining();
+    progress.capacity = request.BufferCapacity();
+    std::vector<unsigned char> sink(progress.capacity < (1u << 20) ? progress.capacity : 1u << 20);
+    const double rate = request.Datarate();
+    const u64 start = qel::Clock::Read();
+    while (request.BytesRemaining() > 0 || request.DataAvailable() > 0)
+    {
+        progress.seconds = Seconds(start);
+        if (limit > 0 && progress.seconds >= limit)
+            break;
+        const double due = rate * progress.seconds;
+        const qel::s32 target = qel::s32(due < 2147483647.0 ? due : 2147483647.0);
+        const bool behind = u32(target) > request.BytesRead();
+        const u32 read = behind ? request.Read(target) : 0;
+        StreamingManager::GetSingletonInstance().Execute(10);
+        progress.bytesRead = request.BytesRead();
+        progress.fill = request.DataAvailable();
+        progress.fillSum += progress.capacity ? double(progress.fill) / progress.capacity : 0;
+        ++progress.steps;
+        show(progress);
+        while (request.Copy(sink.data(), u32(sink.size())) > 0)
+        {
+        }
+        if (behind && read == 0 && request.BytesRemaining() > 0)
+            break; // the file ended before its size said
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    progress.seconds = Seconds(start);
+    progress.bytesRead = request.BytesRead();
+    return progress;
+}
+
+// "16M", "512k", "1000": bytes per second; 0 when it is not a rate.
+u64 ParseRate(const char* text)
+{
+    char* end = nullptr;
+    const double value = std::strtod(text, &end);
+    double unit = 1;
+    if (end != text && (*end == 'k' || *end == 'K'))
+        unit = 1024, ++end;
+    else if (end != text && (*end == 'm' || *end == 'M'))
+        unit = 1024 * 1024, ++end;
+    if (end == text || *end != '\0' || !(value > 0) || value * unit > 4294967295.0)
+        return 0;
+    return u64(value * unit);
+}
+
+std::string VirtualPath(const char* local)
+{
+    std::error_code ignored;
+    const std::string absolute = std::filesystem::absolute(local, ignored).string();
+    char path[qel::FileManager::PathSize];
+    qel::FileManager::GetSingletonInstance().ResolveLocalPath(absolute.c_str(), path, sizeof path);
+    return path;
+}
+
+void PrintSummary(const char* path, double rate, const StreamProgress& progress)
+{
+    const double achieved =
+        progress.seconds > 0 ? double(progress.bytesRead) / progress.seconds : 0;
+    std::printf("streamed %llu of %llu bytes of %s in %.2f s: %s/s, %.1f%% of the %s/s asked; "
+                "the ring (%s) was %.0f%% full on average\n",
+                static_cast<unsigned long long>(progress.bytesRead),
+                static_cast<unsigned long long>(progress.total), path, progress.seconds,
+                Bytes(achieved).c_str(), rate > 0 ? 100.0 * achieved / rate : 0.0,
+                Bytes(rate).c_str(), Bytes(progress.capacity).c_str(),
+                progress.steps ? 100.0 * progress.fillSum / progress.steps : 0.0);
+}
+
+} // namespace
+
+int StreamFile(int count, char** args)
+{
+    if (count < 2 || count > 3)
+    {
+        std::fputs("usage: qeltool stream PATH RATE [SECONDS]\n", stderr);
+        return 2;
+    }
+    const u64 rate = ParseRate(args[1]);
+    const double limit = count == 3 ? std::strtod(args[2], nullptr) : 0;
+    if (rate < 4 || (count == 3 && !(limit > 0)))
+    {
+        std::fprintf(stderr, "qeltool: RATE is bytes per second from 4 up (\"16M\", \"512k\"), "
+                             "SECONDS a positive number\n");
+        return 2;
+    }
+    const std::string path = VirtualPath(args[0]);
+    StreamingRequest* request = nullptr;
+    try
+    {
+        request = StreamingRequest::Create(path.c_str(), u32(rate));
+    }
+    catch (const qel::FileException& e)
+    {
+        std::fprintf(stderr, "qeltool: %s: %s\n", path.c_str(), e.GetReason());
+        return 1;
+    }
+    if (request == nullptr)
+        return 1;
+    StreamingManager::GetSingletonInstance().Add(request);
+
+    const bool live = QELTOOL_ISATTY(stdout) != 0;
+    double shown = -1;
+    const StreamProgress progress =
+        Stream(*request, limit,
+               [&](const StreamProgress& now)
+               {
+                   if (!live || now.seconds - shown < 0.1)
+                       return;
+                   shown = now.seconds;
+                   const double achieved = now.seconds > 0 ? now.bytesRead / now.seconds : 0;
+                   std::printf("\r%6.1f s  %s of %s  %s/s  ring %3u%% full   ", now.seconds,
+                               Bytes(double(now.bytesRead)).c_str(),
+                               Bytes(double(now.total)).c_str(), Bytes(achieved).c_str(),
+                               now.capacity ? unsigned(100.0 * now.fill / now.capacity) : 0u);
+                   std::fflush(stdout);
+               });
+    if (live)
+        std::printf("\n");
+    PrintSummary(path.c_str(), double(rate), progress);
+    delete request; // leaves the manager's list
+    return 0;
+}
+
+void TourStreaming(const TourContext& context)
+{
+    Banner("streaming");
+    const std::string path = VirtualPath((context.dataDir + "characters.txt").c_str());
+    StreamingRequest* request = nullptr;
+    try
+    {
+        request = StreamingRequest::Create(path.c_str(), 1024);
+    }
+    catch (const qel::FileException& e)
+    {
+        std::printf("%s: %s\n", path.c_str(), e.GetReason());
+        return;
+    }
+    if (request == nullptr)
+        return;
+    StreamingManager& manager = StreamingManager::GetSingletonInstance();
+    manager.Add(request);
+    std::printf("a request for %s at 1024 bytes/s, ring of %u bytes; the manager lists %u "
+                "request(s) wanting %u bytes/s\n",
+                path.c_str(), unsigned(request->BufferCapacity()), unsigned(manager.Count()),
+                unsigned(manager.HighestDataRate()));
+    double next = 0.1;
+    const StreamProgress progress =
+        Stream(*request, 0,
+               [&](const StreamProgress& now)
+               {
+                   if (now.seconds < next)
+                       return;
+                   next += 0.1;
+                   std::printf("  %.1f s: %3u bytes read, %3u waiting in the ring\n", now.seconds,
+                               unsigned(now.bytesRead), unsigned(manager.TotalBytesAvailable()));
+               });
+    PrintSummary(path.c_str(), 1024, progress);
+    delete request;
+}
+
+} // namespace qeltool
