@@ -93,37 +93,67 @@ void Get(InputStream& stream, T& v)
     std::memcpy(&v, &bits, sizeof v);
 }
 
-// Arrays: one block when the elements are packed and need no reversal,
-// otherwise element by element at the stride.
+// Arrays: one block when the elements are packed and need no reversal.
+// Otherwise each element is encoded on its own, at the stride, and the
+// encoded elements go to the stream a kilobyte at a time: the bytes are
+// those of one write per element, for a fraction of the calls.
 template <bool Reverse, class T>
 u32 PutArray(OutputStream& stream, const T* p, u32 count, u32 stride)
 {
     if (!Reverse && stride == sizeof(T))
         return stream.Write(p, count * u32(sizeof(T))) / u32(sizeof(T));
+    typedef typename Bits<sizeof(T)>::Type Word;
+    enum
+    {
+        Batch = 1024 / sizeof(T)
+    };
+    Word chunk[Batch];
     const unsigned char* at = reinterpret_cast<const unsigned char*>(p);
-    for (u32 i = 0; i < count; ++i, at += stride)
-        stream.Write(Encode<Reverse, T>(at));
+    for (u32 done = 0; done < count;)
+    {
+        const u32 n = count - done < u32(Batch) ? count - done : u32(Batch);
+        if (stride == sizeof(T)) // a constant stride: the loop vectorises
+            for (u32 i = 0; i < n; ++i)
+                chunk[i] = Encode<Reverse, T>(at + i * sizeof(T));
+        else
+            for (u32 i = 0; i < n; ++i)
+                chunk[i] = Encode<Reverse, T>(at + i * stride);
+        at += n * stride;
+        stream.Write(chunk, n * u32(sizeof(T)));
+        done += n;
+    }
     return count;
 }
 
-// Packed elements are read in one block and reversed in place.
+// Packed elements are read in one block and, when reversed, in blocks of
+// 16 KB each reversed in place while it is still in the cache.
 template <bool Reverse, class T>
 u32 GetArray(InputStream& stream, T* p, u32 count, u32 stride)
 {
     typedef typename Bits<sizeof(T)>::Type Word;
     unsigned char* at = reinterpret_cast<unsigned char*>(p);
+    if (stride == sizeof(T) && !Reverse)
+        return stream.Read(p, count * u32(sizeof(T))) / u32(sizeof(T));
     if (stride == sizeof(T))
     {
-        const u32 read = stream.Read(p, count * u32(sizeof(T))) / u32(sizeof(T));
-        if (Reverse)
-            for (u32 i = 0; i < read; ++i, at += sizeof(T))
+        const u32 batch = (16u << 10) / u32(sizeof(T));
+        for (u32 done = 0; done < count;)
+        {
+            const u32 n = count - done < batch ? count - done : batch;
+            const u32 read = stream.Read(at, n * u32(sizeof(T))) / u32(sizeof(T));
+            for (u32 i = 0; i < read; ++i)
             {
                 Word bits;
-                std::memcpy(&bits, at, sizeof bits);
+                std::memcpy(&bits, at + i * sizeof(T), sizeof bits);
                 bits = Swap(bits);
-                std::memcpy(at, &bits, sizeof bits);
+                std::memcpy(at + i * sizeof(T), &bits, sizeof bits);
             }
-        return Reverse ? count : read;
+            if (read < n)
+                break; // the end of the data
+            at += n * sizeof(T);
+            done += n;
+        }
+        return count;
     }
     for (u32 i = 0; i < count; ++i, at += stride)
     {
