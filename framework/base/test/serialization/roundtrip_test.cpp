@@ -175,3 +175,65 @@ TEST(Strings, LengthThenCharactersAndLongOnesAreCutInStep)
 }
 
 } // namespace
+
+namespace
+{
+
+// A reader that loads 1, 2, 3... into whatever it is asked for, through the
+// base element loop of the array forms.
+struct CountingReader : qel::Reader
+{
+    int calls = 0;
+    template <class T>
+    void Next(T& v)
+    {
+        v = static_cast<T>(++calls);
+    }
+    void Serialize(char& v) override { Next(v); }
+    void Serialize(bool& v) override { v = (++calls % 2) != 0; }
+    void Serialize(double& v) override { Next(v); }
+    void Serialize(float& v) override { Next(v); }
+    void Serialize(s64& v) override { Next(v); }
+    void Serialize(u64& v) override { Next(v); }
+    void Serialize(s32& v) override { Next(v); }
+    void Serialize(u32& v) override { Next(v); }
+    void Serialize(short& v) override { Next(v); }
+    void Serialize(unsigned short& v) override { Next(v); }
+    void Serialize(signed char& v) override { Next(v); }
+    void Serialize(unsigned char& v) override { Next(v); }
+    void Identify(const char*) override {}
+    void Begin() override {}
+    void End() override {}
+    using qel::Reader::Serialize;
+};
+
+TEST(BaseArrayLoop, CopiesThroughLocalsAndTouchesOnlyTheStridedElements)
+{
+    CountingReader reader;
+    // Doubles at an odd stride: unaligned, and the bytes between kept.
+    unsigned char bytes[1 + 3 * 11];
+    std::memset(bytes, 0xEE, sizeof bytes);
+    EXPECT_EQ(reader.Serialize(reinterpret_cast<double*>(bytes + 1), 3, 11), 3u);
+    for (int i = 0; i < 3; ++i)
+    {
+        double v;
+        std::memcpy(&v, bytes + 1 + 11 * i, 8);
+        EXPECT_EQ(v, i + 1.0);
+        EXPECT_EQ(bytes[1 + 11 * i + 8], 0xEE);
+    }
+    EXPECT_EQ(bytes[0], 0xEE);
+
+    EXPECT_EQ(reader.Serialize(reinterpret_cast<u32*>(bytes), 0, 4), 0u);
+    EXPECT_EQ(reader.calls, 3);
+
+    // The host's own integer types go through their fixed-width slot.
+    long wide[2] = {};
+    unsigned int narrow = 0;
+    EXPECT_EQ(reader.Serialize(wide, 2, u32(sizeof(long))), 2u);
+    reader.Serialize(narrow);
+    EXPECT_EQ(wide[0], 4);
+    EXPECT_EQ(wide[1], 5);
+    EXPECT_EQ(narrow, 6u);
+}
+
+} // namespace

@@ -10,14 +10,15 @@
 // indentation or line end.
 //
 // Values: bool as "True" or "False", char as the character itself, the
-// integers in decimal, float with 10 significant digits ("%.10g") and
-// double with 20 ("%.20lg"), the same text on every platform.
+// integers in decimal (signed char as a number, like unsigned char), float with 10 significant
+// digits ("%.10g") and double with 20 ("%.20lg"), the same text on every platform.
 //
 // Strings: a char array of stride 1 is text, printed on one line. It also
 // cancels the block around it: a Begin/End pair around a string prints no
 // braces (Identify("name"); Begin(); <string>; End() prints "name: text"),
-// while a pair around other values prints a braced block. Any other array
-// prints one element per line.
+// while a pair around other values prints a braced block. A string uses up
+// its label as a single value does. Any other array prints one element per
+// line.
 //
 // The pending opening character of a Begin prints with the first label or
 // value inside the block, or with End for an empty block. An End with no
