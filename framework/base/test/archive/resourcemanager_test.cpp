@@ -4,7 +4,10 @@
 // hands out indices exactly as an empty one over n recorded resources does.
 // So each test sees dense indices from the first one it is given.
 #include <qel/archive.h>
+#include <qel/binarywriter.h>
+#include <qel/classdescriptor.h>
 #include <qel/exception.h>
+#include <qel/outputmemorystream.h>
 #include <qel/resourcemanager.h>
 
 #include <gtest/gtest.h>
@@ -24,10 +27,23 @@ struct CountingArchive : qel::Archive
 {
     void TakeOwnership(u32 index) override { taken.push_back(index); }
     void GiveOwnership(u32) override {}
-    void* Load(qel::Serializer&) override { return nullptr; }
-    void Save(qel::Serializer&, qel::ClassDescriptor&, void*) override {}
+    void* Load(qel::Serializer& serializer) override
+    {
+        loadedFrom = &serializer;
+        return this;
+    }
+    void Save(qel::Serializer& serializer, qel::ClassDescriptor& cls, void* object) override
+    {
+        savedTo = &serializer;
+        savedClass = &cls;
+        savedObject = object;
+    }
 
     std::vector<u32> taken;
+    qel::Serializer* loadedFrom = nullptr;
+    qel::Serializer* savedTo = nullptr;
+    qel::ClassDescriptor* savedClass = nullptr;
+    void* savedObject = nullptr;
 };
 
 template <class Call>
@@ -177,6 +193,37 @@ TEST(ResourceManager, ConcurrentInsertsNeverShareAnIndex)
     for (char& resource : resources)
         all.push_back(&resource);
     RemoveAll(all);
+}
+
+struct Descriptor : qel::ClassDescriptor
+{
+    Descriptor() : ClassDescriptor("ResourceManagerTestClass") {}
+    qel::Interface* CreateInstance() const override { return nullptr; }
+    void SerializeInstance(qel::Interface&, qel::Serializer&) const override {}
+};
+
+TEST(Archive, SerializersHandWholeObjectsToTheirArchive)
+{
+    CountingArchive archive;
+    Descriptor descriptor;
+    qel::OutputMemoryStream stream;
+    qel::BinaryWriter writer(&stream, nullptr);
+    writer.SetContext(7, &archive);
+    EXPECT_EQ(writer.GetVersion(), 7u);
+    EXPECT_EQ(writer.GetArchive(), &archive);
+
+    int object = 0;
+    writer.Save(descriptor, &object);
+    EXPECT_EQ(archive.savedTo, &writer);
+    EXPECT_EQ(archive.savedClass, &descriptor);
+    EXPECT_EQ(archive.savedObject, &object);
+    EXPECT_EQ(writer.Load(), &archive);
+    EXPECT_EQ(archive.loadedFrom, &writer);
+
+    // A copy carries the context along.
+    qel::BinaryWriter copy(writer);
+    EXPECT_EQ(copy.GetArchive(), &archive);
+    EXPECT_EQ(copy.GetVersion(), 7u);
 }
 
 } // namespace
