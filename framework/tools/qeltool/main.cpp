@@ -36,6 +36,7 @@ int Tour(int argc, char** argv)
     qeltool::TourFiles(context);
     qeltool::TourStreams(context);
     qeltool::TourStreaming(context);
+    qeltool::TourSerialization(context);
     return 0;
 }
 

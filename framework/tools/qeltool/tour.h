@@ -21,6 +21,7 @@ void TourThread(const TourContext& context);
 void TourFiles(const TourContext& context);
 void TourStreams(const TourContext& context);
 void TourStreaming(const TourContext& context);
+void TourSerialization(const TourContext& context);
 
 // qeltool mounts: the file manager's mount table, one mount a line.
 void PrintMountTable();

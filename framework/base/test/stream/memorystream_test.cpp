@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
 
 namespace
@@ -47,6 +48,48 @@ TEST(OutputMemoryStreamTest, OddLastByteIsMissingFromGetBufferUntilFlushOrDestru
     data = provider.GetBuffer(size);
     ASSERT_EQ(size, 1u);
     EXPECT_EQ(data[0], 'x');
+}
+
+// Long writes and values that start between blocks skip the staging block;
+// the bytes and the odd-byte rule must be as if every byte had gone
+// through it.
+TEST(OutputMemoryStreamTest, DirectAppendsKeepTheOrderAndTheOddByteRule)
+{
+    std::vector<unsigned char> expected;
+    OutputMemoryStream stream;
+    u32 total = 0;
+    auto check = [&]
+    {
+        u32 size = 0;
+        const unsigned char* data = stream.GetBuffer(size);
+        ASSERT_EQ(size, total - total % 2);
+        ASSERT_TRUE(std::equal(data, data + size, expected.begin()));
+    };
+    std::vector<unsigned char> block(1001);
+    for (u32 i = 0; i < block.size(); ++i)
+        block[i] = static_cast<unsigned char>(i * 31);
+    for (int round = 0; round < 3; ++round)
+    {
+        stream.Write(block.data(), u32(block.size()));
+        expected.insert(expected.end(), block.begin(), block.end());
+        total += 1001;
+        check();
+        const u32 word = 0x0A0B0C0D + round;
+        stream.Write(word);
+        const unsigned char* bytes = reinterpret_cast<const unsigned char*>(&word);
+        expected.insert(expected.end(), bytes, bytes + 4);
+        total += 4;
+        check();
+        stream.Write(static_cast<unsigned char>(round));
+        expected.push_back(static_cast<unsigned char>(round));
+        total += 1;
+        check();
+    }
+    stream.Flush();
+    u32 size = 0;
+    const unsigned char* data = stream.GetBuffer(size);
+    ASSERT_EQ(size, total);
+    EXPECT_TRUE(std::equal(data, data + size, expected.begin()));
 }
 
 TEST(OutputMemoryStreamTest, GrowthKeepsEveryByteAndDoublesPastWhatIsNeeded)

@@ -5,6 +5,11 @@
 #include <qel/allocator.h>
 #include <qel/allocatorstatistics.h>
 #include <qel/allocatorstatmarker.h>
+#include <qel/archive.h>
+#include <qel/binaryreader.h>
+#include <qel/binaryswapperreader.h>
+#include <qel/binaryswapperwriter.h>
+#include <qel/binarywriter.h>
 #include <qel/bufferoverflow.h>
 #include <qel/classdescriptor.h>
 #include <qel/classrepository.h>
@@ -28,6 +33,9 @@
 #include <qel/fileposix.h>
 #include <qel/filewin32.h>
 #include <qel/generalallocator.h>
+#include <qel/genericreader.h>
+#include <qel/genericserializer.h>
+#include <qel/genericwriter.h>
 #include <qel/heapallocator.h>
 #include <qel/host.h>
 #include <qel/hybridallocator.h>
@@ -57,10 +65,13 @@
 #include <qel/querydevice.h>
 #include <qel/randomnormal.h>
 #include <qel/randomuniform.h>
+#include <qel/reader.h>
 #include <qel/refcounted.h>
 #include <qel/report.h>
+#include <qel/resourcemanager.h>
 #include <qel/semaphore.h>
 #include <qel/semaphorebase.h>
+#include <qel/serializer.h>
 #include <qel/stopwatch.h>
 #include <qel/stream.h>
 #include <qel/streamingbuffer.h>
@@ -68,7 +79,9 @@
 #include <qel/streamingrequest.h>
 #include <qel/systembase.h>
 #include <qel/textoutputdevice.h>
+#include <qel/textwriter.h>
 #include <qel/threadmanager.h>
 #include <qel/threadmutex.h>
 #include <qel/types.h>
 #include <qel/version.h>
+#include <qel/writer.h>

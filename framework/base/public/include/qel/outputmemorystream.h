@@ -34,6 +34,10 @@ public:
     // Appends the bytes from `block` up to `end`.
     void Return(void* block, void* end) override;
     void Return(void* block) override;
+    // Appends whole staging blocks' worth of `data` at once: the bytes are
+    // given back exactly as the 2-byte blocks would give them, without a
+    // call per block.
+    bool WriteDirect(u32 position, const void* data, u32 count, u32& written) override;
 
     // The data, owned by the provider, and in `size` the bytes it holds.
     unsigned char* GetBuffer(u32& size) const
@@ -44,6 +48,9 @@ public:
     u32 GetCapacity() const { return m_Capacity; }
 
 private:
+    // Appends `count` bytes, growing the data; false when memory runs out.
+    bool Append(const void* bytes, u32 count);
+
     unsigned char* m_Data;
     u32 m_Capacity;
     u32 m_Used;

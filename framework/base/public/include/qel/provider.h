@@ -9,6 +9,7 @@
 //       up to `end` were filled (output providers write them out).
 //   Return(block): gives a block back whole (output providers count the
 //       whole block as filled).
+//   ReadDirect, WriteDirect: optional shortcuts past the blocks.
 #pragma once
 
 #include <qel/export.h>
@@ -33,6 +34,12 @@ public:
     // reads of a whole block or more). Returns false when it cannot; `read`
     // is then untouched.
     virtual bool ReadDirect(u32 position, void* buffer, u32 count, u32& read);
+    // Takes up to `count` bytes for `position` straight from `data`, bypassing
+    // the blocks, when the provider can do that with less work (a growing
+    // memory buffer); `written` says how many it took, and the stream sends
+    // the rest through blocks. Only asked while the stream holds no block.
+    // Returns false when it cannot; `written` is then untouched.
+    virtual bool WriteDirect(u32 position, const void* data, u32 count, u32& written);
 
     // True once the provider has a source or a sink.
     bool IsOpen() const { return m_Open; }

@@ -28,19 +28,15 @@ void OutputMemoryProvider::Request(u32, unsigned char*& block, unsigned char*& c
     end = m_Staging + StagingSize;
 }
 
-void OutputMemoryProvider::Return(void* block, void* end)
+bool OutputMemoryProvider::Append(const void* bytes, u32 count)
 {
-    const u32 count =
-        static_cast<u32>(static_cast<unsigned char*>(end) - static_cast<unsigned char*>(block));
-    if (count == 0)
-        return;
     if (count > m_Capacity - m_Used)
     {
         // Double past what is needed, so that appends stay amortised.
         const u32 capacity = 2 * (m_Capacity + count);
         unsigned char* data = static_cast<unsigned char*>(Mem::GetGeneralAlloc()->Malloc(capacity));
         if (data == nullptr)
-            return; // reported by the allocator; the bytes are lost
+            return false; // reported by the allocator
         if (m_Data != nullptr)
         {
             std::memcpy(data, m_Data, m_Capacity);
@@ -49,8 +45,26 @@ void OutputMemoryProvider::Return(void* block, void* end)
         m_Data = data;
         m_Capacity = capacity;
     }
-    std::memcpy(m_Data + m_Used, block, count);
+    std::memcpy(m_Data + m_Used, bytes, count);
     m_Used += count;
+    return true;
+}
+
+void OutputMemoryProvider::Return(void* block, void* end)
+{
+    const u32 count =
+        static_cast<u32>(static_cast<unsigned char*>(end) - static_cast<unsigned char*>(block));
+    if (count != 0)
+        Append(block, count); // on failure the bytes are lost
+}
+
+bool OutputMemoryProvider::WriteDirect(u32, const void* data, u32 count, u32& written)
+{
+    const u32 whole = count - count % StagingSize;
+    if (whole == 0 || !Append(data, whole))
+        return false;
+    written = whole;
+    return true;
 }
 
 void OutputMemoryProvider::Return(void* block)

@@ -32,6 +32,14 @@ u32 OutputStream::Write(const void* data, u32 count)
     {
         if (m_Block == nullptr)
         {
+            u32 direct = 0;
+            if (m_Provider->WriteDirect(m_Position, source + written, count - written, direct) &&
+                direct > 0)
+            {
+                m_Position += direct;
+                written += direct;
+                continue;
+            }
             RequestBlock();
             if (m_Current == m_End)
             {
@@ -56,7 +64,11 @@ template <class T>
 void OutputStream::WriteValue(T value)
 {
     if (m_Block == nullptr)
-        RequestBlock();
+    {
+        // Between blocks: the provider may take the value directly.
+        Write(&value, sizeof(T));
+        return;
+    }
     if (Remaining() >= sizeof(T))
     {
         std::memcpy(m_Current, &value, sizeof(T));

@@ -14,4 +14,9 @@ bool Provider::ReadDirect(u32, void*, u32, u32&)
     return false;
 }
 
+bool Provider::WriteDirect(u32, const void*, u32, u32&)
+{
+    return false;
+}
+
 } // namespace qel

@@ -1,0 +1,17 @@
+// The reading side of the serializer interface.
+#pragma once
+
+#include <qel/export.h>
+#include <qel/serializer.h>
+
+namespace qel
+{
+
+class QEL_API Reader : public Serializer
+{
+public:
+    bool IsReading() const override;
+    bool IsWriting() const override;
+};
+
+} // namespace qel

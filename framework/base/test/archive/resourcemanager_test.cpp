@@ -1,0 +1,229 @@
+// The resource manager is one per process, so every test starts from
+// whatever the others left. Each removes its resources in descending index
+// order at the end: a free list that counts down to n, with n..size-1 free,
+// hands out indices exactly as an empty one over n recorded resources does.
+// So each test sees dense indices from the first one it is given.
+#include <qel/archive.h>
+#include <qel/binarywriter.h>
+#include <qel/classdescriptor.h>
+#include <qel/exception.h>
+#include <qel/outputmemorystream.h>
+#include <qel/resourcemanager.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace
+{
+
+using qel::ResourceManager;
+using qel::u32;
+
+struct CountingArchive : qel::Archive
+{
+    void TakeOwnership(u32 index) override { taken.push_back(index); }
+    void GiveOwnership(u32) override {}
+    void* Load(qel::Serializer& serializer) override
+    {
+        loadedFrom = &serializer;
+        return this;
+    }
+    void Save(qel::Serializer& serializer, qel::ClassDescriptor& cls, void* object) override
+    {
+        savedTo = &serializer;
+        savedClass = &cls;
+        savedObject = object;
+    }
+
+    std::vector<u32> taken;
+    qel::Serializer* loadedFrom = nullptr;
+    qel::Serializer* savedTo = nullptr;
+    qel::ClassDescriptor* savedClass = nullptr;
+    void* savedObject = nullptr;
+};
+
+template <class Call>
+std::string ReasonOf(Call call)
+{
+    try
+    {
+        call();
+    }
+    catch (const qel::Exception& e)
+    {
+        return e.GetReason();
+    }
+    return "no exception";
+}
+
+// Removes `resources` in descending order of their indices.
+void RemoveAll(std::vector<void*> resources)
+{
+    std::sort(
+        resources.begin(), resources.end(),
+        [](void* a, void* b)
+        { return ResourceManager::GetResourceIndex(a) > ResourceManager::GetResourceIndex(b); });
+    for (void* resource : resources)
+        ResourceManager::Remove(resource);
+}
+
+TEST(ResourceManager, IndicesAreDenseAndFreedOnesComeBackLastInFirstOut)
+{
+    int a, b, c, d, e, f;
+    const u32 base = ResourceManager::Insert(&a);
+    EXPECT_EQ(ResourceManager::Insert(&b), base + 1);
+    EXPECT_EQ(ResourceManager::Insert(&c), base + 2);
+
+    EXPECT_EQ(ResourceManager::Remove(&b), base + 1);
+    EXPECT_EQ(ResourceManager::Insert(&d), base + 1);
+
+    ResourceManager::Remove(&a);
+    ResourceManager::Remove(&c);
+    EXPECT_EQ(ResourceManager::Insert(&e), base + 2);
+    EXPECT_EQ(ResourceManager::Insert(&f), base);
+
+    EXPECT_EQ(ResourceManager::GetResource(base), &f);
+    EXPECT_EQ(ResourceManager::GetResource(base + 1), &d);
+    EXPECT_EQ(ResourceManager::GetResourceIndex(&e), base + 2);
+    RemoveAll({&d, &e, &f});
+}
+
+TEST(ResourceManager, UnknownHandlesAndIndicesThrowAndChangeNothing)
+{
+    int kept, gone, stranger;
+    const u32 keptIndex = ResourceManager::Insert(&kept);
+    const u32 goneIndex = ResourceManager::Insert(&gone);
+    ResourceManager::Remove(&gone);
+
+    EXPECT_EQ(ReasonOf([&] { ResourceManager::GetResource(goneIndex); }),
+              "This resource index isn't valid!");
+    EXPECT_EQ(ReasonOf([&] { ResourceManager::Remove(&gone); }),
+              "This resource handle isn't valid!");
+    EXPECT_EQ(ReasonOf([&] { ResourceManager::Remove(&stranger); }),
+              "This resource handle isn't valid!");
+    EXPECT_EQ(ReasonOf([&] { ResourceManager::GetResourceIndex(&stranger); }),
+              "This resource handle isn't valid!");
+
+    // The failed removals freed nothing: the one free index comes back once.
+    EXPECT_EQ(ResourceManager::Insert(&gone), goneIndex);
+    EXPECT_EQ(ResourceManager::Insert(&stranger), goneIndex + 1);
+    EXPECT_EQ(ResourceManager::GetResource(keptIndex), &kept);
+    RemoveAll({&kept, &gone, &stranger});
+}
+
+TEST(ResourceManager, APointerInsertedTwiceKeepsItsOldIndexBehind)
+{
+    int twice;
+    const u32 first = ResourceManager::Insert(&twice);
+    const u32 second = ResourceManager::Insert(&twice);
+    EXPECT_EQ(second, first + 1);
+    EXPECT_EQ(ResourceManager::GetResourceIndex(&twice), second);
+    EXPECT_EQ(ResourceManager::GetResource(first), &twice);
+
+    EXPECT_EQ(ResourceManager::Remove(&twice), second);
+    EXPECT_EQ(ResourceManager::GetResource(first), &twice);
+    // The stale index is never handed out again.
+    int next;
+    EXPECT_EQ(ResourceManager::Insert(&next), second);
+    int after;
+    EXPECT_EQ(ResourceManager::Insert(&after), second + 1);
+    RemoveAll({&next, &after});
+}
+
+TEST(ResourceManager, EveryRegisteredArchiveHearsOfEachRemovalInOrder)
+{
+    CountingArchive first;
+    int a, b;
+    const u32 ia = ResourceManager::Insert(&a);
+    const u32 ib = ResourceManager::Insert(&b);
+    {
+        CountingArchive second;
+        ResourceManager::Remove(&b);
+        EXPECT_EQ(second.taken, std::vector<u32>{ib});
+        // Registered twice, told twice; withdrawn once, told once.
+        ResourceManager::Register(&second);
+        ResourceManager::Insert(&b);
+        ResourceManager::Remove(&b);
+        EXPECT_EQ(second.taken, (std::vector<u32>{ib, ib, ib}));
+        ResourceManager::Unregister(&second);
+        ResourceManager::Insert(&b);
+        ResourceManager::Remove(&b);
+        EXPECT_EQ(second.taken.size(), 4u);
+    }
+    // The destroyed archive withdrew; an unknown one is ignored.
+    ResourceManager::Unregister(reinterpret_cast<qel::Archive*>(&a));
+    ResourceManager::Remove(&a);
+    EXPECT_EQ(first.taken, (std::vector<u32>{ib, ib, ib, ia}));
+}
+
+TEST(ResourceManager, ConcurrentInsertsNeverShareAnIndex)
+{
+    enum
+    {
+        PerThread = 2000
+    };
+    std::vector<char> resources(2 * PerThread);
+    std::vector<u32> indices(resources.size());
+    auto worker = [&](u32 from)
+    {
+        for (u32 i = from; i < from + PerThread; ++i)
+        {
+            indices[i] = ResourceManager::Insert(&resources[i]);
+            if (i % 3 == 0)
+            {
+                ResourceManager::Remove(&resources[i]);
+                indices[i] = ResourceManager::Insert(&resources[i]);
+            }
+        }
+    };
+    std::thread one(worker, 0u), two(worker, u32(PerThread));
+    one.join();
+    two.join();
+
+    std::vector<u32> sorted = indices;
+    std::sort(sorted.begin(), sorted.end());
+    EXPECT_TRUE(std::adjacent_find(sorted.begin(), sorted.end()) == sorted.end());
+    for (size_t i = 0; i < resources.size(); ++i)
+        ASSERT_EQ(ResourceManager::GetResource(indices[i]), &resources[i]);
+    std::vector<void*> all;
+    for (char& resource : resources)
+        all.push_back(&resource);
+    RemoveAll(all);
+}
+
+struct Descriptor : qel::ClassDescriptor
+{
+    Descriptor() : ClassDescriptor("ResourceManagerTestClass") {}
+    qel::Interface* CreateInstance() const override { return nullptr; }
+    void SerializeInstance(qel::Interface&, qel::Serializer&) const override {}
+};
+
+TEST(Archive, SerializersHandWholeObjectsToTheirArchive)
+{
+    CountingArchive archive;
+    Descriptor descriptor;
+    qel::OutputMemoryStream stream;
+    qel::BinaryWriter writer(&stream, nullptr);
+    writer.SetContext(7, &archive);
+    EXPECT_EQ(writer.GetVersion(), 7u);
+    EXPECT_EQ(writer.GetArchive(), &archive);
+
+    int object = 0;
+    writer.Save(descriptor, &object);
+    EXPECT_EQ(archive.savedTo, &writer);
+    EXPECT_EQ(archive.savedClass, &descriptor);
+    EXPECT_EQ(archive.savedObject, &object);
+    EXPECT_EQ(writer.Load(), &archive);
+    EXPECT_EQ(archive.loadedFrom, &writer);
+
+    // A copy carries the context along.
+    qel::BinaryWriter copy(writer);
+    EXPECT_EQ(copy.GetArchive(), &archive);
+    EXPECT_EQ(copy.GetVersion(), 7u);
+}
+
+} // namespace
