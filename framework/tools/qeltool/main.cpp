@@ -16,6 +16,8 @@ const char kUsage[] = "usage: qeltool <command> [arguments]\n"
                       "                    (DATA_DIR defaults to ./samples)\n"
                       "  mounts            print the file manager's mount table\n"
                       "  resolve PATH...   print each virtual path's native path and mount\n"
+                      "  describe FILE...  print each resource file's header, version, class\n"
+                      "                    and, when beside it, its .dat description\n"
                       "\n"
                       "options:\n"
                       "  --help            print this text\n"
@@ -33,6 +35,7 @@ int Tour(int argc, char** argv)
     qeltool::TourFiles(context);
     qeltool::TourStreams(context);
     qeltool::TourSerialization(context);
+    qeltool::TourArchive(context);
     return 0;
 }
 
@@ -59,6 +62,8 @@ int main(int argc, char** argv)
     }
     if (std::strcmp(argv[1], "resolve") == 0)
         return qeltool::ResolvePaths(argc - 2, argv + 2);
+    if (std::strcmp(argv[1], "describe") == 0)
+        return qeltool::DescribeFiles(argc - 2, argv + 2);
     std::fprintf(stderr, "qeltool: unknown command '%s'\n\n%s", argv[1], kUsage);
     return 2;
 }

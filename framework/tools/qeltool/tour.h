@@ -21,11 +21,15 @@ void TourThread(const TourContext& context);
 void TourFiles(const TourContext& context);
 void TourStreams(const TourContext& context);
 void TourSerialization(const TourContext& context);
+void TourArchive(const TourContext& context);
 
 // qeltool mounts: the file manager's mount table, one mount a line.
 void PrintMountTable();
 // qeltool resolve: each virtual path's native path and mount, or the error;
 // 1 when one of them is under no mount.
 int ResolvePaths(int count, char** paths);
+// qeltool describe: each resource file's header, version, class and
+// description; 1 when one of them is not a resource file.
+int DescribeFiles(int count, char** paths);
 
 } // namespace qeltool
