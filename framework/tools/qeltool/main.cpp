@@ -19,6 +19,8 @@ const char kUsage[] = "usage: qeltool <command> [arguments]\n"
                       "  stream PATH RATE [SECONDS]\n"
                       "                    read a file at RATE bytes per second (16M, 512k...)\n"
                       "                    through a streaming request, for at most SECONDS\n"
+                      "  describe FILE...  print each resource file's header, version, class\n"
+                      "                    and, when beside it, its .dat description\n"
                       "\n"
                       "options:\n"
                       "  --help            print this text\n"
@@ -37,6 +39,7 @@ int Tour(int argc, char** argv)
     qeltool::TourStreams(context);
     qeltool::TourStreaming(context);
     qeltool::TourSerialization(context);
+    qeltool::TourArchive(context);
     return 0;
 }
 
@@ -65,6 +68,8 @@ int main(int argc, char** argv)
         return qeltool::ResolvePaths(argc - 2, argv + 2);
     if (std::strcmp(argv[1], "stream") == 0)
         return qeltool::StreamFile(argc - 2, argv + 2);
+    if (std::strcmp(argv[1], "describe") == 0)
+        return qeltool::DescribeFiles(argc - 2, argv + 2);
     std::fprintf(stderr, "qeltool: unknown command '%s'\n\n%s", argv[1], kUsage);
     return 2;
 }

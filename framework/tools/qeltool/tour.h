@@ -22,6 +22,7 @@ void TourFiles(const TourContext& context);
 void TourStreams(const TourContext& context);
 void TourStreaming(const TourContext& context);
 void TourSerialization(const TourContext& context);
+void TourArchive(const TourContext& context);
 
 // qeltool mounts: the file manager's mount table, one mount a line.
 void PrintMountTable();
@@ -32,5 +33,8 @@ int ResolvePaths(int count, char** paths);
 // bytes per second with a live progress line, then a summary; 2 on bad
 // arguments, 1 when the file cannot be opened.
 int StreamFile(int count, char** args);
+// qeltool describe: each resource file's header, version, class and
+// description; 1 when one of them is not a resource file.
+int DescribeFiles(int count, char** paths);
 
 } // namespace qeltool

@@ -1,0 +1,365 @@
+// The file archive: files written once per pass, the inline form of unnamed
+// resources, descriptions and the log, loading each file once, cycles, the
+// naming rules, and failed loads that leave nothing behind.
+#include <qel/classdescriptor.h>
+#include <qel/exception.h>
+#include <qel/filearchive.h>
+#include <qel/fileexception.h>
+#include <qel/filemanager.h>
+#include <qel/genericreader.h>
+#include <qel/resourcemanager.h>
+#include <qel/serializer.h>
+
+#include "disk/disktest.h"
+#include "support/environment.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+using qel::FileArchive;
+using qel::ResourceManager;
+using qel::u32;
+
+struct Item : qel::Interface
+{
+    u32 value = 0;
+    Item* first = nullptr;
+    Item* second = nullptr;
+};
+
+class ItemDescriptor : public qel::ClassDescriptor
+{
+public:
+    explicit ItemDescriptor(const char* name) : ClassDescriptor(name) {}
+    qel::Interface* CreateInstance() const override { return new Item; }
+    void SerializeInstance(qel::Interface& instance, qel::Serializer& s) const override
+    {
+        Item& item = static_cast<Item&>(instance);
+        s.Identify("Value");
+        s.Serialize(item.value);
+        for (Item** link : {&item.first, &item.second})
+        {
+            bool has = *link != nullptr;
+            s.Identify("Link");
+            s.Serialize(has);
+            if (!has)
+                continue;
+            if (s.IsWriting())
+                s.Save(const_cast<ItemDescriptor&>(*this), static_cast<qel::Interface*>(*link));
+            else
+                *link = static_cast<Item*>(static_cast<qel::Interface*>(s.Load()));
+        }
+    }
+};
+
+ItemDescriptor itemClass("ArchiveTestItem");
+
+void* Handle(Item* item)
+{
+    return static_cast<qel::Interface*>(item);
+}
+
+Item* ItemOf(void* handle)
+{
+    return static_cast<Item*>(static_cast<qel::Interface*>(handle));
+}
+
+class FileArchiveTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        char base[qel::FileManager::PathSize];
+        qel::FileManager::GetSingletonInstance().ResolveLocalPath(folder.Path().c_str(), base,
+                                                                  sizeof base);
+        archive.SetRoot(base);
+    }
+
+    // The highest index first, so that the manager's free indices count
+    // down again for the tests that follow.
+    void TearDown() override
+    {
+        std::sort(owned.begin(), owned.end(),
+                  [](Item* a, Item* b)
+                  {
+                      return ResourceManager::GetResourceIndex(Handle(a)) >
+                             ResourceManager::GetResourceIndex(Handle(b));
+                  });
+        for (Item* item : owned)
+        {
+            ResourceManager::Remove(Handle(item));
+            delete item;
+        }
+    }
+
+    // A resource of the test's own, inserted and named when `name` is set.
+    Item* Make(u32 value, const char* name)
+    {
+        Item* item = new Item;
+        item->value = value;
+        ResourceManager::Insert(Handle(item));
+        owned.push_back(item);
+        if (name)
+            archive.SetResourceName(Handle(item), name);
+        return item;
+    }
+
+    std::string File(const std::string& name) { return disktest::ReadFile(folder.Path() + name); }
+    bool Exists(const std::string& name)
+    {
+        return std::ifstream(folder.Path() + name, std::ios::binary).good();
+    }
+
+    qeltest::TemporaryFolder folder;
+    FileArchive archive{7, nullptr, nullptr};
+    std::vector<Item*> owned;
+};
+
+TEST_F(FileArchiveTest, PassWritesEachFileOnceWithItsDescriptionAndLog)
+{
+    EXPECT_STREQ(archive.GetExtension(), ".bin");
+    EXPECT_TRUE(archive.IsScriptOutputEnabled());
+    Item* shared = Make(2, "shared");
+    Item* inner = Make(3, nullptr); // unnamed: stored inside its parent
+    Item* top = Make(1, "top");
+    top->first = shared;
+    top->second = inner;
+    inner->first = shared;
+
+    archive.SetLoggingMode(true);
+    archive.BeginSave();
+    EXPECT_FALSE(archive.IsOutsideSavePass());
+    archive.Save(itemClass, Handle(top));
+    archive.Save(itemClass, Handle(shared)); // written already in this pass
+    archive.EndSave();
+
+    EXPECT_EQ(File("filearchive.log"), "top\r\nshared\r\n");
+    EXPECT_TRUE(Exists("top.bin") && Exists("shared.bin"));
+    EXPECT_EQ(File("shared.bin.dat"), "File Version: u32(7)\n"
+                                      "Class Name: u32(15)\n"
+                                      "char[](ArchiveTestItem)\n"
+                                      "Value: u32(2)\n"
+                                      "Link: bool(False)\n"
+                                      "Link: bool(False)\n");
+    EXPECT_EQ(File("top.bin.dat"), "File Version: u32(7)\n"
+                                   "Class Name: u32(15)\n"
+                                   "char[](ArchiveTestItem)\n"
+                                   "Value: u32(1)\n"
+                                   "Link: bool(True)\n"
+                                   "Resource Identifier: u32(6)\n"
+                                   "char[](shared)\n"
+                                   "Link: bool(True)\n"
+                                   "Resource Identifier: u32(0)\n"
+                                   "char[]()\n"
+                                   "Class Name: u32(15)\n"
+                                   "char[](ArchiveTestItem)\n"
+                                   "Value: u32(3)\n"
+                                   "Link: bool(True)\n"
+                                   "Resource Identifier: u32(6)\n"
+                                   "char[](shared)\n"
+                                   "Link: bool(False)\n");
+    const std::string binary = File("top.bin");
+    EXPECT_EQ(binary.substr(0, 8), "qel/b0-l");
+
+    // Outside a pass a saved name stays saved until told otherwise.
+    archive.EnableScriptOutput(false);
+    archive.SetResourceName(Handle(inner), "inner");
+    archive.Save(itemClass, Handle(inner));
+    archive.Save(itemClass, Handle(inner));
+    EXPECT_TRUE(Exists("inner.bin"));
+    EXPECT_FALSE(Exists("inner.bin.dat"));
+    archive.SetSaved("inner", false);
+    archive.SetSaved("shared", true);
+    EXPECT_EQ(File("filearchive.log"), "top\r\nshared\r\n"); // no pass, no log
+}
+
+TEST_F(FileArchiveTest, LoadBuildsTheGraphOnceAndKnownNamesAreNotReread)
+{
+    {
+        Item* shared = Make(20, "shared");
+        Item* inner = Make(30, nullptr);
+        Item* top = Make(10, "top");
+        top->first = shared;
+        top->second = inner;
+        inner->first = shared;
+        archive.BeginSave();
+        archive.Save(itemClass, Handle(top));
+        archive.EndSave();
+    }
+    FileArchive reader(7, archive.GetRoot(), nullptr);
+    Item* top = ItemOf(reader.Load("top"));
+    ASSERT_NE(top, nullptr);
+    for (Item* each : {top, top->first, top->second})
+        owned.push_back(each);
+    EXPECT_EQ(top->value, 10u);
+    ASSERT_TRUE(top->first && top->second);
+    EXPECT_EQ(top->first->value, 20u);
+    EXPECT_EQ(top->second->value, 30u);
+    EXPECT_EQ(top->second->first, top->first); // one object for one file
+    // Made and numbered before its fields: the parent comes first.
+    EXPECT_LT(ResourceManager::GetResourceIndex(Handle(top)),
+              ResourceManager::GetResourceIndex(Handle(top->first)));
+    EXPECT_STREQ(reader.GetFilename(Handle(top->first)), "shared");
+    EXPECT_FALSE(reader.IsResourceAlreadyNamed(Handle(top->second)));
+
+    // Known names come back without the file.
+    std::remove((folder.Path() + "top.bin").c_str());
+    EXPECT_EQ(reader.Load("top"), Handle(top));
+    EXPECT_EQ(reader.GetResourceNamed("nothing"), nullptr);
+    EXPECT_EQ(reader.GetResourceNamed("shared"), Handle(top->first));
+    EXPECT_THROW(reader.Reload(Handle(top)), qel::FileNotFoundException);
+
+    // Reload refills the object in place from its file.
+    top->first->value = 99;
+    reader.Reload(Handle(top->first));
+    EXPECT_EQ(top->first->value, 20u);
+}
+
+TEST_F(FileArchiveTest, FilesNamingEachOtherLoadOnceEach)
+{
+    Item* a = Make(1, "a");
+    Item* b = Make(2, "b");
+    a->first = b;
+    b->first = a;
+    archive.BeginSave();
+    archive.Save(itemClass, Handle(a));
+    archive.EndSave();
+    EXPECT_TRUE(Exists("b.bin"));
+
+    FileArchive reader(7, archive.GetRoot(), nullptr);
+    Item* loaded = ItemOf(reader.Load("a"));
+    owned.push_back(loaded);
+    owned.push_back(loaded->first);
+    EXPECT_EQ(loaded->first->value, 2u);
+    EXPECT_EQ(loaded->first->first, loaded);
+}
+
+TEST_F(FileArchiveTest, NamingRules)
+{
+    Item* one = Make(1, nullptr);
+    Item* two = Make(2, nullptr);
+    EXPECT_EQ(std::string(
+                  [&]
+                  {
+                      try
+                      {
+                          archive.Save(itemClass, Handle(one));
+                      }
+                      catch (const qel::Exception& e)
+                      {
+                          return std::string(e.GetReason());
+                      }
+                      return std::string();
+                  }()),
+              "Resource isn't identified.");
+    archive.SetResourceName(Handle(one), "one");
+    archive.SetResourceName(Handle(two), "two");
+    EXPECT_EQ(archive.GetResourceNamed("one"), Handle(one));
+    try
+    {
+        archive.SetResourceName(Handle(two), "one"); // taken
+        ADD_FAILURE();
+    }
+    catch (const qel::Exception& e)
+    {
+        EXPECT_STREQ(e.GetReason(), "This resource name is already in use!");
+    }
+    // A fresh name throws too unless the index is 0, and stays bound to 0.
+    const u32 index = ResourceManager::GetResourceIndex(Handle(two));
+    if (index != 0)
+    {
+        EXPECT_THROW(archive.SetResourceName(Handle(two), "fresh"), qel::Exception);
+        EXPECT_STREQ(archive.GetFilename(Handle(two)), "two");
+    }
+    archive.SetResourceName(Handle(two), nullptr);
+    EXPECT_FALSE(archive.IsResourceAlreadyNamed(Handle(two)));
+    EXPECT_EQ(archive.GetResourceNamed("two"), nullptr);
+
+    // Removal from the manager makes every archive forget the name.
+    Item* last = Make(3, "last");
+    owned.pop_back();
+    ResourceManager::Remove(Handle(last));
+    delete last;
+    EXPECT_EQ(archive.GetResourceNamed("last"), nullptr);
+}
+
+TEST_F(FileArchiveTest, FailedLoadsLeaveNothingBehind)
+{
+    Item* good = Make(5, "good");
+    Item* top = Make(4, "top");
+    top->first = good;
+    archive.BeginSave();
+    archive.Save(itemClass, Handle(top));
+    archive.EndSave();
+    const std::string whole = File("top.bin");
+
+    FileArchive reader(7, archive.GetRoot(), nullptr);
+    auto reason = [&](const char* name)
+    {
+        try
+        {
+            reader.Load(name);
+        }
+        catch (const qel::Exception& e)
+        {
+            return std::string(e.GetReason());
+        }
+        catch (const qel::UnknownFormat&)
+        {
+            return std::string("UnknownFormat");
+        }
+        return std::string("loaded");
+    };
+    auto nothingNamed = [&]
+    {
+        EXPECT_EQ(reader.GetResourceNamed("top"), nullptr);
+        EXPECT_EQ(reader.GetResourceNamed("good"), nullptr);
+    };
+    // The index the manager hands out next: a failed load that left an
+    // object behind would have taken it.
+    Item probe;
+    const u32 next = ResourceManager::Insert(Handle(&probe));
+    ResourceManager::Remove(Handle(&probe));
+    auto nothingLeft = [&]
+    {
+        EXPECT_EQ(ResourceManager::Insert(Handle(&probe)), next) << "an object was left behind";
+        ResourceManager::Remove(Handle(&probe));
+    };
+
+    EXPECT_EQ(reason("missing").find("File not found"), 0u);
+    // Cut short anywhere: an error, and the objects it made are gone.
+    for (std::size_t length : {std::size_t(4), std::size_t(12), whole.size() - 1})
+    {
+        disktest::WriteFile(folder.Path() + "top.bin", whole.substr(0, length));
+        const std::string why = reason("top");
+        EXPECT_TRUE(why == "UnknownFormat" || why.rfind("Resource file cut short: ", 0) == 0)
+            << length << ": " << why;
+        nothingNamed();
+        nothingLeft();
+    }
+    // A class name nobody registered.
+    std::string renamed = whole;
+    renamed.replace(renamed.find("ArchiveTestItem"), 15, "ArchiveTestIteX");
+    disktest::WriteFile(folder.Path() + "top.bin", renamed);
+    EXPECT_EQ(reason("top"),
+              "Type of resource unknown!\nMake sure the ClassDescriptor is registered.");
+    nothingNamed();
+    nothingLeft();
+    // A name length that lies.
+    std::string lying = whole;
+    lying[14] = '\x7F'; // the class name's length, little-endian
+    disktest::WriteFile(folder.Path() + "top.bin", lying);
+    EXPECT_EQ(reason("top").rfind("Resource file damaged: ", 0), 0u);
+    nothingNamed();
+    nothingLeft();
+}
+
+} // namespace
