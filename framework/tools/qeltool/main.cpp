@@ -32,6 +32,7 @@ int Tour(int argc, char** argv)
     qeltool::TourThread(context);
     qeltool::TourFiles(context);
     qeltool::TourStreams(context);
+    qeltool::TourGeometry(context);
     return 0;
 }
 

@@ -20,6 +20,7 @@ void TourMemory(const TourContext& context);
 void TourThread(const TourContext& context);
 void TourFiles(const TourContext& context);
 void TourStreams(const TourContext& context);
+void TourGeometry(const TourContext& context);
 
 // qeltool mounts: the file manager's mount table, one mount a line.
 void PrintMountTable();

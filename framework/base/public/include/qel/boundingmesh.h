@@ -28,6 +28,8 @@ public:
     // The axis-aligned box around every triangle (empty mesh: a point at 0).
     const BoundingBox& GetBox() const { return m_Box; }
 
+    // An empty mesh contains nothing, is hit by nothing and lies at FLT_MAX
+    // from every point.
     bool Contains(const Vector3& point) const override;
     float Distance(const Vector3& point) const override;
     bool IntersectRay(const Ray& ray, float& t) const override;
