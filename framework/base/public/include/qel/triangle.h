@@ -34,8 +34,35 @@ struct QEL_API Triangle
     Vector3 Barycentric(const Vector3& p) const;
     // The point of the triangle (its inside included) closest to p.
     Vector3 ClosestPoint(const Vector3& p) const;
-    // The ray's hit with either face; degenerate triangles are never hit.
-    bool IntersectRay(const Ray& ray, float& t) const;
+    // The ray's hit with either face (Moller-Trumbore). Degenerate triangles
+    // and rays grazing the plane within float noise miss. Inline: meshes call
+    // it in their innermost loops.
+    bool IntersectRay(const Ray& ray, float& t) const
+    {
+        const Vector3 e1 = b - a, e2 = c - a;
+        const Vector3 pv = ray.direction.Cross(e2);
+        const float det = e1.Dot(pv);
+        // Relative to the edges and the direction (squared, to spare the
+        // roots): slivers of float noise and grazing rays miss rather than
+        // hit far from the triangle.
+        const float scale = e1.LengthSquared() * e2.LengthSquared() * ray.direction.LengthSquared();
+        if (!(det * det > scale * 1e-12f))
+            return false;
+        const float inv = 1.0f / det;
+        const Vector3 tv = ray.origin - a;
+        const float u = tv.Dot(pv) * inv;
+        if (u < 0.0f || u > 1.0f)
+            return false;
+        const Vector3 qv = tv.Cross(e1);
+        const float v = ray.direction.Dot(qv) * inv;
+        if (v < 0.0f || u + v > 1.0f)
+            return false;
+        const float hit = e2.Dot(qv) * inv;
+        if (hit < 0.0f)
+            return false;
+        t = hit;
+        return true;
+    }
 };
 
 } // namespace qel

@@ -44,11 +44,12 @@ bool BoundingSphere::IntersectRay(const Ray& ray, float& t) const
         return false; // outside and moving away (or not moving)
     // Discriminant from the closest approach rather than b*b - a*c, which
     // cancels catastrophically for distant spheres.
-    const Vector3 offset = o - ray.direction * (b / a);
+    const float inv = 1.0f / a;
+    const Vector3 offset = o - ray.direction * (b * inv);
     const float h = m_Radius * m_Radius - offset.LengthSquared();
     if (h < 0.0f)
         return false;
-    t = std::max((-b - std::sqrt(a * h)) / a, 0.0f);
+    t = std::max((-b - std::sqrt(a * h)) * inv, 0.0f);
     return true;
 }
 

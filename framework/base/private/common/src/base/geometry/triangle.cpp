@@ -93,31 +93,4 @@ Vector3 Triangle::ClosestPoint(const Vector3& p) const
     return a + ab * (vb * inv) + ac * (vc * inv);
 }
 
-bool Triangle::IntersectRay(const Ray& ray, float& t) const
-{
-    // Moller-Trumbore, two-sided.
-    const Vector3 e1 = b - a, e2 = c - a;
-    const Vector3 pv = ray.direction.Cross(e2);
-    const float det = e1.Dot(pv);
-    const float scale = e1.Length() * e2.Length() * ray.direction.Length();
-    // Relative to the edges, so slivers of float noise and grazing rays miss
-    // rather than produce hits far from the triangle.
-    if (!(std::fabs(det) > scale * 1e-6f))
-        return false;
-    const float inv = 1.0f / det;
-    const Vector3 tv = ray.origin - a;
-    const float u = tv.Dot(pv) * inv;
-    if (u < 0.0f || u > 1.0f)
-        return false;
-    const Vector3 qv = tv.Cross(e1);
-    const float v = ray.direction.Dot(qv) * inv;
-    if (v < 0.0f || u + v > 1.0f)
-        return false;
-    const float hit = e2.Dot(qv) * inv;
-    if (hit < 0.0f)
-        return false;
-    t = hit;
-    return true;
-}
-
 } // namespace qel
