@@ -2,6 +2,8 @@
 
 #include <qel/boundinginfinite.h>
 
+#include "base/geometry/convex.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -297,4 +299,36 @@ TEST(BoundingVolume, TouchingZeroSizeAndParallelCasesAreDecidedExactly)
     }
     EXPECT_TRUE(mesh->IntersectRay(Ray(Vector3(-5, 0, 0), Vector3(2, 0, 0)), t));
     EXPECT_FLOAT_EQ(t, 2.0f); // in units of the direction
+}
+
+TEST(BoundingBox, SeparatingAxesAgreeWithTheConvexDistanceOverManyPairs)
+{
+    // The box pair has its own test; the GJK distance is the reference.
+    class BoxShape final : public geometry::ConvexShape
+    {
+    public:
+        explicit BoxShape(const BoundingBox& box) : m_Box(box) {}
+        Vector3 Support(const Vector3& d) const override { return m_Box.Support(d); }
+        Vector3 Inside() const override { return m_Box.GetCenter(); }
+
+    private:
+        const BoundingBox& m_Box;
+    };
+    GeometryRandom random(36);
+    int both[2] = {0, 0};
+    for (int i = 0; i < 3000; ++i)
+    {
+        const VolumePtr a = RandomVolume(random, 1, i);
+        const VolumePtr b = RandomVolume(random, 1, i / 4);
+        const BoundingBox& boxA = static_cast<const BoundingBox&>(*a);
+        const BoundingBox& boxB = static_cast<const BoundingBox&>(*b);
+        const float distance = geometry::ConvexDistance(BoxShape(boxA), BoxShape(boxB));
+        if (distance == 0.0f || distance > 1e-4f)
+        {
+            EXPECT_EQ(a->Intersects(*b), distance == 0.0f) << i << " " << distance;
+            ++both[distance == 0.0f];
+        }
+    }
+    EXPECT_GT(both[0], 500);
+    EXPECT_GT(both[1], 300);
 }

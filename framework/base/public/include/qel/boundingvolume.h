@@ -5,7 +5,7 @@
 // volumes that only touch intersect. Every pair of kinds has its own exact
 // test (the infinite volume intersects everything); the convex pairs without
 // a closed form use a GJK distance query, so touching, zero-size and parallel
-// configurations need no special cases from the caller.
+// configurations need no extra handling from the caller.
 #pragma once
 
 #include <qel/allocationoperators.h>

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cfloat>
+#include <cmath>
 #include <utility>
 
 namespace qel
@@ -112,6 +113,52 @@ bool SphereAgainst(const BoundingSphere& sphere, const BoundingVolume& other)
     return d <= r + std::max(r, d) * 1e-6f;
 }
 
+// Separating axes of two oriented boxes: the six face normals and the nine
+// edge cross products. A small term on the rotation keeps nearly parallel
+// edges from inventing a separation out of rounding.
+bool BoxAgainstBox(const BoundingBox& a, const BoundingBox& b)
+{
+    const Matrix3& axesA = a.GetAxes();
+    const Matrix3& axesB = b.GetAxes();
+    const Vector3 ea = a.GetHalfExtents(), eb = b.GetHalfExtents();
+    const Vector3 offset = b.GetCenter() - a.GetCenter();
+    float r[3][3], absR[3][3];
+    Vector3 t;
+    for (int i = 0; i < 3; ++i)
+    {
+        t[i] = offset.Dot(axesA.columns[i]);
+        for (int j = 0; j < 3; ++j)
+        {
+            r[i][j] = axesA.columns[i].Dot(axesB.columns[j]);
+            absR[i][j] = std::fabs(r[i][j]) + 1e-6f;
+        }
+    }
+    // Touching counts as intersecting, up to the rounding of the distances.
+    const float slack = (ea.MaxComponent() + eb.MaxComponent() + offset.Length()) * 1e-6f;
+    for (int i = 0; i < 3; ++i)
+        if (std::fabs(t[i]) >
+            ea[i] + eb[0] * absR[i][0] + eb[1] * absR[i][1] + eb[2] * absR[i][2] + slack)
+            return false;
+    for (int j = 0; j < 3; ++j)
+        if (std::fabs(t[0] * r[0][j] + t[1] * r[1][j] + t[2] * r[2][j]) >
+            ea[0] * absR[0][j] + ea[1] * absR[1][j] + ea[2] * absR[2][j] + eb[j] + slack)
+            return false;
+    for (int i = 0; i < 3; ++i)
+    {
+        const int i1 = (i + 1) % 3, i2 = (i + 2) % 3;
+        for (int j = 0; j < 3; ++j)
+        {
+            const int j1 = (j + 1) % 3, j2 = (j + 2) % 3;
+            const float distance = std::fabs(t[i2] * r[i1][j] - t[i1] * r[i2][j]);
+            const float ra = ea[i1] * absR[i2][j] + ea[i2] * absR[i1][j];
+            const float rb = eb[j1] * absR[i][j2] + eb[j2] * absR[i][j1];
+            if (distance > ra + rb + slack)
+                return false;
+        }
+    }
+    return true;
+}
+
 bool MeshAgainstConvex(const BoundingMesh& mesh, const BoundingVolume& volume,
                        const ConvexShape& shape)
 {
@@ -164,8 +211,7 @@ bool BoundingVolume::Intersects(const BoundingVolume& other) const
         if (b->GetType() == BoundingVolumeType::Mesh)
             return MeshAgainstConvex(*static_cast<const BoundingMesh*>(b), box, BoxShape(box));
         if (b->GetType() == BoundingVolumeType::Box)
-            return ConvexDistance(BoxShape(box), BoxShape(*static_cast<const BoundingBox*>(b))) ==
-                   0.0f;
+            return BoxAgainstBox(box, *static_cast<const BoundingBox*>(b));
         return ConvexDistance(BoxShape(box),
                               CylinderShape(*static_cast<const BoundingCylinder*>(b))) == 0.0f;
     }

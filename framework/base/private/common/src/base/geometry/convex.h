@@ -2,6 +2,7 @@
 // shapes given by support functions, and the largest stretch of a linear map.
 #pragma once
 
+#include <qel/export.h>
 #include <qel/matrix3.h>
 #include <qel/triangle.h>
 #include <qel/vector3.h>
@@ -36,10 +37,10 @@ private:
 };
 
 // Euclidean distance between two convex shapes (0 when they overlap or touch
-// within float noise of their size).
-float ConvexDistance(const ConvexShape& a, const ConvexShape& b);
+// within float noise of their size). Exported for the tests.
+QEL_API float ConvexDistance(const ConvexShape& a, const ConvexShape& b);
 
-// The largest factor by which m lengthens a vector (its spectral norm).
+// The largest factor by which m lengthens a vector (its largest singular value).
 float MaxStretch(const Matrix3& m);
 
 } // namespace geometry
