@@ -6,10 +6,15 @@
 #include <qel/boundingvolume.h>
 #include <qel/matrix3.h>
 
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+#include <utility>
+
 namespace qel
 {
 
-class QEL_API BoundingBox : public BoundingVolume
+class QEL_API BoundingBox final : public BoundingVolume
 {
 public:
     BoundingBox();
@@ -31,7 +36,35 @@ public:
 
     bool Contains(const Vector3& point) const override;
     float Distance(const Vector3& point) const override;
-    bool IntersectRay(const Ray& ray, float& t) const override;
+    // Slabs in the box's frame; inline, so that bulk tests on a known box
+    // compile to straight code.
+    bool IntersectRay(const Ray& ray, float& t) const override
+    {
+        const Vector3 offset = ray.origin - m_Center;
+        float enter = 0.0f, leave = FLT_MAX;
+        for (int i = 0; i < 3; ++i)
+        {
+            const float o = m_Axes.columns[i].Dot(offset);
+            const float d = m_Axes.columns[i].Dot(ray.direction);
+            const float h = m_HalfExtents[i];
+            if (d == 0.0f)
+            {
+                if (std::fabs(o) > h)
+                    return false;
+                continue;
+            }
+            const float inv = 1.0f / d;
+            float t0 = (-h - o) * inv, t1 = (h - o) * inv;
+            if (t0 > t1)
+                std::swap(t0, t1);
+            enter = (std::max)(enter, t0);
+            leave = (std::min)(leave, t1);
+            if (enter > leave)
+                return false;
+        }
+        t = enter;
+        return true;
+    }
     void Transform(const Matrix4& m) override;
     void GetBounds(Vector3& min, Vector3& max) const override;
     BoundingVolume* Clone() const override;

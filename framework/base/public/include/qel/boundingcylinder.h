@@ -7,7 +7,7 @@
 namespace qel
 {
 
-class QEL_API BoundingCylinder : public BoundingVolume
+class QEL_API BoundingCylinder final : public BoundingVolume
 {
 public:
     BoundingCylinder();

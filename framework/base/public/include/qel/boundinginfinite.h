@@ -7,7 +7,7 @@
 namespace qel
 {
 
-class QEL_API BoundingInfinite : public BoundingVolume
+class QEL_API BoundingInfinite final : public BoundingVolume
 {
 public:
     BoundingInfinite() : BoundingVolume(BoundingVolumeType::Infinite) {}

@@ -15,7 +15,7 @@
 namespace qel
 {
 
-class QEL_API BoundingMesh : public BoundingVolume
+class QEL_API BoundingMesh final : public BoundingVolume
 {
 public:
     typedef std::vector<Triangle, GeneralAllocator<Triangle>> TriangleList;
