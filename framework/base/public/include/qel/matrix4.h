@@ -8,7 +8,7 @@
 // - right-handed axes, angles in radians, positive angles turn
 //   counter-clockwise when the axis points at the viewer;
 // - cameras look down -z in view space, y up; projections map the depth range
-//   [near, far] to [0, 1] in clip space (Direct3D, Vulkan, Metal).
+//   [nearZ, farZ] to [0, 1] in clip space (Direct3D, Vulkan, Metal).
 #pragma once
 
 #include <qel/export.h>
@@ -51,12 +51,12 @@ struct QEL_API Matrix4
     // still gives a rotation.
     static Matrix4 LookAt(const Vector3& eye, const Vector3& target, const Vector3& up);
     // Perspective projection; fovY is the full vertical angle, aspect is
-    // width / height, 0 < near < far.
-    static Matrix4 Perspective(float fovY, float aspect, float near, float far);
+    // width / height, 0 < nearZ < farZ.
+    static Matrix4 Perspective(float fovY, float aspect, float nearZ, float farZ);
     // Orthographic projection of the view-space box [left, right] x [bottom,
-    // top] x [-near, -far].
-    static Matrix4 Orthographic(float left, float right, float bottom, float top, float near,
-                                float far);
+    // top] x [-nearZ, -farZ].
+    static Matrix4 Orthographic(float left, float right, float bottom, float top, float nearZ,
+                                float farZ);
 
     float operator()(int row, int column) const { return columns[column][row]; }
     float& operator()(int row, int column) { return columns[column][row]; }

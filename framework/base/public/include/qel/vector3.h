@@ -47,15 +47,15 @@ struct Vector3
         const float length = Length();
         return length > 0.0f ? *this * (1.0f / length) : Vector3(0.0f);
     }
-    float MaxComponent() const { return std::max(x, std::max(y, z)); }
+    float MaxComponent() const { return (std::max)(x, (std::max)(y, z)); }
 
     static Vector3 Min(const Vector3& a, const Vector3& b)
     {
-        return {std::min(a.x, b.x), std::min(a.y, b.y), std::min(a.z, b.z)};
+        return {(std::min)(a.x, b.x), (std::min)(a.y, b.y), (std::min)(a.z, b.z)};
     }
     static Vector3 Max(const Vector3& a, const Vector3& b)
     {
-        return {std::max(a.x, b.x), std::max(a.y, b.y), std::max(a.z, b.z)};
+        return {(std::max)(a.x, b.x), (std::max)(a.y, b.y), (std::max)(a.z, b.z)};
     }
     static Vector3 Lerp(const Vector3& a, const Vector3& b, float t) { return a + (b - a) * t; }
     // A unit vector perpendicular to n (n need not be unit; zero gives +x).

@@ -64,23 +64,23 @@ Matrix4 Matrix4::LookAt(const Vector3& eye, const Vector3& target, const Vector3
             {-right.Dot(eye), -trueUp.Dot(eye), -back.Dot(eye), 1}};
 }
 
-Matrix4 Matrix4::Perspective(float fovY, float aspect, float near, float far)
+Matrix4 Matrix4::Perspective(float fovY, float aspect, float nearZ, float farZ)
 {
     const float f = 1.0f / std::tan(fovY * 0.5f);
-    const float depth = far / (near - far);
-    return {{f / aspect, 0, 0, 0}, {0, f, 0, 0}, {0, 0, depth, -1}, {0, 0, near * depth, 0}};
+    const float depth = farZ / (nearZ - farZ);
+    return {{f / aspect, 0, 0, 0}, {0, f, 0, 0}, {0, 0, depth, -1}, {0, 0, nearZ * depth, 0}};
 }
 
-Matrix4 Matrix4::Orthographic(float left, float right, float bottom, float top, float near,
-                              float far)
+Matrix4 Matrix4::Orthographic(float left, float right, float bottom, float top, float nearZ,
+                              float farZ)
 {
     const float w = 1.0f / (right - left);
     const float h = 1.0f / (top - bottom);
-    const float d = 1.0f / (near - far);
+    const float d = 1.0f / (nearZ - farZ);
     return {{2 * w, 0, 0, 0},
             {0, 2 * h, 0, 0},
             {0, 0, d, 0},
-            {-(right + left) * w, -(top + bottom) * h, near * d, 1}};
+            {-(right + left) * w, -(top + bottom) * h, nearZ * d, 1}};
 }
 
 namespace
