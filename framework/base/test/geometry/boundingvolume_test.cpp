@@ -332,3 +332,32 @@ TEST(BoundingBox, SeparatingAxesAgreeWithTheConvexDistanceOverManyPairs)
     EXPECT_GT(both[0], 500);
     EXPECT_GT(both[1], 300);
 }
+
+TEST(BoundingVolume, VolumesBuiltFromPointsHoldThemAllAndStayTight)
+{
+    GeometryRandom random(37);
+    for (int i = 0; i < 200; ++i)
+    {
+        std::vector<Vector3> points(1 + random.Int(0, 60));
+        const Vector3 center = random.Point(100);
+        for (Vector3& p : points)
+            p = i % 10 == 0 ? center : center + random.Point(random.Uniform(0, 5)); // some coincide
+        const BoundingSphere sphere =
+            BoundingSphere::FromPoints(points.data(), unsigned(points.size()));
+        const BoundingBox box = BoundingBox::FromPoints(points.data(), unsigned(points.size()));
+        float widest = 0.0f;
+        for (const Vector3& p : points)
+        {
+            EXPECT_TRUE(sphere.Contains(p)) << i;
+            EXPECT_TRUE(box.Contains(p)) << i;
+            for (const Vector3& q : points)
+                widest = std::max(widest, (p - q).Length());
+        }
+        // The smallest sphere has a radius between 1/2 and sqrt(3/8) of the
+        // widest pair (Jung); Ritter's stays within some percent of it.
+        EXPECT_LE(sphere.GetRadius(), widest * 0.6124f * 1.15f + 1e-4f) << i;
+        EXPECT_GE(sphere.GetRadius(), widest * 0.5f * (1 - 1e-5f)) << i;
+    }
+    EXPECT_EQ(BoundingSphere::FromPoints(nullptr, 0).GetRadius(), 0.0f);
+    EXPECT_EQ(BoundingBox::FromPoints(nullptr, 0).GetHalfExtents(), Vector3(0.0f));
+}

@@ -23,6 +23,10 @@ public:
     // axes must be a rotation; negative half extents are taken as 0.
     BoundingBox(const Vector3& center, const Matrix3& axes, const Vector3& halfExtents);
 
+    // The axis-aligned box around every point; no points give a point box at
+    // the origin.
+    static BoundingBox FromPoints(const Vector3* points, unsigned int count);
+
     const Vector3& GetCenter() const { return m_Center; }
     const Matrix3& GetAxes() const { return m_Axes; }
     const Vector3& GetHalfExtents() const { return m_HalfExtents; }

@@ -16,6 +16,10 @@ public:
     // A negative radius is taken as 0.
     BoundingSphere(const Vector3& center, float radius);
 
+    // A sphere around every point (Ritter's: within a few percent of the
+    // smallest); no points give a point sphere at the origin.
+    static BoundingSphere FromPoints(const Vector3* points, unsigned int count);
+
     const Vector3& GetCenter() const { return m_Center; }
     float GetRadius() const { return m_Radius; }
     void Set(const Vector3& center, float radius);

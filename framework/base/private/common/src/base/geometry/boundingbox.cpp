@@ -28,12 +28,29 @@ BoundingBox::BoundingBox(const Vector3& min, const Vector3& max)
       m_Axes(Matrix3::Identity()),
       m_HalfExtents((Vector3::Max(min, max) - Vector3::Min(min, max)) * 0.5f)
 {
+    // Center and half extents are rounded: widen by an ulp or two so that
+    // min and max themselves stay inside.
+    for (int i = 0; i < 3; ++i)
+        m_HalfExtents[i] += (std::fabs(m_Center[i]) + m_HalfExtents[i]) * FLT_EPSILON;
 }
 
 BoundingBox::BoundingBox(const Vector3& center, const Matrix3& axes, const Vector3& halfExtents)
     : BoundingVolume(BoundingVolumeType::Box), m_Center(center), m_Axes(axes),
       m_HalfExtents(NonNegative(halfExtents))
 {
+}
+
+BoundingBox BoundingBox::FromPoints(const Vector3* points, unsigned int count)
+{
+    if (count == 0)
+        return BoundingBox();
+    Vector3 min = points[0], max = points[0];
+    for (unsigned int i = 1; i < count; ++i)
+    {
+        min = Vector3::Min(min, points[i]);
+        max = Vector3::Max(max, points[i]);
+    }
+    return BoundingBox(min, max);
 }
 
 void BoundingBox::Set(const Vector3& center, const Matrix3& axes, const Vector3& halfExtents)

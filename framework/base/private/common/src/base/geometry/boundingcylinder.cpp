@@ -42,7 +42,11 @@ void BoundingCylinder::Set(const Vector3& center, const Vector3& axis, float hal
 Vector3 BoundingCylinder::Support(const Vector3& direction) const
 {
     const float along = direction.Dot(m_Axis);
-    const Vector3 radial = (direction - m_Axis * along).Normalized();
+    Vector3 radial = (direction - m_Axis * along).Normalized();
+    // For a direction almost along the axis the radial part is rounding noise
+    // with an axial component of its own; normalising blows that up, so
+    // project it out again or the point would leave the cylinder.
+    radial = (radial - m_Axis * radial.Dot(m_Axis)).Normalized();
     return m_Center + m_Axis * (along >= 0.0f ? m_HalfHeight : -m_HalfHeight) + radial * m_Radius;
 }
 

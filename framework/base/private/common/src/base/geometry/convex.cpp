@@ -102,27 +102,36 @@ Vector3 ClosestOnTriangle(Simplex& s, int i0, int i1, int i2)
 }
 
 // Closest point of the tetrahedron to the origin; sets inside when the origin
-// is within it.
-Vector3 ClosestOnTetrahedron(Simplex& s, bool& inside)
+// is within it. Near convergence the new corner lies almost in the plane of
+// the old triangle: the side tests of such a sliver are noise, so a
+// tetrahedron thinner than the tolerance holds nothing and only its faces
+// count (an origin that close to it is within the tolerance anyway).
+Vector3 ClosestOnTetrahedron(Simplex& s, float tolerance, bool& inside)
 {
     static const int faces[4][4] = {{0, 1, 2, 3}, {0, 2, 3, 1}, {0, 3, 1, 2}, {1, 3, 2, 0}};
-    inside = true;
+    float origin[4], opposite[4];
+    bool flat = false;
+    for (int f = 0; f < 4; ++f)
+    {
+        const Vector3 a = s.points[faces[f][0]];
+        const Vector3 n = (s.points[faces[f][1]] - a).Cross(s.points[faces[f][2]] - a);
+        origin[f] = -a.Dot(n);
+        opposite[f] = (s.points[faces[f][3]] - a).Dot(n);
+        flat = flat || !(std::fabs(opposite[f]) > tolerance * n.Length());
+    }
+    inside = !flat;
     float best = 0.0f;
     Vector3 closest(0.0f);
     Simplex bestSimplex;
-    for (const int* f : faces)
+    for (int f = 0; f < 4; ++f)
     {
-        const Vector3 a = s.points[f[0]], b = s.points[f[1]], c = s.points[f[2]];
-        const Vector3 n = (b - a).Cross(c - a);
-        const float origin = -a.Dot(n);
-        const float opposite = (s.points[f[3]] - a).Dot(n);
         // The origin is outside this face when it lies on the other side from
-        // the fourth corner; a flat tetrahedron has every face "outside".
-        if (origin * opposite > 0.0f)
+        // the fourth corner.
+        if (!flat && origin[f] * opposite[f] > 0.0f)
             continue;
         inside = false;
         Simplex face = s;
-        const Vector3 p = ClosestOnTriangle(face, f[0], f[1], f[2]);
+        const Vector3 p = ClosestOnTriangle(face, faces[f][0], faces[f][1], faces[f][2]);
         if (bestSimplex.count == 0 || p.LengthSquared() < best)
         {
             best = p.LengthSquared();
@@ -150,13 +159,23 @@ float ConvexDistance(const ConvexShape& a, const ConvexShape& b)
     // v is itself a point of A - B: the first corner of the simplex.
     simplex.points[simplex.count++] = v;
     float previous = v.LengthSquared();
+    // |v| bounds the distance from above; every support plane bounds it from
+    // below. When float noise stalls the search before the two meet (shallow
+    // contact leaves simplices too thin to enclose the origin), the lower
+    // bound is the answer: it never calls touching shapes apart.
+    float lower = 0.0f;
     for (int iteration = 0; iteration < 64; ++iteration)
     {
         const Vector3 w = a.Support(-v) - b.Support(v);
         const float vv = v.LengthSquared();
+        const float vw = v.Dot(w);
+        lower = std::max(lower, vw / std::sqrt(vv));
         // No support point gets nearer than the current one: v is the answer.
-        if (vv - v.Dot(w) <= vv * 1e-6f)
-            break;
+        if (vv - vw <= vv * 1e-6f)
+        {
+            const float distance = std::sqrt(vv);
+            return distance <= tolerance ? 0.0f : distance;
+        }
         bool duplicate = false;
         for (int i = 0; i < simplex.count; ++i)
             duplicate = duplicate || simplex.points[i] == w;
@@ -178,7 +197,7 @@ float ConvexDistance(const ConvexShape& a, const ConvexShape& b)
         default:
         {
             bool inside;
-            next = ClosestOnTetrahedron(simplex, inside);
+            next = ClosestOnTetrahedron(simplex, tolerance, inside);
             if (inside)
                 return 0.0f;
         }
@@ -191,8 +210,7 @@ float ConvexDistance(const ConvexShape& a, const ConvexShape& b)
         previous = length;
         v = next;
     }
-    const float distance = v.Length();
-    return distance <= tolerance ? 0.0f : distance;
+    return lower <= tolerance ? 0.0f : lower;
 }
 
 float MaxStretch(const Matrix3& m)
