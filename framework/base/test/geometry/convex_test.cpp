@@ -53,10 +53,6 @@ TEST(ConvexDistance, MatchesTheSampledDistanceFromTrianglesToCylindersAndBoxes)
     int apart = 0;
     for (int i = 0; i < 1500; ++i)
     {
-        if (i == 1029)
-            setenv("GJKDBG", "1", 1);
-        else
-            unsetenv("GJKDBG");
         const VolumePtr volume = RandomVolume(random, 1 + i % 2, i);
         Vector3 min, max;
         volume->GetBounds(min, max);
