@@ -101,23 +101,47 @@ Vector3 ClosestOnTriangle(Simplex& s, int i0, int i1, int i2)
     return a + ab * (vb / sum) + ac * (vc / sum);
 }
 
+// The plane of a face in double precision: the corners are floats, so the
+// products are nearly exact and the sides hold even for the slivers that
+// near-coincident corners make.
+struct FacePlane
+{
+    double nx, ny, nz, length;
+    Vector3 a;
+
+    FacePlane(const Vector3& a_, const Vector3& b, const Vector3& c) : a(a_)
+    {
+        const double ux = double(b.x) - a.x, uy = double(b.y) - a.y, uz = double(b.z) - a.z;
+        const double vx = double(c.x) - a.x, vy = double(c.y) - a.y, vz = double(c.z) - a.z;
+        nx = uy * vz - uz * vy;
+        ny = uz * vx - ux * vz;
+        nz = ux * vy - uy * vx;
+        length = std::sqrt(nx * nx + ny * ny + nz * nz);
+    }
+    // Positive on the side the normal points to (times the normal's length).
+    double Side(const Vector3& p) const
+    {
+        return nx * (double(p.x) - a.x) + ny * (double(p.y) - a.y) + nz * (double(p.z) - a.z);
+    }
+};
+
 // Closest point of the tetrahedron to the origin; sets inside when the origin
 // is within it. Near convergence the new corner lies almost in the plane of
-// the old triangle: the side tests of such a sliver are noise, so a
-// tetrahedron thinner than the tolerance holds nothing and only its faces
-// count (an origin that close to it is within the tolerance anyway).
+// the old triangle: a tetrahedron thinner than the tolerance holds nothing and
+// only its faces count (an origin that close to it is within the tolerance
+// anyway).
 Vector3 ClosestOnTetrahedron(Simplex& s, float tolerance, bool& inside)
 {
     static const int faces[4][4] = {{0, 1, 2, 3}, {0, 2, 3, 1}, {0, 3, 1, 2}, {1, 3, 2, 0}};
-    float origin[4], opposite[4];
+    double origin[4], opposite[4];
     bool flat = false;
     for (int f = 0; f < 4; ++f)
     {
-        const Vector3 a = s.points[faces[f][0]];
-        const Vector3 n = (s.points[faces[f][1]] - a).Cross(s.points[faces[f][2]] - a);
-        origin[f] = -a.Dot(n);
-        opposite[f] = (s.points[faces[f][3]] - a).Dot(n);
-        flat = flat || !(std::fabs(opposite[f]) > tolerance * n.Length());
+        const FacePlane plane(s.points[faces[f][0]], s.points[faces[f][1]], s.points[faces[f][2]]);
+        origin[f] = plane.Side(Vector3(0.0f));
+        opposite[f] = plane.Side(s.points[faces[f][3]]);
+        const double length = plane.length;
+        flat = flat || !(std::fabs(opposite[f]) > double(tolerance) * length);
     }
     inside = !flat;
     float best = 0.0f;
@@ -127,7 +151,7 @@ Vector3 ClosestOnTetrahedron(Simplex& s, float tolerance, bool& inside)
     {
         // The origin is outside this face when it lies on the other side from
         // the fourth corner.
-        if (!flat && origin[f] * opposite[f] > 0.0f)
+        if (!flat && origin[f] * opposite[f] > 0.0)
             continue;
         inside = false;
         Simplex face = s;
