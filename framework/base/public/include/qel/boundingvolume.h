@@ -50,9 +50,9 @@ public:
     // Carries the volume through an affine transform (the last row of m is
     // taken as 0 0 0 1). Rigid motions and uniform scales are exact; other
     // transforms give a volume of the same kind that holds the exact image
-    // (sphere and cylinder radii
-    // grow by the largest stretch of m and a cylinder lengthens to hold its
-    // tilted caps; boxes are refitted around the sheared box).
+    // (sphere and cylinder radii grow by the largest stretch of m and a
+    // cylinder lengthens to hold its tilted caps; boxes are refitted around
+    // the sheared box).
     virtual void Transform(const Matrix4& m) = 0;
     // The axis-aligned box around the volume (the infinite volume returns
     // -FLT_MAX and FLT_MAX).
