@@ -40,6 +40,7 @@ int Tour(int argc, char** argv)
     qeltool::TourStreaming(context);
     qeltool::TourSerialization(context);
     qeltool::TourArchive(context);
+    qeltool::TourGeometry(context);
     return 0;
 }
 

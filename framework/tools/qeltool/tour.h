@@ -23,6 +23,7 @@ void TourStreams(const TourContext& context);
 void TourStreaming(const TourContext& context);
 void TourSerialization(const TourContext& context);
 void TourArchive(const TourContext& context);
+void TourGeometry(const TourContext& context);
 
 // qeltool mounts: the file manager's mount table, one mount a line.
 void PrintMountTable();

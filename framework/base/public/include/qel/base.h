@@ -10,6 +10,12 @@
 #include <qel/binaryswapperreader.h>
 #include <qel/binaryswapperwriter.h>
 #include <qel/binarywriter.h>
+#include <qel/boundingbox.h>
+#include <qel/boundingcylinder.h>
+#include <qel/boundinginfinite.h>
+#include <qel/boundingmesh.h>
+#include <qel/boundingsphere.h>
+#include <qel/boundingvolume.h>
 #include <qel/bufferoverflow.h>
 #include <qel/classdescriptor.h>
 #include <qel/classrepository.h>
@@ -46,6 +52,8 @@
 #include <qel/instancemanager.h>
 #include <qel/interface.h>
 #include <qel/mallocallocator.h>
+#include <qel/matrix3.h>
+#include <qel/matrix4.h>
 #include <qel/mem.h>
 #include <qel/memchunktree.h>
 #include <qel/mountpoint.h>
@@ -60,11 +68,14 @@
 #include <qel/pagemanager.h>
 #include <qel/pagerecordtable.h>
 #include <qel/pathobject.h>
+#include <qel/plane.h>
 #include <qel/poolallocator.h>
 #include <qel/provider.h>
+#include <qel/quaternion.h>
 #include <qel/querydevice.h>
 #include <qel/randomnormal.h>
 #include <qel/randomuniform.h>
+#include <qel/ray.h>
 #include <qel/reader.h>
 #include <qel/refcounted.h>
 #include <qel/report.h>
@@ -82,6 +93,10 @@
 #include <qel/textwriter.h>
 #include <qel/threadmanager.h>
 #include <qel/threadmutex.h>
+#include <qel/triangle.h>
 #include <qel/types.h>
+#include <qel/vector2.h>
+#include <qel/vector3.h>
+#include <qel/vector4.h>
 #include <qel/version.h>
 #include <qel/writer.h>

@@ -1,0 +1,82 @@
+// An oriented box: a center, three orthonormal axes (the columns of a rotation
+// matrix) and a half extent along each. Zero half extents give a rectangle,
+// a segment or a point.
+#pragma once
+
+#include <qel/boundingvolume.h>
+#include <qel/matrix3.h>
+
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+#include <utility>
+
+namespace qel
+{
+
+class QEL_API BoundingBox final : public BoundingVolume
+{
+public:
+    BoundingBox();
+    // Axis-aligned box between min and max (swapped components are sorted).
+    BoundingBox(const Vector3& min, const Vector3& max);
+    // axes must be a rotation; negative half extents are taken as 0.
+    BoundingBox(const Vector3& center, const Matrix3& axes, const Vector3& halfExtents);
+
+    // The axis-aligned box around every point; no points give a point box at
+    // the origin.
+    static BoundingBox FromPoints(const Vector3* points, unsigned int count);
+
+    const Vector3& GetCenter() const { return m_Center; }
+    const Matrix3& GetAxes() const { return m_Axes; }
+    const Vector3& GetHalfExtents() const { return m_HalfExtents; }
+    void Set(const Vector3& center, const Matrix3& axes, const Vector3& halfExtents);
+    // The corner with signs (bit 0: x, bit 1: y, bit 2: z; set means +).
+    Vector3 GetCorner(int index) const;
+    // The point of the box farthest along direction.
+    Vector3 Support(const Vector3& direction) const;
+    // The point of the box closest to point (point itself when inside).
+    Vector3 ClosestPoint(const Vector3& point) const;
+
+    bool Contains(const Vector3& point) const override;
+    float Distance(const Vector3& point) const override;
+    // Slabs in the box's frame; inline, so that bulk tests on a known box
+    // compile to straight code.
+    bool IntersectRay(const Ray& ray, float& t) const override
+    {
+        const Vector3 offset = ray.origin - m_Center;
+        float enter = 0.0f, leave = FLT_MAX;
+        for (int i = 0; i < 3; ++i)
+        {
+            const float o = m_Axes.columns[i].Dot(offset);
+            const float d = m_Axes.columns[i].Dot(ray.direction);
+            const float h = m_HalfExtents[i];
+            if (d == 0.0f)
+            {
+                if (std::fabs(o) > h)
+                    return false;
+                continue;
+            }
+            const float inv = 1.0f / d;
+            float t0 = (-h - o) * inv, t1 = (h - o) * inv;
+            if (t0 > t1)
+                std::swap(t0, t1);
+            enter = (std::max)(enter, t0);
+            leave = (std::min)(leave, t1);
+            if (enter > leave)
+                return false;
+        }
+        t = enter;
+        return true;
+    }
+    void Transform(const Matrix4& m) override;
+    void GetBounds(Vector3& min, Vector3& max) const override;
+    BoundingVolume* Clone() const override;
+
+private:
+    Vector3 m_Center;
+    Matrix3 m_Axes;
+    Vector3 m_HalfExtents;
+};
+
+} // namespace qel

@@ -1,0 +1,49 @@
+// A closed triangle mesh and the axis-aligned box around it. The volume is
+// the inside of the surface: a point is contained when it lies on a triangle
+// or when rays from it cross the surface an odd number of times. An open
+// mesh still answers, but its inside is then only as meaningful as the
+// crossing count.
+#pragma once
+
+#include <qel/boundingbox.h>
+#include <qel/boundingvolume.h>
+#include <qel/generalallocator.h>
+#include <qel/triangle.h>
+
+#include <vector>
+
+namespace qel
+{
+
+class QEL_API BoundingMesh final : public BoundingVolume
+{
+public:
+    typedef std::vector<Triangle, GeneralAllocator<Triangle>> TriangleList;
+
+    BoundingMesh();
+    BoundingMesh(const Triangle* triangles, unsigned int count);
+
+    const TriangleList& GetTriangles() const { return m_Triangles; }
+    void SetTriangles(const Triangle* triangles, unsigned int count);
+    // The axis-aligned box around every triangle (empty mesh: a point at 0).
+    const BoundingBox& GetBox() const { return m_Box; }
+
+    // An empty mesh contains nothing, is hit by nothing and lies at FLT_MAX
+    // from every point.
+    bool Contains(const Vector3& point) const override;
+    float Distance(const Vector3& point) const override;
+    bool IntersectRay(const Ray& ray, float& t) const override;
+    void Transform(const Matrix4& m) override;
+    void GetBounds(Vector3& min, Vector3& max) const override;
+    BoundingVolume* Clone() const override;
+
+private:
+    void UpdateBox();
+    // The first triangle hit along the ray, ignoring the inside.
+    bool FirstSurfaceHit(const Ray& ray, float& t) const;
+
+    TriangleList m_Triangles;
+    BoundingBox m_Box;
+};
+
+} // namespace qel

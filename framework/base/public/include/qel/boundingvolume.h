@@ -1,0 +1,72 @@
+// The interface every bounding volume answers: sphere, oriented box, capped
+// cylinder, closed triangle mesh, and the infinite volume.
+//
+// Volumes are closed sets: a point on the surface is contained, and two
+// volumes that only touch intersect. Every pair of kinds has its own exact
+// test (the infinite volume intersects everything); the convex pairs without
+// a closed form use a GJK distance query, so touching, zero-size and parallel
+// configurations need no extra handling from the caller.
+#pragma once
+
+#include <qel/allocationoperators.h>
+#include <qel/export.h>
+#include <qel/matrix4.h>
+#include <qel/ray.h>
+#include <qel/vector3.h>
+
+namespace qel
+{
+
+enum class BoundingVolumeType
+{
+    Sphere,
+    Box,
+    Cylinder,
+    Mesh,
+    Infinite,
+};
+
+class QEL_API BoundingVolume
+{
+public:
+    QEL_ALLOCATION_OPERATORS
+
+    virtual ~BoundingVolume();
+
+    BoundingVolumeType GetType() const { return m_Type; }
+
+    virtual bool Contains(const Vector3& point) const = 0;
+    // Euclidean distance from point to the volume; 0 inside.
+    virtual float Distance(const Vector3& point) const = 0;
+    // The first point of the ray inside the volume: t >= 0 in units of the
+    // ray's direction, 0 when the ray starts inside. A zero direction hits
+    // exactly when the origin is inside.
+    virtual bool IntersectRay(const Ray& ray, float& t) const = 0;
+    // The first point of the segment from start to end inside the volume, as
+    // a distance from start (0 when start is inside).
+    bool IntersectSegment(const Vector3& start, const Vector3& end, float& distance) const;
+    // True when the two volumes share at least one point.
+    bool Intersects(const BoundingVolume& other) const;
+    // Carries the volume through an affine transform (the last row of m is
+    // taken as 0 0 0 1). Rigid motions and uniform scales are exact; other
+    // transforms give a volume of the same kind that holds the exact image
+    // (sphere and cylinder radii grow by the largest stretch of m and a
+    // cylinder lengthens to hold its tilted caps; boxes are refitted around
+    // the sheared box).
+    virtual void Transform(const Matrix4& m) = 0;
+    // The axis-aligned box around the volume (the infinite volume returns
+    // -FLT_MAX and FLT_MAX).
+    virtual void GetBounds(Vector3& min, Vector3& max) const = 0;
+    // A copy of the volume, from the General allocator.
+    virtual BoundingVolume* Clone() const = 0;
+
+protected:
+    explicit BoundingVolume(BoundingVolumeType type) : m_Type(type) {}
+    BoundingVolume(const BoundingVolume&) = default;
+    BoundingVolume& operator=(const BoundingVolume&) = default;
+
+private:
+    BoundingVolumeType m_Type;
+};
+
+} // namespace qel
