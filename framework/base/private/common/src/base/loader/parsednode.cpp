@@ -1,0 +1,233 @@
+#include <qel/parsednode.h>
+
+#include <qel/outputfilestream.h>
+#include <qel/outputstream.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace qel
+{
+
+namespace
+{
+
+void Put(OutputStream& out, const char* text)
+{
+    if (text)
+        out.Write(text, u32(std::strlen(text)));
+}
+
+void Indent(OutputStream& out, u32 indent)
+{
+    for (u32 i = 0; i < indent; ++i)
+        out.Write("\t", 1);
+}
+
+} // namespace
+
+// ---- nodes -------------------------------------------------------------------
+
+ParsedNode::~ParsedNode() = default;
+
+ParsedRoot* ParsedNode::GetRoot()
+{
+    ParsedNode* node = this;
+    while (node->m_Parent)
+        node = node->m_Parent;
+    return node->m_Type == EntryType || node->m_Type == CommentType
+               ? nullptr
+               : static_cast<ParsedRoot*>(node);
+}
+
+void ParsedNode::PrintOut(const char* path)
+{
+    OutputFileStream out(path);
+    Print(out, 0);
+}
+
+void ParsedComment::Print(OutputStream& out, u32 indent)
+{
+    Indent(out, indent);
+    out.Write(";", 1);
+    Put(out, GetIdentifier());
+    out.Write("\r\n", 2);
+}
+
+// ---- entries -------------------------------------------------------------------
+
+void ParsedEntry::Print(OutputStream& out, u32 indent)
+{
+    Indent(out, indent);
+    Put(out, GetIdentifier());
+    if (!m_Parameters.empty())
+    {
+        out.Write("(", 1);
+        for (std::size_t i = 0; i < m_Parameters.size(); ++i)
+        {
+            if (i != 0)
+                out.Write(", ", 2);
+            if (const char* parameter = m_Parameters[i].Get())
+            {
+                out.Write("\"", 1);
+                Put(out, parameter);
+                out.Write("\"", 1);
+            }
+        }
+        out.Write(")", 1);
+    }
+    out.Write("\r\n", 2);
+}
+
+void ParsedEntry::AddParameter(const char* parameter)
+{
+    m_Parameters.emplace_back(parameter);
+}
+
+void ParsedEntry::AddParameter(const char* parameter, u32 index)
+{
+    if (index <= m_Parameters.size())
+        m_Parameters.insert(m_Parameters.begin() + index, ParsedString(parameter));
+}
+
+void ParsedEntry::ReleaseParameter(u32 index)
+{
+    if (index < m_Parameters.size())
+        m_Parameters.erase(m_Parameters.begin() + index);
+}
+
+// ---- roots ---------------------------------------------------------------------
+
+ParsedRoot::~ParsedRoot()
+{
+    ReleaseChildren();
+}
+
+void ParsedRoot::PrintChildren(OutputStream& out, u32 indent)
+{
+    for (ParsedNode* child : m_Children)
+        child->Print(out, indent);
+}
+
+void ParsedRoot::Print(OutputStream& out, u32 indent)
+{
+    PrintChildren(out, indent + 1);
+}
+
+void ParsedRoot::AddChild(ParsedNode* node)
+{
+    node->m_Parent = this;
+    m_Children.push_back(node);
+}
+
+void ParsedRoot::AddChild(ParsedNode* node, u32 index)
+{
+    if (index > m_Children.size())
+        return;
+    node->m_Parent = this;
+    m_Children.insert(m_Children.begin() + index, node);
+}
+
+void ParsedRoot::ReleaseChild(u32 index)
+{
+    if (index >= m_Children.size())
+        return;
+    ParsedNode* child = m_Children[index];
+    m_Children.erase(m_Children.begin() + index);
+    delete child;
+}
+
+void ParsedRoot::ReleaseChild(ParsedNode* node)
+{
+    const auto found = std::find(m_Children.begin(), m_Children.end(), node);
+    if (found != m_Children.end())
+        ReleaseChild(u32(found - m_Children.begin()));
+}
+
+void ParsedRoot::ReleaseChildren()
+{
+    for (ParsedNode* child : m_Children)
+        delete child;
+    m_Children.clear();
+}
+
+ParsedRoot* ParsedRoot::FindChild(const char* path)
+{
+    ParsedRoot* root = this;
+    for (const char* step = path;;)
+    {
+        const char* end = std::strchr(step, '^');
+        const std::size_t length = end ? std::size_t(end - step) : std::strlen(step);
+        const char* colon = static_cast<const char*>(std::memchr(step, ':', length));
+        const std::size_t idLength = colon ? std::size_t(colon - step) : length;
+        const char* name = colon ? colon + 1 : nullptr;
+        const std::size_t nameLength = colon ? length - idLength - 1 : 0;
+
+        ParsedRoot* match = nullptr;
+        for (ParsedNode* child : root->m_Children)
+        {
+            if (child->GetType() != SectionType)
+                continue;
+            const char* id = child->GetIdentifier();
+            if (!id || std::strncmp(id, step, idLength) != 0 || std::strlen(id) < idLength)
+                continue;
+            if (name && nameLength != 0)
+            {
+                const ParsedEntry* entry = static_cast<ParsedSection*>(child)->GetName();
+                const char* text = entry ? entry->GetIdentifier() : nullptr;
+                if (!text || !*text || std::strncmp(text, name, nameLength) != 0 ||
+                    std::strlen(text) < nameLength)
+                    continue;
+            }
+            match = static_cast<ParsedRoot*>(child);
+            break;
+        }
+        if (!match || !end)
+            return match;
+        root = match;
+        step = end + 1;
+    }
+}
+
+// ---- sections and files --------------------------------------------------------
+
+ParsedSection::~ParsedSection()
+{
+    delete m_Name;
+}
+
+void ParsedSection::SetName(ParsedEntry* name)
+{
+    if (name == m_Name)
+        return;
+    delete m_Name;
+    m_Name = name;
+    if (name)
+        name->m_Parent = this;
+}
+
+void ParsedSection::Print(OutputStream& out, u32 indent)
+{
+    Indent(out, indent);
+    out.Write("{", 1);
+    Put(out, GetIdentifier());
+    if (m_Name)
+    {
+        out.Write(":", 1);
+        m_Name->Print(out, 0);
+    }
+    else
+    {
+        out.Write("\r\n", 2);
+    }
+    PrintChildren(out, indent + 1);
+    Indent(out, indent);
+    out.Write("}\r\n", 3);
+}
+
+void ParsedFile::Print(OutputStream& out, u32 indent)
+{
+    PrintChildren(out, indent);
+}
+
+} // namespace qel

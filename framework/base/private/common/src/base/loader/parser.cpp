@@ -1,0 +1,396 @@
+#include <qel/parser.h>
+
+#include <qel/fileexception.h>
+#include <qel/generalallocator.h>
+#include <qel/inputfilestream.h>
+#include <qel/mem.h>
+#include <qel/parsednode.h>
+#include <qel/parsedstringpool.h>
+#include <qel/report.h>
+
+#include "base/core/singleton.h"
+
+#include <string>
+
+namespace qel
+{
+
+std::atomic<Parser*> Parser::ms_SingletonInstance{nullptr};
+
+namespace
+{
+
+// Syntax errors are reported in the "Base" category.
+const u32 kCategory = 2;
+
+typedef std::basic_string<char, std::char_traits<char>, GeneralAllocator<char>> Text;
+
+// Thrown past the reading steps once a syntax error was reported.
+struct Abandon
+{
+};
+
+// A pool reference taken by ReadString, given back on every path.
+struct Interned
+{
+    explicit Interned(const char* text) : text(text) {}
+    ~Interned()
+    {
+        if (text)
+            ParsedStringPool::Release(text);
+    }
+    Interned(const Interned&) = delete;
+    Interned& operator=(const Interned&) = delete;
+    const char* text;
+};
+
+} // namespace
+
+Parser* Parser::CreateSingletonInstance()
+{
+    ParsedStringPool::GetSingletonInstance(); // outlives the parser at exit
+    return Singleton<Parser, HeapStorage<Parser>>::Create(ms_SingletonInstance, "Parser");
+}
+
+Parser::Parser() : m_Position(0), m_Size(0), m_Stream(nullptr), m_Current(0)
+{
+    Initialize();
+}
+
+void Parser::InitializeSet(bool* set, bool value)
+{
+    for (int i = 0; i < 256; ++i)
+        set[i] = value;
+}
+
+void Parser::Initialize()
+{
+    m_ParsingComment = true;
+    InitializeSet(m_WordStart, true);
+    for (unsigned char c : {'\0', '{', '}', ':', '(', ')', ',', '"', ';'})
+        m_WordStart[c] = false;
+    InitializeSet(m_Stop[WhiteSpace], true);
+    for (unsigned char c : {'\t', '\n', '\r', ' '})
+        m_Stop[WhiteSpace][c] = false;
+    const char* stops[] = {nullptr, "\t\n\r (:}", "\t\n\r (}", "\"", "\t\n\r ,)"};
+    for (u32 set = SectionEnd; set <= WordEnd; ++set)
+    {
+        InitializeSet(m_Stop[set], false);
+        m_Stop[set][0] = true; // the end of the file stops every scan
+        for (const char* c = stops[set]; *c; ++c)
+            m_Stop[set][static_cast<unsigned char>(*c)] = true;
+    }
+}
+
+void Parser::SetParsingComment(bool parsing)
+{
+    GetSingletonInstance().m_ParsingComment = parsing;
+}
+
+// ---- reading primitives --------------------------------------------------------
+
+void Parser::MoveNext()
+{
+    if (m_Position == m_Size)
+    {
+        m_Current = 0;
+        return;
+    }
+    if (m_Stream->Read(&m_Current, 1) != 1)
+    {
+        m_Current = 0; // the file ended early: as at its end
+        m_Size = m_Position;
+        return;
+    }
+    ++m_Position;
+}
+
+u32 Parser::ReadUntil(u32 set)
+{
+    u32 passed = 0;
+    while (!m_Stop[set][static_cast<unsigned char>(m_Current)])
+    {
+        MoveNext();
+        ++passed;
+    }
+    return passed;
+}
+
+const char* Parser::ReadString(u32 set)
+{
+    char small[256];
+    Text large;
+    u32 length = 0;
+    while (!m_Stop[set][static_cast<unsigned char>(m_Current)])
+    {
+        if (length < sizeof small - 1)
+            small[length] = m_Current;
+        else
+        {
+            if (large.empty())
+                large.assign(small, length);
+            large.push_back(m_Current);
+        }
+        ++length;
+        MoveNext();
+    }
+    if (length == 0)
+        return nullptr;
+    if (length < sizeof small)
+    {
+        small[length] = 0;
+        return ParsedStringPool::Create(small, true);
+    }
+    return ParsedStringPool::Create(large.c_str(), true);
+}
+
+void Parser::SkipBatchComment(ParsedNode* at)
+{
+    // After ";*": up to a '*' directly followed by ';', which stays current.
+    for (;;)
+    {
+        if (m_Current == 0)
+            Fail("Missing end of batch comment \"*;\"", at);
+        if (m_Current == '*')
+        {
+            MoveNext();
+            if (m_Current == ';')
+                return;
+            continue;
+        }
+        MoveNext();
+    }
+}
+
+char Parser::ReadCode(ParsedRoot* parent)
+{
+    for (;;)
+    {
+        ReadUntil(WhiteSpace);
+        if (m_WordStart[static_cast<unsigned char>(m_Current)])
+            return 'a';
+        if (m_Current != ';')
+            return m_Current;
+        if (m_ParsingComment)
+        {
+            ParsedComment* comment = new ParsedComment;
+            parent->AddChild(comment);
+            Read(comment);
+            continue;
+        }
+        MoveNext();
+        if (m_Current == '*')
+        {
+            // The closing ';' is read again as a line comment: the rest of
+            // its line goes too.
+            MoveNext();
+            SkipBatchComment(parent);
+            continue;
+        }
+        while (m_Current != '\n' && m_Current != 0)
+            MoveNext();
+    }
+}
+
+// ---- the grammar ---------------------------------------------------------------
+
+void Parser::Read(ParsedComment* comment)
+{
+    MoveNext(); // the ';'
+    if (m_Current == '*')
+    {
+        MoveNext();
+        SkipBatchComment(comment->GetParent());
+        return;
+    }
+    Text text;
+    for (; m_Current != '\n' && m_Current != 0; MoveNext())
+        if (m_Current != '\r')
+            text.push_back(m_Current);
+    if (!text.empty())
+        comment->SetIdentifier(text.c_str());
+}
+
+void Parser::Read(ParsedFile* file)
+{
+    for (char c = ReadCode(file); c != 0; c = ReadCode(file))
+    {
+        if (c == '{')
+        {
+            MoveNext();
+            ParsedSection* section = new ParsedSection;
+            file->AddChild(section);
+            Read(section);
+        }
+        else if (c == 'a')
+        {
+            ParsedEntry* entry = new ParsedEntry;
+            file->AddChild(entry);
+            Read(entry);
+        }
+        else
+        {
+            Fail("Missing '{'", file);
+        }
+    }
+}
+
+void Parser::Read(ParsedSection* section)
+{
+    {
+        const Interned identifier(ReadString(SectionEnd));
+        if (!identifier.text)
+            Fail("Missing 'Section Identifier' after '{'", section);
+        section->SetIdentifier(identifier.text);
+    }
+    char c = ReadCode(section);
+    if (c == ':')
+        MoveNext();
+    if (c == ':' || c == '(')
+    {
+        ParsedEntry* name = new ParsedEntry;
+        section->SetName(name);
+        Read(name);
+    }
+    for (c = ReadCode(section); c != '}'; c = ReadCode(section))
+    {
+        if (c == '{')
+        {
+            MoveNext();
+            ParsedSection* child = new ParsedSection;
+            section->AddChild(child);
+            Read(child);
+        }
+        else if (c == 'a')
+        {
+            ParsedEntry* entry = new ParsedEntry;
+            section->AddChild(entry);
+            Read(entry);
+        }
+        else
+        {
+            Fail("Missing '}'", section);
+        }
+    }
+    MoveNext(); // the '}'
+}
+
+void Parser::Read(ParsedEntry* entry)
+{
+    ParsedRoot* parent = entry->GetParent();
+    bool named;
+    {
+        const Interned name(ReadString(EntryNameEnd));
+        named = name.text != nullptr;
+        if (named)
+            entry->SetIdentifier(name.text);
+    }
+    if (ReadCode(parent) != '(')
+    {
+        if (!named)
+            Fail("Missing 'Entry Name' after ':'", entry);
+        return;
+    }
+    MoveNext(); // the '('
+    for (;;)
+    {
+        const char c = ReadCode(parent);
+        if (c != 'a')
+            MoveNext();
+        if (c == ')')
+            break;
+        const char* text = nullptr;
+        if (c == '"')
+        {
+            text = ReadString(QuotedEnd);
+            MoveNext(); // the closing quote
+        }
+        else if (c == 'a')
+        {
+            text = ReadString(WordEnd);
+        }
+        else if (c != ',')
+        {
+            Fail("Missing ')'", entry);
+        }
+        const Interned parameter(text);
+        entry->AddParameter(parameter.text);
+        if (c == ',')
+        {
+            if (ReadCode(parent) == ')')
+                entry->AddParameter(nullptr); // a trailing comma
+        }
+        else if (ReadCode(parent) == ',')
+        {
+            MoveNext();
+            if (ReadCode(parent) == ')')
+                entry->AddParameter(nullptr);
+        }
+    }
+    if (entry->GetParameterCount() == 0)
+        entry->AddParameter(nullptr); // name() has one empty parameter
+}
+
+// ---- files and errors ----------------------------------------------------------
+
+ParsedFile* Parser::ParseFile(const char* path)
+{
+    Parser& parser = GetSingletonInstance();
+    InputFileStream* stream;
+    try
+    {
+        stream = new InputFileStream(path);
+    }
+    catch (const FileException&)
+    {
+        return nullptr;
+    }
+    ParsedFile* file = new ParsedFile;
+    file->SetIdentifier(path);
+    parser.m_Stream = stream;
+    parser.m_Position = 0;
+    parser.m_Size = stream->GetSize();
+    parser.MoveNext();
+    try
+    {
+        parser.Read(file);
+    }
+    catch (...)
+    {
+        parser.m_Stream = nullptr;
+        delete stream;
+        delete file;
+        return nullptr;
+    }
+    parser.m_Stream = nullptr;
+    delete stream;
+    return file;
+}
+
+void Parser::Fail(const char* message, ParsedNode* node)
+{
+    Text text(message);
+    text += "\n\nTree trace: ";
+    for (ParsedNode* at = node; at; at = at->GetParent())
+    {
+        if (at != node)
+            text += " <- ";
+        if (const char* identifier = at->GetIdentifier())
+            text += identifier;
+        if (at->GetType() == ParsedNode::SectionType)
+        {
+            const ParsedEntry* name = static_cast<ParsedSection*>(at)->GetName();
+            const char* named = name ? name->GetIdentifier() : nullptr;
+            if (named && *named)
+            {
+                text += " Named ";
+                text += named;
+            }
+        }
+    }
+    text += "\n";
+    QEL_FATAL_ERROR(kCategory, "%s", text.c_str());
+    throw Abandon();
+}
+
+} // namespace qel

@@ -1,0 +1,167 @@
+// The tree the parser builds from a sectioned text file: a file node holding
+// sections and entries, sections holding more of both and an optional name
+// entry, entries holding parameter lists, and comments when the parser keeps
+// them. Every text is a handle into the parsed string pool.
+//
+// A root owns its children and a section its name entry: destroying a node
+// destroys everything under it. Print writes the node back in the sectioned
+// text format, lines ending in CR LF and one tab per indent level:
+//   comment   ";" and its text
+//   entry     the name, then "(" the parameters ")" when it has any, each
+//             parameter between double quotes and separated by ", " (an
+//             empty parameter prints nothing, not even quotes)
+//   section   "{" the identifier, then ":" and the name entry when it has
+//             one; its children one level deeper; then "}"
+//   file      its children at the same level
+#pragma once
+
+#include <qel/allocationoperators.h>
+#include <qel/export.h>
+#include <qel/generalallocator.h>
+#include <qel/parsedstring.h>
+#include <qel/types.h>
+
+#include <vector>
+
+namespace qel
+{
+
+class OutputStream;
+class ParsedRoot;
+
+class QEL_API ParsedNode
+{
+public:
+    enum NodeType : u32
+    {
+        EntryType = 1,
+        SectionType = 3,
+        FileType = 4,
+        CommentType = 5,
+    };
+
+    QEL_ALLOCATION_OPERATORS
+
+    virtual ~ParsedNode();
+    virtual void Print(OutputStream& out, u32 indent) = 0;
+
+    u32 GetType() const { return m_Type; }
+    // Null when the node has none.
+    const char* GetIdentifier() const { return m_Identifier.Get(); }
+    void SetIdentifier(const char* identifier) { m_Identifier.Set(identifier); }
+    // Null for a node that is no one's child.
+    ParsedRoot* GetParent() const { return m_Parent; }
+    // The topmost ancestor; a node without parent is its own root (null when
+    // it is not a root).
+    ParsedRoot* GetRoot();
+    // Prints the node into a new file at the virtual path `path`.
+    void PrintOut(const char* path);
+
+protected:
+    explicit ParsedNode(u32 type) : m_Type(type), m_Parent(nullptr) {}
+    ParsedNode(const ParsedNode&) = delete;
+    ParsedNode& operator=(const ParsedNode&) = delete;
+
+private:
+    friend class ParsedRoot;
+    friend class ParsedSection;
+
+    u32 m_Type;
+    ParsedString m_Identifier;
+    ParsedRoot* m_Parent;
+};
+
+// A comment kept by the parser: its text is the identifier.
+class QEL_API ParsedComment : public ParsedNode
+{
+public:
+    ParsedComment() : ParsedNode(CommentType) {}
+    void Print(OutputStream& out, u32 indent) override;
+};
+
+class QEL_API ParsedEntry : public ParsedNode
+{
+public:
+    ParsedEntry() : ParsedNode(EntryType) {}
+    void Print(OutputStream& out, u32 indent) override;
+
+    u32 GetParameterCount() const { return u32(m_Parameters.size()); }
+    // Null for an empty parameter (and for an index out of range).
+    const char* GetParameter(u32 index) const
+    {
+        return index < m_Parameters.size() ? m_Parameters[index].Get() : nullptr;
+    }
+    // Null adds an empty parameter.
+    void AddParameter(const char* parameter);
+    // Inserts before `index`; an index above the count is ignored.
+    void AddParameter(const char* parameter, u32 index);
+    void ReleaseParameter(u32 index);
+    void ReleaseParameters() { m_Parameters.clear(); }
+
+private:
+    std::vector<ParsedString, GeneralAllocator<ParsedString>> m_Parameters;
+};
+
+class QEL_API ParsedRoot : public ParsedNode
+{
+public:
+    explicit ParsedRoot(u32 type) : ParsedNode(type) {}
+    ~ParsedRoot() override;
+    // A plain root prints its children one level deeper.
+    void Print(OutputStream& out, u32 indent) override;
+
+    u32 GetChildCount() const { return u32(m_Children.size()); }
+    ParsedNode* GetChild(u32 index) const
+    {
+        return index < m_Children.size() ? m_Children[index] : nullptr;
+    }
+    // Takes the node over and appends it.
+    void AddChild(ParsedNode* node);
+    // Inserts before `index`; an index above the count is ignored and the
+    // node is not added (nor taken over).
+    void AddChild(ParsedNode* node, u32 index);
+    // Remove and destroy one child, or all of them.
+    void ReleaseChild(u32 index);
+    void ReleaseChild(ParsedNode* node);
+    void ReleaseChildren();
+
+    // The section at `path` below this root: steps separated by '^', each a
+    // section identifier, optionally ':' and a name. A step matches the
+    // first child section whose identifier begins with the step's
+    // identifier and, with a name part, whose name entry's name begins with
+    // it (an empty name part matches any section). Null when a step
+    // matches nothing.
+    ParsedRoot* FindChild(const char* path);
+
+protected:
+    void PrintChildren(OutputStream& out, u32 indent);
+
+private:
+    std::vector<ParsedNode*, GeneralAllocator<ParsedNode*>> m_Children;
+};
+
+class QEL_API ParsedSection : public ParsedRoot
+{
+public:
+    ParsedSection() : ParsedRoot(SectionType), m_Name(nullptr) {}
+    ~ParsedSection() override;
+    void Print(OutputStream& out, u32 indent) override;
+
+    // The name entry, null when the section has none.
+    ParsedEntry* GetName() const { return m_Name; }
+    // Takes the entry over, destroying the one held before.
+    void SetName(ParsedEntry* name);
+
+private:
+    ParsedEntry* m_Name;
+};
+
+// The root of one parsed file; its identifier is the file's path.
+class QEL_API ParsedFile : public ParsedRoot
+{
+public:
+    ParsedFile() : ParsedRoot(FileType) {}
+    void Print(OutputStream& out, u32 indent) override;
+};
+
+} // namespace qel

@@ -1,0 +1,60 @@
+// A handle to one text of the parsed string pool (null for none). Building
+// one from a text interns it with a reference, a copy takes one more, and
+// Release or the destructor drops it.
+#pragma once
+
+#include <qel/export.h>
+#include <qel/parsedstringpool.h>
+
+#include <cstring>
+
+namespace qel
+{
+
+class ParsedString
+{
+public:
+    ParsedString() = default;
+    explicit ParsedString(const char* text) { Allocate(text); }
+    ParsedString(const ParsedString& other) { Allocate(other.m_Text); }
+    ParsedString& operator=(const ParsedString& other)
+    {
+        if (this != &other)
+            Set(other.m_Text);
+        return *this;
+    }
+    ~ParsedString() { Release(); }
+
+    const char* Get() const { return m_Text; }
+    void Set(const char* text)
+    {
+        const char* held = m_Text;
+        m_Text = nullptr;
+        Allocate(text);
+        if (held) // after taking the new one: `text` may be the text held
+            ParsedStringPool::Release(held);
+    }
+    void Release()
+    {
+        if (m_Text)
+            ParsedStringPool::Release(m_Text);
+        m_Text = nullptr;
+    }
+    // Compares the texts (a null text first).
+    bool operator<(const ParsedString& other) const
+    {
+        if (!m_Text || !other.m_Text)
+            return !m_Text && other.m_Text;
+        return std::strcmp(m_Text, other.m_Text) < 0;
+    }
+
+private:
+    void Allocate(const char* text)
+    {
+        m_Text = text ? ParsedStringPool::Create(text, true) : nullptr;
+    }
+
+    const char* m_Text = nullptr;
+};
+
+} // namespace qel

@@ -1,0 +1,79 @@
+// One process-wide pool of reference-counted texts: every identifier, name,
+// parameter and path of the parsed trees is interned here, so equal texts
+// share one copy and compare by pointer.
+//
+// Create interns a text and takes a reference: a text already pooled gets
+// one more reference and its pooled pointer is returned; a new text is
+// stored as a copy (copy true; "Malloc failed: no more available memory"
+// when the general allocator has no room) or as the caller's own pointer
+// (copy false: the pool frees it on the last release through the allocator
+// that owns it, if a page-based allocator of the library does; a literal is
+// left alone). With copy false and a
+// text already pooled, the pool adopts the caller's pointer and frees its
+// own copy. Search finds a text without taking a reference. Release drops
+// one reference; the last one removes the text and frees it.
+//
+// The pool is created on first use, from any static constructor too. It is
+// not locked: the parser, the loader and their handlers run on one thread.
+#pragma once
+
+#include <qel/allocationoperators.h>
+#include <qel/export.h>
+#include <qel/generalallocator.h>
+#include <qel/types.h>
+
+#include <atomic>
+#include <functional>
+#include <string_view>
+#include <unordered_map>
+
+namespace qel
+{
+
+class QEL_API ParsedStringPool
+{
+public:
+    QEL_ALLOCATION_OPERATORS
+
+    static const char* Create(const char* text, bool copy);
+    static const char* Search(const char* text);
+    static void Release(const char* text);
+    // The number of texts pooled.
+    static u32 GetCount();
+
+    static ParsedStringPool& GetSingletonInstance()
+    {
+        ParsedStringPool* instance = ms_SingletonInstance.load(std::memory_order_acquire);
+        return instance ? *instance : *CreateSingletonInstance();
+    }
+
+private:
+    template <class T, class Storage>
+    friend class Singleton;
+
+    struct Record
+    {
+        char* text;
+        u32 references;
+        bool copied; // stored by the pool, on the general allocator
+    };
+    // Keyed by the pooled text itself.
+    typedef std::unordered_map<std::string_view, Record, std::hash<std::string_view>,
+                               std::equal_to<std::string_view>,
+                               GeneralAllocator<std::pair<const std::string_view, Record>>>
+        Map;
+
+    ParsedStringPool() = default;
+    ~ParsedStringPool();
+    ParsedStringPool(const ParsedStringPool&) = delete;
+    ParsedStringPool& operator=(const ParsedStringPool&) = delete;
+
+    static ParsedStringPool* CreateSingletonInstance();
+    static void Free(const Record& record);
+
+    Map m_Texts;
+
+    static std::atomic<ParsedStringPool*> ms_SingletonInstance;
+};
+
+} // namespace qel

@@ -1,0 +1,115 @@
+// The parser of the sectioned text format.
+//
+//   ; a line comment, to the end of the line
+//   ;* a batch comment, over lines, up to *;  (the rest of that line too)
+//   {Object:Lamp("desk", 60)        a section: identifier, then a name entry
+//       Colour(255 200 90)          an entry: parameters by commas or spaces
+//       Shade("linen",,)            empty parameters, a trailing one too
+//       {Light Power(60)}           a nested section
+//   }
+//
+// A section is '{', its identifier, an optional name entry (after ':' or
+// starting with '('), then entries and sections up to '}'. An entry is its
+// name, which ends only at white space, '(', '}' or the end (so ':' ','
+// ')' and ';' can be part of it), then an optional parameter list: quoted
+// texts (white space kept), words, or nothing between two commas. `name()`
+// has one empty parameter, `name` none. Bytes 0x80-0xFF are ordinary word
+// characters.
+//
+// A syntax error is fatal: "Missing end of batch comment "*;"", "Missing
+// '{'", "Missing 'Section Identifier' after '{'", "Missing '}'", "Missing
+// 'Entry Name' after ':'" or "Missing ')'", followed by "\n\nTree trace: "
+// and the nodes being read, innermost first ("Sub <- Object Named Lamp <-
+// a.txt"), reported as a fatal error; if the host lets the process go on,
+// ParseFile gives up the file and returns null.
+//
+// One parser for the process, created on first use and not locked: files
+// are parsed by one thread at a time.
+#pragma once
+
+#include <qel/allocationoperators.h>
+#include <qel/export.h>
+#include <qel/types.h>
+
+#include <atomic>
+
+namespace qel
+{
+
+class InputStream;
+class ParsedComment;
+class ParsedEntry;
+class ParsedFile;
+class ParsedNode;
+class ParsedRoot;
+class ParsedSection;
+
+class QEL_API Parser
+{
+public:
+    QEL_ALLOCATION_OPERATORS
+
+    // The tree of the file at the virtual path `path`, which the caller
+    // owns; null when the file cannot be opened (no report) or holds a
+    // syntax error (reported).
+    static ParsedFile* ParseFile(const char* path);
+    // Keep comments in the tree as comment nodes (on at creation).
+    static void SetParsingComment(bool parsing);
+
+    static Parser& GetSingletonInstance()
+    {
+        Parser* instance = ms_SingletonInstance.load(std::memory_order_acquire);
+        return instance ? *instance : *CreateSingletonInstance();
+    }
+
+protected:
+    enum StopSet : u32
+    {
+        WhiteSpace = 0,   // ReadUntil: stops at anything but white space
+        SectionEnd = 1,   // end of a section identifier
+        EntryNameEnd = 2, // end of an entry name
+        QuotedEnd = 3,    // end of a quoted parameter
+        WordEnd = 4,      // end of an unquoted parameter
+    };
+
+    Parser();
+    void Initialize();
+    static void InitializeSet(bool* set, bool value);
+    char GetCurrent() const { return m_Current; }
+    void MoveNext();
+    u32 ReadUntil(u32 set);
+    // The text up to the stop byte, interned with a reference for the
+    // caller; null when the current byte stops it at once.
+    const char* ReadString(u32 set);
+    char ReadCode(ParsedRoot* parent);
+    void Read(ParsedFile* file);
+    void Read(ParsedSection* section);
+    // Comments met inside go to the entry's parent.
+    void Read(ParsedEntry* entry);
+    void Read(ParsedComment* comment);
+
+private:
+    template <class T, class Storage>
+    friend class Singleton;
+
+    ~Parser() = default;
+    Parser(const Parser&) = delete;
+    Parser& operator=(const Parser&) = delete;
+
+    static Parser* CreateSingletonInstance();
+    void SkipBatchComment(ParsedNode* at);
+    // Reports a syntax error at `node` and abandons the file.
+    [[noreturn]] void Fail(const char* message, ParsedNode* node);
+
+    u64 m_Position;
+    u64 m_Size;
+    InputStream* m_Stream;
+    char m_Current;
+    bool m_ParsingComment;
+    bool m_WordStart[256];
+    bool m_Stop[5][256];
+
+    static std::atomic<Parser*> ms_SingletonInstance;
+};
+
+} // namespace qel

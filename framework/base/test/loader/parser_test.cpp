@@ -1,0 +1,231 @@
+// The sectioned text parser and its tree: the grammar and its quirks,
+// comments, printing back, the six syntax errors with their tree trace, the
+// string pool and the section search.
+#include <qel/filemanager.h>
+#include <qel/outputmemorystream.h>
+#include <qel/parsednode.h>
+#include <qel/parsedstringpool.h>
+#include <qel/parser.h>
+
+#include "disk/disktest.h"
+#include "support/environment.h"
+#include "support/scriptedhost.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+using namespace qel;
+
+class ParserTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        char base[FileManager::PathSize];
+        FileManager::GetSingletonInstance().ResolveLocalPath(folder.Path().c_str(), base,
+                                                             sizeof base);
+        root = base;
+        Parser::SetParsingComment(false);
+    }
+    void TearDown() override { Parser::SetParsingComment(true); }
+
+    // Parses `text` as a file of the folder.
+    std::unique_ptr<ParsedFile> Parse(const std::string& text, const char* name = "a.txt")
+    {
+        disktest::WriteFile(folder.Path() + name, text);
+        return std::unique_ptr<ParsedFile>(Parser::ParseFile((root + name).c_str()));
+    }
+
+    // The parameters of an entry, "-" for an empty one.
+    static std::string Parameters(const ParsedNode* node)
+    {
+        const ParsedEntry* entry = static_cast<const ParsedEntry*>(node);
+        std::string all;
+        for (u32 i = 0; i < entry->GetParameterCount(); ++i)
+        {
+            const char* p = entry->GetParameter(i);
+            all += (i ? "|" : "") + std::string(p ? p : "-");
+        }
+        return all;
+    }
+
+    static std::string Printed(ParsedNode& node)
+    {
+        OutputMemoryStream out;
+        node.Print(out, 0);
+        out.Flush();
+        u32 size = 0;
+        const unsigned char* data = out.GetBuffer(size);
+        return std::string(reinterpret_cast<const char*>(data), size);
+    }
+
+    qeltest::TemporaryFolder folder;
+    std::string root;
+};
+
+TEST_F(ParserTest, GrammarAndItsQuirks)
+{
+    auto file = Parse("E(1, \"two words\",,4,)\nF(1 2) G() H\n"
+                      "odd:name,with)semi;colon(x)\n"
+                      "{Object:Lamp(a, b)\n\t{Light Power(60)}\n}\n"
+                      "{Bare(1)}{Empty}\xC3\xA9t\xC3\xA9(\xC3\xA0)");
+    ASSERT_TRUE(file);
+    ASSERT_EQ(file->GetChildCount(), 9u);
+    EXPECT_STREQ(file->GetChild(0)->GetIdentifier(), "E");
+    EXPECT_EQ(Parameters(file->GetChild(0)), "1|two words|-|4|-");
+    EXPECT_EQ(Parameters(file->GetChild(1)), "1|2");
+    EXPECT_EQ(Parameters(file->GetChild(2)), "-"); // G() has one empty parameter
+    EXPECT_EQ(static_cast<ParsedEntry*>(file->GetChild(3))->GetParameterCount(), 0u);
+    EXPECT_STREQ(file->GetChild(4)->GetIdentifier(), "odd:name,with)semi;colon");
+    EXPECT_EQ(Parameters(file->GetChild(4)), "x");
+
+    auto* object = static_cast<ParsedSection*>(file->GetChild(5));
+    ASSERT_EQ(object->GetType(), u32(ParsedNode::SectionType));
+    EXPECT_STREQ(object->GetIdentifier(), "Object");
+    ASSERT_TRUE(object->GetName());
+    EXPECT_STREQ(object->GetName()->GetIdentifier(), "Lamp");
+    EXPECT_EQ(Parameters(object->GetName()), "a|b");
+    auto* light = static_cast<ParsedSection*>(object->GetChild(0));
+    EXPECT_EQ(light->GetParent(), object);
+    EXPECT_EQ(light->GetRoot(), file.get());
+    EXPECT_EQ(Parameters(light->GetChild(0)), "60");
+
+    auto* bare = static_cast<ParsedSection*>(file->GetChild(6));
+    ASSERT_TRUE(bare->GetName()); // a name entry without a name
+    EXPECT_EQ(bare->GetName()->GetIdentifier(), nullptr);
+    EXPECT_EQ(Parameters(bare->GetName()), "1");
+    EXPECT_EQ(static_cast<ParsedSection*>(file->GetChild(7))->GetName(), nullptr);
+    EXPECT_STREQ(file->GetChild(8)->GetIdentifier(), "\xC3\xA9t\xC3\xA9"); // high bytes are words
+    EXPECT_STREQ(file->GetIdentifier(), (root + "a.txt").c_str());
+    EXPECT_EQ(Parse("")->GetChildCount(), 0u);
+}
+
+TEST_F(ParserTest, CommentsSkippedOrKept)
+{
+    const std::string text = "; note\nA\n;*batch\nover lines*; x\nB ;\nC ;**; rest\nD";
+    auto skipped = Parse(text);
+    ASSERT_TRUE(skipped);
+    std::vector<std::string> names;
+    for (u32 i = 0; i < skipped->GetChildCount(); ++i)
+        names.push_back(skipped->GetChild(i)->GetIdentifier());
+    // "x" after the batch comment and "rest" after ;**; go with their lines.
+    EXPECT_EQ(names, (std::vector<std::string>{"A", "B", "C", "D"}));
+
+    Parser::SetParsingComment(true);
+    auto kept = Parse("; note\r\nA\n;*a\nb*; x\n");
+    ASSERT_TRUE(kept);
+    ASSERT_EQ(kept->GetChildCount(), 4u);
+    EXPECT_EQ(kept->GetChild(0)->GetType(), u32(ParsedNode::CommentType));
+    EXPECT_STREQ(kept->GetChild(0)->GetIdentifier(), " note");
+    EXPECT_EQ(kept->GetChild(2)->GetIdentifier(), nullptr); // a batch comment keeps no text
+    EXPECT_STREQ(kept->GetChild(3)->GetIdentifier(), " x");
+    EXPECT_EQ(Printed(*kept), "; note\r\nA\r\n;\r\n; x\r\n");
+}
+
+TEST_F(ParserTest, PrintWritesTheFormatBack)
+{
+    auto file = Parse("{Object:Lamp(a, ,b)\nColour(255 200 90)\n{Light\nOn()}}\nTop");
+    ASSERT_TRUE(file);
+    EXPECT_EQ(Printed(*file), "{Object:Lamp(\"a\", , \"b\")\r\n"
+                              "\tColour(\"255\", \"200\", \"90\")\r\n"
+                              "\t{Light\r\n"
+                              "\t\tOn()\r\n"
+                              "\t}\r\n"
+                              "}\r\n"
+                              "Top\r\n");
+    // Printed text parses back to the same text.
+    auto again = Parse(Printed(*file), "b.txt");
+    ASSERT_TRUE(again);
+    EXPECT_EQ(Printed(*again), Printed(*file));
+}
+
+TEST_F(ParserTest, SyntaxErrorsAreFatalWithTheTreeTrace)
+{
+    const struct
+    {
+        const char* text;
+        const char* message;
+        const char* trace;
+    } cases[] = {
+        {"A ;* never closed", "Missing end of batch comment \"*;\"", ""},
+        {"}", "Missing '{'", ""},
+        {"{}", "Missing 'Section Identifier' after '{'", " <- "},
+        {"{Object:Lamp\n{Sub\nE(1)", "Missing '}'", "Sub <- Object Named Lamp <- "},
+        {"{A:}", "Missing 'Entry Name' after ':'", " <- A <- "},
+        {"{A\nE(1, 2", "Missing ')'", "E <- A <- "},
+    };
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(c.text);
+        qeltest::ScriptedHost host; // answers No: the process would end here
+        EXPECT_EQ(Parse(c.text), nullptr);
+        ASSERT_EQ(host.questions.size(), 1u);
+        const std::string expected =
+            std::string(c.message) + "\n\nTree trace: " + c.trace + root + "a.txt\n";
+        EXPECT_NE(host.questions[0].text.find(expected), std::string::npos)
+            << host.questions[0].text;
+        EXPECT_GE(host.exits, 1);
+    }
+    EXPECT_EQ(Parser::ParseFile((root + "missing.txt").c_str()), nullptr); // no report
+}
+
+TEST(ParsedStringPool, InternsSharesAndFrees)
+{
+    const u32 before = ParsedStringPool::GetCount();
+    char text[] = "pool test text";
+    const char* first = ParsedStringPool::Create(text, true);
+    EXPECT_NE(first, text);
+    EXPECT_EQ(ParsedStringPool::Create("pool test text", true), first);
+    EXPECT_EQ(ParsedStringPool::Search("pool test text"), first);
+    EXPECT_EQ(ParsedStringPool::Search("never interned"), nullptr);
+    EXPECT_EQ(ParsedStringPool::GetCount(), before + 1);
+    ParsedStringPool::Release(first);
+    EXPECT_EQ(ParsedStringPool::Search("pool test text"), first);
+    ParsedStringPool::Release(first);
+    EXPECT_EQ(ParsedStringPool::Search("pool test text"), nullptr);
+    EXPECT_EQ(ParsedStringPool::GetCount(), before);
+
+    ParsedString a("handle"), b(a);
+    EXPECT_EQ(a.Get(), b.Get());
+    b.Set("other");
+    EXPECT_TRUE(a < b);
+    a.Release();
+    EXPECT_EQ(a.Get(), nullptr);
+}
+
+TEST_F(ParserTest, FindChildMatchesPrefixesOfIdentifiersAndNames)
+{
+    auto file = Parse("E\n{Object:Desk}\n{Object:Lamp\n{Light:Main}\n{Light:Spare}}\n{Other}");
+    ASSERT_TRUE(file);
+    auto name = [](ParsedRoot* section)
+    {
+        const ParsedEntry* entry =
+            section ? static_cast<ParsedSection*>(section)->GetName() : nullptr;
+        return std::string(entry && entry->GetIdentifier() ? entry->GetIdentifier() : "-");
+    };
+    EXPECT_EQ(name(file->FindChild("Object")), "Desk");
+    EXPECT_EQ(name(file->FindChild("Object:")), "Desk");
+    EXPECT_EQ(name(file->FindChild("Obj:La")), "Lamp");
+    EXPECT_EQ(name(file->FindChild("Object:Lamp^Light:Sp")), "Spare");
+    EXPECT_EQ(file->FindChild("Object:Lamp^Light:None"), nullptr);
+    EXPECT_EQ(file->FindChild("E"), nullptr); // entries are not searched
+    EXPECT_STREQ(file->FindChild("Oth")->GetIdentifier(), "Other");
+
+    // Insertion by index: at the count appends, past it adds nothing.
+    ParsedEntry* last = new ParsedEntry;
+    file->AddChild(last, file->GetChildCount());
+    EXPECT_EQ(file->GetChild(file->GetChildCount() - 1), last);
+    ParsedEntry stray;
+    file->AddChild(&stray, file->GetChildCount() + 1);
+    EXPECT_EQ(stray.GetParent(), nullptr);
+    file->ReleaseChild(last);
+    EXPECT_EQ(file->GetChildCount(), 4u);
+}
+
+} // namespace
