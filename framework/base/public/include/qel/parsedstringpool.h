@@ -8,9 +8,8 @@
 // when the general allocator has no room) or as the caller's own pointer
 // (copy false: the pool frees it on the last release through the allocator
 // that owns it, if a page-based allocator of the library does; a literal is
-// left alone). With copy false and a
-// text already pooled, the pool adopts the caller's pointer and frees its
-// own copy. Search finds a text without taking a reference. Release drops
+// left alone). A text already pooled keeps its pooled pointer whatever
+// `copy` says: trees and handles may be holding it. Search finds a text without taking a reference. Release drops
 // one reference; the last one removes the text and frees it.
 //
 // The pool is created on first use, from any static constructor too. It is

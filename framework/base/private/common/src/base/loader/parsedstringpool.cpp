@@ -44,17 +44,10 @@ const char* ParsedStringPool::Create(const char* text, bool copy)
     const auto found = texts.find(key);
     if (found != texts.end())
     {
-        Record& record = found->second;
-        ++record.references;
-        if (copy || record.text == text)
-            return record.text;
-        // Adopt the caller's text; the key must point at it from now on.
-        const Record adopted{const_cast<char*>(text), record.references, false};
-        Record held = record;
-        texts.erase(found);
-        texts.emplace(std::string_view(text, key.size()), adopted);
-        Free(held);
-        return text;
+        // A text pooled already keeps its pointer, also when the caller
+        // offers its own: trees and handles may hold the pooled one.
+        ++found->second.references;
+        return found->second.text;
     }
     char* stored = const_cast<char*>(text);
     if (copy)
