@@ -16,6 +16,10 @@ const char kUsage[] = "usage: qeltool <command> [arguments]\n"
                       "                    (DATA_DIR defaults to ./samples)\n"
                       "  mounts            print the file manager's mount table\n"
                       "  resolve PATH...   print each virtual path's native path and mount\n"
+                      "  check FILE...     report the syntax errors of sectioned text files\n"
+                      "  print FILE        print a sectioned text file in its canonical form\n"
+                      "  find FILE^Type[:Name]...\n"
+                      "                    print the section a loader request finds\n"
                       "  stream PATH RATE [SECONDS]\n"
                       "                    read a file at RATE bytes per second (16M, 512k...)\n"
                       "                    through a streaming request, for at most SECONDS\n"
@@ -37,6 +41,7 @@ int Tour(int argc, char** argv)
     qeltool::TourThread(context);
     qeltool::TourFiles(context);
     qeltool::TourStreams(context);
+    qeltool::TourLoader(context);
     qeltool::TourStreaming(context);
     qeltool::TourSerialization(context);
     qeltool::TourArchive(context);
@@ -67,6 +72,12 @@ int main(int argc, char** argv)
     }
     if (std::strcmp(argv[1], "resolve") == 0)
         return qeltool::ResolvePaths(argc - 2, argv + 2);
+    if (std::strcmp(argv[1], "check") == 0)
+        return qeltool::CheckFiles(argc - 2, argv + 2);
+    if (std::strcmp(argv[1], "print") == 0)
+        return qeltool::PrintFile(argc - 2, argv + 2);
+    if (std::strcmp(argv[1], "find") == 0)
+        return qeltool::FindSection(argc - 2, argv + 2);
     if (std::strcmp(argv[1], "stream") == 0)
         return qeltool::StreamFile(argc - 2, argv + 2);
     if (std::strcmp(argv[1], "describe") == 0)

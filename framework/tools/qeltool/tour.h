@@ -20,6 +20,7 @@ void TourMemory(const TourContext& context);
 void TourThread(const TourContext& context);
 void TourFiles(const TourContext& context);
 void TourStreams(const TourContext& context);
+void TourLoader(const TourContext& context);
 void TourStreaming(const TourContext& context);
 void TourSerialization(const TourContext& context);
 void TourArchive(const TourContext& context);
@@ -30,6 +31,13 @@ void PrintMountTable();
 // qeltool resolve: each virtual path's native path and mount, or the error;
 // 1 when one of them is under no mount.
 int ResolvePaths(int count, char** paths);
+// qeltool check: each file's syntax errors as FILE:LINE:COLUMN: message;
+// 1 when a file is bad or unreadable.
+int CheckFiles(int count, char** paths);
+// qeltool print: the file in its canonical form.
+int PrintFile(int count, char** paths);
+// qeltool find FILE^Type:Name: the section, or 1 when it is not there.
+int FindSection(int count, char** requests);
 // qeltool stream PATH RATE [SECONDS]: streams a file of the system at RATE
 // bytes per second with a live progress line, then a summary; 2 on bad
 // arguments, 1 when the file cannot be opened.

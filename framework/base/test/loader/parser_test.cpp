@@ -173,6 +173,19 @@ TEST_F(ParserTest, SyntaxErrorsAreFatalWithTheTreeTrace)
         EXPECT_GE(host.exits, 1);
     }
     EXPECT_EQ(Parser::ParseFile((root + "missing.txt").c_str()), nullptr); // no report
+
+    // Checking reports nothing and tells where: here at the end of line 2.
+    disktest::WriteFile(folder.Path() + "c.txt", "{A\nE(1, 2");
+    ParseError error{};
+    EXPECT_EQ(Parser::CheckFile((root + "c.txt").c_str(), error), nullptr);
+    EXPECT_EQ(error.line, 2u);
+    EXPECT_EQ(error.column, 7u);
+    EXPECT_STREQ(error.message, "Missing ')'");
+    EXPECT_EQ(std::string(error.trace), "E <- A <- " + root + "c.txt");
+    disktest::WriteFile(folder.Path() + "d.txt", "{A\n  }}");
+    EXPECT_EQ(Parser::CheckFile((root + "d.txt").c_str(), error), nullptr);
+    EXPECT_EQ(error.line, 2u);
+    EXPECT_EQ(error.column, 4u); // the stray '}'
 }
 
 TEST(ParsedStringPool, InternsSharesAndFrees)

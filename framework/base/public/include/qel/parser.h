@@ -44,6 +44,15 @@ class ParsedNode;
 class ParsedRoot;
 class ParsedSection;
 
+// Where and what a syntax error is, for tools that check files.
+struct ParseError
+{
+    u32 line;   // from 1
+    u32 column; // from 1; one past the last byte at the end of the file
+    char message[64];
+    char trace[1024]; // innermost node first, cut to fit
+};
+
 class QEL_API Parser
 {
 public:
@@ -53,6 +62,9 @@ public:
     // owns; null when the file cannot be opened (no report) or holds a
     // syntax error (reported).
     static ParsedFile* ParseFile(const char* path);
+    // The same without the report: a syntax error fills `error` and gives
+    // null. With no syntax error `error` is untouched.
+    static ParsedFile* CheckFile(const char* path, ParseError& error);
     // Keep comments in the tree as comment nodes (on at creation).
     static void SetParsingComment(bool parsing);
 
@@ -97,6 +109,7 @@ private:
     Parser& operator=(const Parser&) = delete;
 
     static Parser* CreateSingletonInstance();
+    ParsedFile* Parse(const char* path, ParseError* error);
     void SkipBatchComment(ParsedNode* at);
     // Reports a syntax error at `node` and abandons the file.
     [[noreturn]] void Fail(const char* message, ParsedNode* node);
@@ -105,6 +118,9 @@ private:
     u64 m_Size;
     InputStream* m_Stream;
     char m_Current;
+    u32 m_Line;
+    u32 m_Column;
+    ParseError* m_Error; // while checking: where a syntax error goes
     bool m_ParsingComment;
     bool m_WordStart[256];
     bool m_Stop[5][256];

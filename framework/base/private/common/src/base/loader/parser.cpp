@@ -10,6 +10,7 @@
 
 #include "base/core/singleton.h"
 
+#include <cstdio>
 #include <string>
 
 namespace qel
@@ -52,7 +53,9 @@ Parser* Parser::CreateSingletonInstance()
     return Singleton<Parser, HeapStorage<Parser>>::Create(ms_SingletonInstance, "Parser");
 }
 
-Parser::Parser() : m_Position(0), m_Size(0), m_Stream(nullptr), m_Current(0)
+Parser::Parser()
+    : m_Position(0), m_Size(0), m_Stream(nullptr), m_Current(0), m_Line(1), m_Column(0),
+      m_Error(nullptr)
 {
     Initialize();
 }
@@ -91,11 +94,19 @@ void Parser::SetParsingComment(bool parsing)
 
 void Parser::MoveNext()
 {
+    if (m_Current == '\n')
+    {
+        ++m_Line;
+        m_Column = 0;
+    }
     if (m_Position == m_Size)
     {
+        if (m_Current != 0)
+            ++m_Column;
         m_Current = 0;
         return;
     }
+    ++m_Column;
     if (m_Stream->Read(&m_Current, 1) != 1)
     {
         m_Current = 0; // the file ended early: as at its end
@@ -335,7 +346,16 @@ void Parser::Read(ParsedEntry* entry)
 
 ParsedFile* Parser::ParseFile(const char* path)
 {
-    Parser& parser = GetSingletonInstance();
+    return GetSingletonInstance().Parse(path, nullptr);
+}
+
+ParsedFile* Parser::CheckFile(const char* path, ParseError& error)
+{
+    return GetSingletonInstance().Parse(path, &error);
+}
+
+ParsedFile* Parser::Parse(const char* path, ParseError* error)
+{
     InputFileStream* stream;
     try
     {
@@ -347,22 +367,25 @@ ParsedFile* Parser::ParseFile(const char* path)
     }
     ParsedFile* file = new ParsedFile;
     file->SetIdentifier(path);
-    parser.m_Stream = stream;
-    parser.m_Position = 0;
-    parser.m_Size = stream->GetSize();
-    parser.MoveNext();
+    m_Stream = stream;
+    m_Error = error;
+    m_Position = 0;
+    m_Size = stream->GetSize();
+    m_Current = 0;
+    m_Line = 1;
+    m_Column = 0;
+    MoveNext();
     try
     {
-        parser.Read(file);
+        Read(file);
     }
     catch (...)
     {
-        parser.m_Stream = nullptr;
-        delete stream;
         delete file;
-        return nullptr;
+        file = nullptr;
     }
-    parser.m_Stream = nullptr;
+    m_Stream = nullptr;
+    m_Error = nullptr;
     delete stream;
     return file;
 }
@@ -389,6 +412,16 @@ void Parser::Fail(const char* message, ParsedNode* node)
         }
     }
     text += "\n";
+    if (m_Error != nullptr)
+    {
+        m_Error->line = m_Line;
+        m_Error->column = m_Column;
+        std::snprintf(m_Error->message, sizeof m_Error->message, "%s", message);
+        const std::size_t at = text.find("Tree trace: ") + 12;
+        std::snprintf(m_Error->trace, sizeof m_Error->trace, "%.*s", int(text.size() - at - 1),
+                      text.c_str() + at);
+        throw Abandon();
+    }
     QEL_FATAL_ERROR(kCategory, "%s", text.c_str());
     throw Abandon();
 }

@@ -1,0 +1,160 @@
+// Tour section of the sectioned text format, and `qeltool check`, `print`
+// and `find`.
+#include "tour.h"
+
+#include <qel/filemanager.h>
+#include <qel/loader.h>
+#include <qel/outputmemorystream.h>
+#include <qel/parsednode.h>
+#include <qel/parser.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <string>
+
+namespace qeltool
+{
+
+namespace
+{
+
+// The virtual path of a path of the system.
+std::string Virtual(const char* local)
+{
+    std::error_code ignored;
+    const std::string absolute = std::filesystem::absolute(local, ignored).string();
+    char path[qel::FileManager::PathSize];
+    qel::FileManager::GetSingletonInstance().ResolveLocalPath(absolute.c_str(), path, sizeof path);
+    return path;
+}
+
+void PrintNode(qel::ParsedNode& node)
+{
+    qel::OutputMemoryStream out;
+    node.Print(out, 0);
+    out.Flush();
+    qel::u32 size = 0;
+    const unsigned char* text = out.GetBuffer(size);
+    std::fwrite(text, 1, size, stdout);
+}
+
+// Counts the objects of a scene and remembers the lamp's power.
+struct ObjectHandler : qel::LoaderHandler
+{
+    ObjectHandler() : LoaderHandler("Object") {}
+    void* Load(qel::ParsedSection* section, void* data) override
+    {
+        const qel::ParsedEntry* name = section->GetName();
+        std::printf("  the Object handler builds \"%s\" from %u entries and sections\n",
+                    name && name->GetIdentifier() ? name->GetIdentifier() : "",
+                    unsigned(section->GetChildCount()));
+        ++*static_cast<int*>(data);
+        return section;
+    }
+};
+
+} // namespace
+
+void TourLoader(const TourContext& context)
+{
+    Banner("sectioned text");
+    ObjectHandler objects;
+    const std::string file = Virtual((context.dataDir + "scene.txt").c_str());
+    qel::ParsedFile* tree = qel::Loader::GetFile(file.c_str());
+    if (tree == nullptr)
+    {
+        std::printf("cannot read %s\n", file.c_str());
+        return;
+    }
+    std::printf("%s parsed into %u top-level node(s); printed back:\n", file.c_str(),
+                unsigned(tree->GetChildCount()));
+    PrintNode(*tree);
+    int built = 0;
+    for (const char* request : {"^Scene^Object:La", "^Scene:Hall^Obj:Table", "^Scene^Object:Sofa"})
+    {
+        std::printf("request %s\n", request);
+        try
+        {
+            qel::Loader::Load((file + request).c_str(), &built);
+        }
+        catch (const qel::Loader::LoaderException& e)
+        {
+            std::printf("  %s\n", e.GetReason());
+        }
+    }
+    std::printf("%d object(s) built; the file was parsed once (%u cached)\n", built,
+                unsigned(qel::ParserPool::GetCachedFileCount()));
+    qel::Loader::ReleaseCachedFiles();
+}
+
+int CheckFiles(int count, char** paths)
+{
+    int status = count > 0 ? 0 : 2;
+    if (count == 0)
+        std::fprintf(stderr, "qeltool check: no file given\n");
+    for (int i = 0; i < count; ++i)
+    {
+        qel::ParseError error{};
+        qel::ParsedFile* file = qel::Parser::CheckFile(Virtual(paths[i]).c_str(), error);
+        if (file != nullptr)
+        {
+            delete file;
+            continue;
+        }
+        status = 1;
+        if (error.line == 0)
+            std::fprintf(stderr, "%s: cannot be read\n", paths[i]);
+        else
+            std::fprintf(stderr, "%s:%u:%u: %s\n  tree trace: %s\n", paths[i], unsigned(error.line),
+                         unsigned(error.column), error.message, error.trace);
+    }
+    return status;
+}
+
+int PrintFile(int count, char** paths)
+{
+    if (count != 1)
+    {
+        std::fprintf(stderr, "usage: qeltool print FILE\n");
+        return 2;
+    }
+    qel::ParseError error{};
+    qel::ParsedFile* file = qel::Parser::CheckFile(Virtual(paths[0]).c_str(), error);
+    if (file == nullptr)
+        return CheckFiles(1, paths);
+    PrintNode(*file);
+    delete file;
+    return 0;
+}
+
+int FindSection(int count, char** requests)
+{
+    if (count != 1 || std::string(requests[0]).find('^') == std::string::npos)
+    {
+        std::fprintf(stderr, "usage: qeltool find FILE^Type[:Name][^Type[:Name]...]\n");
+        return 2;
+    }
+    const std::string request = requests[0];
+    const std::size_t caret = request.find('^');
+    std::string path = request.substr(0, caret);
+    qel::ParseError error{};
+    qel::ParsedFile* file = qel::Parser::CheckFile(Virtual(path.c_str()).c_str(), error);
+    if (file == nullptr)
+    {
+        char* paths[] = {&path[0]};
+        return CheckFiles(1, paths);
+    }
+    qel::ParsedRoot* section = file->FindChild(request.c_str() + caret + 1);
+    int status = 0;
+    if (section != nullptr)
+        PrintNode(*section);
+    else
+    {
+        std::printf("%s: no such section\n", request.c_str());
+        status = 1;
+    }
+    delete file;
+    return status;
+}
+
+} // namespace qeltool
