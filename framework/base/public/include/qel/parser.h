@@ -121,6 +121,10 @@ private:
     u32 m_Line;
     u32 m_Column;
     ParseError* m_Error; // while checking: where a syntax error goes
+    // The stream is read in blocks; MoveNext takes one byte of the block.
+    const unsigned char* m_Next;
+    const unsigned char* m_End;
+    unsigned char m_Block[16384];
     bool m_ParsingComment;
     bool m_WordStart[256];
     bool m_Stop[5][256];

@@ -55,7 +55,7 @@ Parser* Parser::CreateSingletonInstance()
 
 Parser::Parser()
     : m_Position(0), m_Size(0), m_Stream(nullptr), m_Current(0), m_Line(1), m_Column(0),
-      m_Error(nullptr)
+      m_Error(nullptr), m_Next(nullptr), m_End(nullptr)
 {
     Initialize();
 }
@@ -107,12 +107,18 @@ void Parser::MoveNext()
         return;
     }
     ++m_Column;
-    if (m_Stream->Read(&m_Current, 1) != 1)
+    if (m_Next == m_End)
     {
-        m_Current = 0; // the file ended early: as at its end
-        m_Size = m_Position;
-        return;
+        m_Next = m_Block;
+        m_End = m_Block + m_Stream->Read(m_Block, sizeof m_Block);
+        if (m_Next == m_End)
+        {
+            m_Current = 0; // the file ended early: as at its end
+            m_Size = m_Position;
+            return;
+        }
     }
+    m_Current = char(*m_Next++);
     ++m_Position;
 }
 
@@ -374,6 +380,7 @@ ParsedFile* Parser::Parse(const char* path, ParseError* error)
     m_Current = 0;
     m_Line = 1;
     m_Column = 0;
+    m_Next = m_End = m_Block;
     MoveNext();
     try
     {
