@@ -9,8 +9,9 @@
 // (copy false: the pool frees it on the last release through the allocator
 // that owns it, if a page-based allocator of the library does; a literal is
 // left alone). A text already pooled keeps its pooled pointer whatever
-// `copy` says: trees and handles may be holding it. Search finds a text without taking a reference. Release drops
-// one reference; the last one removes the text and frees it.
+// `copy` says: trees and handles may be holding it. Search finds a text
+// without taking a reference. Release drops one reference; the last one
+// removes the text and frees it.
 //
 // The pool is created on first use, from any static constructor too. It is
 // not locked: the parser, the loader and their handlers run on one thread.
