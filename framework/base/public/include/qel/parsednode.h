@@ -13,6 +13,9 @@
 //   section   "{" the identifier, then ":" and the name entry when it has
 //             one; its children one level deeper; then "}"
 //   file      its children at the same level
+// The format has no escape: a parameter that holds a double quote (an
+// unquoted word may) prints as it is and does not read back the same, nor
+// does a comment whose text begins with '*' (it reads as a batch comment).
 #pragma once
 
 #include <qel/allocationoperators.h>

@@ -1,0 +1,149 @@
+// The sectioned text parser on any bytes, and the section search on the
+// tree. A file either parses or gives a syntax error with its line and
+// column, never a crash. A tree printed back parses again and prints the
+// same text (printing is the canonical form), unless it holds what the
+// format cannot write back (see CannotReadBack).
+#include <qel/filemanager.h>
+#include <qel/outputstream.h>
+#include <qel/parsednode.h>
+#include <qel/parser.h>
+#include <qel/provider.h>
+
+#include "fuzzhost.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+
+namespace
+{
+
+// Collects what is written into a string.
+class Collect : public qel::Provider
+{
+public:
+    Collect() { m_Open = true; }
+    void Request(qel::u32, unsigned char*& block, unsigned char*& current,
+                 unsigned char*& end) override
+    {
+        block = current = m_Block;
+        end = m_Block + sizeof m_Block;
+    }
+    void Return(void* block, void* end) override
+    {
+        text.append(static_cast<const char*>(block),
+                    static_cast<const char*>(end) - static_cast<const char*>(block));
+    }
+    void Return(void* block) override { Return(block, m_Block + sizeof m_Block); }
+
+    std::string text;
+
+private:
+    unsigned char m_Block[4096];
+};
+
+class TextStream : public qel::OutputStream
+{
+public:
+    TextStream() : OutputStream(&collect) {}
+    ~TextStream() override { Finish(); }
+    Collect collect;
+};
+
+std::string Printed(qel::ParsedNode& node)
+{
+    TextStream out;
+    node.Print(out, 0);
+    out.Flush();
+    return out.collect.text;
+}
+
+struct Scratch
+{
+    Scratch()
+    {
+        local = (std::filesystem::temp_directory_path() / "qel-parser-fuzz.txt").string();
+        char path[qel::FileManager::PathSize];
+        qel::FileManager::GetSingletonInstance().ResolveLocalPath(local.c_str(), path, sizeof path);
+        virtualPath = path;
+    }
+    std::unique_ptr<qel::ParsedFile> Parse(const std::string& text, qel::ParseError& error)
+    {
+        std::ofstream(local, std::ios::binary | std::ios::trunc) << text;
+        return std::unique_ptr<qel::ParsedFile>(qel::Parser::CheckFile(virtualPath.c_str(), error));
+    }
+    std::string local, virtualPath;
+};
+
+// What the format cannot write back, having no escape: a parameter holding
+// a double quote (it prints between quotes as it is), and a comment whose
+// text begins with '*' (the line comment ";*..." reads as a batch comment;
+// the carriage returns it lost can make one).
+bool CannotReadBack(qel::ParsedNode& node)
+{
+    if (node.GetType() == qel::ParsedNode::EntryType)
+    {
+        const qel::ParsedEntry& entry = static_cast<qel::ParsedEntry&>(node);
+        for (qel::u32 i = 0; i < entry.GetParameterCount(); ++i)
+            if (entry.GetParameter(i) && std::strchr(entry.GetParameter(i), '"'))
+                return true;
+        return false;
+    }
+    if (node.GetType() == qel::ParsedNode::CommentType)
+        return node.GetIdentifier() && node.GetIdentifier()[0] == '*';
+    qel::ParsedRoot& root = static_cast<qel::ParsedRoot&>(node);
+    if (node.GetType() == qel::ParsedNode::SectionType)
+        if (qel::ParsedEntry* name = static_cast<qel::ParsedSection&>(node).GetName())
+            if (CannotReadBack(*name))
+                return true;
+    for (qel::u32 i = 0; i < root.GetChildCount(); ++i)
+        if (CannotReadBack(*root.GetChild(i)))
+            return true;
+    return false;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    qelfuzz::QuietHost::Install();
+    static Scratch scratch;
+    // The first byte says whether comments are kept; the rest is the file.
+    qel::Parser::SetParsingComment(size > 0 && (data[0] & 1));
+    const std::string text(reinterpret_cast<const char*>(data) + (size > 0),
+                           size > 0 ? size - 1 : 0);
+    qel::ParseError error{};
+    std::unique_ptr<qel::ParsedFile> tree = scratch.Parse(text, error);
+    if (!tree)
+    {
+        if (error.line == 0 || error.column == 0 || error.message[0] == 0)
+            std::abort(); // a file that is there fails only with a syntax error
+        return 0;
+    }
+    // Searching never fails on any path made of the input's own names.
+    if (tree->GetChildCount() > 0 && tree->GetChild(0)->GetIdentifier())
+        tree->FindChild(tree->GetChild(0)->GetIdentifier());
+    tree->FindChild(text.c_str());
+
+    if (CannotReadBack(*tree))
+        return 0;
+    const std::string printed = Printed(*tree);
+    qel::ParseError again{};
+    std::unique_ptr<qel::ParsedFile> reparsed = scratch.Parse(printed, again);
+    if (!reparsed)
+    {
+        std::fprintf(stderr, "parser fuzz: the printed tree does not parse: %s at %u:%u\n",
+                     again.message, unsigned(again.line), unsigned(again.column));
+        std::abort();
+    }
+    if (Printed(*reparsed) != printed)
+    {
+        std::fprintf(stderr, "parser fuzz: printing is not stable\n");
+        std::abort();
+    }
+    return 0;
+}
