@@ -19,13 +19,9 @@
 
 #include <qel/allocationoperators.h>
 #include <qel/export.h>
-#include <qel/generalallocator.h>
 #include <qel/types.h>
 
 #include <atomic>
-#include <functional>
-#include <string_view>
-#include <unordered_map>
 
 namespace qel
 {
@@ -36,6 +32,9 @@ public:
     QEL_ALLOCATION_OPERATORS
 
     static const char* Create(const char* text, bool copy);
+    // The first `length` characters of `text` (no zero inside; with copy
+    // false, text[length] must be the terminating zero).
+    static const char* Create(const char* text, u32 length, bool copy);
     static const char* Search(const char* text);
     static void Release(const char* text);
     // The number of texts pooled.
@@ -51,27 +50,33 @@ private:
     template <class T, class Storage>
     friend class Singleton;
 
-    struct Record
+    // One slot of the open-addressing table: empty (no text), a text, or
+    // a tombstone left by a removal (kRemoved) that lookups step over.
+    struct Slot
     {
         char* text;
+        u32 hash;
+        u32 length;
         u32 references;
         bool copied; // stored by the pool, on the general allocator
     };
-    // Keyed by the pooled text itself.
-    typedef std::unordered_map<std::string_view, Record, std::hash<std::string_view>,
-                               std::equal_to<std::string_view>,
-                               GeneralAllocator<std::pair<const std::string_view, Record>>>
-        Map;
 
-    ParsedStringPool() = default;
+    ParsedStringPool() : m_Slots(nullptr), m_Capacity(0), m_Used(0), m_Count(0) {}
     ~ParsedStringPool();
     ParsedStringPool(const ParsedStringPool&) = delete;
     ParsedStringPool& operator=(const ParsedStringPool&) = delete;
 
     static ParsedStringPool* CreateSingletonInstance();
-    static void Free(const Record& record);
+    static void Free(const Slot& slot);
+    // The slot holding the text, or the empty slot where it would go.
+    Slot* Find(const char* text, u32 length, u32 hash);
+    // Doubles the table (or makes the first one); false without memory.
+    bool Grow();
 
-    Map m_Texts;
+    Slot* m_Slots;
+    u32 m_Capacity; // a power of two
+    u32 m_Used;     // texts and tombstones
+    u32 m_Count;    // texts
 
     static std::atomic<ParsedStringPool*> ms_SingletonInstance;
 };

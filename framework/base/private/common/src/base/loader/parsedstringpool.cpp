@@ -6,6 +6,7 @@
 
 #include "base/core/singleton.h"
 
+#include <cstdint>
 #include <cstring>
 
 namespace qel
@@ -21,67 +22,150 @@ ParsedStringPool* ParsedStringPool::CreateSingletonInstance()
                                                                               "ParsedStringPool");
 }
 
-ParsedStringPool::~ParsedStringPool()
+namespace
 {
-    for (auto& entry : m_Texts)
-        Free(entry.second);
+
+char* const kRemoved = reinterpret_cast<char*>(std::uintptr_t(1));
+
+bool Holds(const char* text)
+{
+    return text != nullptr && text != kRemoved;
 }
 
-void ParsedStringPool::Free(const Record& record)
+// FNV-1a: the texts are short identifiers and numbers.
+u32 Hash(const char* text, u32 length)
+{
+    u32 hash = 2166136261u;
+    for (u32 i = 0; i < length; ++i)
+        hash = (hash ^ static_cast<unsigned char>(text[i])) * 16777619u;
+    return hash;
+}
+
+} // namespace
+
+ParsedStringPool::~ParsedStringPool()
+{
+    for (u32 i = 0; i < m_Capacity; ++i)
+        if (Holds(m_Slots[i].text))
+            Free(m_Slots[i]);
+    if (m_Slots)
+        Mem::GetGeneralAlloc()->Free(m_Slots);
+}
+
+void ParsedStringPool::Free(const Slot& slot)
 {
     // A text the pool was handed goes back to the allocator that owns it,
     // if one does: a literal handed over is left alone.
-    Allocator* owner = record.copied ? Mem::GetGeneralAlloc()
-                                     : PageManager::GetSingletonInstance().FindOwner(record.text);
+    Allocator* owner = slot.copied ? Mem::GetGeneralAlloc()
+                                   : PageManager::GetSingletonInstance().FindOwner(slot.text);
     if (owner != nullptr)
-        owner->Free(record.text);
+        owner->Free(slot.text);
+}
+
+ParsedStringPool::Slot* ParsedStringPool::Find(const char* text, u32 length, u32 hash)
+{
+    Slot* reusable = nullptr;
+    for (u32 i = hash & (m_Capacity - 1);; i = (i + 1) & (m_Capacity - 1))
+    {
+        Slot& slot = m_Slots[i];
+        if (slot.text == nullptr)
+            return reusable ? reusable : &slot;
+        if (slot.text == kRemoved)
+        {
+            if (!reusable)
+                reusable = &slot;
+        }
+        else if (slot.text == text || (slot.hash == hash && slot.length == length &&
+                                       std::memcmp(slot.text, text, length) == 0))
+        {
+            return &slot;
+        }
+    }
+}
+
+bool ParsedStringPool::Grow()
+{
+    const u32 capacity = m_Capacity ? m_Capacity * 2 : 1024;
+    Slot* slots = static_cast<Slot*>(Mem::GetGeneralAlloc()->Malloc(u32(capacity * sizeof(Slot))));
+    if (slots == nullptr)
+        return false; // reported by the allocator
+    std::memset(slots, 0, capacity * sizeof(Slot));
+    Slot* old = m_Slots;
+    const u32 oldCapacity = m_Capacity;
+    m_Slots = slots;
+    m_Capacity = capacity;
+    m_Used = m_Count;
+    for (u32 i = 0; i < oldCapacity; ++i)
+        if (Holds(old[i].text))
+            *Find(old[i].text, old[i].length, old[i].hash) = old[i];
+    if (old)
+        Mem::GetGeneralAlloc()->Free(old);
+    return true;
 }
 
 const char* ParsedStringPool::Create(const char* text, bool copy)
 {
-    Map& texts = GetSingletonInstance().m_Texts;
-    const std::string_view key(text);
-    const auto found = texts.find(key);
-    if (found != texts.end())
+    return Create(text, u32(std::strlen(text)), copy);
+}
+
+const char* ParsedStringPool::Create(const char* text, u32 length, bool copy)
+{
+    ParsedStringPool& pool = GetSingletonInstance();
+    const u32 hash = Hash(text, length);
+    if ((pool.m_Used + 1) * 2 > pool.m_Capacity && !pool.Grow())
+        return nullptr;
+    Slot* slot = pool.Find(text, length, hash);
+    if (Holds(slot->text))
     {
         // A text pooled already keeps its pointer, also when the caller
         // offers its own: trees and handles may hold the pooled one.
-        ++found->second.references;
-        return found->second.text;
+        ++slot->references;
+        return slot->text;
     }
     char* stored = const_cast<char*>(text);
     if (copy)
     {
-        stored = static_cast<char*>(Mem::GetGeneralAlloc()->Malloc(u32(key.size() + 1)));
+        stored = static_cast<char*>(Mem::GetGeneralAlloc()->Malloc(length + 1));
         if (stored == nullptr)
             return nullptr; // reported by the allocator
-        std::memcpy(stored, text, key.size() + 1);
+        std::memcpy(stored, text, length);
+        stored[length] = 0;
     }
-    texts.emplace(std::string_view(stored, key.size()), Record{stored, 1, copy});
+    if (slot->text == nullptr)
+        ++pool.m_Used;
+    *slot = Slot{stored, hash, length, 1, copy};
+    ++pool.m_Count;
     return stored;
 }
 
 const char* ParsedStringPool::Search(const char* text)
 {
-    Map& texts = GetSingletonInstance().m_Texts;
-    const auto found = texts.find(std::string_view(text));
-    return found == texts.end() ? nullptr : found->second.text;
+    ParsedStringPool& pool = GetSingletonInstance();
+    if (pool.m_Count == 0)
+        return nullptr;
+    const u32 length = u32(std::strlen(text));
+    const Slot* slot = pool.Find(text, length, Hash(text, length));
+    return Holds(slot->text) ? slot->text : nullptr;
 }
 
 void ParsedStringPool::Release(const char* text)
 {
-    Map& texts = GetSingletonInstance().m_Texts;
-    const auto found = texts.find(std::string_view(text));
-    if (found == texts.end() || --found->second.references != 0)
+    ParsedStringPool& pool = GetSingletonInstance();
+    if (pool.m_Count == 0)
         return;
-    const Record record = found->second;
-    texts.erase(found);
-    Free(record);
+    const u32 length = u32(std::strlen(text));
+    Slot* slot = pool.Find(text, length, Hash(text, length));
+    if (!Holds(slot->text) || --slot->references != 0)
+        return;
+    const Slot removed = *slot;
+    slot->text = kRemoved;
+    --pool.m_Count;
+    Free(removed);
 }
 
 u32 ParsedStringPool::GetCount()
 {
-    return u32(GetSingletonInstance().m_Texts.size());
+    return GetSingletonInstance().m_Count;
 }
 
 } // namespace qel

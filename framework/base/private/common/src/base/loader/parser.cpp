@@ -154,11 +154,8 @@ const char* Parser::ReadString(u32 set)
     if (length == 0)
         return nullptr;
     if (length < sizeof small)
-    {
-        small[length] = 0;
-        return ParsedStringPool::Create(small, true);
-    }
-    return ParsedStringPool::Create(large.c_str(), true);
+        return ParsedStringPool::Create(small, length, true);
+    return ParsedStringPool::Create(large.c_str(), length, true);
 }
 
 void Parser::SkipBatchComment(ParsedNode* at)
