@@ -172,6 +172,14 @@ TEST(Strings, LengthThenCharactersAndLongOnesAreCutInStep)
     u32 after = 0;
     reader.Serialize(after);
     EXPECT_EQ(after, 0x11223344u);
+
+    // A length that lies: the text is what the data holds, and the reading
+    // stops at the end of the data.
+    qeltest::BytesInputStream lying(Bytes{0xF0, 0xFF, 0xFF, 0xFF, 'x', 'y'});
+    qel::BinaryReader liar(&lying, nullptr);
+    char text[8] = "1234567";
+    EXPECT_EQ(qel::ReadString(liar, text, sizeof text), 2u);
+    EXPECT_STREQ(text, "xy");
 }
 
 } // namespace

@@ -131,6 +131,27 @@ TEST_F(FileStreamTest, EmptyFileReadsNothingFromTheFirstBulkRead)
     EXPECT_EQ(in.Read(buffer, sizeof buffer), 0u);
 }
 
+TEST_F(FileStreamTest, ValuesReadPastTheEndAreZeroAndLeaveTheStreamSound)
+{
+    {
+        OutputFileStream out(Virtual("three.bin").c_str());
+        out.Write("abc", 3);
+    }
+    InputFileStream in(Virtual("three.bin").c_str());
+    unsigned char bytes[3];
+    ASSERT_EQ(in.Read(bytes, 3), 3u);
+    unsigned char byte = 0xEE;
+    in.Read(byte);
+    EXPECT_EQ(byte, 0u);
+    u32 word = 0xEEEEEEEEu;
+    in.Read(word);
+    EXPECT_EQ(word, 0u);
+    EXPECT_EQ(in.GetPosition(), 3u);
+    unsigned char buffer[70000]; // a direct read, then a block read, both at the end
+    EXPECT_EQ(in.Read(buffer, sizeof buffer), 0u);
+    EXPECT_EQ(in.Read(buffer, 16), 0u);
+}
+
 TEST_F(FileStreamTest, OpeningAMissingFileThrowsTheFileManagersException)
 {
     EXPECT_THROW(InputFileStream(Virtual("missing.bin").c_str()), qel::FileNotFoundException);

@@ -190,7 +190,8 @@ QEL_API u32 WriteString(Serializer& serializer, const char* text, u32 length);
 // Reads a string written by WriteString into `buffer`, keeping at most
 // `capacity - 1` characters and always terminating it (when `capacity` is
 // not 0); the characters that do not fit are read and dropped, so the
-// stream stays in step. Returns the stored length.
+// stream stays in step. A reader whose data ends early stops there: the
+// text is what was read. Returns the stored length.
 QEL_API u32 ReadString(Serializer& serializer, char* buffer, u32 capacity);
 
 } // namespace qel

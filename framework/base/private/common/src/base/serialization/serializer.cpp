@@ -132,15 +132,20 @@ u32 ReadString(Serializer& serializer, char* buffer, u32 capacity)
 {
     u32 length = 0;
     serializer.Serialize(length);
-    const u32 kept = capacity == 0 ? 0 : (length < capacity ? length : capacity - 1);
-    serializer.Serialize(buffer, kept, 1);
+    u32 kept = capacity == 0 ? 0 : (length < capacity ? length : capacity - 1);
+    const u32 read = serializer.Serialize(buffer, kept, 1);
+    if (read < kept)
+        kept = read; // the data ended: only what was read is the text
     if (capacity != 0)
         buffer[kept] = 0;
+    // A reader that reaches the end of its data reads fewer characters than
+    // asked: a length that lies then stops here, not after 4 G reads.
     char dropped[256];
     for (u32 left = length - kept; left > 0;)
     {
         const u32 chunk = left < sizeof dropped ? left : u32(sizeof dropped);
-        serializer.Serialize(dropped, chunk, 1);
+        if (serializer.Serialize(dropped, chunk, 1) < chunk)
+            break;
         left -= chunk;
     }
     return kept;

@@ -68,6 +68,14 @@ void InputStream::Read(unsigned char& value)
 {
     if (m_Block == nullptr)
         RequestBlock();
+    if (m_Current == m_End)
+    {
+        // The end of the data: nothing is read, and the empty block goes
+        // back as Read(buffer, count) gives it back.
+        value = 0;
+        ReturnBlock();
+        return;
+    }
     value = *m_Current++;
     ++m_Position;
     if (m_Current == m_End)
