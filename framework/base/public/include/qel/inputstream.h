@@ -14,6 +14,8 @@
 #include <qel/stream.h>
 #include <qel/types.h>
 
+#include <cstring>
+
 namespace qel
 {
 
@@ -24,10 +26,12 @@ public:
     // of the data.
     u32 Read(void* buffer, u32 count);
 
-    void Read(unsigned char& value);
-    void Read(unsigned short& value);
-    void Read(u32& value);
-    void Read(u64& value);
+    // Inline while the value lies inside the current block, with a byte to
+    // spare; the rest (block ends, straddling values) is out of line.
+    void Read(unsigned char& value) { ReadValue(value); }
+    void Read(unsigned short& value) { ReadValue(value); }
+    void Read(u32& value) { ReadValue(value); }
+    void Read(u64& value) { ReadValue(value); }
 
     // Return the number of whole values read.
     u32 Read(unsigned char* values, u32 count, u32 elementSize);
@@ -45,7 +49,19 @@ protected:
 
 private:
     template <class T>
-    void ReadValue(T& value);
+    void ReadValue(T& value)
+    {
+        if (m_Block != nullptr && Remaining() > sizeof(T))
+        {
+            std::memcpy(&value, m_Current, sizeof(T));
+            m_Current += sizeof(T);
+            m_Position += sizeof(T);
+        }
+        else
+            ReadAcross(&value, sizeof(T));
+    }
+    void ReadAcross(void* value, u32 size);
+    void ReadByte(unsigned char& value);
     template <class T>
     u32 ReadArray(T* values, u32 count, u32 elementSize);
 };

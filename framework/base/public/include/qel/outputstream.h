@@ -11,6 +11,8 @@
 #include <qel/stream.h>
 #include <qel/types.h>
 
+#include <cstring>
+
 namespace qel
 {
 
@@ -23,10 +25,13 @@ public:
     // out of room).
     u32 Write(const void* data, u32 count);
 
-    void Write(unsigned char value);
-    void Write(unsigned short value);
-    void Write(u32 value);
-    void Write(u64 value);
+    // Inline while the value fits in the current block with a byte to spare;
+    // the rest (no block yet, a full block, straddling values) is out of
+    // line.
+    void Write(unsigned char value) { WriteValue(value); }
+    void Write(unsigned short value) { WriteValue(value); }
+    void Write(u32 value) { WriteValue(value); }
+    void Write(u64 value) { WriteValue(value); }
 
     // Return the number of whole values written.
     u32 Write(const unsigned char* values, u32 count, u32 elementSize);
@@ -49,7 +54,18 @@ protected:
 
 private:
     template <class T>
-    void WriteValue(T value);
+    void WriteValue(T value)
+    {
+        if (m_Block != nullptr && Remaining() > sizeof(T))
+        {
+            std::memcpy(m_Current, &value, sizeof(T));
+            m_Current += sizeof(T);
+            m_Position += sizeof(T);
+        }
+        else
+            WriteAcross(&value, sizeof(T));
+    }
+    void WriteAcross(const void* value, u32 size);
     template <class T>
     u32 WriteArray(const T* values, u32 count, u32 elementSize);
 };

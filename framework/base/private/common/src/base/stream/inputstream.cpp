@@ -43,28 +43,27 @@ u32 InputStream::Read(void* buffer, u32 count)
     return done;
 }
 
-template <class T>
-void InputStream::ReadValue(T& value)
+void InputStream::ReadAcross(void* value, u32 size)
 {
     if (m_Block == nullptr)
         RequestBlock();
-    if (Remaining() >= sizeof(T))
+    if (Remaining() >= size)
     {
-        std::memcpy(&value, m_Current, sizeof(T));
-        m_Current += sizeof(T);
-        m_Position += sizeof(T);
+        std::memcpy(value, m_Current, size);
+        m_Current += size;
+        m_Position += size;
         if (m_Current == m_End)
-            ReturnBlock();
+            ReturnBlock(); // a block read to its end goes back at once
         return;
     }
-    // The value straddles two blocks.
-    unsigned char bytes[sizeof(T)];
-    for (unsigned char& byte : bytes)
-        Read(byte);
-    std::memcpy(&value, bytes, sizeof(T));
+    // The value straddles two blocks, or the data ends inside it: what is
+    // missing reads as zeros.
+    unsigned char* bytes = static_cast<unsigned char*>(value);
+    for (u32 i = 0; i < size; ++i)
+        ReadByte(bytes[i]);
 }
 
-void InputStream::Read(unsigned char& value)
+void InputStream::ReadByte(unsigned char& value)
 {
     if (m_Block == nullptr)
         RequestBlock();
@@ -80,21 +79,6 @@ void InputStream::Read(unsigned char& value)
     ++m_Position;
     if (m_Current == m_End)
         ReturnBlock();
-}
-
-void InputStream::Read(unsigned short& value)
-{
-    ReadValue(value);
-}
-
-void InputStream::Read(u32& value)
-{
-    ReadValue(value);
-}
-
-void InputStream::Read(u64& value)
-{
-    ReadValue(value);
 }
 
 template <class T>

@@ -10,7 +10,7 @@ namespace qel
 
 OutputMemoryProvider::OutputMemoryProvider()
     : m_Data(static_cast<unsigned char*>(Mem::GetGeneralAlloc()->Malloc(InitialCapacity))),
-      m_Capacity(m_Data != nullptr ? u32(InitialCapacity) : 0), m_Used(0), m_Staging()
+      m_Capacity(m_Data != nullptr ? u32(InitialCapacity) : 0), m_Used(0), m_LentEnd(nullptr)
 {
     m_Open = true;
 }
@@ -21,55 +21,72 @@ OutputMemoryProvider::~OutputMemoryProvider()
         Mem::GetGeneralAlloc()->Free(m_Data);
 }
 
-void OutputMemoryProvider::Request(u32, unsigned char*& block, unsigned char*& current,
-                                   unsigned char*& end)
+bool OutputMemoryProvider::Reserve(u32 count)
 {
-    block = current = m_Staging;
-    end = m_Staging + StagingSize;
+    if (count <= m_Capacity - m_Used)
+        return true;
+    // Double past what is needed, so that appends stay amortised.
+    const u32 capacity = 2 * (m_Capacity + count);
+    unsigned char* data = static_cast<unsigned char*>(Mem::GetGeneralAlloc()->Malloc(capacity));
+    if (data == nullptr)
+        return false;
+    if (m_Data != nullptr)
+    {
+        std::memcpy(data, m_Data, m_Used);
+        Mem::GetGeneralAlloc()->Free(m_Data);
+    }
+    m_Data = data;
+    m_Capacity = capacity;
+    return true;
 }
 
 bool OutputMemoryProvider::Append(const void* bytes, u32 count)
 {
-    if (count > m_Capacity - m_Used)
-    {
-        // Double past what is needed, so that appends stay amortised.
-        const u32 capacity = 2 * (m_Capacity + count);
-        unsigned char* data = static_cast<unsigned char*>(Mem::GetGeneralAlloc()->Malloc(capacity));
-        if (data == nullptr)
-            return false; // reported by the allocator
-        if (m_Data != nullptr)
-        {
-            std::memcpy(data, m_Data, m_Capacity);
-            Mem::GetGeneralAlloc()->Free(m_Data);
-        }
-        m_Data = data;
-        m_Capacity = capacity;
-    }
+    if (!Reserve(count))
+        return false;
     std::memcpy(m_Data + m_Used, bytes, count);
     m_Used += count;
     return true;
 }
 
-void OutputMemoryProvider::Return(void* block, void* end)
+void OutputMemoryProvider::Request(u32, unsigned char*& block, unsigned char*& current,
+                                   unsigned char*& end)
 {
-    const u32 count =
-        static_cast<u32>(static_cast<unsigned char*>(end) - static_cast<unsigned char*>(block));
-    if (count != 0)
-        Append(block, count); // on failure the bytes are lost
+    if (!Reserve(StagingSize) && m_Capacity == m_Used)
+    {
+        block = current = end = nullptr; // out of memory: no room at all
+        return;
+    }
+    block = current = m_Data + m_Used;
+    end = m_LentEnd = m_Data + m_Capacity;
 }
 
-bool OutputMemoryProvider::WriteDirect(u32, const void* data, u32 count, u32& written)
+void OutputMemoryProvider::Return(void* block, void* end)
 {
-    const u32 whole = count - count % StagingSize;
-    if (whole == 0 || !Append(data, whole))
-        return false;
-    written = whole;
-    return true;
+    unsigned char* first = static_cast<unsigned char*>(block);
+    const u32 count = static_cast<u32>(static_cast<unsigned char*>(end) - first);
+    if (first == m_Data + m_Used && m_LentEnd != nullptr)
+        m_Used += count; // the bytes are in place already
+    else if (count != 0)
+        Append(block, count); // on failure the bytes are lost
+    m_LentEnd = nullptr;
 }
 
 void OutputMemoryProvider::Return(void* block)
 {
-    Return(block, static_cast<unsigned char*>(block) + StagingSize);
+    if (m_LentEnd != nullptr)
+        Return(block, m_LentEnd);
+}
+
+bool OutputMemoryProvider::WriteDirect(u32, const void* data, u32 count, u32& written)
+{
+    // What fits in the free tail goes through a lent block, so that the
+    // values after it are written in place too.
+    const u32 whole = count - count % StagingSize;
+    if (whole == 0 || whole <= m_Capacity - m_Used || !Append(data, whole))
+        return false;
+    written = whole;
+    return true;
 }
 
 OutputMemoryStream::~OutputMemoryStream()

@@ -60,46 +60,20 @@ u32 OutputStream::Write(const void* data, u32 count)
     return written;
 }
 
-template <class T>
-void OutputStream::WriteValue(T value)
+void OutputStream::WriteAcross(const void* value, u32 size)
 {
-    if (m_Block == nullptr)
+    if (m_Block != nullptr && Remaining() >= size)
     {
-        // Between blocks: the provider may take the value directly.
-        Write(&value, sizeof(T));
-        return;
-    }
-    if (Remaining() >= sizeof(T))
-    {
-        std::memcpy(m_Current, &value, sizeof(T));
-        m_Current += sizeof(T);
-        m_Position += sizeof(T);
+        std::memcpy(m_Current, value, size);
+        m_Current += size;
+        m_Position += size;
         if (m_Current == m_End)
-            ReturnBlock();
+            ReturnBlock(); // a full block goes back at once
         return;
     }
-    // The value straddles two blocks.
-    Write(&value, sizeof(T));
-}
-
-void OutputStream::Write(unsigned char value)
-{
-    WriteValue(value);
-}
-
-void OutputStream::Write(unsigned short value)
-{
-    WriteValue(value);
-}
-
-void OutputStream::Write(u32 value)
-{
-    WriteValue(value);
-}
-
-void OutputStream::Write(u64 value)
-{
-    WriteValue(value);
+    // Between blocks the provider may take the value directly; a value that
+    // straddles two blocks is split.
+    Write(value, size);
 }
 
 template <class T>
