@@ -68,6 +68,7 @@ protected:
 private:
     friend class ParsedRoot;
     friend class ParsedSection;
+    friend class Parser; // hands its pooled references over
 
     u32 m_Type;
     ParsedString m_Identifier;
@@ -102,6 +103,8 @@ public:
     void ReleaseParameters() { m_Parameters.clear(); }
 
 private:
+    friend class Parser;
+
     std::vector<ParsedString, GeneralAllocator<ParsedString>> m_Parameters;
 };
 

@@ -1,6 +1,6 @@
 // A handle to one text of the parsed string pool (null for none). Building
-// one from a text interns it with a reference, a copy takes one more, and
-// Release or the destructor drops it.
+// one from a text interns it with a reference, a copy takes one more, a move
+// hands the reference on, and Release or the destructor drops it.
 #pragma once
 
 #include <qel/export.h>
@@ -17,6 +17,17 @@ public:
     ParsedString() = default;
     explicit ParsedString(const char* text) { Allocate(text); }
     ParsedString(const ParsedString& other) { Allocate(other.m_Text); }
+    ParsedString(ParsedString&& other) noexcept : m_Text(other.m_Text) { other.m_Text = nullptr; }
+    ParsedString& operator=(ParsedString&& other) noexcept
+    {
+        if (this != &other)
+        {
+            Release();
+            m_Text = other.m_Text;
+            other.m_Text = nullptr;
+        }
+        return *this;
+    }
     ParsedString& operator=(const ParsedString& other)
     {
         if (this != &other)
@@ -24,6 +35,15 @@ public:
         return *this;
     }
     ~ParsedString() { Release(); }
+
+    // Takes over a reference the caller holds on a pooled text (one handed
+    // out by ParsedStringPool::Create, or null) instead of taking a new one.
+    static ParsedString Adopt(const char* pooled)
+    {
+        ParsedString string;
+        string.m_Text = pooled;
+        return string;
+    }
 
     const char* Get() const { return m_Text; }
     void Set(const char* text)

@@ -31,20 +31,6 @@ struct Abandon
 {
 };
 
-// A pool reference taken by ReadString, given back on every path.
-struct Interned
-{
-    explicit Interned(const char* text) : text(text) {}
-    ~Interned()
-    {
-        if (text)
-            ParsedStringPool::Release(text);
-    }
-    Interned(const Interned&) = delete;
-    Interned& operator=(const Interned&) = delete;
-    const char* text;
-};
-
 } // namespace
 
 Parser* Parser::CreateSingletonInstance()
@@ -252,10 +238,10 @@ void Parser::Read(ParsedFile* file)
 void Parser::Read(ParsedSection* section)
 {
     {
-        const Interned identifier(ReadString(SectionEnd));
-        if (!identifier.text)
+        ParsedString identifier = ParsedString::Adopt(ReadString(SectionEnd));
+        if (!identifier.Get())
             Fail("Missing 'Section Identifier' after '{'", section);
-        section->SetIdentifier(identifier.text);
+        section->m_Identifier = std::move(identifier);
     }
     char c = ReadCode(section);
     if (c == ':')
@@ -294,10 +280,10 @@ void Parser::Read(ParsedEntry* entry)
     ParsedRoot* parent = entry->GetParent();
     bool named;
     {
-        const Interned name(ReadString(EntryNameEnd));
-        named = name.text != nullptr;
+        ParsedString name = ParsedString::Adopt(ReadString(EntryNameEnd));
+        named = name.Get() != nullptr;
         if (named)
-            entry->SetIdentifier(name.text);
+            entry->m_Identifier = std::move(name);
     }
     if (ReadCode(parent) != '(')
     {
@@ -306,6 +292,8 @@ void Parser::Read(ParsedEntry* entry)
         return;
     }
     MoveNext(); // the '('
+    std::vector<ParsedString, GeneralAllocator<ParsedString>>& parameters = m_Parameters;
+    parameters.clear();
     for (;;)
     {
         const char c = ReadCode(parent);
@@ -327,22 +315,25 @@ void Parser::Read(ParsedEntry* entry)
         {
             Fail("Missing ')'", entry);
         }
-        const Interned parameter(text);
-        entry->AddParameter(parameter.text);
+        parameters.push_back(ParsedString::Adopt(text));
         if (c == ',')
         {
             if (ReadCode(parent) == ')')
-                entry->AddParameter(nullptr); // a trailing comma
+                parameters.emplace_back(); // a trailing comma
         }
         else if (ReadCode(parent) == ',')
         {
             MoveNext();
             if (ReadCode(parent) == ')')
-                entry->AddParameter(nullptr);
+                parameters.emplace_back();
         }
     }
-    if (entry->GetParameterCount() == 0)
-        entry->AddParameter(nullptr); // name() has one empty parameter
+    if (parameters.empty())
+        parameters.emplace_back(); // name() has one empty parameter
+    entry->m_Parameters.reserve(entry->m_Parameters.size() + parameters.size());
+    for (ParsedString& parameter : parameters)
+        entry->m_Parameters.push_back(std::move(parameter));
+    parameters.clear();
 }
 
 // ---- files and errors ----------------------------------------------------------
