@@ -91,7 +91,18 @@ protected:
     void Initialize();
     static void InitializeSet(bool* set, bool value);
     char GetCurrent() const { return m_Current; }
-    void MoveNext();
+    // Inline within a line and a block; the rest is MoveOn.
+    void MoveNext()
+    {
+        if (m_Next != m_End && m_Current != '\n')
+        {
+            m_Current = char(*m_Next++);
+            ++m_Column;
+            ++m_Position;
+        }
+        else
+            MoveOn();
+    }
     u32 ReadUntil(u32 set);
     // The text up to the stop byte, interned with a reference for the
     // caller; null when the current byte stops it at once.
@@ -113,6 +124,7 @@ private:
 
     static Parser* CreateSingletonInstance();
     ParsedFile* Parse(const char* path, ParseError* error);
+    void MoveOn();
     void SkipBatchComment(ParsedNode* at);
     // Reports a syntax error at `node` and abandons the file.
     [[noreturn]] void Fail(const char* message, ParsedNode* node);
@@ -124,7 +136,8 @@ private:
     u32 m_Line;
     u32 m_Column;
     ParseError* m_Error; // while checking: where a syntax error goes
-    // The stream is read in blocks; MoveNext takes one byte of the block.
+    // The stream is read in blocks, never past m_Size; MoveNext takes one
+    // byte of the block.
     const unsigned char* m_Next;
     const unsigned char* m_End;
     unsigned char m_Block[16384];

@@ -78,7 +78,7 @@ void Parser::SetParsingComment(bool parsing)
 
 // ---- reading primitives --------------------------------------------------------
 
-void Parser::MoveNext()
+void Parser::MoveOn()
 {
     if (m_Current == '\n')
     {
@@ -96,7 +96,9 @@ void Parser::MoveNext()
     if (m_Next == m_End)
     {
         m_Next = m_Block;
-        m_End = m_Block + m_Stream->Read(m_Block, sizeof m_Block);
+        const u64 left = m_Size - m_Position;
+        m_End = m_Block +
+                m_Stream->Read(m_Block, left < sizeof m_Block ? u32(left) : u32(sizeof m_Block));
         if (m_Next == m_End)
         {
             m_Current = 0; // the file ended early: as at its end
@@ -121,6 +123,26 @@ u32 Parser::ReadUntil(u32 set)
 
 const char* Parser::ReadString(u32 set)
 {
+    // A text that ends within the line and the block is pooled from the
+    // block itself: its first byte is the current one, the last one read.
+    const bool* stop = m_Stop[set];
+    if (!stop[static_cast<unsigned char>(m_Current)] && m_Current != '\n')
+    {
+        const unsigned char* at = m_Next;
+        while (at != m_End && !stop[*at] && *at != '\n')
+            ++at;
+        if (at != m_End && stop[*at])
+        {
+            const u32 length = u32(at - m_Next) + 1;
+            const char* text =
+                ParsedStringPool::Create(reinterpret_cast<const char*>(m_Next - 1), length, true);
+            m_Current = char(*at);
+            m_Next = at + 1;
+            m_Column += length;
+            m_Position += length;
+            return text;
+        }
+    }
     char small[256];
     Text large;
     u32 length = 0;
