@@ -68,6 +68,17 @@ inline u64 Swap(u64 v)
     return __builtin_bswap64(v);
 }
 
+// Hands a single value to the database mirror. Out of line and cold, so
+// that the value moves without a mirror stay short and save no registers.
+template <class T>
+#if defined(__GNUC__)
+__attribute__((noinline, cold))
+#endif
+void Echo(Serializer& mirror, T& v)
+{
+    mirror.Serialize(v);
+}
+
 // The bits of a value, in the stored order.
 template <bool Reverse, class T>
 typename Bits<sizeof(T)>::Type Encode(const unsigned char* at)

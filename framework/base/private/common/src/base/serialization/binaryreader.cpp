@@ -90,7 +90,7 @@ u32 BinaryReader::Serialize(unsigned char* p, u32 count, u32 stride)
 void BinaryReader::Serialize(char& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Get<BinaryCodec::ReverseLittle>(*m_Stream, v);
 }
 
@@ -102,70 +102,70 @@ void BinaryReader::Serialize(bool& v)
 void BinaryReader::Serialize(double& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Get<BinaryCodec::ReverseLittle>(*m_Stream, v);
 }
 
 void BinaryReader::Serialize(float& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Get<BinaryCodec::ReverseLittle>(*m_Stream, v);
 }
 
 void BinaryReader::Serialize(s64& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Get<BinaryCodec::ReverseLittle>(*m_Stream, v);
 }
 
 void BinaryReader::Serialize(u64& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Get<BinaryCodec::ReverseLittle>(*m_Stream, v);
 }
 
 void BinaryReader::Serialize(s32& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Get<BinaryCodec::ReverseLittle>(*m_Stream, v);
 }
 
 void BinaryReader::Serialize(u32& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Get<BinaryCodec::ReverseLittle>(*m_Stream, v);
 }
 
 void BinaryReader::Serialize(short& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Get<BinaryCodec::ReverseLittle>(*m_Stream, v);
 }
 
 void BinaryReader::Serialize(unsigned short& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Get<BinaryCodec::ReverseLittle>(*m_Stream, v);
 }
 
 void BinaryReader::Serialize(signed char& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Get<BinaryCodec::ReverseLittle>(*m_Stream, v);
 }
 
 void BinaryReader::Serialize(unsigned char& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Get<BinaryCodec::ReverseLittle>(*m_Stream, v);
 }
 

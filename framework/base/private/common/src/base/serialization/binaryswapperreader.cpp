@@ -64,56 +64,56 @@ u32 BinarySwapperReader::Serialize(unsigned short* p, u32 count, u32 stride)
 void BinarySwapperReader::Serialize(double& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Get<BinaryCodec::ReverseBig>(*m_Stream, v);
 }
 
 void BinarySwapperReader::Serialize(float& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Get<BinaryCodec::ReverseBig>(*m_Stream, v);
 }
 
 void BinarySwapperReader::Serialize(s64& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Get<BinaryCodec::ReverseBig>(*m_Stream, v);
 }
 
 void BinarySwapperReader::Serialize(u64& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Get<BinaryCodec::ReverseBig>(*m_Stream, v);
 }
 
 void BinarySwapperReader::Serialize(s32& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Get<BinaryCodec::ReverseBig>(*m_Stream, v);
 }
 
 void BinarySwapperReader::Serialize(u32& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Get<BinaryCodec::ReverseBig>(*m_Stream, v);
 }
 
 void BinarySwapperReader::Serialize(short& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Get<BinaryCodec::ReverseBig>(*m_Stream, v);
 }
 
 void BinarySwapperReader::Serialize(unsigned short& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Get<BinaryCodec::ReverseBig>(*m_Stream, v);
 }
 

@@ -78,49 +78,49 @@ void BinarySwapperWriter::Serialize(double& v)
 void BinarySwapperWriter::Serialize(float& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Put<BinaryCodec::ReverseBig>(*m_Stream, v);
 }
 
 void BinarySwapperWriter::Serialize(s64& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Put<BinaryCodec::ReverseBig>(*m_Stream, v);
 }
 
 void BinarySwapperWriter::Serialize(u64& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Put<BinaryCodec::ReverseBig>(*m_Stream, v);
 }
 
 void BinarySwapperWriter::Serialize(s32& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Put<BinaryCodec::ReverseBig>(*m_Stream, v);
 }
 
 void BinarySwapperWriter::Serialize(u32& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Put<BinaryCodec::ReverseBig>(*m_Stream, v);
 }
 
 void BinarySwapperWriter::Serialize(short& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Put<BinaryCodec::ReverseBig>(*m_Stream, v);
 }
 
 void BinarySwapperWriter::Serialize(unsigned short& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Put<BinaryCodec::ReverseBig>(*m_Stream, v);
 }
 

@@ -92,7 +92,7 @@ u32 BinaryWriter::Serialize(unsigned char* p, u32 count, u32 stride)
 void BinaryWriter::Serialize(char& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Put<BinaryCodec::ReverseLittle>(*m_Stream, v);
 }
 
@@ -104,70 +104,70 @@ void BinaryWriter::Serialize(bool& v)
 void BinaryWriter::Serialize(double& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Put<BinaryCodec::ReverseLittle>(*m_Stream, v);
 }
 
 void BinaryWriter::Serialize(float& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Put<BinaryCodec::ReverseLittle>(*m_Stream, v);
 }
 
 void BinaryWriter::Serialize(s64& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Put<BinaryCodec::ReverseLittle>(*m_Stream, v);
 }
 
 void BinaryWriter::Serialize(u64& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Put<BinaryCodec::ReverseLittle>(*m_Stream, v);
 }
 
 void BinaryWriter::Serialize(s32& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Put<BinaryCodec::ReverseLittle>(*m_Stream, v);
 }
 
 void BinaryWriter::Serialize(u32& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Put<BinaryCodec::ReverseLittle>(*m_Stream, v);
 }
 
 void BinaryWriter::Serialize(short& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Put<BinaryCodec::ReverseLittle>(*m_Stream, v);
 }
 
 void BinaryWriter::Serialize(unsigned short& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Put<BinaryCodec::ReverseLittle>(*m_Stream, v);
 }
 
 void BinaryWriter::Serialize(signed char& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Put<BinaryCodec::ReverseLittle>(*m_Stream, v);
 }
 
 void BinaryWriter::Serialize(unsigned char& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     BinaryCodec::Put<BinaryCodec::ReverseLittle>(*m_Stream, v);
 }
 
@@ -207,7 +207,7 @@ void BinaryWriter::WriteUniqueHeader()
 void BinaryWriter::Write(u32, bool& v)
 {
     if (Serializer* mirror = Mirror())
-        mirror->Serialize(v);
+        BinaryCodec::Echo(*mirror, v);
     // The byte, not the bool: a bool object may hold any byte.
     unsigned char byte;
     std::memcpy(&byte, &v, 1);
