@@ -64,7 +64,7 @@ void TourStreams(const TourContext&)
     memory.Write("abcde", 5);
     qel::u32 size = 0;
     memory.GetBuffer(size);
-    std::printf("memory stream after 5 bytes holds %u (the odd byte waits in its 2-byte block)",
+    std::printf("memory stream after 5 bytes holds %u (an odd last byte counts once flushed)",
                 unsigned(size));
     memory.Flush();
     memory.GetBuffer(size);
