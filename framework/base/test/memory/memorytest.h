@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 #include <random>
 #include <string>
 #include <thread>
@@ -69,32 +70,45 @@ std::string Format(const char* format, Arguments... arguments)
 
 // Threads 1 to `threads`, each seeded with its number, allocate, reallocate
 // and free through `allocator` for `steps` steps, keeping at least 50 blocks
-// of sizes drawn by `size(random)`. Every block carries a pattern of its own,
-// checked before it changes and before it goes.
+// of sizes drawn by `size(random)`, and hand some of their blocks to the next
+// thread, which checks, reallocates and frees them in its turn. Every block
+// carries a pattern of its own, checked before it changes and before it goes.
 template <class Size>
 void ChurnWithContentChecks(qel::Allocator& allocator, unsigned threads, int steps, Size size)
 {
-    auto worker = [&allocator, steps, size](unsigned seed)
+    struct Block
     {
-        std::mt19937 random(seed);
-        struct Block
-        {
-            unsigned char* p;
-            unsigned size;
-            unsigned char fill;
-        };
-        auto intact = [](const Block& block)
-        {
-            for (unsigned i = 0; i < block.size; ++i)
-                if (block.p[i] != block.fill)
-                    return false;
-            return true;
-        };
+        unsigned char* p;
+        unsigned size;
+        unsigned char fill;
+    };
+    auto intact = [](const Block& block)
+    {
+        for (unsigned i = 0; i < block.size; ++i)
+            if (block.p[i] != block.fill)
+                return false;
+        return true;
+    };
+    struct Mailbox
+    {
+        std::mutex lock;
+        std::vector<Block> blocks;
+    };
+    std::vector<Mailbox> mailboxes(threads);
+    auto worker = [&](unsigned index)
+    {
+        std::mt19937 random(index + 1);
         std::vector<Block> live;
         for (int step = 0; step < steps; ++step)
         {
-            const unsigned action = random() % 3;
-            if (action == 0 || live.size() < 50)
+            {
+                std::lock_guard<std::mutex> guard(mailboxes[index].lock);
+                for (const Block& block : mailboxes[index].blocks)
+                    live.push_back(block);
+                mailboxes[index].blocks.clear();
+            }
+            const unsigned action = random() % 8;
+            if (action < 3 || live.size() < 50)
             {
                 const unsigned bytes = size(random);
                 auto* p = static_cast<unsigned char*>(allocator.MallocNoThrow(bytes));
@@ -104,23 +118,33 @@ void ChurnWithContentChecks(qel::Allocator& allocator, unsigned threads, int ste
                 live.push_back({p, bytes, fill});
                 continue;
             }
-            Block& block = live[random() % live.size()];
+            const std::size_t at = random() % live.size();
+            Block& block = live[at];
             ASSERT_TRUE(intact(block));
-            if (action == 2)
+            if (action == 7 && threads > 1)
+            {
+                Mailbox& next = mailboxes[(index + 1) % threads];
+                std::lock_guard<std::mutex> guard(next.lock);
+                next.blocks.push_back(block);
+            }
+            else if (action < 6)
             {
                 allocator.Free(block.p);
-                block = live.back();
-                live.pop_back();
+            }
+            else
+            {
+                const unsigned bytes = size(random);
+                auto* p = static_cast<unsigned char*>(allocator.ReAllocNoThrow(block.p, bytes));
+                ASSERT_NE(p, nullptr);
+                block.p = p;
+                block.size = bytes < block.size ? bytes : block.size;
+                ASSERT_TRUE(intact(block)); // what fits was kept
+                std::memset(p, block.fill, bytes);
+                block.size = bytes;
                 continue;
             }
-            const unsigned bytes = size(random);
-            auto* p = static_cast<unsigned char*>(allocator.ReAllocNoThrow(block.p, bytes));
-            ASSERT_NE(p, nullptr);
-            block.p = p;
-            block.size = bytes < block.size ? bytes : block.size;
-            ASSERT_TRUE(intact(block)); // what fits was kept
-            std::memset(p, block.fill, bytes);
-            block.size = bytes;
+            live[at] = live.back();
+            live.pop_back();
         }
         for (const Block& block : live)
         {
@@ -129,10 +153,17 @@ void ChurnWithContentChecks(qel::Allocator& allocator, unsigned threads, int ste
         }
     };
     std::vector<std::thread> running;
-    for (unsigned seed = 1; seed <= threads; ++seed)
-        running.emplace_back(worker, seed);
+    for (unsigned index = 0; index < threads; ++index)
+        running.emplace_back(worker, index);
     for (std::thread& thread : running)
         thread.join();
+    // What was handed to a thread that had finished.
+    for (Mailbox& mailbox : mailboxes)
+        for (const Block& block : mailbox.blocks)
+        {
+            EXPECT_TRUE(intact(block));
+            allocator.Free(block.p);
+        }
 }
 
 } // namespace qeltest

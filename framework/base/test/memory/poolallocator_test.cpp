@@ -11,8 +11,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <future>
 #include <random>
+#include <thread>
 #include <vector>
 
 namespace
@@ -303,14 +306,73 @@ TEST(PoolAllocator, DumpSkipsDamagedPagesAndWarnsOfForeignOwners)
     pool.Free(b);
 }
 
-// Four threads churn one pool with content checks.
+// Four threads churn one pool with content checks, handing blocks to each
+// other, with and without thread caches: whatever path a block took, every
+// block and page is back at the end (the threads' caches went back as they
+// ended).
 TEST(PoolAllocatorStress, ThreadsChurnWithContentChecks)
 {
+    for (bool cached : {false, true})
+    {
+        PoolAllocator pool;
+        if (cached)
+            pool.EnableThreadCaches();
+        qeltest::ChurnWithContentChecks(pool, 4, 20000,
+                                        [](std::mt19937& random) { return 1 + random() % 256; });
+        EXPECT_EQ(pool.GetTotals().currentAllocations, 0u) << cached;
+        EXPECT_EQ(pool.GetTotals().currentPages, 0u) << cached;
+    }
+}
+
+// A thread's cache counts as allocated while the thread lives: other
+// threads' dumps say how many blocks it holds, its own statistics calls give
+// it back first, and it goes back when the thread ends. FreeAll voids every
+// cache.
+TEST(PoolAllocatorThreadCaches, CachedBlocksAreCountedShownAndGiveBackAtTheThreadsEnd)
+{
     PoolAllocator pool;
-    qeltest::ChurnWithContentChecks(pool, 4, 20000,
-                                    [](std::mt19937& random) { return 1 + random() % 256; });
+    pool.EnableThreadCaches();
+    std::promise<void> filled, checked;
+    std::shared_future<void> done = checked.get_future().share();
+    void* kept = nullptr;
+    std::thread worker(
+        [&]
+        {
+            void* blocks[10];
+            for (void*& block : blocks)
+                block = pool.Malloc(16); // one refill: 128 blocks leave the pages
+            for (void* block : blocks)
+                pool.Free(block);
+            kept = pool.Malloc(40);
+            filled.set_value();
+            done.wait();
+            EXPECT_EQ(pool.GetTotals().currentAllocations, 1u); // its own cache went back
+            pool.Free(kept);
+        });
+    filled.get_future().wait();
+    EXPECT_EQ(qel::Allocator::GetOwner(kept), &pool);
+    qeltest::DumpCapture dump;
+    pool.DumpStatistics(PoolAllocator::DumpUsage, nullptr, nullptr, dump.Stream(), nullptr);
+    const std::vector<std::string> lines = dump.Lines();
+    // 128 of 16 bytes, and 42 - 1 of 48 bytes (a refill takes half of 4096 / 48).
+    EXPECT_NE(std::find(lines.begin(), lines.end(), "Blocks held in other threads' caches: 169"),
+              lines.end());
+    EXPECT_EQ(pool.GetTotals().currentAllocations, 170u);
+    checked.set_value();
+    worker.join();
     EXPECT_EQ(pool.GetTotals().currentAllocations, 0u);
     EXPECT_EQ(pool.GetTotals().currentPages, 0u);
+
+    // Blocks cached here go with FreeAll, and the pool serves on afterwards.
+    void* a = pool.Malloc(32);
+    pool.Free(a);
+    pool.FreeAll();
+    EXPECT_EQ(pool.GetTotals().currentPages, 0u);
+    auto* b = static_cast<unsigned char*>(pool.Malloc(32));
+    std::memset(b, 7, 32);
+    EXPECT_EQ(pool.GetTotals().currentAllocations, 1u); // the 63 cached beside it went back
+    pool.Free(b);
+    EXPECT_EQ(pool.GetTotals().currentAllocations, 0u);
 }
 
 } // namespace

@@ -17,7 +17,21 @@
 // Statistics dump flags: 1 the usage table, 2 the allocations of every page,
 // 4 the tags heading (no tags are kept), 8 the free lists.
 //
-// Every operation holds the allocator's own lock.
+// Every operation on the pages holds the allocator's own lock.
+//
+// Thread caches (EnableThreadCaches; Mem turns them on for its shared Small
+// allocator, never for the allocators its factories make). Each thread then
+// keeps, for each class, a list of free blocks that it takes from and gives
+// to without the lock: up to 4096 bytes' worth a class (256 blocks of 16
+// bytes, 16 of 256), at most 64 KB a thread. An empty list takes half that
+// from the pages under the lock; a full one gives half back. Blocks in a
+// cache count as allocated in the statistics, so currents and peaks include
+// them. A dump, FreeAll, GetStatistics, GetTotals and destruction first give
+// the calling thread's cache back; a dump lists how many blocks other
+// threads' caches hold. A thread's caches go back when it ends, whatever
+// started it. A block may be freed by any thread: it joins that thread's
+// cache. FreeAll empties the other threads' caches too (their blocks go with
+// the pages): it must not race with their allocations.
 #pragma once
 
 #include <qel/allocator.h>
@@ -26,10 +40,13 @@
 #include <qel/export.h>
 #include <qel/types.h>
 
+#include <atomic>
+
 namespace qel
 {
 
 struct PoolAllocatorPage;
+struct PoolThreadCache;
 
 class QEL_API PoolAllocator : public Allocator
 {
@@ -65,7 +82,7 @@ public:
     void* ReAllocNoThrow(void* p, unsigned int size) override;
     void DumpStatistics(u32 flags, AllocatorStatMarker* from, AllocatorStatMarker* to,
                         OutputStream* out, char* title) override;
-    bool ValidateMemory() override { return true; }
+    bool ValidateMemory() override;
     bool IsValidPointer(const void*) override { return true; }
     unsigned int GetMaxSupportedAllocSize() const override { return MaxBlockSize; }
     u32 GetErrorCategory() const override { return m_ErrorCategory; }
@@ -78,7 +95,13 @@ public:
     AllocatorStatistics GetStatistics(u32 index) const;
     AllocatorStatistics GetTotals() const;
 
+    // Gives every thread a cache of free blocks in front of the classes (see
+    // the top of this file). Turn it on before the first allocation.
+    void EnableThreadCaches() { m_Cached = true; }
+
 private:
+    friend struct PoolThreadCache;
+
     struct Pool
     {
         AllocatorStatistics statistics;
@@ -90,6 +113,17 @@ private:
     };
 
     void* TakeBlock(Pool& pool);
+    void* MallocLocked(unsigned int size);
+    void GiveBlock(const void* p);
+    // The calling thread's cache for this allocator, made on first use; null
+    // when none can be made.
+    PoolThreadCache* Cache();
+    PoolThreadCache* FindCache();
+    void* Refill(PoolThreadCache& cache, u32 index, unsigned int size);
+    void Drain(PoolThreadCache& cache, u32 index, u32 keep);
+    // Gives the calling thread's cache back (callers hold the lock).
+    void FlushOwnCache();
+    u32 HeldByOtherThreads() const;
     bool AddPage(Pool& pool);
     void ReleasePage(Pool& pool, PoolAllocatorPage* page);
     void DumpPages(OutputStream& out, bool allocations);
@@ -98,6 +132,9 @@ private:
     AllocatorStatistics m_Totals;
     u32 m_ErrorCategory;
     mutable CriticalSection m_Lock;
+    bool m_Cached = false;
+    std::atomic<u32> m_Epoch{0};         // moves on at FreeAll: older caches are void
+    PoolThreadCache* m_Caches = nullptr; // every thread's, under the lock
 };
 
 } // namespace qel

@@ -6,6 +6,7 @@
 #include <qel/mallocallocator.h>
 #include <qel/pageallocator.h>
 #include <qel/pagemanager.h>
+#include <qel/poolallocator.h>
 
 #include "base/core/singleton.h"
 #include "base/memory/allocatorfactories.h"
@@ -28,7 +29,11 @@ alignas(HeapAllocator) unsigned char g_NativeStorage[sizeof(HeapAllocator)];
 
 Allocator* CreateSmall()
 {
-    return Mem::CreatePoolAllocator();
+    // Shared by every thread: each gets a cache of free blocks.
+    Allocator* small = Mem::CreatePoolAllocator();
+    if (small != nullptr)
+        static_cast<PoolAllocator*>(small)->EnableThreadCaches();
+    return small;
 }
 
 Allocator* CreateBig()

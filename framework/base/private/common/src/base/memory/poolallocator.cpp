@@ -6,6 +6,7 @@
 
 #include "base/memory/allocatorfactories.h"
 #include "base/memory/poolallocatorpage.h"
+#include "base/memory/poolthreadcache.h"
 
 #include <cstring>
 #include <initializer_list>
@@ -50,11 +51,25 @@ PoolAllocator::PoolAllocator() : m_Pools(), m_Totals()
 
 PoolAllocator::~PoolAllocator()
 {
-    // What is still allocated now is a leak: list it.
+    // What is still allocated now is a leak: list it. Blocks in other
+    // threads' caches go with the pages.
     DumpStatistics(DumpAllocations, nullptr, nullptr, nullptr, nullptr);
+    PoolThreadCache::Detach(m_Caches);
     FreeAll();
     PageManager::GetSingletonInstance().RemoveOwner(this);
     ErrorManager::GetSingletonInstance().UnRegisterCategory(m_ErrorCategory);
+}
+
+// The fast path's test: the thread's last cache, if it is this allocator's
+// and no FreeAll voided it since.
+inline PoolThreadCache* PoolAllocator::Cache()
+{
+    PoolThreadCaches* mine = PoolThreadCaches::Mine();
+    PoolThreadCache* cache = mine != nullptr ? mine->last : nullptr;
+    if (cache != nullptr && cache->owner.load(std::memory_order_relaxed) == this &&
+        cache->epoch.load(std::memory_order_relaxed) == m_Epoch.load(std::memory_order_relaxed))
+        return cache;
+    return FindCache();
 }
 
 // ---- allocation -------------------------------------------------------------
@@ -87,9 +102,8 @@ void* PoolAllocator::TakeBlock(Pool& pool)
     return block;
 }
 
-void* PoolAllocator::MallocNoThrow(unsigned int size)
+void* PoolAllocator::MallocLocked(unsigned int size)
 {
-    ScopedLock<CriticalSection> lock(m_Lock);
     if (size == 0 || size > MaxBlockSize)
         return nullptr;
     const u32 index = ClassOf(size);
@@ -107,6 +121,20 @@ void* PoolAllocator::MallocNoThrow(unsigned int size)
     return TakeBlock(*pool);
 }
 
+void* PoolAllocator::MallocNoThrow(unsigned int size)
+{
+    if (m_Cached && size - 1 < MaxBlockSize)
+        if (PoolThreadCache* cache = Cache())
+        {
+            const u32 index = ClassOf(size);
+            if (void* block = cache->Pop(index))
+                return block;
+            return Refill(*cache, index, size);
+        }
+    ScopedLock<CriticalSection> lock(m_Lock);
+    return MallocLocked(size);
+}
+
 void PoolAllocator::ReleasePage(Pool& pool, Page* page)
 {
     Unlink(pool.freeFirst, pool.freeLast, page);
@@ -119,7 +147,21 @@ void PoolAllocator::Free(const void* p)
 {
     if (p == nullptr)
         return;
+    if (m_Cached)
+        if (PoolThreadCache* cache = Cache())
+        {
+            const u32 index = ClassOf(Page::Of(p)->blockSize);
+            cache->Push(index, const_cast<void*>(p));
+            if (cache->lists[index].count > PoolThreadCache::Limit(index))
+                Drain(*cache, index, PoolThreadCache::Limit(index) / 2);
+            return;
+        }
     ScopedLock<CriticalSection> lock(m_Lock);
+    GiveBlock(p);
+}
+
+void PoolAllocator::GiveBlock(const void* p)
+{
     Page* page = Page::Of(p);
     Pool& pool = m_Pools[ClassOf(page->blockSize)];
     pool.statistics.RemoveAllocation(pool.blockSize, pool.blockSize);
@@ -142,7 +184,6 @@ void PoolAllocator::Free(const void* p)
 
 void* PoolAllocator::ReAllocNoThrow(void* p, unsigned int size)
 {
-    ScopedLock<CriticalSection> lock(m_Lock);
     if (p == nullptr)
         return MallocNoThrow(size);
     const u32 blockSize = Page::Of(p)->blockSize;
@@ -152,6 +193,7 @@ void* PoolAllocator::ReAllocNoThrow(void* p, unsigned int size)
         // The block stays: only the requested size follows the new size. Free
         // takes the whole block size off again, so after a shrink in place
         // the requested size ends below what it was before the block.
+        ScopedLock<CriticalSection> lock(m_Lock);
         Pool& pool = m_Pools[ClassOf(blockSize)];
         pool.statistics.ResizeRequested(blockSize, size);
         m_Totals.ResizeRequested(blockSize, size);
@@ -169,6 +211,9 @@ void* PoolAllocator::ReAllocNoThrow(void* p, unsigned int size)
 void PoolAllocator::FreeAll()
 {
     ScopedLock<CriticalSection> lock(m_Lock);
+    // Every cache's blocks go with the pages: the caches see the new epoch
+    // and start empty.
+    m_Epoch.fetch_add(1, std::memory_order_acq_rel);
     PageManager& pages = PageManager::GetSingletonInstance();
     for (Pool& pool : m_Pools)
     {
@@ -191,7 +236,6 @@ void PoolAllocator::FreeAll()
 
 void* PoolAllocator::Transfert(Allocator* target, void* p, unsigned int size)
 {
-    ScopedLock<CriticalSection> lock(m_Lock);
     void* moved = target->MallocNoThrow(size);
     if (moved == nullptr)
         return nullptr;
@@ -201,16 +245,96 @@ void* PoolAllocator::Transfert(Allocator* target, void* p, unsigned int size)
     return moved;
 }
 
+bool PoolAllocator::ValidateMemory()
+{
+    if (m_Cached)
+    {
+        ScopedLock<CriticalSection> lock(m_Lock);
+        FlushOwnCache();
+    }
+    return true;
+}
+
 AllocatorStatistics PoolAllocator::GetStatistics(u32 index) const
 {
     ScopedLock<CriticalSection> lock(m_Lock);
+    const_cast<PoolAllocator*>(this)->FlushOwnCache();
     return m_Pools[index].statistics;
 }
 
 AllocatorStatistics PoolAllocator::GetTotals() const
 {
     ScopedLock<CriticalSection> lock(m_Lock);
+    const_cast<PoolAllocator*>(this)->FlushOwnCache();
     return m_Totals;
+}
+
+// ---- thread caches ----------------------------------------------------------
+
+PoolThreadCache* PoolAllocator::FindCache()
+{
+    PoolThreadCache* cache = PoolThreadCache::Find(this);
+    if (cache == nullptr)
+        cache = PoolThreadCache::Create(this);
+    if (cache == nullptr)
+        return nullptr;
+    const u32 epoch = m_Epoch.load(std::memory_order_acquire);
+    if (cache->epoch.load(std::memory_order_relaxed) != epoch)
+    {
+        cache->Clear(); // its blocks went with the pages at FreeAll
+        cache->epoch.store(epoch, std::memory_order_relaxed);
+    }
+    PoolThreadCaches::Mine()->last = cache;
+    return cache;
+}
+
+void* PoolAllocator::Refill(PoolThreadCache& cache, u32 index, unsigned int size)
+{
+    ScopedLock<CriticalSection> lock(m_Lock);
+    Pool& pool = m_Pools[index];
+    void* first = nullptr;
+    for (u32 i = PoolThreadCache::Limit(index) / 2; i > 0; --i)
+    {
+        if (pool.freeFirst == nullptr && !AddPage(pool))
+            break;
+        void* block = TakeBlock(pool);
+        if (first == nullptr)
+            first = block;
+        else
+            cache.Push(index, block);
+    }
+    // With no page left, a larger class's block, uncached.
+    return first != nullptr ? first : MallocLocked(size);
+}
+
+void PoolAllocator::Drain(PoolThreadCache& cache, u32 index, u32 keep)
+{
+    ScopedLock<CriticalSection> lock(m_Lock);
+    while (cache.lists[index].count > keep)
+        GiveBlock(cache.Pop(index));
+}
+
+void PoolAllocator::FlushOwnCache()
+{
+    PoolThreadCache* cache = m_Cached ? PoolThreadCache::Find(this) : nullptr;
+    if (cache == nullptr)
+        return;
+    if (cache->epoch.load(std::memory_order_relaxed) == m_Epoch.load(std::memory_order_relaxed))
+        for (u32 index = 0; index < NumberOfClasses; ++index)
+            while (cache->lists[index].count > 0)
+                GiveBlock(cache->Pop(index));
+    cache->Clear();
+}
+
+u32 PoolAllocator::HeldByOtherThreads() const
+{
+    const PoolThreadCache* own = m_Cached ? PoolThreadCache::Find(this) : nullptr;
+    const u32 epoch = m_Epoch.load(std::memory_order_relaxed);
+    u32 held = 0;
+    for (const PoolThreadCache* cache = m_Caches; cache != nullptr; cache = cache->next)
+        if (cache != own && cache->epoch.load(std::memory_order_relaxed) == epoch)
+            held += cache->held.load(std::memory_order_relaxed);
+    return held;
 }
 
 } // namespace qel

@@ -140,6 +140,7 @@ void PoolAllocator::DumpStatistics(u32 flags, AllocatorStatMarker*, AllocatorSta
 {
     // This allocator keeps no history: the markers bound nothing.
     ScopedLock<CriticalSection> lock(m_Lock);
+    FlushOwnCache();
     OutputStream& out = stream ? *stream : DebuggerStream::GetDefaultInstance();
     if (title)
         memory::WriteText(out, title);
@@ -158,6 +159,8 @@ void PoolAllocator::DumpStatistics(u32 flags, AllocatorStatMarker*, AllocatorSta
             pool.statistics.DumpRow(out, name);
         }
         m_Totals.DumpRow(out, "TOTAL");
+        if (const u32 held = HeldByOtherThreads())
+            memory::Print(out, "Blocks held in other threads' caches: %u\r\n", unsigned(held));
         memory::Print(out, "\r\n");
     }
     if (flags & DumpTags)
