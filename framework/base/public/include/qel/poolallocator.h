@@ -40,13 +40,12 @@
 #include <qel/export.h>
 #include <qel/types.h>
 
-#include <atomic>
-
 namespace qel
 {
 
 struct PoolAllocatorPage;
-struct PoolThreadCache;
+class ThreadCacheHome;
+struct ThreadCache;
 
 class QEL_API PoolAllocator : public Allocator
 {
@@ -97,11 +96,9 @@ public:
 
     // Gives every thread a cache of free blocks in front of the classes (see
     // the top of this file). Turn it on before the first allocation.
-    void EnableThreadCaches() { m_Cached = true; }
+    void EnableThreadCaches();
 
 private:
-    friend struct PoolThreadCache;
-
     struct Pool
     {
         AllocatorStatistics statistics;
@@ -115,15 +112,10 @@ private:
     void* TakeBlock(Pool& pool);
     void* MallocLocked(unsigned int size);
     void GiveBlock(const void* p);
-    // The calling thread's cache for this allocator, made on first use; null
-    // when none can be made.
-    PoolThreadCache* Cache();
-    PoolThreadCache* FindCache();
-    void* Refill(PoolThreadCache& cache, u32 index, unsigned int size);
-    void Drain(PoolThreadCache& cache, u32 index, u32 keep);
-    // Gives the calling thread's cache back (callers hold the lock).
-    void FlushOwnCache();
-    u32 HeldByOtherThreads() const;
+    // The most blocks a thread's cache keeps of class `index`: 4096
+    // bytes' worth.
+    static u32 CacheLimit(u32 index) { return 4096 / (Granularity * (index + 1)); }
+    void* Refill(ThreadCache& cache, u32 index, unsigned int size);
     bool AddPage(Pool& pool);
     void ReleasePage(Pool& pool, PoolAllocatorPage* page);
     void DumpPages(OutputStream& out, bool allocations);
@@ -132,9 +124,7 @@ private:
     AllocatorStatistics m_Totals;
     u32 m_ErrorCategory;
     mutable CriticalSection m_Lock;
-    bool m_Cached = false;
-    std::atomic<u32> m_Epoch{0};         // moves on at FreeAll: older caches are void
-    PoolThreadCache* m_Caches = nullptr; // every thread's, under the lock
+    ThreadCacheHome* m_Caches = nullptr; // null while caches are off
 };
 
 } // namespace qel

@@ -4,6 +4,7 @@
 #include <qel/heapallocator.h>
 #include <qel/instancemanager.h>
 #include <qel/mallocallocator.h>
+#include <qel/packedallocator.h>
 #include <qel/pageallocator.h>
 #include <qel/pagemanager.h>
 #include <qel/poolallocator.h>
@@ -38,7 +39,11 @@ Allocator* CreateSmall()
 
 Allocator* CreateBig()
 {
-    return Mem::CreatePackedAllocator("BigAlloc", 256);
+    // Shared by every thread: each gets a cache of free blocks.
+    Allocator* big = Mem::CreatePackedAllocator("BigAlloc", 256);
+    if (big != nullptr)
+        static_cast<PackedAllocator*>(big)->EnableThreadCaches();
+    return big;
 }
 
 Allocator* CreateGeneral()

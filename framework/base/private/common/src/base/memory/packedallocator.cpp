@@ -8,6 +8,7 @@
 #include "base/memory/allocatorfactories.h"
 #include "base/memory/dumpwriter.h"
 #include "base/memory/packedrun.h"
+#include "base/memory/threadcache.h"
 
 #include <cinttypes>
 #include <cstdint>
@@ -43,8 +44,11 @@ PackedAllocator::PackedAllocator(const char* name, u32 fullThreshold)
 
 PackedAllocator::~PackedAllocator()
 {
-    // What is still allocated now is a leak: list it.
+    // What is still allocated now is a leak: list it. Blocks in other
+    // threads' caches go with the runs.
     DumpStatistics(DumpPages, nullptr, nullptr, nullptr, nullptr);
+    ThreadCacheHome::Destroy(m_Caches);
+    m_Caches = nullptr;
     FreeAll();
     m_Pages->RemoveOwner(this);
     ErrorManager::GetSingletonInstance().UnRegisterCategory(m_ErrorCategory);
@@ -113,16 +117,21 @@ void PackedAllocator::Refile(PackedRun* run)
     }
 }
 
-PackedRun* PackedAllocator::RunOf(const void* p, const char* operation)
+PackedRun* PackedAllocator::LiveBlockRun(const void* p) const
 {
     PackedRun* run = static_cast<PackedRun*>(m_Pages->FindRunStart(p, m_OwnerIndex));
     const unsigned char* user = static_cast<const unsigned char*>(p);
     if (run == nullptr || !run->GuardsHold() || user < run->Space() + BlockHeaderSize ||
         user >= run->End() || PackedBlock::Of(p)->marker != BlockMarker)
-    {
-        ReportBadBlock(operation, p);
         return nullptr;
-    }
+    return run;
+}
+
+PackedRun* PackedAllocator::RunOf(const void* p, const char* operation)
+{
+    PackedRun* run = LiveBlockRun(p);
+    if (run == nullptr)
+        ReportBadBlock(operation, p);
     return run;
 }
 
@@ -138,10 +147,25 @@ void PackedAllocator::ReportBadBlock(const char* operation, const void* p)
 
 void* PackedAllocator::MallocNoThrow(unsigned int size)
 {
+    if (m_Caches != nullptr && size - SmallestCached <= LargestCached - SmallestCached)
+        if (ThreadCache* cache = m_Caches->Cache())
+        {
+            const u32 index = ClassAbove(size);
+            void* p = cache->Pop(index);
+            if (p == nullptr)
+                return Refill(*cache, index);
+            PackedBlock::Of(p)->marker = BlockMarker;
+            return p;
+        }
     const u32 need = NeedFor(size);
     if (size == 0 || need == 0)
         return nullptr;
     ScopedLock<CriticalSection> lock(m_Lock);
+    return MallocLocked(need);
+}
+
+void* PackedAllocator::MallocLocked(u32 need)
+{
     PackedRun* run = packedrun::FirstAtLeast(m_Room, need);
     if (run == nullptr && (run = NewRun(RunPagesFor(need))) == nullptr)
         return nullptr;
@@ -160,7 +184,31 @@ void PackedAllocator::Free(const void* p)
 {
     if (p == nullptr)
         return;
+    // The cached path's check is lighter than the run's: a block of ours
+    // whose header is on its own page (blocks near a page's start take the
+    // checked path).
+    const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(p);
+    if (m_Caches != nullptr && (address & 7) == 0 &&
+        (address & (PageSize - 1)) >= RunHeaderSize + BlockHeaderSize &&
+        m_Pages->FindOwner(p) == this && PackedBlock::Of(p)->marker == BlockMarker)
+    {
+        PackedBlock* block = PackedBlock::Of(p);
+        const u32 index = ClassBelow(block->capacity);
+        if (index < CacheClasses)
+            if (ThreadCache* cache = m_Caches->Cache())
+            {
+                block->marker = CachedMarker;
+                if (cache->Push(index, const_cast<void*>(p)) > CacheLimit(index))
+                    m_Caches->Drain(*cache, index, CacheLimit(index) / 2);
+                return;
+            }
+    }
     ScopedLock<CriticalSection> lock(m_Lock);
+    FreeLocked(p);
+}
+
+void PackedAllocator::FreeLocked(const void* p)
+{
     PackedRun* run = RunOf(p, "Free");
     if (run == nullptr)
         return;
@@ -268,6 +316,8 @@ bool PackedAllocator::GrowRun(PackedRun* run, unsigned char* end, u32 missing)
 void PackedAllocator::FreeAll()
 {
     ScopedLock<CriticalSection> lock(m_Lock);
+    if (m_Caches != nullptr)
+        m_Caches->VoidAll();
     auto release = [this](PackedRun* run) { m_Pages->ReleasePages(this, run, run->pages); };
     packedrun::ForEach(m_Room, release);
     packedrun::ForEach(m_SetAside, release);
@@ -301,7 +351,56 @@ void* PackedAllocator::Transfert(Allocator* target, void* p, unsigned int size)
 AllocatorStatistics PackedAllocator::GetStatistics() const
 {
     ScopedLock<CriticalSection> lock(m_Lock);
+    if (m_Caches != nullptr)
+        m_Caches->FlushOwn();
     return m_Statistics;
+}
+
+// ---- thread caches ----------------------------------------------------------
+
+void PackedAllocator::EnableThreadCaches()
+{
+    if (m_Caches == nullptr)
+        m_Caches = ThreadCacheHome::Make<PackedAllocator, &PackedAllocator::GiveBack>(this, m_Lock);
+}
+
+u32 PackedAllocator::ClassAbove(u32 size)
+{
+    const u32 doubling = u32(31 - __builtin_clz(size)) - 8;
+    const u32 base = SmallestCached << doubling, shift = 5 + doubling;
+    return (doubling << 3) + ((size - base + (1u << shift) - 1) >> shift);
+}
+
+u32 PackedAllocator::ClassBelow(u32 capacity)
+{
+    if (capacity < SmallestCached)
+        return CacheClasses;
+    const u32 doubling = u32(31 - __builtin_clz(capacity)) - 8;
+    const u32 index =
+        (doubling << 3) + ((capacity - (SmallestCached << doubling)) >> (5 + doubling));
+    return index < CacheClasses ? index : u32(CacheClasses);
+}
+
+void* PackedAllocator::Refill(ThreadCache& cache, u32 index)
+{
+    const u32 need = ClassCapacity(index) + BlockHeaderSize;
+    ScopedLock<CriticalSection> lock(m_Lock);
+    void* first = MallocLocked(need);
+    for (u32 i = CacheLimit(index) / 2; first != nullptr && i > 1; --i)
+    {
+        void* p = MallocLocked(need);
+        if (p == nullptr)
+            break;
+        PackedBlock::Of(p)->marker = CachedMarker;
+        cache.Push(index, p);
+    }
+    return first;
+}
+
+void PackedAllocator::GiveBack(const void* p)
+{
+    PackedBlock::Of(p)->marker = BlockMarker;
+    FreeLocked(p);
 }
 
 } // namespace qel

@@ -7,6 +7,7 @@
 
 #include "base/memory/dumpwriter.h"
 #include "base/memory/packedrun.h"
+#include "base/memory/threadcache.h"
 
 #include <cinttypes>
 #include <cstdint>
@@ -39,7 +40,8 @@ bool ForEachBlock(PackedRun* run, Visit visit)
             {
                 const PackedBlock* block = reinterpret_cast<const PackedBlock*>(cursor);
                 ok = std::uintptr_t(end - cursor) >= PackedAllocator::MinimumChunk &&
-                     block->marker == PackedAllocator::BlockMarker &&
+                     (block->marker == PackedAllocator::BlockMarker ||
+                      block->marker == PackedAllocator::CachedMarker) &&
                      u64(block->capacity) + PackedAllocator::BlockHeaderSize <= u64(end - cursor);
                 if (ok)
                 {
@@ -112,6 +114,8 @@ void PackedAllocator::DumpStatistics(u32 flags, AllocatorStatMarker*, AllocatorS
 {
     // No history is kept: the markers bound nothing.
     ScopedLock<CriticalSection> lock(m_Lock);
+    if (m_Caches != nullptr)
+        m_Caches->FlushOwn();
     OutputStream& out = stream ? *stream : DebuggerStream::GetDefaultInstance();
     if (title)
         memory::WriteText(out, title);
@@ -123,6 +127,8 @@ void PackedAllocator::DumpStatistics(u32 flags, AllocatorStatMarker*, AllocatorS
                       Address(this), unsigned(BlockHeaderSize));
         AllocatorStatistics::DumpHeader(out, "Allocator");
         m_Statistics.DumpRow(out, m_Name);
+        if (const u32 held = m_Caches != nullptr ? m_Caches->HeldByOtherThreads() : 0)
+            memory::Print(out, "Blocks held in other threads' caches: %u\r\n", unsigned(held));
         memory::Print(out, "\r\n");
     }
     if (flags & DumpTags)
@@ -189,6 +195,8 @@ bool PackedAllocator::CheckRun(PackedRun* run, AllocatorStatistics& sums)
 bool PackedAllocator::ValidateMemory()
 {
     ScopedLock<CriticalSection> lock(m_Lock);
+    if (m_Caches != nullptr)
+        m_Caches->FlushOwn();
     AllocatorStatistics sums = {};
     bool ok = true;
     auto check = [this, &ok, &sums](PackedRun* run) { ok = ok && CheckRun(run, sums); };

@@ -6,7 +6,7 @@
 
 #include "base/memory/allocatorfactories.h"
 #include "base/memory/poolallocatorpage.h"
-#include "base/memory/poolthreadcache.h"
+#include "base/memory/threadcache.h"
 
 #include <cstring>
 #include <initializer_list>
@@ -54,22 +54,17 @@ PoolAllocator::~PoolAllocator()
     // What is still allocated now is a leak: list it. Blocks in other
     // threads' caches go with the pages.
     DumpStatistics(DumpAllocations, nullptr, nullptr, nullptr, nullptr);
-    PoolThreadCache::Detach(m_Caches);
+    ThreadCacheHome::Destroy(m_Caches);
+    m_Caches = nullptr;
     FreeAll();
     PageManager::GetSingletonInstance().RemoveOwner(this);
     ErrorManager::GetSingletonInstance().UnRegisterCategory(m_ErrorCategory);
 }
 
-// The fast path's test: the thread's last cache, if it is this allocator's
-// and no FreeAll voided it since.
-inline PoolThreadCache* PoolAllocator::Cache()
+void PoolAllocator::EnableThreadCaches()
 {
-    PoolThreadCaches* mine = PoolThreadCaches::Mine();
-    PoolThreadCache* cache = mine != nullptr ? mine->last : nullptr;
-    if (cache != nullptr && cache->owner.load(std::memory_order_relaxed) == this &&
-        cache->epoch.load(std::memory_order_relaxed) == m_Epoch.load(std::memory_order_relaxed))
-        return cache;
-    return FindCache();
+    if (m_Caches == nullptr)
+        m_Caches = ThreadCacheHome::Make<PoolAllocator, &PoolAllocator::GiveBlock>(this, m_Lock);
 }
 
 // ---- allocation -------------------------------------------------------------
@@ -123,8 +118,8 @@ void* PoolAllocator::MallocLocked(unsigned int size)
 
 void* PoolAllocator::MallocNoThrow(unsigned int size)
 {
-    if (m_Cached && size - 1 < MaxBlockSize)
-        if (PoolThreadCache* cache = Cache())
+    if (m_Caches != nullptr && size - 1 < MaxBlockSize)
+        if (ThreadCache* cache = m_Caches->Cache())
         {
             const u32 index = ClassOf(size);
             if (void* block = cache->Pop(index))
@@ -147,13 +142,12 @@ void PoolAllocator::Free(const void* p)
 {
     if (p == nullptr)
         return;
-    if (m_Cached)
-        if (PoolThreadCache* cache = Cache())
+    if (m_Caches != nullptr)
+        if (ThreadCache* cache = m_Caches->Cache())
         {
             const u32 index = ClassOf(Page::Of(p)->blockSize);
-            cache->Push(index, const_cast<void*>(p));
-            if (cache->lists[index].count > PoolThreadCache::Limit(index))
-                Drain(*cache, index, PoolThreadCache::Limit(index) / 2);
+            if (cache->Push(index, const_cast<void*>(p)) > CacheLimit(index))
+                m_Caches->Drain(*cache, index, CacheLimit(index) / 2);
             return;
         }
     ScopedLock<CriticalSection> lock(m_Lock);
@@ -211,9 +205,8 @@ void* PoolAllocator::ReAllocNoThrow(void* p, unsigned int size)
 void PoolAllocator::FreeAll()
 {
     ScopedLock<CriticalSection> lock(m_Lock);
-    // Every cache's blocks go with the pages: the caches see the new epoch
-    // and start empty.
-    m_Epoch.fetch_add(1, std::memory_order_acq_rel);
+    if (m_Caches != nullptr)
+        m_Caches->VoidAll();
     PageManager& pages = PageManager::GetSingletonInstance();
     for (Pool& pool : m_Pools)
     {
@@ -247,10 +240,10 @@ void* PoolAllocator::Transfert(Allocator* target, void* p, unsigned int size)
 
 bool PoolAllocator::ValidateMemory()
 {
-    if (m_Cached)
+    if (m_Caches != nullptr)
     {
         ScopedLock<CriticalSection> lock(m_Lock);
-        FlushOwnCache();
+        m_Caches->FlushOwn();
     }
     return true;
 }
@@ -258,42 +251,27 @@ bool PoolAllocator::ValidateMemory()
 AllocatorStatistics PoolAllocator::GetStatistics(u32 index) const
 {
     ScopedLock<CriticalSection> lock(m_Lock);
-    const_cast<PoolAllocator*>(this)->FlushOwnCache();
+    if (m_Caches != nullptr)
+        m_Caches->FlushOwn();
     return m_Pools[index].statistics;
 }
 
 AllocatorStatistics PoolAllocator::GetTotals() const
 {
     ScopedLock<CriticalSection> lock(m_Lock);
-    const_cast<PoolAllocator*>(this)->FlushOwnCache();
+    if (m_Caches != nullptr)
+        m_Caches->FlushOwn();
     return m_Totals;
 }
 
 // ---- thread caches ----------------------------------------------------------
 
-PoolThreadCache* PoolAllocator::FindCache()
-{
-    PoolThreadCache* cache = PoolThreadCache::Find(this);
-    if (cache == nullptr)
-        cache = PoolThreadCache::Create(this);
-    if (cache == nullptr)
-        return nullptr;
-    const u32 epoch = m_Epoch.load(std::memory_order_acquire);
-    if (cache->epoch.load(std::memory_order_relaxed) != epoch)
-    {
-        cache->Clear(); // its blocks went with the pages at FreeAll
-        cache->epoch.store(epoch, std::memory_order_relaxed);
-    }
-    PoolThreadCaches::Mine()->last = cache;
-    return cache;
-}
-
-void* PoolAllocator::Refill(PoolThreadCache& cache, u32 index, unsigned int size)
+void* PoolAllocator::Refill(ThreadCache& cache, u32 index, unsigned int size)
 {
     ScopedLock<CriticalSection> lock(m_Lock);
     Pool& pool = m_Pools[index];
     void* first = nullptr;
-    for (u32 i = PoolThreadCache::Limit(index) / 2; i > 0; --i)
+    for (u32 i = CacheLimit(index) / 2; i > 0; --i)
     {
         if (pool.freeFirst == nullptr && !AddPage(pool))
             break;
@@ -305,36 +283,6 @@ void* PoolAllocator::Refill(PoolThreadCache& cache, u32 index, unsigned int size
     }
     // With no page left, a larger class's block, uncached.
     return first != nullptr ? first : MallocLocked(size);
-}
-
-void PoolAllocator::Drain(PoolThreadCache& cache, u32 index, u32 keep)
-{
-    ScopedLock<CriticalSection> lock(m_Lock);
-    while (cache.lists[index].count > keep)
-        GiveBlock(cache.Pop(index));
-}
-
-void PoolAllocator::FlushOwnCache()
-{
-    PoolThreadCache* cache = m_Cached ? PoolThreadCache::Find(this) : nullptr;
-    if (cache == nullptr)
-        return;
-    if (cache->epoch.load(std::memory_order_relaxed) == m_Epoch.load(std::memory_order_relaxed))
-        for (u32 index = 0; index < NumberOfClasses; ++index)
-            while (cache->lists[index].count > 0)
-                GiveBlock(cache->Pop(index));
-    cache->Clear();
-}
-
-u32 PoolAllocator::HeldByOtherThreads() const
-{
-    const PoolThreadCache* own = m_Cached ? PoolThreadCache::Find(this) : nullptr;
-    const u32 epoch = m_Epoch.load(std::memory_order_relaxed);
-    u32 held = 0;
-    for (const PoolThreadCache* cache = m_Caches; cache != nullptr; cache = cache->next)
-        if (cache != own && cache->epoch.load(std::memory_order_relaxed) == epoch)
-            held += cache->held.load(std::memory_order_relaxed);
-    return held;
 }
 
 } // namespace qel

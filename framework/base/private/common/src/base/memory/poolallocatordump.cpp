@@ -8,6 +8,7 @@
 
 #include "base/memory/dumpwriter.h"
 #include "base/memory/poolallocatorpage.h"
+#include "base/memory/threadcache.h"
 
 #include <algorithm>
 #include <cinttypes>
@@ -140,7 +141,8 @@ void PoolAllocator::DumpStatistics(u32 flags, AllocatorStatMarker*, AllocatorSta
 {
     // This allocator keeps no history: the markers bound nothing.
     ScopedLock<CriticalSection> lock(m_Lock);
-    FlushOwnCache();
+    if (m_Caches != nullptr)
+        m_Caches->FlushOwn();
     OutputStream& out = stream ? *stream : DebuggerStream::GetDefaultInstance();
     if (title)
         memory::WriteText(out, title);
@@ -159,7 +161,7 @@ void PoolAllocator::DumpStatistics(u32 flags, AllocatorStatMarker*, AllocatorSta
             pool.statistics.DumpRow(out, name);
         }
         m_Totals.DumpRow(out, "TOTAL");
-        if (const u32 held = HeldByOtherThreads())
+        if (const u32 held = m_Caches != nullptr ? m_Caches->HeldByOtherThreads() : 0)
             memory::Print(out, "Blocks held in other threads' caches: %u\r\n", unsigned(held));
         memory::Print(out, "\r\n");
     }

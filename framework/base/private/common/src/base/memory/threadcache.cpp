@@ -1,0 +1,243 @@
+// Threads' caches: made on a thread's first cached allocation, given back
+// when the thread ends.
+#include "base/memory/threadcache.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <new>
+#include <thread>
+
+namespace qel
+{
+
+ThreadCaches ThreadCaches::Ended = {};
+
+namespace
+{
+
+// Guards the links between caches, their threads and their homes. It is
+// taken only when a cache is made, when a thread ends and when a home goes,
+// and is always taken before an allocator's lock.
+std::atomic<bool> g_Registry{false};
+
+struct RegistryLock
+{
+    RegistryLock()
+    {
+        while (g_Registry.exchange(true, std::memory_order_acquire))
+            std::this_thread::yield();
+    }
+    ~RegistryLock() { g_Registry.store(false, std::memory_order_release); }
+    RegistryLock(const RegistryLock&) = delete;
+    RegistryLock& operator=(const RegistryLock&) = delete;
+};
+
+bool g_SlotMade = false; // under the registry
+
+// Every thread's caches, and each home, on cache lines of their own: a
+// thread writes its lists on every operation, and must not slow another
+// down through a line they share. The block's own address is kept in the
+// word before it.
+const std::size_t kLine = 64;
+
+void* AllocateLines(std::size_t size)
+{
+    void* raw = std::calloc(1, size + kLine + sizeof(void*));
+    if (raw == nullptr)
+        return nullptr;
+    const std::uintptr_t start =
+        (reinterpret_cast<std::uintptr_t>(raw) + sizeof(void*) + kLine - 1) & ~(kLine - 1);
+    reinterpret_cast<void**>(start)[-1] = raw;
+    return reinterpret_cast<void*>(start);
+}
+
+void FreeLines(void* p)
+{
+    if (p != nullptr)
+        std::free(static_cast<void**>(p)[-1]);
+}
+
+void Release(ThreadCache*& cache)
+{
+    cache->~ThreadCache();
+    FreeLines(cache);
+    cache = nullptr;
+}
+
+} // namespace
+
+// Friend of the home: unlinks caches from it.
+class ThreadCacheRegistry
+{
+public:
+    // A cache goes: its blocks back to its home, if the home is still there.
+    static void Retire(ThreadCache*& cache)
+    {
+        if (ThreadCacheHome* home = cache->home.load(std::memory_order_relaxed))
+        {
+            ScopedLock<CriticalSection> lock(home->m_Lock);
+            cache->GiveAllBack();
+            (cache->previous ? cache->previous->next : home->m_Caches) = cache->next;
+            if (cache->next != nullptr)
+                cache->next->previous = cache->previous;
+        }
+        Release(cache);
+    }
+
+    // A thread ends: its caches go back to their homes.
+    static void ThreadEnds(void* value)
+    {
+        auto* mine = static_cast<ThreadCaches*>(value);
+        if (mine == &ThreadCaches::Ended)
+            return;
+        native::ThreadSlotSetFinal(&ThreadCaches::Ended);
+        {
+            RegistryLock registry;
+            for (ThreadCache*& cache : mine->caches)
+                if (cache != nullptr)
+                    Retire(cache);
+        }
+        FreeLines(mine);
+    }
+
+    static ThreadCache* Create(ThreadCacheHome* home)
+    {
+        ThreadCaches* mine = ThreadCaches::Mine();
+        if (mine == &ThreadCaches::Ended)
+            return nullptr;
+        RegistryLock registry;
+        if (mine == nullptr)
+        {
+            if (!g_SlotMade && !native::ThreadSlotCreate(&ThreadEnds))
+                return nullptr;
+            g_SlotMade = true;
+            mine = static_cast<ThreadCaches*>(AllocateLines(sizeof(ThreadCaches)));
+            if (mine == nullptr)
+                return nullptr;
+            native::ThreadSlotSet(mine);
+        }
+        ThreadCache** slot = nullptr;
+        for (ThreadCache*& cache : mine->caches)
+        {
+            if (cache != nullptr && cache->home.load(std::memory_order_relaxed) == nullptr)
+            {
+                // Its home is gone: the slot is free again.
+                if (mine->last == cache)
+                    mine->last = nullptr;
+                Release(cache);
+            }
+            if (cache == nullptr && slot == nullptr)
+                slot = &cache;
+        }
+        if (slot == nullptr)
+            return nullptr;
+        void* storage = AllocateLines(sizeof(ThreadCache));
+        if (storage == nullptr)
+            return nullptr;
+        ThreadCache* cache = new (storage) ThreadCache();
+        cache->home.store(home, std::memory_order_relaxed);
+        cache->epoch.store(home->m_Epoch.load(std::memory_order_acquire),
+                           std::memory_order_relaxed);
+        {
+            ScopedLock<CriticalSection> lock(home->m_Lock);
+            cache->next = home->m_Caches;
+            if (home->m_Caches != nullptr)
+                home->m_Caches->previous = cache;
+            home->m_Caches = cache;
+        }
+        *slot = cache;
+        return cache;
+    }
+
+    static void Detach(ThreadCacheHome* home)
+    {
+        RegistryLock registry;
+        for (ThreadCache* cache = home->m_Caches; cache != nullptr;)
+        {
+            ThreadCache* next = cache->next;
+            cache->previous = cache->next = nullptr;
+            cache->home.store(nullptr, std::memory_order_relaxed);
+            cache = next;
+        }
+        home->m_Caches = nullptr;
+    }
+};
+
+void ThreadCache::GiveAllBack()
+{
+    ThreadCacheHome* owner = home.load(std::memory_order_relaxed);
+    if (epoch.load(std::memory_order_relaxed) == owner->m_Epoch.load(std::memory_order_relaxed))
+        for (u32 index = 0; index < MaxClasses; ++index)
+            while (void* block = Pop(index))
+                owner->GiveBack(block);
+    Clear();
+}
+
+void* threadcache::AllocateHome(unsigned size)
+{
+    return AllocateLines(size);
+}
+
+void ThreadCacheHome::Destroy(ThreadCacheHome* home)
+{
+    if (home == nullptr)
+        return;
+    ThreadCacheRegistry::Detach(home);
+    home->~ThreadCacheHome();
+    FreeLines(home);
+}
+
+ThreadCache* ThreadCacheHome::FindOwn() const
+{
+    ThreadCaches* mine = ThreadCaches::Mine();
+    if (mine == nullptr)
+        return nullptr;
+    for (ThreadCache* cache : mine->caches)
+        if (cache != nullptr && cache->home.load(std::memory_order_relaxed) == this)
+            return cache;
+    return nullptr;
+}
+
+ThreadCache* ThreadCacheHome::FindCache()
+{
+    ThreadCache* cache = FindOwn();
+    if (cache == nullptr)
+        cache = ThreadCacheRegistry::Create(this);
+    if (cache == nullptr)
+        return nullptr;
+    const u32 epoch = m_Epoch.load(std::memory_order_acquire);
+    if (cache->epoch.load(std::memory_order_relaxed) != epoch)
+    {
+        cache->Clear(); // its blocks went with the pages at FreeAll
+        cache->epoch.store(epoch, std::memory_order_relaxed);
+    }
+    ThreadCaches::Mine()->last = cache;
+    return cache;
+}
+
+void ThreadCacheHome::FlushOwn()
+{
+    if (ThreadCache* cache = FindOwn())
+        cache->GiveAllBack();
+}
+
+u32 ThreadCacheHome::HeldByOtherThreads() const
+{
+    const ThreadCache* own = FindOwn();
+    const u32 epoch = m_Epoch.load(std::memory_order_relaxed);
+    u32 held = 0;
+    for (const ThreadCache* cache = m_Caches; cache != nullptr; cache = cache->next)
+        if (cache != own && cache->epoch.load(std::memory_order_relaxed) == epoch)
+            held += cache->held.load(std::memory_order_relaxed);
+    return held;
+}
+
+void ThreadCacheHome::Drain(ThreadCache& cache, u32 index, u32 keep)
+{
+    ScopedLock<CriticalSection> lock(m_Lock);
+    while (cache.lists[index].count > keep)
+        GiveBack(cache.Pop(index));
+}
+
+} // namespace qel
