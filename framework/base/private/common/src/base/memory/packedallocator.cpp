@@ -269,9 +269,21 @@ void* PackedAllocator::ReAllocNoThrow(void* p, unsigned int size)
     else
     {
         u32 extra = need - chunk;
-        if (run->tree.GetChunkAt(start + chunk, extra, kTag) == nullptr &&
-            (!GrowRun(run, start + chunk, need - chunk) ||
-             run->tree.GetChunkAt(start + chunk, extra, kTag) == nullptr))
+        auto grow = [&]
+        {
+            return run->tree.GetChunkAt(start + chunk, extra, kTag) != nullptr ||
+                   (GrowRun(run, start + chunk, need - chunk) &&
+                    run->tree.GetChunkAt(start + chunk, extra, kTag) != nullptr);
+        };
+        // The blocks this thread caches may hold the runs right behind a big
+        // one: they go back before the block moves.
+        bool grown = grow();
+        if (!grown && m_Caches != nullptr && run->pages >= BigRunPages)
+        {
+            m_Caches->FlushOwn();
+            grown = grow();
+        }
+        if (!grown)
         {
             Refile(run);
             void* moved = MallocNoThrow(size);

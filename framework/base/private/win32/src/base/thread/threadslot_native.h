@@ -35,7 +35,7 @@ inline void* ThreadSlotGet()
     const unsigned long index = g_ThreadSlotIndex.load(std::memory_order_relaxed);
     if (index >= 64)
         return ThreadSlotGetSlow(index);
-        // TEB.TlsSlots, at the offsets of the documented layout. (The
+    // TEB.TlsSlots, at the offsets of the documented layout. (The
     // compiler's __readgsqword trips its own array-bounds check.)
     std::uintptr_t teb;
 #if defined(_WIN64)
