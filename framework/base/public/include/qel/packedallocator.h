@@ -33,26 +33,40 @@
 //   8  every run's free chunks in address order (address, size in bytes)
 // Runs are listed room set first, then set-aside, each in its set's order.
 //
-// Every operation on the runs holds the allocator's own lock; it is never
-// held while another allocator is called (Transfert), so that pool-to-packed
-// and packed-to-pool moves cannot deadlock.
+// Every operation on the runs holds the lock of their arena; no lock is held
+// while another allocator, or another arena, is called (Transfert, a move
+// by ReAllocNoThrow, a cache given back), so that pool-to-packed and
+// packed-to-pool moves cannot deadlock.
 //
 // Thread caches (EnableThreadCaches; Mem turns them on for its shared Big
 // allocator, never for the allocators its factories make). Requests of 256
 // to 4096 bytes then fall in 33 classes, eight to a doubling (256, 288, ...,
 // 480, 512, 576, ..., 3840, 4096), and each thread keeps, for each class, a
 // list of free blocks of at least the class's capacity that it takes from
-// and gives to without the lock: 16 KB' worth a class and at least 8 blocks
+// and gives to without a lock: 16 KB' worth a class and at least 8 blocks
 // (64 blocks of 256 bytes, 8 of 4096), at most about 0.6 MB a thread. A
 // request is rounded up to its class's capacity, so that any block of the
 // list serves it (at most an eighth more than the request); an empty list
-// takes half its limit from the runs under the lock, a full one gives half
-// back. A cached block keeps its header, with the marker 0xB1CAC4ED: it
-// counts as allocated in the statistics and dumps, and freeing it again is
-// reported as a double free. A dump, FreeAll, GetStatistics, ValidateMemory
-// and destruction first give the calling thread's cache back; a dump says
-// how many blocks other threads' caches hold; a thread's caches go back when
-// it ends. FreeAll must not race with other threads' allocations.
+// takes half its limit from the runs in one locked pass, a full one gives
+// half back. A cached block keeps its header, with the marker 0xB1CAC4ED:
+// it counts as allocated in the statistics and dumps, and freeing it again
+// is reported as a double free. A dump, FreeAll, GetStatistics,
+// ValidateMemory and destruction first give the calling thread's cache
+// back; a dump says how many blocks other threads' caches hold; a thread's
+// caches go back when it ends. FreeAll must not race with other threads'
+// allocations.
+//
+// Arenas (with thread caches only). The runs are split among up to eight
+// arenas, each with its own lock, room and set-aside sets and statistics; a
+// thread takes its runs from one arena, given in turn to each new thread
+// (the first thread gets arena 0, the one an allocator without caches
+// has), so that threads refilling and draining their caches do not queue
+// on one lock. A block goes back to its run's arena, whichever thread frees
+// it. An arena's sets take about 100 KB of the allocator's own memory, made
+// when its first thread comes. The statistics are the arenas' sums: the
+// current counters are exact, a peak is the sum of the arenas' peaks (the
+// true peak when one arena was used). Dumps list arena after arena, each
+// room set first, then set-aside.
 #pragma once
 
 #include <qel/allocator.h>
@@ -60,6 +74,8 @@
 #include <qel/criticalsection.h>
 #include <qel/export.h>
 #include <qel/types.h>
+
+#include <atomic>
 
 namespace qel
 {
@@ -193,6 +209,24 @@ private:
     typedef RunSet<MaxRoomKey> RoomSet;
     typedef RunSet<MaxSetAsideKey> SetAsideSet;
 
+    // A lock and the runs and statistics it guards (see the top of this
+    // file); an allocator without thread caches has only the first.
+    struct Arena
+    {
+        CriticalSection lock;
+        RoomSet room;
+        SetAsideSet setAside;
+        AllocatorStatistics statistics;
+        u32 index; // in m_Arenas, and in its runs' headers
+    };
+    enum : u32
+    {
+        MaxArenas = 8
+    };
+    // Locks every arena made so far, in order, for the whole allocator's
+    // operations (dumps, checks, FreeAll).
+    class AllArenas;
+
     enum : u32
     {
         SmallestCached = 256,
@@ -215,11 +249,34 @@ private:
         return limit > 8 ? limit : 8;
     }
     void* Refill(ThreadCache& cache, u32 index);
-    void* MallocLocked(u32 need);
-    void FreeLocked(const void* p);
-    void GiveBack(const void* p);
+    void* MallocLocked(Arena& arena, u32 need);
+    void FreeLocked(Arena& arena, const void* p);
+    // Gives back a chain of cached blocks (linked through their first word).
+    void GiveBack(void* chain);
 
-    PackedRun* NewRun(u32 pages);
+    // The calling thread's arena; the first one when caches are off.
+    Arena& ThreadArena();
+    Arena& ArenaOf(ThreadCache& cache);
+    // The arena of the run holding `p`, read without a lock (a run never
+    // changes arena); the first one when `p` is in no run of ours, for the
+    // checks under the lock to report.
+    Arena& ArenaOf(const void* p) const;
+    Arena& ArenaOf(const PackedRun* run) const;
+    AllocatorStatistics Totals() const;
+
+    enum class Resize
+    {
+        Bad,      // not a live block of ours: reported
+        Done,     // resized in place
+        Stuck,    // cannot grow in place
+        StuckBig, // the same in a big run, which pages given back may let grow
+        Lone,     // a lone block of a big run that a smaller run would hold
+    };
+    // Resizes in place under the lock of the block's arena. `lone` allows
+    // the Lone answer; `capacity` receives the block's capacity.
+    Resize ResizeInPlace(void* p, unsigned int size, bool lone, u32& capacity);
+
+    PackedRun* NewRun(Arena& arena, u32 pages);
     // Adds pages behind the run so that the block ending at `end` can grow
     // by `missing` bytes in place; the run is left out of its set.
     bool GrowRun(PackedRun* run, unsigned char* end, u32 missing);
@@ -233,20 +290,25 @@ private:
     PackedRun* RunOf(const void* p, const char* operation);
     void ReportBadBlock(const char* operation, const void* p);
     void DumpRuns(OutputStream& out, bool blocks);
-    bool CheckRun(PackedRun* run, AllocatorStatistics& sums);
+    bool CheckRun(const Arena& arena, PackedRun* run, AllocatorStatistics& sums);
 
-    AllocatorStatistics m_Statistics;
-    mutable CriticalSection m_Lock;
     // The page manager, which outlives its owners, and this allocator's
     // index in its owner list: the owner byte of every page of our runs.
     PageManager* m_Pages;
     u32 m_OwnerIndex;
-    RoomSet m_Room;
-    SetAsideSet m_SetAside;
     u32 m_FullThreshold;
     u32 m_ErrorCategory;
     char m_Name[32];
     ThreadCacheHome* m_Caches = nullptr; // null while caches are off
+    // Guards the caches' list and the making of arenas.
+    CriticalSection m_HomeLock;
+    Arena* m_Arenas[MaxArenas];
+    std::atomic<u32> m_ArenaCount{1};
+    std::atomic<u32> m_NextArena{0}; // the arena of the next new thread
+    // Keeps the first arena's lock off the cache line of the fields above,
+    // which every thread reads.
+    unsigned char m_Separation[64];
+    Arena m_First;
 };
 
 } // namespace qel

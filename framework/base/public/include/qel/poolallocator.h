@@ -112,6 +112,8 @@ private:
     void* TakeBlock(Pool& pool);
     void* MallocLocked(unsigned int size);
     void GiveBlock(const void* p);
+    // Gives back a chain of cached blocks (linked through their first word).
+    void GiveBlocks(void* chain);
     // The most blocks a thread's cache keeps of class `index`: 4096
     // bytes' worth.
     static u32 CacheLimit(u32 index) { return 4096 / (Granularity * (index + 1)); }

@@ -32,11 +32,12 @@ Allocator* memory::NewPackedAllocator(const char* name, u32 fullThreshold)
 }
 
 PackedAllocator::PackedAllocator(const char* name, u32 fullThreshold)
-    : m_Statistics(), m_Pages(&PageManager::GetSingletonInstance()), m_OwnerIndex(0),
-      m_FullThreshold(fullThreshold)
+    : m_Pages(&PageManager::GetSingletonInstance()), m_OwnerIndex(0),
+      m_FullThreshold(fullThreshold), m_Arenas(), m_Separation(), m_First()
 {
-    packedrun::Reset(m_Room);
-    packedrun::Reset(m_SetAside);
+    packedrun::Reset(m_First.room);
+    packedrun::Reset(m_First.setAside);
+    m_Arenas[0] = &m_First;
     std::snprintf(m_Name, sizeof m_Name, "%s", name ? name : "");
     m_OwnerIndex = m_Pages->AddOwner(this);
     m_ErrorCategory = MEM_InitErrorCategory(Mem::GetErrorCategory(), m_Name);
@@ -50,18 +51,23 @@ PackedAllocator::~PackedAllocator()
     ThreadCacheHome::Destroy(m_Caches);
     m_Caches = nullptr;
     FreeAll();
+    for (u32 i = 1; i < m_ArenaCount.load(std::memory_order_acquire); ++i)
+    {
+        m_Arenas[i]->~Arena();
+        threadcache::FreeLines(m_Arenas[i]);
+    }
     m_Pages->RemoveOwner(this);
     ErrorManager::GetSingletonInstance().UnRegisterCategory(m_ErrorCategory);
 }
 
 // ---- runs and their sets ----------------------------------------------------
 
-PackedRun* PackedAllocator::NewRun(u32 pages)
+PackedRun* PackedAllocator::NewRun(Arena& arena, u32 pages)
 {
     void* start = m_Pages->AllocatePages(this, pages);
     if (start == nullptr)
         return nullptr;
-    PackedRun* run = new (start) PackedRun(pages);
+    PackedRun* run = new (start) PackedRun(pages, arena.index);
     const bool inserted = run->tree.InsertChunkInTree(run->Space(), run->SpaceSize(), kTag);
     QEL_ASSERT(m_ErrorCategory, inserted);
     if (!inserted)
@@ -70,27 +76,28 @@ PackedRun* PackedAllocator::NewRun(u32 pages)
         return nullptr;
     }
     run->largest = run->SpaceSize();
-    m_Statistics.AddPages(pages);
+    arena.statistics.AddPages(pages);
     return run;
 }
 
 void PackedAllocator::ReleaseRun(PackedRun* run)
 {
     Unfile(run);
-    m_Statistics.RemovePages(run->pages);
+    ArenaOf(run).statistics.RemovePages(run->pages);
     m_Pages->ReleasePages(this, run, run->pages);
 }
 
 void PackedAllocator::Unfile(PackedRun* run)
 {
+    Arena& arena = ArenaOf(run);
     if (run->set == PackedRun::Room)
     {
-        packedrun::Remove(m_Room, run);
+        packedrun::Remove(arena.room, run);
     }
     else if (run->set == PackedRun::SetAside)
     {
-        packedrun::Remove(m_SetAside, run);
-        m_Statistics.RemoveFullPages(run->pages);
+        packedrun::Remove(arena.setAside, run);
+        arena.statistics.RemoveFullPages(run->pages);
     }
 }
 
@@ -106,14 +113,15 @@ void PackedAllocator::Refile(PackedRun* run)
     if (run->set == set && run->bin == bin)
         return; // same bin, same place in the order
     Unfile(run);
+    Arena& arena = ArenaOf(run);
     if (setAside)
     {
-        packedrun::Insert(m_SetAside, run, PackedRun::SetAside, bin);
-        m_Statistics.AddFullPages(run->pages);
+        packedrun::Insert(arena.setAside, run, PackedRun::SetAside, bin);
+        arena.statistics.AddFullPages(run->pages);
     }
     else
     {
-        packedrun::Insert(m_Room, run, PackedRun::Room, bin);
+        packedrun::Insert(arena.room, run, PackedRun::Room, bin);
     }
 }
 
@@ -125,6 +133,18 @@ PackedRun* PackedAllocator::LiveBlockRun(const void* p) const
         user >= run->End() || PackedBlock::Of(p)->marker != BlockMarker)
         return nullptr;
     return run;
+}
+
+PackedAllocator::Arena& PackedAllocator::ArenaOf(const PackedRun* run) const
+{
+    return *m_Arenas[run->arena];
+}
+
+PackedAllocator::Arena& PackedAllocator::ArenaOf(const void* p) const
+{
+    const PackedRun* run = static_cast<const PackedRun*>(m_Pages->FindRunStart(p, m_OwnerIndex));
+    const u32 count = m_ArenaCount.load(std::memory_order_acquire);
+    return run != nullptr && run->GuardsHold() && run->arena < count ? ArenaOf(run) : *m_Arenas[0];
 }
 
 PackedRun* PackedAllocator::RunOf(const void* p, const char* operation)
@@ -141,6 +161,63 @@ void PackedAllocator::ReportBadBlock(const char* operation, const void* p)
                 "PackedAllocator::%s(): 0x%08" PRIXPTR
                 " is not a live block of this allocator! Allocator: 0x%08" PRIXPTR ". Ignored.\n",
                 operation, memory::Address(p), memory::Address(this));
+}
+
+// ---- arenas -----------------------------------------------------------------
+
+PackedAllocator::Arena& PackedAllocator::ThreadArena()
+{
+    if (m_Caches != nullptr)
+        if (ThreadCache* cache = m_Caches->Cache())
+            return ArenaOf(*cache);
+    return m_First;
+}
+
+PackedAllocator::Arena& PackedAllocator::ArenaOf(ThreadCache& cache)
+{
+    if (cache.owner == 0)
+    {
+        // A new thread: the next arena in turn, made when it is first given.
+        u32 index = m_NextArena.fetch_add(1, std::memory_order_relaxed) % MaxArenas;
+        ScopedLock<CriticalSection> lock(m_HomeLock);
+        for (u32 count = m_ArenaCount.load(std::memory_order_relaxed); count <= index; ++count)
+        {
+            void* storage = threadcache::AllocateLines(sizeof(Arena));
+            if (storage == nullptr)
+            {
+                index = 0;
+                break;
+            }
+            Arena* arena = new (storage) Arena();
+            arena->index = count;
+            packedrun::Reset(arena->room);
+            packedrun::Reset(arena->setAside);
+            m_Arenas[count] = arena;
+            m_ArenaCount.store(count + 1, std::memory_order_release);
+        }
+        cache.owner = index + 1;
+    }
+    return *m_Arenas[cache.owner - 1];
+}
+
+AllocatorStatistics PackedAllocator::Totals() const
+{
+    AllocatorStatistics totals = {};
+    for (u32 i = 0; i < m_ArenaCount.load(std::memory_order_acquire); ++i)
+    {
+        const AllocatorStatistics& s = m_Arenas[i]->statistics;
+        totals.peakFullPages += s.peakFullPages;
+        totals.peakPages += s.peakPages;
+        totals.peakAllocations += s.peakAllocations;
+        totals.peakRequestedSize += s.peakRequestedSize;
+        totals.peakUsedSize += s.peakUsedSize;
+        totals.currentFullPages += s.currentFullPages;
+        totals.currentPages += s.currentPages;
+        totals.currentAllocations += s.currentAllocations;
+        totals.currentRequestedSize += s.currentRequestedSize;
+        totals.currentUsedSize += s.currentUsedSize;
+    }
+    return totals;
 }
 
 // ---- allocation -------------------------------------------------------------
@@ -160,14 +237,15 @@ void* PackedAllocator::MallocNoThrow(unsigned int size)
     const u32 need = NeedFor(size);
     if (size == 0 || need == 0)
         return nullptr;
-    ScopedLock<CriticalSection> lock(m_Lock);
-    return MallocLocked(need);
+    Arena& arena = ThreadArena();
+    ScopedLock<CriticalSection> lock(arena.lock);
+    return MallocLocked(arena, need);
 }
 
-void* PackedAllocator::MallocLocked(u32 need)
+void* PackedAllocator::MallocLocked(Arena& arena, u32 need)
 {
-    PackedRun* run = packedrun::FirstAtLeast(m_Room, need);
-    if (run == nullptr && (run = NewRun(RunPagesFor(need))) == nullptr)
+    PackedRun* run = packedrun::FirstAtLeast(arena.room, need);
+    if (run == nullptr && (run = NewRun(arena, RunPagesFor(need))) == nullptr)
         return nullptr;
     // The run's largest free chunk holds `need`: GetChunk cannot fail.
     u32 chunk = need;
@@ -175,7 +253,7 @@ void* PackedAllocator::MallocLocked(u32 need)
     block->marker = BlockMarker;
     block->capacity = chunk - BlockHeaderSize;
     ++run->live;
-    m_Statistics.AddAllocation(block->capacity, block->capacity);
+    arena.statistics.AddAllocation(block->capacity, block->capacity);
     Refile(run);
     return block->User();
 }
@@ -203,11 +281,12 @@ void PackedAllocator::Free(const void* p)
                 return;
             }
     }
-    ScopedLock<CriticalSection> lock(m_Lock);
-    FreeLocked(p);
+    Arena& arena = ArenaOf(p);
+    ScopedLock<CriticalSection> lock(arena.lock);
+    FreeLocked(arena, p);
 }
 
-void PackedAllocator::FreeLocked(const void* p)
+void PackedAllocator::FreeLocked(Arena& arena, const void* p)
 {
     PackedRun* run = RunOf(p, "Free");
     if (run == nullptr)
@@ -215,14 +294,15 @@ void PackedAllocator::FreeLocked(const void* p)
     PackedBlock* block = PackedBlock::Of(p);
     const u32 capacity = block->capacity;
     // The tree refuses a chunk that overlaps a free one: a double free.
-    if (u64(capacity) + BlockHeaderSize >
+    if (run->arena != arena.index ||
+        u64(capacity) + BlockHeaderSize >
             u64(run->End() - reinterpret_cast<unsigned char*>(block)) ||
         !run->tree.InsertChunkInTree(block, capacity + BlockHeaderSize, kTag))
     {
         ReportBadBlock("Free", p);
         return;
     }
-    m_Statistics.RemoveAllocation(capacity, capacity);
+    arena.statistics.RemoveAllocation(capacity, capacity);
     if (--run->live == 0)
         ReleaseRun(run);
     else
@@ -236,70 +316,84 @@ void* PackedAllocator::ReAllocNoThrow(void* p, unsigned int size)
     const u32 need = NeedFor(size);
     if (size == 0 || need == 0)
         return nullptr;
-    ScopedLock<CriticalSection> lock(m_Lock);
+    u32 capacity = 0;
+    Resize resized = ResizeInPlace(p, size, true, capacity);
+    // The blocks this thread caches may hold the runs right behind a big
+    // one: they go back before the block moves.
+    if (resized == Resize::StuckBig && m_Caches != nullptr)
+    {
+        m_Caches->FlushOwn();
+        resized = ResizeInPlace(p, size, true, capacity);
+    }
+    if (resized == Resize::Done)
+        return p;
+    if (resized == Resize::Bad)
+        return nullptr;
+    if (resized == Resize::Lone)
+    {
+        // A big run holds its block alone: when a smaller run would do, the
+        // block moves and the run's pages go back.
+        if (void* moved = MallocNoThrow(size))
+        {
+            std::memcpy(moved, p, size);
+            Free(p);
+            return moved;
+        }
+        return ResizeInPlace(p, size, false, capacity) == Resize::Done ? p : nullptr;
+    }
+    void* moved = MallocNoThrow(size);
+    if (moved == nullptr)
+        return nullptr;
+    std::memcpy(moved, p, capacity);
+    Free(p);
+    return moved;
+}
+
+PackedAllocator::Resize PackedAllocator::ResizeInPlace(void* p, unsigned int size, bool lone,
+                                                       u32& capacity)
+{
+    const u32 need = NeedFor(size);
+    Arena& arena = ArenaOf(p);
+    ScopedLock<CriticalSection> lock(arena.lock);
     PackedRun* run = RunOf(p, "ReAllocNoThrow");
     if (run == nullptr)
-        return nullptr;
+        return Resize::Bad;
     PackedBlock* block = PackedBlock::Of(p);
     unsigned char* start = reinterpret_cast<unsigned char*>(block);
     const u32 chunk = block->Chunk();
-    const u32 capacity = block->capacity;
+    capacity = block->capacity;
     u32 resized;
 
     if (size <= capacity)
     {
-        // A big run holds its block alone: when a smaller run would do, the
-        // block moves and the run's pages go back.
-        if (run->pages >= BigRunPages && RunPagesFor(need) < run->pages)
-            if (void* moved = MallocNoThrow(size))
-            {
-                std::memcpy(moved, p, size);
-                Free(p);
-                return moved;
-            }
+        if (lone && run->pages >= BigRunPages && RunPagesFor(need) < run->pages)
+            return Resize::Lone;
         if (u64(need) + MinimumChunk > chunk)
-            return p; // no tail worth giving back
+            return Resize::Done; // no tail worth giving back
         // The tail is part of a live block: the tree cannot hold any of it.
         const bool inserted = run->tree.InsertChunkInTree(start + need, chunk - need, kTag);
         QEL_ASSERT(m_ErrorCategory, inserted);
         if (!inserted)
-            return p;
+            return Resize::Done;
         resized = need;
     }
     else
     {
         u32 extra = need - chunk;
-        auto grow = [&]
-        {
-            return run->tree.GetChunkAt(start + chunk, extra, kTag) != nullptr ||
-                   (GrowRun(run, start + chunk, need - chunk) &&
-                    run->tree.GetChunkAt(start + chunk, extra, kTag) != nullptr);
-        };
-        // The blocks this thread caches may hold the runs right behind a big
-        // one: they go back before the block moves.
-        bool grown = grow();
-        if (!grown && m_Caches != nullptr && run->pages >= BigRunPages)
-        {
-            m_Caches->FlushOwn();
-            grown = grow();
-        }
-        if (!grown)
+        if (run->tree.GetChunkAt(start + chunk, extra, kTag) == nullptr &&
+            !(GrowRun(run, start + chunk, need - chunk) &&
+              run->tree.GetChunkAt(start + chunk, extra, kTag) != nullptr))
         {
             Refile(run);
-            void* moved = MallocNoThrow(size);
-            if (moved == nullptr)
-                return nullptr;
-            std::memcpy(moved, p, capacity);
-            Free(p);
-            return moved;
+            return run->pages >= BigRunPages ? Resize::StuckBig : Resize::Stuck;
         }
         resized = chunk + extra;
     }
     block->capacity = resized - BlockHeaderSize;
-    m_Statistics.RemoveAllocation(capacity, capacity);
-    m_Statistics.AddAllocation(block->capacity, block->capacity);
+    arena.statistics.RemoveAllocation(capacity, capacity);
+    arena.statistics.AddAllocation(block->capacity, block->capacity);
     Refile(run);
-    return p;
+    return Resize::Done;
 }
 
 bool PackedAllocator::GrowRun(PackedRun* run, unsigned char* end, u32 missing)
@@ -319,7 +413,7 @@ bool PackedAllocator::GrowRun(PackedRun* run, unsigned char* end, u32 missing)
     unsigned char* oldEnd = run->End();
     Unfile(run); // the set-aside page count follows the run's pages
     run->pages += extra;
-    m_Statistics.AddPages(extra);
+    ArenaOf(run).statistics.AddPages(extra);
     const bool inserted = run->tree.InsertChunkInTree(oldEnd, extra * PageSize, kTag);
     QEL_ASSERT(m_ErrorCategory, inserted);
     return inserted;
@@ -327,15 +421,19 @@ bool PackedAllocator::GrowRun(PackedRun* run, unsigned char* end, u32 missing)
 
 void PackedAllocator::FreeAll()
 {
-    ScopedLock<CriticalSection> lock(m_Lock);
+    AllArenas locked(*this);
     if (m_Caches != nullptr)
         m_Caches->VoidAll();
     auto release = [this](PackedRun* run) { m_Pages->ReleasePages(this, run, run->pages); };
-    packedrun::ForEach(m_Room, release);
-    packedrun::ForEach(m_SetAside, release);
-    packedrun::Reset(m_Room);
-    packedrun::Reset(m_SetAside);
-    m_Statistics.ClearCurrent();
+    locked.ForEach(
+        [&release](Arena& arena)
+        {
+            packedrun::ForEach(arena.room, release);
+            packedrun::ForEach(arena.setAside, release);
+            packedrun::Reset(arena.room);
+            packedrun::Reset(arena.setAside);
+            arena.statistics.ClearCurrent();
+        });
 }
 
 // ---- moves and statistics ---------------------------------------------------
@@ -348,9 +446,8 @@ void* PackedAllocator::Transfert(Allocator* target, void* p, unsigned int size)
         return nullptr;
     if (target == this)
         return ReAllocNoThrow(p, size);
-    // The block is the caller's, so its capacity is read without the lock,
-    // and the lock is not held while the target allocates: a pool moving a
-    // block here holds its own lock while it calls us.
+    // The block is the caller's, so its capacity is read without a lock,
+    // and none is held while the target allocates.
     const u32 capacity = PackedBlock::Of(p)->capacity;
     void* moved = target->MallocNoThrow(size);
     if (moved == nullptr)
@@ -362,10 +459,10 @@ void* PackedAllocator::Transfert(Allocator* target, void* p, unsigned int size)
 
 AllocatorStatistics PackedAllocator::GetStatistics() const
 {
-    ScopedLock<CriticalSection> lock(m_Lock);
     if (m_Caches != nullptr)
         m_Caches->FlushOwn();
-    return m_Statistics;
+    AllArenas locked(*this);
+    return Totals();
 }
 
 // ---- thread caches ----------------------------------------------------------
@@ -373,7 +470,8 @@ AllocatorStatistics PackedAllocator::GetStatistics() const
 void PackedAllocator::EnableThreadCaches()
 {
     if (m_Caches == nullptr)
-        m_Caches = ThreadCacheHome::Make<PackedAllocator, &PackedAllocator::GiveBack>(this, m_Lock);
+        m_Caches =
+            ThreadCacheHome::Make<PackedAllocator, &PackedAllocator::GiveBack>(this, m_HomeLock);
 }
 
 u32 PackedAllocator::ClassAbove(u32 size)
@@ -396,11 +494,12 @@ u32 PackedAllocator::ClassBelow(u32 capacity)
 void* PackedAllocator::Refill(ThreadCache& cache, u32 index)
 {
     const u32 need = ClassCapacity(index) + BlockHeaderSize;
-    ScopedLock<CriticalSection> lock(m_Lock);
-    void* first = MallocLocked(need);
+    Arena& arena = ArenaOf(cache);
+    ScopedLock<CriticalSection> lock(arena.lock);
+    void* first = MallocLocked(arena, need);
     for (u32 i = CacheLimit(index) / 2; first != nullptr && i > 1; --i)
     {
-        void* p = MallocLocked(need);
+        void* p = MallocLocked(arena, need);
         if (p == nullptr)
             break;
         PackedBlock::Of(p)->marker = CachedMarker;
@@ -409,10 +508,28 @@ void* PackedAllocator::Refill(ThreadCache& cache, u32 index)
     return first;
 }
 
-void PackedAllocator::GiveBack(const void* p)
+void PackedAllocator::GiveBack(void* chain)
 {
-    PackedBlock::Of(p)->marker = BlockMarker;
-    FreeLocked(p);
+    // Blocks go back to their runs' arenas, each arena's lock taken once for
+    // a sequence of its blocks.
+    Arena* held = nullptr;
+    while (chain != nullptr)
+    {
+        void* p = chain;
+        chain = *static_cast<void**>(p);
+        PackedBlock::Of(p)->marker = BlockMarker;
+        Arena& arena = ArenaOf(p);
+        if (&arena != held)
+        {
+            if (held != nullptr)
+                held->lock.Leave();
+            arena.lock.Enter();
+            held = &arena;
+        }
+        FreeLocked(arena, p);
+    }
+    if (held != nullptr)
+        held->lock.Leave();
 }
 
 } // namespace qel

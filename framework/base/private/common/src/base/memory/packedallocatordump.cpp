@@ -105,17 +105,25 @@ void PackedAllocator::DumpRuns(OutputStream& out, bool blocks)
         memory::Print(out, "Number of allocations: %u\tLargest free chunk: %u\r\n", count,
                       unsigned(run->largest));
     };
-    packedrun::ForEach(m_Room, dump);
-    packedrun::ForEach(m_SetAside, dump);
+    for (u32 i = 0; i < m_ArenaCount.load(std::memory_order_acquire); ++i)
+    {
+        packedrun::ForEach(m_Arenas[i]->room, dump);
+        packedrun::ForEach(m_Arenas[i]->setAside, dump);
+    }
 }
 
 void PackedAllocator::DumpStatistics(u32 flags, AllocatorStatMarker*, AllocatorStatMarker*,
                                      OutputStream* stream, char* title)
 {
     // No history is kept: the markers bound nothing.
-    ScopedLock<CriticalSection> lock(m_Lock);
+    u32 held = 0;
     if (m_Caches != nullptr)
+    {
         m_Caches->FlushOwn();
+        held = m_Caches->HeldByOtherThreads();
+    }
+    AllArenas locked(*this);
+    const AllocatorStatistics totals = Totals();
     OutputStream& out = stream ? *stream : DebuggerStream::GetDefaultInstance();
     if (title)
         memory::WriteText(out, title);
@@ -126,8 +134,8 @@ void PackedAllocator::DumpStatistics(u32 flags, AllocatorStatMarker*, AllocatorS
                       "\tOverhead per alloc: %u\r\n",
                       Address(this), unsigned(BlockHeaderSize));
         AllocatorStatistics::DumpHeader(out, "Allocator");
-        m_Statistics.DumpRow(out, m_Name);
-        if (const u32 held = m_Caches != nullptr ? m_Caches->HeldByOtherThreads() : 0)
+        totals.DumpRow(out, m_Name);
+        if (held != 0)
             memory::Print(out, "Blocks held in other threads' caches: %u\r\n", unsigned(held));
         memory::Print(out, "\r\n");
     }
@@ -136,7 +144,9 @@ void PackedAllocator::DumpStatistics(u32 flags, AllocatorStatMarker*, AllocatorS
                       "\r\nDumping tags statistics for PackedAllocator 0x%08" PRIXPTR
                       "\tOverhead per alloc: %u\r\n",
                       Address(this), unsigned(BlockHeaderSize));
-    if ((flags & DumpPages) && m_Room.count + m_SetAside.count != 0)
+    u32 runs = 0;
+    locked.ForEach([&runs](Arena& arena) { runs += arena.room.count + arena.setAside.count; });
+    if ((flags & DumpPages) && runs != 0)
     {
         memory::Print(out, "\r\nDumping page statistics for PackedAllocator 0x%08" PRIXPTR "\r\n",
                       Address(this));
@@ -151,7 +161,7 @@ void PackedAllocator::DumpStatistics(u32 flags, AllocatorStatMarker*, AllocatorS
 
 // ---- checks -----------------------------------------------------------------
 
-bool PackedAllocator::CheckRun(PackedRun* run, AllocatorStatistics& sums)
+bool PackedAllocator::CheckRun(const Arena& arena, PackedRun* run, AllocatorStatistics& sums)
 {
     const char* damage = nullptr;
     u32 blocks = 0, used = 0;
@@ -161,6 +171,8 @@ bool PackedAllocator::CheckRun(PackedRun* run, AllocatorStatistics& sums)
         damage = "guards";
     else if (m_Pages->FindRunStart(run, m_OwnerIndex) != run)
         damage = "page records";
+    else if (run->arena != arena.index)
+        damage = "arena";
     else if (!run->tree.Validate(kTag))
         damage = "free chunk tree";
     else if (run->largest != run->tree.GetLargestChunk())
@@ -194,26 +206,32 @@ bool PackedAllocator::CheckRun(PackedRun* run, AllocatorStatistics& sums)
 
 bool PackedAllocator::ValidateMemory()
 {
-    ScopedLock<CriticalSection> lock(m_Lock);
     if (m_Caches != nullptr)
         m_Caches->FlushOwn();
-    AllocatorStatistics sums = {};
+    AllArenas locked(*this);
     bool ok = true;
-    auto check = [this, &ok, &sums](PackedRun* run) { ok = ok && CheckRun(run, sums); };
-    packedrun::ForEach(m_Room, check);
-    packedrun::ForEach(m_SetAside, check);
-    if (ok && (sums.currentAllocations != m_Statistics.currentAllocations ||
-               sums.currentUsedSize != m_Statistics.currentUsedSize ||
-               sums.currentUsedSize != m_Statistics.currentRequestedSize ||
-               sums.currentPages != m_Statistics.currentPages ||
-               sums.currentFullPages != m_Statistics.currentFullPages))
-    {
-        QEL_WARNING(m_ErrorCategory,
-                    "PackedAllocator::ValidateMemory(): the statistics do not match the runs! "
-                    "Allocator: 0x%08" PRIXPTR "\n",
-                    Address(this));
-        ok = false;
-    }
+    locked.ForEach(
+        [this, &ok](Arena& arena)
+        {
+            AllocatorStatistics sums = {};
+            auto check = [this, &ok, &sums, &arena](PackedRun* run)
+            { ok = ok && CheckRun(arena, run, sums); };
+            packedrun::ForEach(arena.room, check);
+            packedrun::ForEach(arena.setAside, check);
+            const AllocatorStatistics& kept = arena.statistics;
+            if (ok && (sums.currentAllocations != kept.currentAllocations ||
+                       sums.currentUsedSize != kept.currentUsedSize ||
+                       sums.currentUsedSize != kept.currentRequestedSize ||
+                       sums.currentPages != kept.currentPages ||
+                       sums.currentFullPages != kept.currentFullPages))
+            {
+                QEL_WARNING(m_ErrorCategory,
+                            "PackedAllocator::ValidateMemory(): the statistics do not match the "
+                            "runs! Allocator: 0x%08" PRIXPTR "\n",
+                            Address(this));
+                ok = false;
+            }
+        });
     return ok;
 }
 
@@ -221,7 +239,8 @@ bool PackedAllocator::IsValidPointer(const void* p)
 {
     if (p == nullptr)
         return false;
-    ScopedLock<CriticalSection> lock(m_Lock);
+    Arena& arena = ArenaOf(p);
+    ScopedLock<CriticalSection> lock(arena.lock);
     PackedRun* run = static_cast<PackedRun*>(m_Pages->FindRunStart(p, m_OwnerIndex));
     const unsigned char* user = static_cast<const unsigned char*>(p);
     if (run == nullptr || !run->GuardsHold() || user < run->Space() + BlockHeaderSize ||

@@ -22,9 +22,9 @@ struct PackedRunFields
         SetAside = 2,
     };
 
-    explicit PackedRunFields(u32 pageCount)
+    PackedRunFields(u32 pageCount, u32 arenaIndex)
         : frontGuard(0xBAAAAAABu), tree(1), largest(0), live(0), pages(pageCount), bin(0),
-          set(None), previous(nullptr), next(nullptr)
+          set(None), arena(arenaIndex), previous(nullptr), next(nullptr)
     {
     }
 
@@ -35,6 +35,7 @@ struct PackedRunFields
     u32 pages;
     u32 bin; // where it is filed
     u32 set;
+    u32 arena;           // whose lock guards the run, for good
     PackedRun* previous; // neighbours in its bin
     PackedRun* next;
 };
@@ -47,7 +48,10 @@ struct PackedRun : PackedRunFields
         BackGuard = 0xEAAAAAAEu,
     };
 
-    explicit PackedRun(u32 pageCount) : PackedRunFields(pageCount), backGuard(BackGuard) {}
+    PackedRun(u32 pageCount, u32 arenaIndex)
+        : PackedRunFields(pageCount, arenaIndex), backGuard(BackGuard)
+    {
+    }
 
     unsigned char spare[PackedAllocator::RunHeaderSize - 4 - sizeof(PackedRunFields)];
     u32 backGuard;
@@ -201,4 +205,34 @@ void ForEach(const Set& set, Visit visit)
 }
 
 } // namespace packedrun
+
+class PackedAllocator::AllArenas
+{
+public:
+    explicit AllArenas(const PackedAllocator& allocator)
+        : m_Allocator(allocator), m_Count(allocator.m_ArenaCount.load(std::memory_order_acquire))
+    {
+        for (u32 i = 0; i < m_Count; ++i)
+            m_Allocator.m_Arenas[i]->lock.Enter();
+    }
+    ~AllArenas()
+    {
+        for (u32 i = m_Count; i-- > 0;)
+            m_Allocator.m_Arenas[i]->lock.Leave();
+    }
+    AllArenas(const AllArenas&) = delete;
+    AllArenas& operator=(const AllArenas&) = delete;
+
+    template <class Visit>
+    void ForEach(Visit visit) const
+    {
+        for (u32 i = 0; i < m_Count; ++i)
+            visit(*m_Allocator.m_Arenas[i]);
+    }
+
+private:
+    const PackedAllocator& m_Allocator;
+    const u32 m_Count;
+};
+
 } // namespace qel

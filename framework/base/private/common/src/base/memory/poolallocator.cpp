@@ -64,7 +64,7 @@ PoolAllocator::~PoolAllocator()
 void PoolAllocator::EnableThreadCaches()
 {
     if (m_Caches == nullptr)
-        m_Caches = ThreadCacheHome::Make<PoolAllocator, &PoolAllocator::GiveBlock>(this, m_Lock);
+        m_Caches = ThreadCacheHome::Make<PoolAllocator, &PoolAllocator::GiveBlocks>(this, m_Lock);
 }
 
 // ---- allocation -------------------------------------------------------------
@@ -154,6 +154,17 @@ void PoolAllocator::Free(const void* p)
     GiveBlock(p);
 }
 
+void PoolAllocator::GiveBlocks(void* chain)
+{
+    ScopedLock<CriticalSection> lock(m_Lock);
+    while (chain != nullptr)
+    {
+        void* block = chain;
+        chain = *static_cast<void**>(block);
+        GiveBlock(block);
+    }
+}
+
 void PoolAllocator::GiveBlock(const void* p)
 {
     Page* page = Page::Of(p);
@@ -241,10 +252,7 @@ void* PoolAllocator::Transfert(Allocator* target, void* p, unsigned int size)
 bool PoolAllocator::ValidateMemory()
 {
     if (m_Caches != nullptr)
-    {
-        ScopedLock<CriticalSection> lock(m_Lock);
         m_Caches->FlushOwn();
-    }
     return true;
 }
 

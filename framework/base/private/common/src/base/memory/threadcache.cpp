@@ -35,14 +35,15 @@ struct RegistryLock
 
 bool g_SlotMade = false; // under the registry
 
+} // namespace
+
 // Every thread's caches, and each home, on cache lines of their own: a
 // thread writes its lists on every operation, and must not slow another
 // down through a line they share. The block's own address is kept in the
 // word before it.
-const std::size_t kLine = 64;
-
-void* AllocateLines(std::size_t size)
+void* threadcache::AllocateLines(std::size_t size)
 {
+    const std::size_t kLine = 64;
     void* raw = std::calloc(1, size + kLine + sizeof(void*));
     if (raw == nullptr)
         return nullptr;
@@ -52,11 +53,17 @@ void* AllocateLines(std::size_t size)
     return reinterpret_cast<void*>(start);
 }
 
-void FreeLines(void* p)
+void threadcache::FreeLines(void* p)
 {
     if (p != nullptr)
         std::free(static_cast<void**>(p)[-1]);
 }
+
+namespace
+{
+
+using threadcache::AllocateLines;
+using threadcache::FreeLines;
 
 void Release(ThreadCache*& cache)
 {
@@ -167,16 +174,17 @@ public:
 void ThreadCache::GiveAllBack()
 {
     ThreadCacheHome* owner = home.load(std::memory_order_relaxed);
+    void* chain = nullptr;
     if (epoch.load(std::memory_order_relaxed) == owner->m_Epoch.load(std::memory_order_relaxed))
         for (u32 index = 0; index < MaxClasses; ++index)
             while (void* block = Pop(index))
-                owner->GiveBack(block);
+            {
+                *static_cast<void**>(block) = chain;
+                chain = block;
+            }
     Clear();
-}
-
-void* threadcache::AllocateHome(unsigned size)
-{
-    return AllocateLines(size);
+    if (chain != nullptr)
+        owner->GiveBack(chain);
 }
 
 void ThreadCacheHome::Destroy(ThreadCacheHome* home)
@@ -224,6 +232,7 @@ void ThreadCacheHome::FlushOwn()
 
 u32 ThreadCacheHome::HeldByOtherThreads() const
 {
+    ScopedLock<CriticalSection> lock(m_Lock);
     const ThreadCache* own = FindOwn();
     const u32 epoch = m_Epoch.load(std::memory_order_relaxed);
     u32 held = 0;
@@ -231,13 +240,6 @@ u32 ThreadCacheHome::HeldByOtherThreads() const
         if (cache != own && cache->epoch.load(std::memory_order_relaxed) == epoch)
             held += cache->held.load(std::memory_order_relaxed);
     return held;
-}
-
-void ThreadCacheHome::Drain(ThreadCache& cache, u32 index, u32 keep)
-{
-    ScopedLock<CriticalSection> lock(m_Lock);
-    while (cache.lists[index].count > keep)
-        GiveBack(cache.Pop(index));
 }
 
 } // namespace qel

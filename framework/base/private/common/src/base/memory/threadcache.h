@@ -6,7 +6,10 @@
 // gets a ThreadCache: for each class, a list of free blocks linked through
 // their first word, that only this thread touches, so taking and giving a
 // block needs no lock. The allocator decides what a class is, how many
-// blocks a list keeps and how blocks go back (GiveBack, under its lock).
+// blocks a list keeps and how blocks go back: GiveBack hands it a chain of
+// blocks, linked like the lists, and it takes whatever locks it needs. The
+// home's lock guards its list of caches only; it is taken before any lock
+// of the allocator's, never after one.
 //
 // A thread's caches go back to their homes when the thread ends, through
 // the library's thread slot (whatever started the thread), or are dropped
@@ -20,6 +23,7 @@
 #include "base/thread/threadslot_native.h"
 
 #include <atomic>
+#include <cstddef>
 #include <new>
 
 namespace qel
@@ -45,6 +49,7 @@ struct ThreadCache
     ThreadCache* next;
     std::atomic<u32> epoch; // the home's FreeAll count when the lists were filled
     std::atomic<u32> held;
+    u32 owner; // the allocator's own word about this thread, 0 at first
     List lists[MaxClasses];
 
     void* Pop(u32 index)
@@ -79,8 +84,21 @@ struct ThreadCache
             list = List{nullptr, 0};
         held.store(0, std::memory_order_relaxed);
     }
-    // Gives every list back to the home (its lock held) and empties them;
-    // blocks of a voided epoch are dropped (they went with FreeAll).
+    // Unlinks the list's blocks after its first `keep` into a chain.
+    void* Cut(u32 index, u32 keep)
+    {
+        List& list = lists[index];
+        void* chain = nullptr;
+        while (list.count > keep)
+        {
+            void* block = Pop(index);
+            *static_cast<void**>(block) = chain;
+            chain = block;
+        }
+        return chain;
+    }
+    // Gives every list back to the home and empties them; blocks of a
+    // voided epoch are dropped (they went with FreeAll).
     void GiveAllBack();
 };
 
@@ -110,10 +128,10 @@ public:
     ThreadCacheHome(const ThreadCacheHome&) = delete;
     ThreadCacheHome& operator=(const ThreadCacheHome&) = delete;
 
-    // Makes a home for an allocator whose lock is `lock`, with `giveBack`
-    // returning one cached block to it under that lock;
-    // null when out of memory. Homes live outside the allocators' heaps.
-    template <class Allocator, void (Allocator::*giveBack)(const void*)>
+    // Makes a home whose list of caches `lock` guards, with `giveBack`
+    // returning a chain of cached blocks to the allocator; null when out of
+    // memory. Homes live outside the allocators' heaps.
+    template <class Allocator, void (Allocator::*giveBack)(void*)>
     static ThreadCacheHome* Make(Allocator* allocator, CriticalSection& lock);
     // Every thread's cache is cut loose, then the home goes.
     static void Destroy(ThreadCacheHome* home);
@@ -130,17 +148,17 @@ public:
         return FindCache();
     }
 
-    // With the lock held: gives the calling thread's cache back.
+    // Gives the calling thread's cache back.
     void FlushOwn();
-    // With the lock held: the blocks in other threads' caches.
+    // The blocks in other threads' caches.
     u32 HeldByOtherThreads() const;
     // With the lock held, at FreeAll: every cache's blocks went with the
     // pages, the caches see the new epoch and start empty.
     void VoidAll() { m_Epoch.fetch_add(1, std::memory_order_acq_rel); }
-    // Gives blocks of the list back under the lock until `keep` are left.
-    void Drain(ThreadCache& cache, u32 index, u32 keep);
+    // Gives blocks of the list back until `keep` are left.
+    void Drain(ThreadCache& cache, u32 index, u32 keep) { GiveBack(cache.Cut(index, keep)); }
 
-    virtual void GiveBack(void* block) = 0;
+    virtual void GiveBack(void* chain) = 0;
 
 protected:
     virtual ~ThreadCacheHome() = default;
@@ -160,9 +178,12 @@ private:
 namespace threadcache
 {
 
-void* AllocateHome(unsigned size);
+// Zeroed memory on cache lines of its own, outside the allocators' heaps
+// (homes, caches, arenas); null when there is none.
+void* AllocateLines(std::size_t size);
+void FreeLines(void* p);
 
-template <class Allocator, void (Allocator::*giveBack)(const void*)>
+template <class Allocator, void (Allocator::*giveBack)(void*)>
 class HomeOf final : public ThreadCacheHome
 {
 public:
@@ -170,7 +191,7 @@ public:
         : ThreadCacheHome(lock), m_Allocator(allocator)
     {
     }
-    void GiveBack(void* block) override { (m_Allocator->*giveBack)(block); }
+    void GiveBack(void* chain) override { (m_Allocator->*giveBack)(chain); }
 
 private:
     Allocator* m_Allocator;
@@ -178,11 +199,11 @@ private:
 
 } // namespace threadcache
 
-template <class Allocator, void (Allocator::*giveBack)(const void*)>
+template <class Allocator, void (Allocator::*giveBack)(void*)>
 ThreadCacheHome* ThreadCacheHome::Make(Allocator* allocator, CriticalSection& lock)
 {
     typedef threadcache::HomeOf<Allocator, giveBack> Home;
-    void* storage = threadcache::AllocateHome(sizeof(Home));
+    void* storage = threadcache::AllocateLines(sizeof(Home));
     return storage != nullptr ? new (storage) Home(allocator, lock) : nullptr;
 }
 
