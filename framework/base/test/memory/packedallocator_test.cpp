@@ -343,4 +343,33 @@ TEST(PackedAllocatorThreadCaches, CachedBlocksAreCountedShownAndGoBackAtTheThrea
     EXPECT_EQ(packed.GetStatistics().currentAllocations, 0u);
 }
 
+// With caches on, each thread takes its runs from an arena of its own: two
+// threads' blocks that one run could hold are in two runs. A block freed
+// by another thread goes back to its own run, and the statistics are the
+// arenas' sums.
+TEST(PackedAllocatorThreadCaches, ThreadsTakeRunsFromArenasOfTheirOwn)
+{
+    PackedAllocator packed("Arenas", 256);
+    packed.EnableThreadCaches();
+    void* mine = packed.Malloc(5000); // above the cached sizes: straight from the arena
+    void* theirs = nullptr;
+    std::thread([&] { theirs = packed.Malloc(5000); }).join();
+    qeltest::DumpCapture dump;
+    packed.DumpStatistics(PackedAllocator::DumpPages, nullptr, nullptr, dump.Stream(), nullptr);
+    const std::vector<std::string> lines = dump.Lines();
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                            [](const std::string& line)
+                            { return line.rfind("PackedAllocatorPage: ", 0) == 0; }),
+              2);
+    EXPECT_EQ(packed.GetStatistics().currentAllocations, 2u);
+    EXPECT_EQ(packed.GetStatistics().currentPages, 8u);
+
+    std::thread([&] { packed.Free(mine); }).join();
+    EXPECT_TRUE(packed.ValidateMemory());
+    EXPECT_EQ(packed.GetStatistics().currentPages, 4u); // the run went back
+    packed.Free(theirs);
+    EXPECT_EQ(packed.GetStatistics().currentAllocations, 0u);
+    EXPECT_EQ(packed.GetStatistics().currentPages, 0u);
+}
+
 } // namespace
