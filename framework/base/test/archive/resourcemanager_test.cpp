@@ -13,6 +13,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -192,6 +194,95 @@ TEST(ResourceManager, ConcurrentInsertsNeverShareAnIndex)
     std::vector<void*> all;
     for (char& resource : resources)
         all.push_back(&resource);
+    RemoveAll(all);
+}
+
+// Seeded stress: three threads insert, check and remove resources while a
+// fourth withdraws and registers archives again. An archive listed all along
+// hears of every removal; the others never of more.
+TEST(ResourceManager, StressRemovalsReachTheArchivesListedMeanwhile)
+{
+    const unsigned seed = 20261124;
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    struct TallyArchive : qel::Archive
+    {
+        void TakeOwnership(u32) override { heard.fetch_add(1, std::memory_order_relaxed); }
+        void GiveOwnership(u32) override {}
+        void* Load(qel::Serializer&) override { return nullptr; }
+        void Save(qel::Serializer&, qel::ClassDescriptor&, void*) override {}
+        std::atomic<u32> heard{0};
+    };
+    TallyArchive steady;
+    std::vector<TallyArchive> coming(4);
+    std::atomic<u32> removals{0}, mismatches{0};
+    std::atomic<bool> stop{false};
+    auto worker = [&](unsigned index)
+    {
+        std::mt19937 random(seed + index);
+        std::vector<char> items(64);
+        std::vector<int> held(items.size(), -1); // the index each item has, -1 when out
+        for (int step = 0; step < 20000; ++step)
+        {
+            const size_t at = random() % items.size();
+            if (held[at] < 0)
+            {
+                held[at] = int(ResourceManager::Insert(&items[at]));
+            }
+            else if (random() % 2 == 0)
+            {
+                ResourceManager::Remove(&items[at]);
+                removals.fetch_add(1, std::memory_order_relaxed);
+                held[at] = -1;
+            }
+            else if (ResourceManager::GetResource(u32(held[at])) != &items[at] ||
+                     ResourceManager::GetResourceIndex(&items[at]) != u32(held[at]))
+            {
+                mismatches.fetch_add(1, std::memory_order_relaxed);
+            }
+        }
+        for (size_t at = 0; at < items.size(); ++at)
+            if (held[at] >= 0)
+            {
+                ResourceManager::Remove(&items[at]);
+                removals.fetch_add(1, std::memory_order_relaxed);
+            }
+    };
+    std::thread registrar(
+        [&]
+        {
+            std::mt19937 random(seed);
+            while (!stop.load())
+            {
+                TallyArchive& archive = coming[random() % coming.size()];
+                ResourceManager::Unregister(&archive);
+                ResourceManager::Register(&archive);
+            }
+        });
+    std::vector<std::thread> workers;
+    for (unsigned i = 0; i < 3; ++i)
+        workers.emplace_back(worker, i);
+    for (std::thread& thread : workers)
+        thread.join();
+    stop = true;
+    registrar.join();
+
+    EXPECT_EQ(mismatches.load(), 0u);
+    EXPECT_EQ(steady.heard.load(), removals.load());
+    for (TallyArchive& archive : coming)
+    {
+        EXPECT_LE(archive.heard.load(), removals.load());
+        ResourceManager::Unregister(&archive);
+    }
+    // The removals left the free indices in any order: taking them all and
+    // giving them back in descending order leaves them as the next test
+    // expects.
+    std::vector<char> fillers(3 * 64);
+    std::vector<void*> all;
+    for (char& filler : fillers)
+    {
+        ResourceManager::Insert(&filler);
+        all.push_back(&filler);
+    }
     RemoveAll(all);
 }
 

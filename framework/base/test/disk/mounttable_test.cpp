@@ -14,6 +14,7 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -296,6 +297,93 @@ TEST_F(MountTableTest, LockIsHeldAcrossTheDriveCall)
     ASSERT_TRUE(g_OtherThread.joinable());
     g_OtherThread.join();
     EXPECT_TRUE(g_OtherThreadDone);
+}
+
+// Seeded stress: four threads mount, resolve, open through and unmount a
+// drive of their own and resolve each other's paths. A path resolves
+// through its own mount or through none, never another, and every drive is
+// gone once its mounts and paths are.
+std::atomic<int> g_LiveDrives{0};
+
+class SharedDrive : public RecordingDrive
+{
+public:
+    SharedDrive() { ++g_LiveDrives; }
+    ~SharedDrive() override { --g_LiveDrives; }
+    qel::File* OpenFile(const PathObject&, qel::u32) override
+    {
+        ++opens;
+        return nullptr;
+    }
+    std::atomic<int> opens{0};
+};
+
+TEST_F(MountTableTest, StressThreadsMountResolveOpenAndUnmount)
+{
+    const unsigned seed = 20261124;
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::atomic<int> wrong{0}, opened{0};
+    auto worker = [&](unsigned index)
+    {
+        std::mt19937 random(seed + index);
+        const std::string own = std::string("/qs") + char('a' + index) + "/";
+        const std::string other = std::string("/qs") + char('a' + (index + 1) % 4) + "/";
+        bool mounted = false;
+        int opens = 0;
+        for (int step = 0; step < 20000; ++step)
+        {
+            PathObject path;
+            switch (random() % 5)
+            {
+            case 0:
+                if (!mounted)
+                    mounted = manager.Mount(own.c_str(), RefPtr<DiskDrive>(new SharedDrive)) ==
+                              FileManager::MountOk;
+                break;
+            case 1:
+            {
+                // Unmounted, the path may still lie under a mount of the
+                // process's own, such as the root.
+                const bool ok = manager.ResolveVirtualPath((own + "f.bin").c_str(), path) ==
+                                FileManager::MountOk;
+                const bool through = ok && own == path.GetMountPoint()->GetName();
+                if (through != mounted || (mounted && std::string(path.GetNativePath()) != "f.bin"))
+                    ++wrong;
+                break;
+            }
+            case 2:
+                if (manager.ResolveVirtualPath((other + "g.bin").c_str(), path) ==
+                        FileManager::MountOk &&
+                    std::strncmp(path.GetMountPoint()->GetName(), "/qs", 3) == 0 &&
+                    other != path.GetMountPoint()->GetName())
+                    ++wrong;
+                break;
+            case 3:
+                if (mounted)
+                {
+                    delete manager.OpenFile((own + "h.bin").c_str(), qel::File::OpenRead);
+                    ++opens;
+                }
+                break;
+            default:
+                if (mounted && manager.Unmount(own.c_str()) != FileManager::MountOk)
+                    ++wrong;
+                mounted = false;
+                break;
+            }
+        }
+        if (mounted)
+            manager.Unmount(own.c_str());
+        opened += opens;
+    };
+    std::vector<std::thread> threads;
+    for (unsigned i = 0; i < 4; ++i)
+        threads.emplace_back(worker, i);
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(wrong.load(), 0);
+    EXPECT_GT(opened.load(), 0);
+    EXPECT_EQ(g_LiveDrives.load(), 0);
 }
 
 } // namespace

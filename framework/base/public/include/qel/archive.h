@@ -3,7 +3,11 @@
 //
 // Every archive registers with the ResourceManager when it is made and
 // withdraws when it dies; the manager calls TakeOwnership(index) on every
-// archive when a resource is removed.
+// archive when a resource is removed. The base registers before a derived
+// archive is built and withdraws after it is gone: when other threads may
+// remove resources meanwhile, make and destroy derived archives where no
+// removal can run, or withdraw first in the derived destructor
+// (ResourceManager::Unregister ignores an archive it does not list).
 #pragma once
 
 #include <qel/allocationoperators.h>
