@@ -47,6 +47,15 @@ public:
     static Allocator* GetPageAlloc() { return GetAllocator(Page); }
     static Allocator* GetNativeAlloc() { return GetAllocator(Native); }
 
+    // Routes a usage to `allocator` from now on and returns the allocator it
+    // had (made first when it had none yet): a seam for tests and tools that
+    // watch, or make fail, what a usage allocates. Blocks still go back to
+    // the allocator that owns them, whatever the usage names when they are
+    // freed. Restore the returned allocator before the library unloads,
+    // which destroys what each usage then holds. Null for an unknown usage,
+    // which changes nothing.
+    static Allocator* ExchangeAllocator(AllocatorUsage usage, Allocator* allocator);
+
     // Factories: the new allocator's object comes from the Native allocator;
     // when it cannot, "Malloc failed: no more available memory" is reported
     // and null returned. Destroy what they make with delete.

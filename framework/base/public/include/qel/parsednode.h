@@ -121,10 +121,12 @@ public:
     {
         return index < m_Children.size() ? m_Children[index] : nullptr;
     }
-    // Takes the node over and appends it.
+    // Takes the node over and appends it. When the list cannot grow (the
+    // allocator reported it and std::bad_alloc goes on), the node is
+    // destroyed.
     void AddChild(ParsedNode* node);
-    // Inserts before `index`; an index above the count is ignored and the
-    // node is not added (nor taken over).
+    // Inserts before `index`, the same way; an index above the count is
+    // ignored and the node is not added (nor taken over).
     void AddChild(ParsedNode* node, u32 index);
     // Remove and destroy one child, or all of them.
     void ReleaseChild(u32 index);

@@ -62,13 +62,15 @@ public:
         CriticalSection* lock = InstanceManager::GetSingletonInstancePointer();
         if (lock)
             lock->Enter();
+        // Made once; when its memory could not be had, the next request
+        // tries again.
         if (ms_Pointer == nullptr && lock)
-        {
-            ms_Pointer = &pointer;
             if (void* place = Storage::Allocate())
+            {
+                ms_Pointer = &pointer;
                 pointer.store(new (place) T, std::memory_order_release);
-            RegisterExitHandler(&Teardown);
-        }
+                RegisterExitHandler(&Teardown);
+            }
         T* instance = pointer.load(std::memory_order_acquire);
         if (instance == nullptr)
             ReportSingletonFailure(className);

@@ -116,16 +116,23 @@ void ParsedRoot::Print(OutputStream& out, u32 indent)
 
 void ParsedRoot::AddChild(ParsedNode* node)
 {
-    node->m_Parent = this;
-    m_Children.push_back(node);
+    AddChild(node, u32(m_Children.size()));
 }
 
 void ParsedRoot::AddChild(ParsedNode* node, u32 index)
 {
     if (index > m_Children.size())
         return;
+    try
+    {
+        m_Children.insert(m_Children.begin() + index, node);
+    }
+    catch (...)
+    {
+        delete node;
+        throw;
+    }
     node->m_Parent = this;
-    m_Children.insert(m_Children.begin() + index, node);
 }
 
 void ParsedRoot::ReleaseChild(u32 index)

@@ -26,10 +26,25 @@ const u32 kCategory = 2;
 
 typedef std::basic_string<char, std::char_traits<char>, GeneralAllocator<char>> Text;
 
-// Thrown past the reading steps once a syntax error was reported.
+// Thrown past the reading steps once a syntax error was reported, or once
+// the memory of a node or a text could not be had (reported by the
+// allocator): the partial tree is destroyed.
 struct Abandon
 {
 };
+
+template <class Node>
+Node* Made(Node* node)
+{
+    if (node == nullptr)
+        throw Abandon();
+    return node;
+}
+
+const char* Pooled(const char* text, u32 length)
+{
+    return Made(ParsedStringPool::Create(text, length, true));
+}
 
 } // namespace
 
@@ -134,8 +149,7 @@ const char* Parser::ReadString(u32 set)
         if (at != m_End && stop[*at])
         {
             const u32 length = u32(at - m_Next) + 1;
-            const char* text =
-                ParsedStringPool::Create(reinterpret_cast<const char*>(m_Next - 1), length, true);
+            const char* text = Pooled(reinterpret_cast<const char*>(m_Next - 1), length);
             m_Current = char(*at);
             m_Next = at + 1;
             m_Column += length;
@@ -161,9 +175,7 @@ const char* Parser::ReadString(u32 set)
     }
     if (length == 0)
         return nullptr;
-    if (length < sizeof small)
-        return ParsedStringPool::Create(small, length, true);
-    return ParsedStringPool::Create(large.c_str(), length, true);
+    return Pooled(length < sizeof small ? small : large.c_str(), length);
 }
 
 void Parser::SkipBatchComment(ParsedNode* at)
@@ -195,7 +207,7 @@ char Parser::ReadCode(ParsedRoot* parent)
             return m_Current;
         if (m_ParsingComment)
         {
-            ParsedComment* comment = new ParsedComment;
+            ParsedComment* comment = Made(new ParsedComment);
             parent->AddChild(comment);
             Read(comment);
             continue;
@@ -230,7 +242,10 @@ void Parser::Read(ParsedComment* comment)
         if (m_Current != '\r')
             text.push_back(m_Current);
     if (!text.empty())
+    {
         comment->SetIdentifier(text.c_str());
+        Made(comment->GetIdentifier());
+    }
 }
 
 void Parser::Read(ParsedFile* file)
@@ -240,13 +255,13 @@ void Parser::Read(ParsedFile* file)
         if (c == '{')
         {
             MoveNext();
-            ParsedSection* section = new ParsedSection;
+            ParsedSection* section = Made(new ParsedSection);
             file->AddChild(section);
             Read(section);
         }
         else if (c == 'a')
         {
-            ParsedEntry* entry = new ParsedEntry;
+            ParsedEntry* entry = Made(new ParsedEntry);
             file->AddChild(entry);
             Read(entry);
         }
@@ -270,7 +285,7 @@ void Parser::Read(ParsedSection* section)
         MoveNext();
     if (c == ':' || c == '(')
     {
-        ParsedEntry* name = new ParsedEntry;
+        ParsedEntry* name = Made(new ParsedEntry);
         section->SetName(name);
         Read(name);
     }
@@ -279,13 +294,13 @@ void Parser::Read(ParsedSection* section)
         if (c == '{')
         {
             MoveNext();
-            ParsedSection* child = new ParsedSection;
+            ParsedSection* child = Made(new ParsedSection);
             section->AddChild(child);
             Read(child);
         }
         else if (c == 'a')
         {
-            ParsedEntry* entry = new ParsedEntry;
+            ParsedEntry* entry = Made(new ParsedEntry);
             section->AddChild(entry);
             Read(entry);
         }
@@ -381,8 +396,12 @@ ParsedFile* Parser::Parse(const char* path, ParseError* error)
     {
         return nullptr;
     }
-    ParsedFile* file = new ParsedFile;
-    file->SetIdentifier(path);
+    ParsedFile* file = stream != nullptr ? new ParsedFile : nullptr;
+    if (file == nullptr)
+    {
+        delete stream;
+        return nullptr; // reported by the allocator
+    }
     m_Stream = stream;
     m_Error = error;
     m_Position = 0;
@@ -391,13 +410,16 @@ ParsedFile* Parser::Parse(const char* path, ParseError* error)
     m_Line = 1;
     m_Column = 0;
     m_Next = m_End = m_Block;
-    MoveNext();
     try
     {
+        file->SetIdentifier(path);
+        Made(file->GetIdentifier());
+        MoveNext();
         Read(file);
     }
     catch (...)
     {
+        m_Parameters.clear();
         delete file;
         file = nullptr;
     }

@@ -68,6 +68,14 @@ Allocator* CreateNative()
 
 } // namespace
 
+Allocator* Mem::ExchangeAllocator(AllocatorUsage usage, Allocator* allocator)
+{
+    if (unsigned(usage) >= NumberOfUsages)
+        return nullptr;
+    GetAllocator(usage); // made first, so that the usage has one to give back
+    return m_allocators[usage].exchange(allocator, std::memory_order_acq_rel);
+}
+
 Allocator* Mem::InitAllocator(AllocatorUsage usage)
 {
     switch (usage)

@@ -1,0 +1,209 @@
+// Allocation failures injected into the library's work: Mem's General usage
+// is routed to an allocator that fails its Nth request, for N = 1, 2, ...
+// until the work needs no failure. Each run either completes, or reports
+// "Malloc failed: no more available memory" and ends cleanly: no crash, no
+// block left over in the shared allocators, nothing half-built.
+#include <qel/filemanager.h>
+#include <qel/inputfilestream.h>
+#include <qel/mem.h>
+#include <qel/outputfilestream.h>
+#include <qel/outputmemorystream.h>
+#include <qel/packedallocator.h>
+#include <qel/parsednode.h>
+#include <qel/parser.h>
+#include <qel/poolallocator.h>
+
+#include "support/environment.h"
+#include "support/scriptedhost.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <memory>
+#include <string>
+
+namespace
+{
+
+using qel::Allocator;
+using qel::Mem;
+using qel::u32;
+
+// Forwards to the General allocator it stands for, but for its Nth request,
+// which fails. Blocks belong to the allocators behind it.
+class FailingAllocator : public Allocator
+{
+public:
+    FailingAllocator(Allocator& inner, u32 failAt) : m_Inner(inner), m_Left(failAt) {}
+
+    void* MallocNoThrow(unsigned int size) override
+    {
+        return Fails() ? nullptr : m_Inner.MallocNoThrow(size);
+    }
+    void* ReAllocNoThrow(void* p, unsigned int size) override
+    {
+        return Fails() ? nullptr : m_Inner.ReAllocNoThrow(p, size);
+    }
+    void Free(const void* p) override { m_Inner.Free(p); }
+    void FreeAll() override {}
+    void DumpStatistics(u32, qel::AllocatorStatMarker*, qel::AllocatorStatMarker*,
+                        qel::OutputStream*, char*) override
+    {
+    }
+    bool ValidateMemory() override { return m_Inner.ValidateMemory(); }
+    bool IsValidPointer(const void* p) override { return m_Inner.IsValidPointer(p); }
+    unsigned int GetMaxSupportedAllocSize() const override
+    {
+        return m_Inner.GetMaxSupportedAllocSize();
+    }
+    u32 GetErrorCategory() const override { return m_Inner.GetErrorCategory(); }
+    void* Transfert(Allocator* target, void* p, unsigned int size) override
+    {
+        return m_Inner.Transfert(target, p, size);
+    }
+
+    bool Failed() const { return m_Left == 0; }
+
+private:
+    bool Fails() { return m_Left != 0 && --m_Left == 0; }
+
+    Allocator& m_Inner;
+    u32 m_Left;
+};
+
+// The blocks the shared allocators hold, cached ones given back first.
+u32 LiveBlocks()
+{
+    auto& small = dynamic_cast<qel::PoolAllocator&>(*Mem::GetSmallAlloc());
+    auto& big = dynamic_cast<qel::PackedAllocator&>(*Mem::GetBigAlloc());
+    return small.GetTotals().currentAllocations + big.GetStatistics().currentAllocations;
+}
+
+// Runs `make` with the Nth General allocation failing, for every N until a
+// run needs no failure, and describes what it made as text once the usage
+// is restored (an empty text for nothing). A first run without failures
+// tells what a run makes (and makes what is made once per process, the
+// singletons). With `exact`, a run that makes something makes exactly that;
+// else a run that reported a failure may have made less. Returns the number
+// of runs.
+template <class Make, class Describe>
+u32 FailEachAllocation(Make make, Describe describe, bool exact)
+{
+    const std::string expected = describe(make());
+    EXPECT_FALSE(expected.empty());
+    for (u32 n = 1;; ++n)
+    {
+        SCOPED_TRACE("failing allocation " + std::to_string(n));
+        const u32 before = LiveBlocks();
+        qeltest::ScriptedHost host;
+        std::string made;
+        bool failed;
+        {
+            FailingAllocator failing(*Mem::GetGeneralAlloc(), n);
+            Allocator* general = Mem::ExchangeAllocator(Mem::General, &failing);
+            auto result = make();
+            Mem::ExchangeAllocator(Mem::General, general);
+            failed = failing.Failed();
+            made = describe(std::move(result));
+        }
+        EXPECT_EQ(LiveBlocks(), before);
+        if (!made.empty() && (exact || !failed))
+        {
+            EXPECT_EQ(made, expected);
+        }
+        if (!failed)
+        {
+            EXPECT_TRUE(host.questions.empty());
+            return n;
+        }
+        EXPECT_FALSE(host.questions.empty());
+        for (const auto& question : host.questions)
+            EXPECT_NE(question.text.find("Malloc failed: no more available memory"),
+                      std::string::npos)
+                << question.text;
+        if (::testing::Test::HasFailure())
+            return n;
+    }
+}
+
+std::string Same(std::string text)
+{
+    return text;
+}
+
+class FaultTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        char base[qel::FileManager::PathSize];
+        qel::FileManager::GetSingletonInstance().ResolveLocalPath(folder.Path().c_str(), base,
+                                                                  sizeof base);
+        root = base;
+    }
+    void Write(const std::string& name, const std::string& text)
+    {
+        std::ofstream(folder.Path() + name, std::ios::binary) << text;
+    }
+
+    qeltest::TemporaryFolder folder;
+    std::string root;
+};
+
+TEST_F(FaultTest, ParsingASectionedFile)
+{
+    Write("lamp.txt", "; a lamp\n{Object:Lamp\n\tColor(1 0.5 \"warm white\")\n"
+                      "\t{Sub:Bulb\n\t\tWatts(60)\n\t}\n\tEmpty()\n}\n{Object:Desk}\n");
+    const std::string path = root + "lamp.txt";
+    const u32 runs = FailEachAllocation(
+        [&] { return std::unique_ptr<qel::ParsedFile>(qel::Parser::ParseFile(path.c_str())); },
+        [](std::unique_ptr<qel::ParsedFile> file)
+        {
+            if (file == nullptr)
+                return std::string();
+            qel::OutputMemoryStream out;
+            file->Print(out, 0);
+            u32 size = 0;
+            const unsigned char* bytes = out.GetBuffer(size);
+            return std::string(reinterpret_cast<const char*>(bytes), size);
+        },
+        true);
+    EXPECT_GT(runs, 5u);
+}
+
+TEST_F(FaultTest, WritingAndReadingAFileThroughTheStreams)
+{
+    const std::string path = root + "bytes.bin";
+    const u32 runs = FailEachAllocation(
+        [&]
+        {
+            {
+                qel::OutputFileStream out(path.c_str());
+                for (u32 i = 0; i < 5000; ++i)
+                    out.Write(i);
+            }
+            qel::InputFileStream in(path.c_str());
+            std::string read(20000, '\0');
+            read.resize(in.Read(&read[0], u32(read.size())));
+            return read;
+        },
+        &Same, false);
+    EXPECT_GT(runs, 1u);
+}
+
+TEST_F(FaultTest, GrowingAMemoryStream)
+{
+    FailEachAllocation(
+        []
+        {
+            qel::OutputMemoryStream out;
+            for (u32 i = 0; i < 20000; ++i)
+                out.Write(i);
+            u32 size = 0;
+            const unsigned char* bytes = out.GetBuffer(size);
+            return std::string(reinterpret_cast<const char*>(bytes), size);
+        },
+        &Same, false);
+}
+
+} // namespace
