@@ -3,8 +3,13 @@
 // until the work needs no failure. Each run either completes, or reports
 // "Malloc failed: no more available memory" and ends cleanly: no crash, no
 // block left over in the shared allocators, nothing half-built.
+#include <qel/classdescriptor.h>
+#include <qel/exception.h>
+#include <qel/filearchive.h>
 #include <qel/filemanager.h>
+#include <qel/genericreader.h>
 #include <qel/inputfilestream.h>
+#include <qel/interface.h>
 #include <qel/mem.h>
 #include <qel/outputfilestream.h>
 #include <qel/outputmemorystream.h>
@@ -12,12 +17,15 @@
 #include <qel/parsednode.h>
 #include <qel/parser.h>
 #include <qel/poolallocator.h>
+#include <qel/resourcemanager.h>
+#include <qel/serializer.h>
 
 #include "support/environment.h"
 #include "support/scriptedhost.h"
 
 #include <gtest/gtest.h>
 
+#include <exception>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -100,9 +108,20 @@ u32 FailEachAllocation(Make make, Describe describe, bool exact)
         bool failed;
         {
             FailingAllocator failing(*Mem::GetGeneralAlloc(), n);
-            Allocator* general = Mem::ExchangeAllocator(Mem::General, &failing);
-            auto result = make();
-            Mem::ExchangeAllocator(Mem::General, general);
+            struct Routed
+            {
+                explicit Routed(Allocator* allocator)
+                    : previous(Mem::ExchangeAllocator(Mem::General, allocator))
+                {
+                }
+                ~Routed() { Mem::ExchangeAllocator(Mem::General, previous); }
+                Allocator* previous;
+            };
+            auto result = [&]
+            {
+                Routed routed(&failing);
+                return make();
+            }();
             failed = failing.Failed();
             made = describe(std::move(result));
         }
@@ -130,6 +149,34 @@ std::string Same(std::string text)
 {
     return text;
 }
+
+// A resource of a value and a named label, saved to a file of its own.
+struct Lamp : qel::Interface
+{
+    u32 watts = 0;
+    qel::FileArchive::Text label;
+};
+
+class LampDescriptor : public qel::ClassDescriptor
+{
+public:
+    LampDescriptor() : ClassDescriptor("FaultTestLamp") {}
+    qel::Interface* CreateInstance() const override { return new Lamp; }
+    void SerializeInstance(qel::Interface& instance, qel::Serializer& s) const override
+    {
+        Lamp& lamp = static_cast<Lamp&>(instance);
+        s.Identify("Watts");
+        s.Serialize(lamp.watts);
+        u32 length = u32(lamp.label.size());
+        s.Identify("Label");
+        s.Serialize(length);
+        lamp.label.resize(length);
+        if (length != 0)
+            s.Serialize(&lamp.label[0], length, 1);
+    }
+};
+
+LampDescriptor lampClass;
 
 class FaultTest : public ::testing::Test
 {
@@ -168,6 +215,70 @@ TEST_F(FaultTest, ParsingASectionedFile)
             return std::string(reinterpret_cast<const char*>(bytes), size);
         },
         true);
+    EXPECT_GT(runs, 5u);
+}
+
+// A lamp saved by one archive and loaded by another; what was loaded leaves
+// the resource manager again.
+TEST_F(FaultTest, SavingAndLoadingAResourceThroughTheFileArchive)
+{
+    const u32 runs = FailEachAllocation(
+        [&]
+        {
+            // A resource that leaves the manager and goes with the scope.
+            struct Held
+            {
+                explicit Held(void* handle) : handle(handle) {}
+                ~Held()
+                {
+                    if (handle == nullptr)
+                        return;
+                    qel::ResourceManager::Remove(handle);
+                    delete static_cast<Lamp*>(static_cast<qel::Interface*>(handle));
+                }
+                void* handle;
+            };
+            std::string made;
+            try
+            {
+                std::unique_ptr<Lamp> lamp(new Lamp);
+                if (lamp == nullptr)
+                    return made;
+                lamp->watts = 60;
+                lamp->label = "warm white, frosted";
+                void* handle = static_cast<qel::Interface*>(lamp.get());
+                qel::ResourceManager::Insert(handle);
+                lamp.release();
+                {
+                    Held saved(handle);
+                    qel::FileArchive saving(1, root.c_str(), ".res");
+                    saving.SetResourceName(handle, "lamp");
+                    saving.Save(lampClass, handle);
+                }
+                qel::FileArchive loading(1, root.c_str(), ".res");
+                Held loaded(loading.Load("lamp"));
+                if (loaded.handle != nullptr)
+                {
+                    const Lamp& back =
+                        *static_cast<Lamp*>(static_cast<qel::Interface*>(loaded.handle));
+                    made = std::to_string(back.watts) + " " + back.label.c_str();
+                }
+            }
+            catch (const std::exception&)
+            {
+                made.clear();
+            }
+            catch (const qel::Exception&)
+            {
+                made.clear();
+            }
+            catch (const UnknownFormat&)
+            {
+                made.clear(); // a file that a failed save left short
+            }
+            return made;
+        },
+        &Same, true);
     EXPECT_GT(runs, 5u);
 }
 

@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <new>
 
 namespace qel
 {
@@ -94,6 +95,16 @@ struct LoadingName
     explicit LoadingName(const char* name) { tl_LoadingName = name; }
     ~LoadingName() { tl_LoadingName = nullptr; }
 };
+
+// An object whose memory could not be had (the allocator reported it) ends
+// the load as the library's containers do when the process goes on.
+template <class T>
+T* Allocated(T* object)
+{
+    if (object == nullptr)
+        throw std::bad_alloc();
+    return object;
+}
 
 } // namespace
 
@@ -352,7 +363,7 @@ void* FileArchive::LoadFromFile(const Text& name, u32& index)
     }
     const Text path = PathOf(name);
     ResourceInput stream(path.c_str());
-    std::unique_ptr<Reader> reader(GenericReader::Create(&stream, nullptr));
+    std::unique_ptr<Reader> reader(Allocated(GenericReader::Create(&stream, nullptr)));
     u32 version = 0;
     reader->Identify("File Version");
     reader->Serialize(version);
@@ -380,20 +391,32 @@ void* FileArchive::LoadFromStream(Serializer& serializer, u32& index, const Text
     serializer.Identify("Class Name");
     const Text className = ReadName(serializer, tl_LoadingName ? tl_LoadingName : "");
     const ClassDescriptor* cls = ClassDescriptor::Find(className.c_str());
-    Interface* object = cls ? cls->CreateInstance() : nullptr;
-    if (object == nullptr)
+    if (cls == nullptr)
         throw Exception(kTypeUnknown);
+    Interface* object = Allocated(cls->CreateInstance());
     void* resource = object;
+    // Listed first, so that a failed load (this one included) takes it back
+    // out of the manager and deletes it.
     try
     {
-        index = ResourceManager::Insert(resource);
+        m_Made.push_back({resource, 0});
     }
     catch (...)
     {
         delete object;
         throw;
     }
-    m_Made.push_back({resource, index});
+    try
+    {
+        index = ResourceManager::Insert(resource);
+    }
+    catch (...)
+    {
+        m_Made.pop_back();
+        delete object;
+        throw;
+    }
+    m_Made.back().index = index;
     if (name != nullptr)
         Bind(*name, index); // before its fields: a file naming it finds it
     cls->SerializeInstance(*object, serializer);
@@ -408,7 +431,7 @@ void FileArchive::Reload(void* resource)
     const Text name(*known);
     const Text path = PathOf(name);
     ResourceInput stream(path.c_str());
-    std::unique_ptr<Reader> reader(GenericReader::Create(&stream, nullptr));
+    std::unique_ptr<Reader> reader(Allocated(GenericReader::Create(&stream, nullptr)));
     u32 version = 0;
     reader->Identify("File Version");
     reader->Serialize(version);

@@ -40,20 +40,25 @@ u32 ResourceManager::Insert(void* resource)
     if (self == nullptr)
         throw Exception(kBadHandle);
     Locked locked(self->m_Lock);
-    u32 index;
-    if (!self->m_FreeIndices.empty())
+    // The index map, not the pointer map, sizes a new index: a pointer
+    // inserted twice holds two indices, and the next one must be neither.
+    const bool reused = !self->m_FreeIndices.empty();
+    const u32 index =
+        reused ? self->m_FreeIndices.back() : static_cast<u32>(self->m_Resources.size());
+    // Both maps take the resource or neither does: a map that cannot grow
+    // throws (after the allocator's report) and leaves the manager as it was.
+    const ResourceMap::iterator placed = self->m_Resources.emplace(index, resource).first;
+    try
     {
-        index = self->m_FreeIndices.back();
+        self->m_Indices[resource] = index;
+    }
+    catch (...)
+    {
+        self->m_Resources.erase(placed);
+        throw;
+    }
+    if (reused)
         self->m_FreeIndices.pop_back();
-    }
-    else
-    {
-        // The index map, not the pointer map: a pointer inserted twice holds
-        // two indices, and the next one must be neither.
-        index = static_cast<u32>(self->m_Resources.size());
-    }
-    self->m_Indices[resource] = index;
-    self->m_Resources[index] = resource;
     return index;
 }
 
@@ -67,9 +72,9 @@ u32 ResourceManager::Remove(void* resource)
     if (found == self->m_Indices.end())
         throw Exception(kBadHandle);
     const u32 index = found->second;
+    self->m_FreeIndices.push_back(index); // the one step that may throw, so first
     self->m_Resources.erase(index);
     self->m_Indices.erase(found);
-    self->m_FreeIndices.push_back(index);
     for (Archive* archive : self->m_Archives)
         archive->TakeOwnership(index);
     return index;
