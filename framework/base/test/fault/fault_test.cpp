@@ -5,6 +5,7 @@
 // block left over in the shared allocators, nothing half-built.
 #include <qel/classdescriptor.h>
 #include <qel/exception.h>
+#include <qel/file.h>
 #include <qel/filearchive.h>
 #include <qel/filemanager.h>
 #include <qel/genericreader.h>
@@ -16,6 +17,7 @@
 #include <qel/packedallocator.h>
 #include <qel/parsednode.h>
 #include <qel/parser.h>
+#include <qel/pathobject.h>
 #include <qel/poolallocator.h>
 #include <qel/resourcemanager.h>
 #include <qel/serializer.h>
@@ -280,6 +282,48 @@ TEST_F(FaultTest, SavingAndLoadingAResourceThroughTheFileArchive)
         },
         &Same, true);
     EXPECT_GT(runs, 5u);
+}
+
+// An alias mounted over the folder, a path resolved and a file opened and
+// read through it, and the alias unmounted again.
+TEST_F(FaultTest, MountingResolvingAndOpeningThroughTheFileManager)
+{
+    Write("note.txt", "through the alias");
+    qel::FileManager& manager = qel::FileManager::GetSingletonInstance();
+    const u32 runs = FailEachAllocation(
+        [&]
+        {
+            std::string made;
+            try
+            {
+                if (manager.Mount("/qfault/", root.c_str()) != qel::FileManager::MountOk)
+                    return made;
+                qel::PathObject path;
+                if (manager.ResolveVirtualPath("/qfault/note.txt", path) ==
+                    qel::FileManager::MountOk)
+                {
+                    std::unique_ptr<qel::File> file(
+                        manager.OpenFile(path.GetVirtualPath(), qel::File::OpenRead));
+                    if (file != nullptr)
+                    {
+                        made.resize(file->GetFileSize());
+                        made.resize(file->Read(&made[0], u32(made.size())));
+                    }
+                }
+            }
+            catch (const std::exception&)
+            {
+                made.clear();
+            }
+            catch (const qel::Exception&)
+            {
+                made.clear();
+            }
+            manager.Unmount("/qfault/");
+            return made;
+        },
+        &Same, true);
+    EXPECT_GT(runs, 3u);
 }
 
 TEST_F(FaultTest, WritingAndReadingAFileThroughTheStreams)
