@@ -75,13 +75,7 @@ Item* ItemOf(void* handle)
 class FileArchiveTest : public ::testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        char base[qel::FileManager::PathSize];
-        qel::FileManager::GetSingletonInstance().ResolveLocalPath(folder.Path().c_str(), base,
-                                                                  sizeof base);
-        archive.SetRoot(base);
-    }
+    void SetUp() override { archive.SetRoot(folder.VirtualPath().c_str()); }
 
     // The highest index first, so that the manager's free indices count
     // down again for the tests that follow.

@@ -28,12 +28,7 @@ using qel::FileManager;
 class FileManagerTest : public ::testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        char base[FileManager::PathSize];
-        manager.ResolveLocalPath(folder.Path().c_str(), base, sizeof base);
-        root = base;
-    }
+    void SetUp() override { root = folder.VirtualPath(); }
 
     // Opens `name` of the folder; "ok <size>" or what was thrown, as
     // "<DiskError> <reason>".

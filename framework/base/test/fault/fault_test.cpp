@@ -261,13 +261,7 @@ private:
 class FaultTest : public ::testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        char base[qel::FileManager::PathSize];
-        qel::FileManager::GetSingletonInstance().ResolveLocalPath(folder.Path().c_str(), base,
-                                                                  sizeof base);
-        root = base;
-    }
+    void SetUp() override { root = folder.VirtualPath(); }
     void Write(const std::string& name, const std::string& text)
     {
         std::ofstream(folder.Path() + name, std::ios::binary) << text;

@@ -40,10 +40,7 @@ class LoaderTest : public ::testing::Test
 protected:
     void SetUp() override
     {
-        char base[FileManager::PathSize];
-        FileManager::GetSingletonInstance().ResolveLocalPath(folder.Path().c_str(), base,
-                                                             sizeof base);
-        root = base;
+        root = folder.VirtualPath();
         disktest::WriteFile(folder.Path() + "objects.txt",
                             "{LoaderTestObject:Desk}\n"
                             "{LoaderTestObject:Lamp(60)\n {LoaderTestLight:Main}}\n"

@@ -27,10 +27,7 @@ class ParserTest : public ::testing::Test
 protected:
     void SetUp() override
     {
-        char base[FileManager::PathSize];
-        FileManager::GetSingletonInstance().ResolveLocalPath(folder.Path().c_str(), base,
-                                                             sizeof base);
-        root = base;
+        root = folder.VirtualPath();
         Parser::SetParsingComment(false);
     }
     void TearDown() override { Parser::SetParsingComment(true); }

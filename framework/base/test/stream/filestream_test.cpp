@@ -36,15 +36,7 @@ unsigned char Pattern(u32 i)
 class FileStreamTest : public ::testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        char base[FileManager::PathSize];
-        FileManager::GetSingletonInstance().ResolveLocalPath(folder.Path().c_str(), base,
-                                                             sizeof base);
-        root = base;
-        if (root.empty() || root.back() != '/')
-            root += '/';
-    }
+    void SetUp() override { root = folder.VirtualPath(); }
     std::string Virtual(const char* name) const { return root + name; }
     u64 SizeOnDisk(const char* name) const
     {

@@ -121,15 +121,7 @@ TEST(StreamingRequestTest, RingThatCannotBeAllocatedReportsNothingAvailable)
 class StreamingPathTest : public ::testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        char base[qel::FileManager::PathSize];
-        qel::FileManager::GetSingletonInstance().ResolveLocalPath(folder.Path().c_str(), base,
-                                                                  sizeof base);
-        root = base;
-        if (root.empty() || root.back() != '/')
-            root += '/';
-    }
+    void SetUp() override { root = folder.VirtualPath(); }
     qeltest::TemporaryFolder folder;
     std::string root;
 };

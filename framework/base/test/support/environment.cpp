@@ -1,5 +1,7 @@
 #include "support/environment.h"
 
+#include <qel/filemanager.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -51,6 +53,16 @@ TemporaryFolder::TemporaryFolder()
         std::filesystem::temp_directory_path() / ("qeltest-" + std::to_string(seed()));
     std::filesystem::create_directories(path);
     m_Path = path.string() + static_cast<char>(std::filesystem::path::preferred_separator);
+}
+
+std::string TemporaryFolder::VirtualPath() const
+{
+    char path[qel::FileManager::PathSize];
+    qel::FileManager::GetSingletonInstance().ResolveLocalPath(m_Path.c_str(), path, sizeof path);
+    std::string resolved = path;
+    if (resolved.empty() || resolved.back() != '/')
+        resolved += '/';
+    return resolved;
 }
 
 TemporaryFolder::~TemporaryFolder()

@@ -22,6 +22,8 @@ public:
     TemporaryFolder();
     ~TemporaryFolder();
     const std::string& Path() const { return m_Path; }
+    // The folder as the file manager names it (a virtual path), ending in '/'.
+    std::string VirtualPath() const;
 
 private:
     std::string m_Path;
