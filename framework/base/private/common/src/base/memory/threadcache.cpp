@@ -174,17 +174,11 @@ public:
 void ThreadCache::GiveAllBack()
 {
     ThreadCacheHome* owner = home.load(std::memory_order_relaxed);
-    void* chain = nullptr;
     if (epoch.load(std::memory_order_relaxed) == owner->m_Epoch.load(std::memory_order_relaxed))
         for (u32 index = 0; index < MaxClasses; ++index)
-            while (void* block = Pop(index))
-            {
-                *static_cast<void**>(block) = chain;
-                chain = block;
-            }
+            if (lists[index].count != 0)
+                owner->GiveBack(Cut(index, 0));
     Clear();
-    if (chain != nullptr)
-        owner->GiveBack(chain);
 }
 
 void ThreadCacheHome::Destroy(ThreadCacheHome* home)

@@ -152,8 +152,8 @@ public:
     void FlushOwn();
     // The blocks in other threads' caches.
     u32 HeldByOtherThreads() const;
-    // With the lock held, at FreeAll: every cache's blocks went with the
-    // pages, the caches see the new epoch and start empty.
+    // At FreeAll, with the allocator's locks held: every cache's blocks went
+    // with the pages, the caches see the new epoch and start empty.
     void VoidAll() { m_Epoch.fetch_add(1, std::memory_order_acq_rel); }
     // Gives blocks of the list back until `keep` are left.
     void Drain(ThreadCache& cache, u32 index, u32 keep) { GiveBack(cache.Cut(index, keep)); }
