@@ -39,6 +39,7 @@
 #include <qel/fileposix.h>
 #include <qel/filewin32.h>
 #include <qel/generalallocator.h>
+#include <qel/inlinevector.h>
 #include <qel/genericreader.h>
 #include <qel/genericserializer.h>
 #include <qel/genericwriter.h>

@@ -20,11 +20,9 @@
 
 #include <qel/allocationoperators.h>
 #include <qel/export.h>
-#include <qel/generalallocator.h>
+#include <qel/inlinevector.h>
 #include <qel/parsedstring.h>
 #include <qel/types.h>
-
-#include <vector>
 
 namespace qel
 {
@@ -105,7 +103,9 @@ public:
 private:
     friend class Parser;
 
-    std::vector<ParsedString, GeneralAllocator<ParsedString>> m_Parameters;
+    // Entries rarely have more than three parameters or sections more than
+    // four children: so many are kept in the node itself.
+    InlineVector<ParsedString, 3> m_Parameters;
 };
 
 class QEL_API ParsedRoot : public ParsedNode
@@ -145,7 +145,7 @@ protected:
     void PrintChildren(OutputStream& out, u32 indent);
 
 private:
-    std::vector<ParsedNode*, GeneralAllocator<ParsedNode*>> m_Children;
+    InlineVector<ParsedNode*, 4> m_Children;
 };
 
 class QEL_API ParsedSection : public ParsedRoot

@@ -29,12 +29,9 @@
 
 #include <qel/allocationoperators.h>
 #include <qel/export.h>
-#include <qel/generalallocator.h>
-#include <qel/parsedstring.h>
 #include <qel/types.h>
 
 #include <atomic>
-#include <vector>
 
 namespace qel
 {
@@ -144,8 +141,6 @@ private:
     bool m_ParsingComment;
     bool m_WordStart[256];
     bool m_Stop[5][256];
-    // The parameters of the entry being read, moved into it at its ')'.
-    std::vector<ParsedString, GeneralAllocator<ParsedString>> m_Parameters;
 
     static std::atomic<Parser*> ms_SingletonInstance;
 };

@@ -85,7 +85,13 @@ ParsedStringPool::Slot* ParsedStringPool::Find(const char* text, u32 length, u32
 
 bool ParsedStringPool::Grow()
 {
-    const u32 capacity = m_Capacity ? m_Capacity * 2 : 1024;
+    // Removals leave tombstones that count as used: a table that is mostly
+    // tombstones is rebuilt at its size rather than doubled, so that a
+    // program parsing and releasing files in turn keeps a table of the size
+    // its live texts need.
+    u32 capacity = m_Capacity ? m_Capacity : 1024;
+    if (u64(m_Count + 1) * 4 > capacity)
+        capacity *= 2;
     Slot* slots = static_cast<Slot*>(Mem::GetGeneralAlloc()->Malloc(u32(capacity * sizeof(Slot))));
     if (slots == nullptr)
         return false; // reported by the allocator

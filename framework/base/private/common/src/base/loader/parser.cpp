@@ -329,8 +329,7 @@ void Parser::Read(ParsedEntry* entry)
         return;
     }
     MoveNext(); // the '('
-    std::vector<ParsedString, GeneralAllocator<ParsedString>>& parameters = m_Parameters;
-    parameters.clear();
+    InlineVector<ParsedString, 3>& parameters = entry->m_Parameters;
     for (;;)
     {
         const char c = ReadCode(parent);
@@ -367,10 +366,6 @@ void Parser::Read(ParsedEntry* entry)
     }
     if (parameters.empty())
         parameters.emplace_back(); // name() has one empty parameter
-    entry->m_Parameters.reserve(entry->m_Parameters.size() + parameters.size());
-    for (ParsedString& parameter : parameters)
-        entry->m_Parameters.push_back(std::move(parameter));
-    parameters.clear();
 }
 
 // ---- files and errors ----------------------------------------------------------
@@ -419,7 +414,6 @@ ParsedFile* Parser::Parse(const char* path, ParseError* error)
     }
     catch (...)
     {
-        m_Parameters.clear();
         delete file;
         file = nullptr;
     }
