@@ -33,12 +33,38 @@ bool Holds(const char* text)
 }
 
 // FNV-1a: the texts are short identifiers and numbers.
+const u32 kHashSeed = 2166136261u;
+u32 HashStep(u32 hash, char c)
+{
+    return (hash ^ static_cast<unsigned char>(c)) * 16777619u;
+}
 u32 Hash(const char* text, u32 length)
 {
-    u32 hash = 2166136261u;
+    u32 hash = kHashSeed;
     for (u32 i = 0; i < length; ++i)
-        hash = (hash ^ static_cast<unsigned char>(text[i])) * 16777619u;
+        hash = HashStep(hash, text[i]);
     return hash;
+}
+// The hash and the length of a terminated text, in one pass.
+u32 HashTerminated(const char* text, u32& length)
+{
+    u32 hash = kHashSeed;
+    const char* at = text;
+    for (; *at; ++at)
+        hash = HashStep(hash, *at);
+    length = u32(at - text);
+    return hash;
+}
+bool SameText(const char* a, const char* b, u32 length)
+{
+    // Most texts are a few characters long: a call to memcmp costs more
+    // than comparing them here.
+    if (length > 16)
+        return std::memcmp(a, b, length) == 0;
+    for (u32 i = 0; i < length; ++i)
+        if (a[i] != b[i])
+            return false;
+    return true;
 }
 
 } // namespace
@@ -75,8 +101,8 @@ ParsedStringPool::Slot* ParsedStringPool::Find(const char* text, u32 length, u32
             if (!reusable)
                 reusable = &slot;
         }
-        else if (slot.text == text || (slot.hash == hash && slot.length == length &&
-                                       std::memcmp(slot.text, text, length) == 0))
+        else if (slot.text == text ||
+                 (slot.hash == hash && slot.length == length && SameText(slot.text, text, length)))
         {
             return &slot;
         }
@@ -149,8 +175,9 @@ const char* ParsedStringPool::Search(const char* text)
     ParsedStringPool& pool = GetSingletonInstance();
     if (pool.m_Count == 0)
         return nullptr;
-    const u32 length = u32(std::strlen(text));
-    const Slot* slot = pool.Find(text, length, Hash(text, length));
+    u32 length;
+    const u32 hash = HashTerminated(text, length);
+    const Slot* slot = pool.Find(text, length, hash);
     return Holds(slot->text) ? slot->text : nullptr;
 }
 
@@ -159,8 +186,9 @@ void ParsedStringPool::Release(const char* text)
     ParsedStringPool& pool = GetSingletonInstance();
     if (pool.m_Count == 0)
         return;
-    const u32 length = u32(std::strlen(text));
-    Slot* slot = pool.Find(text, length, Hash(text, length));
+    u32 length;
+    const u32 hash = HashTerminated(text, length);
+    Slot* slot = pool.Find(text, length, hash);
     if (!Holds(slot->text) || --slot->references != 0)
         return;
     const Slot removed = *slot;
