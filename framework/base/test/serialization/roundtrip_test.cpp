@@ -22,84 +22,8 @@ using qel::s64;
 using qel::u32;
 using qel::u64;
 using qeltest::Bytes;
-
-struct Record
-{
-    char c = 0;
-    bool b = false;
-    double d = 0;
-    float f = 0;
-    s64 i64 = 0;
-    u64 u64v = 0;
-    s32 i32 = 0;
-    u32 u32v = 0;
-    short i16 = 0;
-    unsigned short u16 = 0;
-    signed char i8 = 0;
-    unsigned char u8 = 0;
-    long hostLong = 0;
-    unsigned int hostUnsigned = 0;
-
-    char chars[5] = {};
-    bool bools[3] = {};
-    double doubles[2] = {};
-    float floats[2] = {};
-    s64 i64s[2] = {};
-    u64 u64s[2] = {};
-    s32 i32s[2] = {};
-    u32 u32s[3] = {};
-    short i16s[2] = {};
-    unsigned short u16s[2] = {};
-    signed char i8s[2] = {};
-    unsigned char u8s[2] = {};
-    long hostLongs[2] = {};
-    char name[16] = {};
-
-    void Serialize(qel::Serializer& s)
-    {
-        s.Identify("single");
-        s.Begin();
-        s.Serialize(c), s.Serialize(b), s.Serialize(d), s.Serialize(f);
-        s.Serialize(i64), s.Serialize(u64v), s.Serialize(i32), s.Serialize(u32v);
-        s.Serialize(i16), s.Serialize(u16), s.Serialize(i8), s.Serialize(u8);
-        s.Serialize(hostLong), s.Serialize(hostUnsigned);
-        s.End();
-        EXPECT_EQ(s.Serialize(chars, 5, 1), 5u);
-        EXPECT_EQ(s.Serialize(bools, 3, 1), 3u);
-        EXPECT_EQ(s.Serialize(doubles, 2, 8), 2u);
-        EXPECT_EQ(s.Serialize(floats, 2, 4), 2u);
-        EXPECT_EQ(s.Serialize(i64s, 2, 8), 2u);
-        EXPECT_EQ(s.Serialize(u64s, 2, 8), 2u);
-        EXPECT_EQ(s.Serialize(i32s, 2, 4), 2u);
-        EXPECT_EQ(s.Serialize(u32s, 2, 8), 2u); // every other one
-        EXPECT_EQ(s.Serialize(i16s, 2, 2), 2u);
-        EXPECT_EQ(s.Serialize(u16s, 2, 2), 2u);
-        EXPECT_EQ(s.Serialize(i8s, 2, 1), 2u);
-        EXPECT_EQ(s.Serialize(u8s, 2, 1), 2u);
-        EXPECT_EQ(s.Serialize(hostLongs, 2, u32(sizeof(long))), 2u);
-        if (s.IsWriting())
-            qel::WriteString(s, name);
-        else
-            qel::ReadString(s, name, sizeof name);
-    }
-};
-
-Record Sample()
-{
-    Record r;
-    r.c = 'q', r.b = true, r.d = -1.0 / 3, r.f = FLT_MIN, r.i64 = LLONG_MIN, r.u64v = ULLONG_MAX;
-    r.i32 = -123456789, r.u32v = 0xDEADBEEF, r.i16 = SHRT_MIN, r.u16 = 0xBEEF, r.i8 = -128;
-    r.u8 = 255, r.hostLong = -5, r.hostUnsigned = 4000000000u;
-    std::memcpy(r.chars, "a\0b\nc", 5);
-    r.bools[0] = true, r.bools[2] = true;
-    r.doubles[0] = DBL_MAX, r.doubles[1] = -0.0, r.floats[0] = 0.1f, r.floats[1] = -FLT_MAX;
-    r.i64s[0] = -1, r.i64s[1] = 0x0102030405060708ll, r.u64s[1] = 1;
-    r.i32s[0] = INT32_MIN, r.i32s[1] = 1, r.u32s[0] = 1, r.u32s[2] = 3;
-    r.i16s[0] = -1, r.u16s[1] = 0x1234, r.i8s[1] = 127, r.u8s[0] = 0x80;
-    r.hostLongs[0] = LONG_MIN, r.hostLongs[1] = LONG_MAX;
-    std::strcpy(r.name, "sample");
-    return r;
-}
+using qeltest::Record;
+using qeltest::Sample;
 
 template <class W>
 void CheckRoundTrip(const char* tag)

@@ -101,3 +101,5 @@
 #include <qel/vector4.h>
 #include <qel/version.h>
 #include <qel/writer.h>
+#include <qel/xmlreader.h>
+#include <qel/xmlwriter.h>

@@ -1,0 +1,106 @@
+// Characters of XML text, shared by the serializer's XML back-ends and the
+// markup document: names, escaping and the decoding of references.
+//
+// Names are the ASCII part of XML's: a letter, '_' or ':' and then letters,
+// digits, '-', '.', '_' and ':'; bytes of 0x80 and above are name
+// characters too, so that names in other scripts pass through.
+#pragma once
+
+#include <qel/types.h>
+
+#include <cstddef>
+
+namespace qel
+{
+namespace XmlText
+{
+
+inline bool IsNameStart(char c)
+{
+    const unsigned char u = static_cast<unsigned char>(c);
+    return unsigned((u | 0x20) - 'a') < 26u || u == '_' || u == ':' || u >= 0x80;
+}
+inline bool IsNameChar(char c)
+{
+    const unsigned char u = static_cast<unsigned char>(c);
+    return IsNameStart(c) || unsigned(u - '0') < 10u || u == '-' || u == '.';
+}
+bool IsName(const char* text, std::size_t length);
+
+inline bool IsSpace(char c)
+{
+    return c == ' ' || c == '\n' || c == '\t' || c == '\r';
+}
+
+// Whether the bytes can stand in a document as they are once escaped:
+// valid UTF-8 with no character that XML 1.0 forbids (controls below 0x20
+// other than tab, line feed and carriage return).
+bool IsCharacterData(const char* text, std::size_t length);
+
+// Escapes text for element content (`attribute` false: '<', '&', '>' and
+// carriage return, so that "]]>" never appears and a CR survives the
+// reader's line-end normalisation) or for an attribute value between double
+// quotes (also '"', tab and line feed). Calls sink(const char*, size_t) for
+// each piece, in order.
+template <class Sink>
+void Escape(const char* text, std::size_t length, bool attribute, Sink&& sink)
+{
+    std::size_t done = 0;
+    for (std::size_t i = 0; i < length; ++i)
+    {
+        const char* entity;
+        switch (text[i])
+        {
+        case '<':
+            entity = "&lt;";
+            break;
+        case '>':
+            entity = "&gt;";
+            break;
+        case '&':
+            entity = "&amp;";
+            break;
+        case '\r':
+            entity = "&#13;";
+            break;
+        case '"':
+            entity = attribute ? "&quot;" : nullptr;
+            break;
+        case '\t':
+            entity = attribute ? "&#9;" : nullptr;
+            break;
+        case '\n':
+            entity = attribute ? "&#10;" : nullptr;
+            break;
+        default:
+            entity = nullptr;
+            break;
+        }
+        if (entity == nullptr)
+            continue;
+        if (i > done)
+            sink(text + done, i - done);
+        std::size_t entityLength = 0;
+        while (entity[entityLength])
+            ++entityLength;
+        sink(entity, entityLength);
+        done = i + 1;
+    }
+    if (length > done)
+        sink(text + done, length - done);
+}
+
+// Decodes the reference whose '&' is at `text[0]`, among `available`
+// bytes: one of the five predefined entities or a decimal ("&#65;") or
+// hexadecimal ("&#x41;") character reference. Writes its UTF-8 bytes (one
+// to four) to `out` and returns the number of bytes the reference takes,
+// ';' included; 0 when it is not a reference XML allows (unknown entity,
+// no ';', a character XML forbids).
+std::size_t DecodeReference(const char* text, std::size_t available, char out[4], u32& written);
+
+// Appends the UTF-8 form of `code` (at most 0x10FFFF) to `out`; returns the
+// number of bytes, 0 for a code XML does not allow.
+u32 EncodeUtf8(u32 code, char out[4]);
+
+} // namespace XmlText
+} // namespace qel
