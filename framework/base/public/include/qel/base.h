@@ -53,6 +53,7 @@
 #include <qel/instancemanager.h>
 #include <qel/interface.h>
 #include <qel/mallocallocator.h>
+#include <qel/markupstl.h>
 #include <qel/matrix3.h>
 #include <qel/matrix4.h>
 #include <qel/mem.h>

@@ -1,0 +1,304 @@
+// The markup document: reading what users meet in XML, the first error of
+// ill-formed documents, and seeded edits checked against a model tree, the
+// edited document's own index against the same text loaded afresh.
+#include <qel/markupstl.h>
+
+#include "support/environment.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#ifdef QEL_TEST_PUGIXML
+#include <pugixml.hpp>
+#endif
+
+namespace
+{
+
+using qel::MarkupSTL;
+
+std::string S(const MarkupSTL::String& s)
+{
+    return std::string(s.data(), s.size());
+}
+
+const char* const kScene = "\xEF\xBB\xBF<?xml version=\"1.0\"?>\n"
+                           "<!DOCTYPE scene [ <!ELEMENT scene ANY> ]>\n"
+                           "<!-- a room -->\n"
+                           "<scene name='Room &amp; hall' lights=\"2\">\n"
+                           "  <lamp power=\"60\" shade='linen'>Desk &lt;left&gt;</lamp>\n"
+                           "  <?editor keep?>\n"
+                           "  <lamp power=\"40\"><![CDATA[<raw> & ]]>&#x41;&#66;</lamp>\n"
+                           "  <chair/>\n"
+                           "  <table legs='4'>\r\n    <top>oak</top>\r\n  </table>\n"
+                           "</scene>\n";
+
+TEST(MarkupRead, NavigatesAndDecodesWhatUsersMeet)
+{
+    MarkupSTL doc(kScene);
+    ASSERT_TRUE(doc.IsWellFormed()) << doc.GetError();
+    EXPECT_EQ(doc.GetElementCount(), 6u);
+    EXPECT_FALSE(doc.FindElement("lamp")); // the document level holds the root only
+    ASSERT_TRUE(doc.FindElement("scene"));
+    EXPECT_EQ(S(doc.GetAttribute("name")), "Room & hall");
+    EXPECT_EQ(S(doc.GetAttributeName(1)), "lights");
+    EXPECT_EQ(S(doc.GetAttributeName(2)), "");
+    ASSERT_TRUE(doc.FindChildElement("table"));
+    EXPECT_EQ(S(doc.GetChildAttribute("legs")), "4");
+    EXPECT_EQ(S(doc.GetChildData()), ""); // it has children
+
+    // Into the scene: the table, the child position, becomes the main one.
+    ASSERT_TRUE(doc.IntoElement());
+    EXPECT_EQ(S(doc.GetTagName()), "table");
+    doc.ResetMainPosition();
+    std::vector<std::string> data;
+    while (doc.FindElement("lamp"))
+        data.push_back(S(doc.GetData()) + "/" + S(doc.GetAttribute("power")));
+    EXPECT_EQ(data, (std::vector<std::string>{"Desk <left>/60", "<raw> & AB/40"}));
+    doc.ResetMainPosition();
+    ASSERT_TRUE(doc.FindElement("table"));
+    const MarkupSTL::Position table = doc.GetPosition();
+    ASSERT_TRUE(doc.FindChildElement());
+    EXPECT_EQ(S(doc.GetChildTagName()), "top");
+    EXPECT_EQ(S(doc.GetChildData()), "oak");
+    EXPECT_FALSE(doc.FindElement());
+    doc.SetPosition(table);
+    EXPECT_EQ(S(doc.GetTagName()), "table");
+    ASSERT_TRUE(doc.OutOfElement());
+    EXPECT_EQ(S(doc.GetTagName()), "scene");
+    EXPECT_FALSE(doc.OutOfElement());
+    EXPECT_FALSE(doc.HasAttribute("power"));
+}
+
+TEST(MarkupCheck, TheFirstErrorWithItsLineAndColumn)
+{
+    const struct
+    {
+        const char* text;
+        unsigned line, column;
+    } cases[] = {
+        {"<a>\n  <b></c>\n</a>", 2, 8},
+        {"<a x='1' x='2'/>", 1, 10},
+        {"<a>\n <b>&nope;</b></a>", 2, 5},
+        {"<a><!-- open </a>", 1, 4},
+        {"<a></a>\n<b/>", 2, 1},
+        {"text<a/>", 1, 1},
+        {"<a x=1/>", 1, 6},
+        {"<a>", 1, 4},
+        {"<a><b x='<'/></a>", 1, 10},
+        {"<a><![CDATA[ x </a>", 1, 4},
+        {"<1a/>", 1, 2},
+        {"<a></a>trailing", 1, 8},
+    };
+    for (const auto& c : cases)
+    {
+        MarkupSTL doc(c.text);
+        EXPECT_FALSE(doc.IsWellFormed()) << c.text;
+        EXPECT_NE(std::string(doc.GetError()), "") << c.text;
+        EXPECT_EQ(doc.GetErrorLine(), c.line) << c.text << ": " << doc.GetError();
+        EXPECT_EQ(doc.GetErrorColumn(), c.column) << c.text << ": " << doc.GetError();
+        EXPECT_EQ(doc.GetElementCount(), 0u);
+        EXPECT_FALSE(doc.FindElement());
+        EXPECT_FALSE(doc.AddElement("x"));
+    }
+    // Cut anywhere inside the root, the scene is an error; never a crash.
+    const std::string scene = kScene;
+    const std::size_t rootEnd = scene.rfind("</scene>") + 8;
+    for (std::size_t cut = 0; cut < scene.size(); ++cut)
+    {
+        MarkupSTL doc;
+        const bool good = doc.SetDocument(scene.data(), qel::u32(cut));
+        if (cut > scene.find("<scene"))
+        {
+            EXPECT_EQ(good, cut >= rootEnd) << cut;
+        }
+        EXPECT_EQ(doc.FindElement("scene"), cut >= rootEnd) << cut;
+    }
+}
+
+// ---- edits against a model --------------------------------------------------------
+
+struct Node
+{
+    std::string name, data;
+    std::vector<std::pair<std::string, std::string>> attributes;
+    std::vector<Node> children;
+
+    bool operator==(const Node& o) const
+    {
+        return name == o.name &&
+               (children.empty() ? data : "") == (o.children.empty() ? o.data : "") &&
+               attributes == o.attributes && children == o.children;
+    }
+};
+
+// The main element of `doc` read through navigation, children included.
+Node Walk(MarkupSTL& doc)
+{
+    Node node;
+    node.name = S(doc.GetTagName());
+    node.data = S(doc.GetData());
+    for (qel::u32 i = 0; !doc.GetAttributeName(i).empty(); ++i)
+    {
+        const std::string name = S(doc.GetAttributeName(i));
+        node.attributes.emplace_back(name, S(doc.GetAttribute(name.c_str())));
+    }
+    doc.IntoElement();
+    doc.ResetMainPosition();
+    while (doc.FindElement())
+        node.children.push_back(Walk(doc));
+    doc.OutOfElement();
+    return node;
+}
+
+// Puts the main position on the node at `path` (child indices from the
+// root).
+void GoTo(MarkupSTL& doc, const std::vector<std::size_t>& path)
+{
+    doc.ResetPosition();
+    ASSERT_TRUE(doc.FindElement());
+    for (std::size_t index : path)
+    {
+        ASSERT_TRUE(doc.IntoElement());
+        doc.ResetMainPosition();
+        for (std::size_t i = 0; i <= index; ++i)
+            ASSERT_TRUE(doc.FindElement());
+    }
+}
+
+#ifdef QEL_TEST_PUGIXML
+Node FromPugi(const pugi::xml_node& element)
+{
+    Node node;
+    node.name = element.name();
+    for (const pugi::xml_attribute& a : element.attributes())
+        node.attributes.emplace_back(a.name(), a.value());
+    for (const pugi::xml_node& child : element.children())
+    {
+        if (child.type() == pugi::node_element)
+            node.children.push_back(FromPugi(child));
+        else if (child.type() == pugi::node_pcdata || child.type() == pugi::node_cdata)
+            node.data += child.value();
+    }
+    return node;
+}
+#endif
+
+TEST(MarkupEdit, SeededEditsMatchAModelAndTheDocumentLoadedAfresh)
+{
+    const char* const names[] = {"a", "b", "item", "x.y", "long_name"};
+    const char* const texts[] = {"", "plain", "a<b & c>d", "quote\" and ' ]]> end",
+                                 "tab\tline\nend"};
+    for (unsigned seed = 1; seed <= 12; ++seed)
+    {
+        std::mt19937 random(seed);
+        auto pick = [&random](std::size_t n) { return std::size_t(random() % n); };
+        MarkupSTL doc;
+        Node model{"root", "", {}, {}};
+        ASSERT_TRUE(doc.AddElement("root"));
+        for (int step = 0; step < 120; ++step)
+        {
+            // A random node and its path.
+            std::vector<std::size_t> path;
+            Node* node = &model;
+            Node* parent = nullptr;
+            while (!node->children.empty() && pick(3) != 0)
+            {
+                path.push_back(pick(node->children.size()));
+                parent = node;
+                node = &node->children[path.back()];
+            }
+            GoTo(doc, path);
+            const char* name = names[pick(5)];
+            const char* text = texts[pick(5)];
+            const bool withData = pick(2) != 0;
+            switch (pick(parent ? 8 : 5))
+            {
+            case 0:
+            case 1:
+                ASSERT_TRUE(doc.AddChildElement(name, withData ? text : nullptr));
+                node->children.push_back(Node{name, withData ? text : "", {}, {}});
+                break;
+            case 2:
+            {
+                const std::size_t at = node->children.empty() ? 0 : pick(node->children.size());
+                for (std::size_t i = 0; i < at; ++i)
+                    ASSERT_TRUE(doc.FindChildElement());
+                if (at != 0)
+                {
+                    ASSERT_TRUE(doc.FindChildElement()); // insert before child `at`
+                }
+                ASSERT_TRUE(doc.InsertChildElement(name, withData ? text : nullptr));
+                node->children.insert(node->children.begin() + std::ptrdiff_t(at),
+                                      Node{name, withData ? text : "", {}, {}});
+                break;
+            }
+            case 3:
+                ASSERT_TRUE(doc.SetData(text));
+                node->children.clear();
+                node->data = text;
+                break;
+            case 4:
+            {
+                ASSERT_TRUE(doc.SetAttribute(name, text));
+                auto found = node->attributes.begin();
+                while (found != node->attributes.end() && found->first != name)
+                    ++found;
+                if (found == node->attributes.end())
+                    node->attributes.emplace_back(name, text);
+                else
+                    found->second = text;
+                break;
+            }
+            case 5:
+                ASSERT_TRUE(doc.RemoveElement());
+                parent->children.erase(parent->children.begin() + std::ptrdiff_t(path.back()));
+                break;
+            case 6:
+                ASSERT_TRUE(doc.InsertElement(name, withData ? text : nullptr));
+                parent->children.insert(parent->children.begin() + std::ptrdiff_t(path.back()),
+                                        Node{name, withData ? text : "", {}, {}});
+                break;
+            default:
+                ASSERT_TRUE(doc.AddElement(name, withData ? text : nullptr));
+                parent->children.push_back(Node{name, withData ? text : "", {}, {}});
+                break;
+            }
+            // A node with children and text: its text is not compared.
+            doc.ResetPosition();
+            ASSERT_TRUE(doc.FindElement());
+            ASSERT_TRUE(Walk(doc) == model) << "seed " << seed << " step " << step << "\n"
+                                            << S(doc.GetDocument());
+            MarkupSTL fresh(doc.GetDocument().c_str());
+            ASSERT_TRUE(fresh.IsWellFormed()) << fresh.GetError() << "\n" << S(doc.GetDocument());
+            ASSERT_TRUE(fresh.FindElement());
+            ASSERT_TRUE(Walk(fresh) == model) << "seed " << seed << " step " << step;
+        }
+#ifdef QEL_TEST_PUGIXML
+        pugi::xml_document parsed;
+        ASSERT_TRUE(parsed.load_buffer(doc.GetDocument().data(), doc.GetDocument().size()));
+        EXPECT_TRUE(FromPugi(parsed.document_element()) == model) << "seed " << seed;
+#endif
+    }
+}
+
+TEST(MarkupFiles, SavedAndLoadedThroughTheFileLayer)
+{
+    qeltest::TemporaryFolder folder;
+    const std::string path = folder.VirtualPath() + "scene.xml";
+    MarkupSTL doc(kScene);
+    ASSERT_TRUE(doc.Save(path.c_str()));
+    MarkupSTL loaded;
+    ASSERT_TRUE(loaded.Load(path.c_str())) << loaded.GetError();
+    EXPECT_EQ(S(loaded.GetDocument()), kScene);
+    EXPECT_EQ(loaded.GetElementCount(), 6u);
+    EXPECT_FALSE(loaded.Load((folder.VirtualPath() + "missing.xml").c_str()));
+    EXPECT_NE(std::string(loaded.GetError()).find("cannot be read"), std::string::npos);
+    EXPECT_EQ(loaded.GetElementCount(), 0u);
+}
+
+} // namespace
