@@ -25,6 +25,7 @@ const char kUsage[] = "usage: qeltool <command> [arguments]\n"
                       "                    through a streaming request, for at most SECONDS\n"
                       "  describe FILE...  print each resource file's header, version, class\n"
                       "                    and, when beside it, its .dat description\n"
+                      "  xml FILE...       check XML documents and print their element trees\n"
                       "\n"
                       "options:\n"
                       "  --help            print this text\n"
@@ -45,6 +46,7 @@ int Tour(int argc, char** argv)
     qeltool::TourStreaming(context);
     qeltool::TourSerialization(context);
     qeltool::TourArchive(context);
+    qeltool::TourMarkup(context);
     qeltool::TourGeometry(context);
     return 0;
 }
@@ -82,6 +84,8 @@ int main(int argc, char** argv)
         return qeltool::StreamFile(argc - 2, argv + 2);
     if (std::strcmp(argv[1], "describe") == 0)
         return qeltool::DescribeFiles(argc - 2, argv + 2);
+    if (std::strcmp(argv[1], "xml") == 0)
+        return qeltool::XmlTree(argc - 2, argv + 2);
     std::fprintf(stderr, "qeltool: unknown command '%s'\n\n%s", argv[1], kUsage);
     return 2;
 }

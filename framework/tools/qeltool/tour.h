@@ -14,6 +14,8 @@ struct TourContext
 
 // Prints a section banner.
 void Banner(const char* title);
+// The virtual path of a path of the system (made absolute first).
+std::string VirtualPath(const std::string& local);
 
 void TourCore(const TourContext& context);
 void TourMemory(const TourContext& context);
@@ -25,6 +27,7 @@ void TourStreaming(const TourContext& context);
 void TourSerialization(const TourContext& context);
 void TourArchive(const TourContext& context);
 void TourGeometry(const TourContext& context);
+void TourMarkup(const TourContext& context);
 
 // qeltool mounts: the file manager's mount table, one mount a line.
 void PrintMountTable();
@@ -45,5 +48,9 @@ int StreamFile(int count, char** args);
 // qeltool describe: each resource file's header, version, class and
 // description; 1 when one of them is not a resource file.
 int DescribeFiles(int count, char** paths);
+
+// qeltool xml: checks each document, prints its element tree or its first
+// error as FILE:LINE:COLUMN: message; 1 when one is bad or unreadable.
+int XmlTree(int count, char** paths);
 
 } // namespace qeltool

@@ -143,14 +143,6 @@ void Release(std::vector<Interface*> objects)
     }
 }
 
-// The virtual path of a system path.
-std::string Virtual(const std::string& local)
-{
-    char path[qel::FileManager::PathSize];
-    qel::FileManager::GetSingletonInstance().ResolveLocalPath(local.c_str(), path, sizeof path);
-    return path;
-}
-
 } // namespace
 
 void TourArchive(const TourContext&)
@@ -159,7 +151,7 @@ void TourArchive(const TourContext&)
     const std::filesystem::path local = std::filesystem::temp_directory_path() / "qeltool-archive";
     std::error_code ignored;
     std::filesystem::remove_all(local, ignored);
-    const std::string root = Virtual(local.string()) + "/";
+    const std::string root = VirtualPath(local.string()) + "/";
 
     Lamp ceiling, shade;
     ceiling.power = 60;
@@ -227,7 +219,7 @@ int DescribeFiles(int count, char** paths)
     for (int i = 0; i < count; ++i)
     {
         const std::string local = std::filesystem::absolute(paths[i]).string();
-        const std::string path = Virtual(local);
+        const std::string path = VirtualPath(local);
         try
         {
             qel::InputFileStream stream(path.c_str());

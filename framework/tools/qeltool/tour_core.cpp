@@ -2,6 +2,7 @@
 #include "tour.h"
 
 #include <qel/errormanager.h>
+#include <qel/filemanager.h>
 #include <qel/host.h>
 #include <qel/report.h>
 #include <qel/systembase.h>
@@ -9,6 +10,7 @@
 #include <qel/version.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -18,6 +20,15 @@ namespace qeltool
 void Banner(const char* title)
 {
     std::printf("\n== %s ==\n", title);
+}
+
+std::string VirtualPath(const std::string& local)
+{
+    std::error_code ignored;
+    const std::string absolute = std::filesystem::absolute(local, ignored).string();
+    char path[qel::FileManager::PathSize];
+    qel::FileManager::GetSingletonInstance().ResolveLocalPath(absolute.c_str(), path, sizeof path);
+    return path;
 }
 
 namespace

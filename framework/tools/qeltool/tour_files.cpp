@@ -24,11 +24,7 @@ using qel::FileManager;
 // The virtual path of a folder of the system, ending in '/'.
 std::string VirtualFolder(const std::string& local)
 {
-    std::error_code ignored;
-    std::string absolute = std::filesystem::absolute(local, ignored).string();
-    char path[FileManager::PathSize];
-    FileManager::GetSingletonInstance().ResolveLocalPath(absolute.c_str(), path, sizeof path);
-    std::string folder = path;
+    std::string folder = VirtualPath(local);
     if (folder.empty() || folder.back() != '/')
         folder += '/';
     return folder;

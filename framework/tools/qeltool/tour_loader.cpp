@@ -18,16 +18,6 @@ namespace qeltool
 namespace
 {
 
-// The virtual path of a path of the system.
-std::string Virtual(const char* local)
-{
-    std::error_code ignored;
-    const std::string absolute = std::filesystem::absolute(local, ignored).string();
-    char path[qel::FileManager::PathSize];
-    qel::FileManager::GetSingletonInstance().ResolveLocalPath(absolute.c_str(), path, sizeof path);
-    return path;
-}
-
 void PrintNode(qel::ParsedNode& node)
 {
     qel::OutputMemoryStream out;
@@ -59,7 +49,7 @@ void TourLoader(const TourContext& context)
 {
     Banner("sectioned text");
     ObjectHandler objects;
-    const std::string file = Virtual((context.dataDir + "scene.txt").c_str());
+    const std::string file = VirtualPath((context.dataDir + "scene.txt").c_str());
     qel::ParsedFile* tree = qel::Loader::GetFile(file.c_str());
     if (tree == nullptr)
     {
@@ -95,7 +85,7 @@ int CheckFiles(int count, char** paths)
     for (int i = 0; i < count; ++i)
     {
         qel::ParseError error{};
-        qel::ParsedFile* file = qel::Parser::CheckFile(Virtual(paths[i]).c_str(), error);
+        qel::ParsedFile* file = qel::Parser::CheckFile(VirtualPath(paths[i]).c_str(), error);
         if (file != nullptr)
         {
             delete file;
@@ -119,7 +109,7 @@ int PrintFile(int count, char** paths)
         return 2;
     }
     qel::ParseError error{};
-    qel::ParsedFile* file = qel::Parser::CheckFile(Virtual(paths[0]).c_str(), error);
+    qel::ParsedFile* file = qel::Parser::CheckFile(VirtualPath(paths[0]).c_str(), error);
     if (file == nullptr)
         return CheckFiles(1, paths);
     PrintNode(*file);
@@ -138,7 +128,7 @@ int FindSection(int count, char** requests)
     const std::size_t caret = request.find('^');
     std::string path = request.substr(0, caret);
     qel::ParseError error{};
-    qel::ParsedFile* file = qel::Parser::CheckFile(Virtual(path.c_str()).c_str(), error);
+    qel::ParsedFile* file = qel::Parser::CheckFile(VirtualPath(path.c_str()).c_str(), error);
     if (file == nullptr)
     {
         char* paths[] = {&path[0]};

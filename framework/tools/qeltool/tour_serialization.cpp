@@ -1,6 +1,7 @@
 // Tour section of the serializer: a small scene saved with each binary
 // writer into memory, read back through the reader the stream's tag picks,
-// and the same scene printed through the text writer. The loaded nodes are
+// the same scene printed through the text writer, and saved as XML and
+// read back. The loaded nodes are
 // then given resource indices.
 #include "tour.h"
 
@@ -11,6 +12,8 @@
 #include <qel/outputmemorystream.h>
 #include <qel/resourcemanager.h>
 #include <qel/textwriter.h>
+#include <qel/xmlreader.h>
+#include <qel/xmlwriter.h>
 
 #include <cstdio>
 #include <cstring>
@@ -159,6 +162,30 @@ void TourSerialization(const TourContext&)
     qel::u32 size = 0;
     const unsigned char* text = out.GetBuffer(size);
     std::fwrite(text, 1, size, stdout);
+
+    std::printf("XMLWriter:\n");
+    qel::OutputMemoryStream xml;
+    {
+        qel::XMLWriter writer(&xml);
+        scene.Serialize(writer);
+    }
+    xml.Flush();
+    const unsigned char* document = xml.GetBuffer(size);
+    std::fwrite(document, 1, size, stdout);
+    qel::InputMemoryStream in(document, size);
+    qel::XMLReader reader(&in, size);
+    Scene loaded;
+    try
+    {
+        loaded.Serialize(reader);
+        reader.Finish();
+        std::printf("%-20s %u nodes: %s\n", "  read back", unsigned(loaded.nodes.size()),
+                    SameScene(scene, loaded) ? "identical" : "DIFFERENT");
+    }
+    catch (const qel::XMLFormatError& error)
+    {
+        std::printf("  read back failed: %s\n", error.GetReason());
+    }
 
     std::printf("resource indices:");
     for (Node& node : scene.nodes)

@@ -121,15 +121,6 @@ u64 ParseRate(const char* text)
     return u64(value * unit);
 }
 
-std::string VirtualPath(const char* local)
-{
-    std::error_code ignored;
-    const std::string absolute = std::filesystem::absolute(local, ignored).string();
-    char path[qel::FileManager::PathSize];
-    qel::FileManager::GetSingletonInstance().ResolveLocalPath(absolute.c_str(), path, sizeof path);
-    return path;
-}
-
 void PrintSummary(const char* path, double rate, const StreamProgress& progress)
 {
     const double achieved =

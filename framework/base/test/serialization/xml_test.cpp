@@ -3,6 +3,7 @@
 // are cut short raising XMLFormatError.
 #include "serialization/serializationtest.h"
 
+#include <qel/inputmemorystream.h>
 #include <qel/xmlreader.h>
 #include <qel/xmlwriter.h>
 
@@ -81,6 +82,17 @@ TEST(XmlRoundTrip, EveryTypeAndArrayFormReadsBackAndWritesTheSameDocument)
     EXPECT_EQ(Xml([&](qel::Serializer& s) { read.Serialize(s); }), document);
     EXPECT_EQ(read.d, -1.0 / 3);
     EXPECT_EQ(read.i64, LLONG_MIN);
+
+    // A memory stream does not report its end: the reader takes the
+    // document's length and reads nothing past it.
+    const std::string followed = document + "<junk>";
+    qel::InputMemoryStream memory(reinterpret_cast<const unsigned char*>(followed.data()),
+                                  u32(followed.size()));
+    XMLReader bounded(&memory, document.size());
+    Record again;
+    again.Serialize(bounded);
+    bounded.Finish();
+    EXPECT_EQ(memory.GetPosition(), u32(document.size()));
     EXPECT_EQ(read.hostLongs[1], LONG_MAX);
     EXPECT_EQ(std::memcmp(read.chars, "a\0b\nc", 5), 0);
     EXPECT_STREQ(read.name, "sample");

@@ -45,7 +45,11 @@ private:
 class QEL_API XMLReader : public GenericReader
 {
 public:
-    explicit XMLReader(InputStream* stream);
+    // Reads at most `size` bytes from the stream's position: the length of
+    // the document where the stream does not report its end by itself, as a
+    // memory stream does not (pass its GetSize()). File streams report their
+    // end: the default reads to it.
+    explicit XMLReader(InputStream* stream, u64 size = ~u64(0));
 
     using GenericReader::Serialize;
 
@@ -132,6 +136,7 @@ private:
     unsigned char m_Buffer[8192];
     const char* m_At;
     const char* m_End;
+    u64 m_Left; // bytes the reader may still take from the stream
     u32 m_Line = 1;
     bool m_Started = false;
 

@@ -16,8 +16,9 @@ namespace qel
 
 XMLFormatError::XMLFormatError(u32 line, const char* reason) : Exception(reason), m_Line(line) {}
 
-XMLReader::XMLReader(InputStream* stream)
-    : GenericReader(stream, nullptr), m_At(reinterpret_cast<const char*>(m_Buffer)), m_End(m_At)
+XMLReader::XMLReader(InputStream* stream, u64 size)
+    : GenericReader(stream, nullptr), m_At(reinterpret_cast<const char*>(m_Buffer)), m_End(m_At),
+      m_Left(size)
 {
 }
 
@@ -42,7 +43,10 @@ bool XMLReader::Ensure(u32 count)
         return true;
     char* buffer = reinterpret_cast<char*>(m_Buffer);
     std::memmove(buffer, m_At, left);
-    const u32 read = m_Stream->Read(buffer + left, u32(sizeof m_Buffer) - left);
+    const u32 room = u32(sizeof m_Buffer) - left;
+    const u32 read =
+        m_Left == 0 ? 0 : m_Stream->Read(buffer + left, m_Left < room ? u32(m_Left) : room);
+    m_Left -= read;
     m_At = buffer;
     m_End = buffer + left + read;
     return left + read >= count;
