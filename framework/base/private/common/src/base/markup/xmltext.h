@@ -15,15 +15,30 @@ namespace qel
 namespace XmlText
 {
 
+// Bit 1: a name may start with the byte; bit 2: a name may hold it.
+struct NameTable
+{
+    unsigned char bits[256];
+    constexpr NameTable() : bits()
+    {
+        for (int c = 0; c < 256; ++c)
+        {
+            const bool start = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c >= 0x80 ||
+                               c == '_' || c == ':';
+            const bool rest = start || (c >= '0' && c <= '9') || c == '-' || c == '.';
+            bits[c] = static_cast<unsigned char>((start ? 1 : 0) | (rest ? 2 : 0));
+        }
+    }
+};
+constexpr NameTable kNames;
+
 inline bool IsNameStart(char c)
 {
-    const unsigned char u = static_cast<unsigned char>(c);
-    return unsigned((u | 0x20) - 'a') < 26u || u == '_' || u == ':' || u >= 0x80;
+    return (kNames.bits[static_cast<unsigned char>(c)] & 1) != 0;
 }
 inline bool IsNameChar(char c)
 {
-    const unsigned char u = static_cast<unsigned char>(c);
-    return IsNameStart(c) || unsigned(u - '0') < 10u || u == '-' || u == '.';
+    return (kNames.bits[static_cast<unsigned char>(c)] & 2) != 0;
 }
 bool IsName(const char* text, std::size_t length);
 
