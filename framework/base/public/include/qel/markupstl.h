@@ -174,10 +174,17 @@ private:
     String TagName(u32 element) const;
     String Data(u32 element) const;
     String Attribute(u32 element, const char* name) const;
-    // Finds attribute `name` of `element`: the offsets of its first
-    // character and of its value between the quotes.
-    bool FindAttribute(u32 element, const char* name, u32& at, u32& valueStart,
-                       u32& valueEnd) const;
+    // A range of offsets into m_Text.
+    struct Span
+    {
+        u32 start;
+        u32 end;
+    };
+    // Reads the attribute of a start tag at `at` (white space before it
+    // skipped) and moves past it; false at the end of the tag.
+    bool NextAttribute(u32& at, Span& name, Span& value) const;
+    // The value of attribute `name` of `element`, between its quotes.
+    bool FindAttribute(u32 element, const char* name, Span& value) const;
     // Replaces m_Text[from, to) by `text` and moves the offsets after it.
     void Splice(u32 from, u32 to, const String& text);
     // Gives an empty-element tag an end tag, so that it can hold content.

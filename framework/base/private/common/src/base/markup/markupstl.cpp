@@ -593,50 +593,48 @@ MarkupSTL::String MarkupSTL::Data(u32 element) const
     return data;
 }
 
-bool MarkupSTL::FindAttribute(u32 element, const char* name, u32& at, u32& valueStart,
-                              u32& valueEnd) const
+bool MarkupSTL::NextAttribute(u32& at, Span& name, Span& value) const
+{
+    const char* text = m_Text.data();
+    while (XmlText::IsSpace(text[at]))
+        ++at;
+    if (!XmlText::IsNameStart(text[at]))
+        return false; // '>' or "/>"
+    name.start = at;
+    while (XmlText::IsNameChar(text[at]))
+        ++at;
+    name.end = at;
+    while (text[at] != '"' && text[at] != '\'')
+        ++at;
+    const char quote = text[at++];
+    value.start = at;
+    while (text[at] != quote)
+        ++at;
+    value.end = at++;
+    return true;
+}
+
+bool MarkupSTL::FindAttribute(u32 element, const char* name, Span& value) const
 {
     if (element == 0)
         return false;
     const Element& e = m_Elements[element];
-    const char* text = m_Text.data();
     const std::size_t length = std::strlen(name);
-    u32 i = e.start + 1 + e.nameLength;
-    for (;;)
-    {
-        while (XmlText::IsSpace(text[i]))
-            ++i;
-        if (!XmlText::IsNameStart(text[i]))
-            return false; // '>' or "/>"
-        const u32 nameStart = i;
-        while (XmlText::IsNameChar(text[i]))
-            ++i;
-        const bool match =
-            i - nameStart == length && std::memcmp(text + nameStart, name, length) == 0;
-        while (text[i] != '"' && text[i] != '\'')
-            ++i;
-        const char quote = text[i++];
-        const u32 start = i;
-        while (text[i] != quote)
-            ++i;
-        if (match)
-        {
-            at = nameStart;
-            valueStart = start;
-            valueEnd = i;
+    Span found;
+    for (u32 at = e.start + 1 + e.nameLength; NextAttribute(at, found, value);)
+        if (found.end - found.start == length &&
+            std::memcmp(m_Text.data() + found.start, name, length) == 0)
             return true;
-        }
-        ++i;
-    }
+    return false;
 }
 
 MarkupSTL::String MarkupSTL::Attribute(u32 element, const char* name) const
 {
     String value;
-    u32 at, start, end;
-    if (FindAttribute(element, name, at, start, end))
+    Span found;
+    if (FindAttribute(element, name, found))
     {
-        String raw(m_Text.data() + start, end - start);
+        String raw(m_Text.data() + found.start, found.end - found.start);
         // Attribute values read their white space characters as spaces.
         for (char& c : raw)
             if (c == '\t' || c == '\n' || c == '\r')
@@ -648,8 +646,8 @@ MarkupSTL::String MarkupSTL::Attribute(u32 element, const char* name) const
 
 bool MarkupSTL::HasAttribute(const char* name) const
 {
-    u32 at, start, end;
-    return FindAttribute(m_Position.main, name, at, start, end);
+    Span value;
+    return FindAttribute(m_Position.main, name, value);
 }
 
 MarkupSTL::String MarkupSTL::GetAttributeName(u32 index) const
@@ -657,26 +655,12 @@ MarkupSTL::String MarkupSTL::GetAttributeName(u32 index) const
     if (m_Position.main == 0)
         return String();
     const Element& e = m_Elements[m_Position.main];
-    const char* text = m_Text.data();
-    u32 i = e.start + 1 + e.nameLength;
-    for (u32 n = 0;; ++n)
-    {
-        while (XmlText::IsSpace(text[i]))
-            ++i;
-        if (!XmlText::IsNameStart(text[i]))
-            return String();
-        const u32 nameStart = i;
-        while (XmlText::IsNameChar(text[i]))
-            ++i;
+    Span name, value;
+    u32 at = e.start + 1 + e.nameLength;
+    for (u32 n = 0; NextAttribute(at, name, value); ++n)
         if (n == index)
-            return String(text + nameStart, i - nameStart);
-        while (text[i] != '"' && text[i] != '\'')
-            ++i;
-        const char quote = text[i++];
-        while (text[i] != quote)
-            ++i;
-        ++i;
-    }
+            return String(m_Text.data() + name.start, name.end - name.start);
+    return String();
 }
 
 // ---- editing --------------------------------------------------------------------
@@ -995,12 +979,12 @@ bool MarkupSTL::SetAttribute(u32 element, const char* name, const char* value)
     XmlText::Escape(value ? value : "", value ? std::strlen(value) : 0, true,
                     [&escaped](const char* piece, std::size_t size)
                     { escaped.append(piece, size); });
-    u32 at, start, end;
-    if (FindAttribute(element, name, at, start, end))
+    Span found;
+    if (FindAttribute(element, name, found))
     {
         // Replaced between its quotes; a value in single quotes gets double
         // ones, which the escaping is for.
-        Splice(start - 1, end + 1, '"' + escaped + '"');
+        Splice(found.start - 1, found.end + 1, '"' + escaped + '"');
         return true;
     }
     const Element& e = m_Elements[element];
