@@ -105,6 +105,11 @@ TEST(MarkupCheck, TheFirstErrorWithItsLineAndColumn)
         EXPECT_FALSE(doc.FindElement());
         EXPECT_FALSE(doc.AddElement("x"));
     }
+    // A zero byte inside a reference is no entity name's end.
+    MarkupSTL zero;
+    EXPECT_FALSE(zero.SetDocument("<a>&lt\0\0\0;</a>", 13));
+    EXPECT_EQ(zero.GetErrorColumn(), 4u);
+
     // Cut anywhere inside the root, the scene is an error; never a crash.
     const std::string scene = kScene;
     const std::size_t rootEnd = scene.rfind("</scene>") + 8;

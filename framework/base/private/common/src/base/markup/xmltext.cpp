@@ -115,7 +115,7 @@ std::size_t DecodeReference(const char* text, std::size_t available, char out[4]
     for (const auto& entity : kEntities)
     {
         std::size_t i = 0;
-        while (i < length && entity.name[i] == body[i])
+        while (i < length && entity.name[i] != 0 && entity.name[i] == body[i])
             ++i;
         if (i == length && entity.name[i] == 0)
         {

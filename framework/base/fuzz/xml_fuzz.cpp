@@ -1,0 +1,109 @@
+// The XML classes on any bytes. The first byte picks the class:
+// - even: XMLReader reads a structure of every value type, array form and
+//   string from the rest; a document that does not hold it raises
+//   XMLFormatError, which is an outcome and not a crash.
+// - odd: MarkupSTL checks the rest. A well-formed document is walked whole
+//   (names, data, attributes), then edited (attributes set, data set,
+//   elements added and removed); the edited text must still be well-formed
+//   and hold, loaded afresh, as many elements as the edited index says.
+#include <qel/inputbufferstream.h>
+#include <qel/markupstl.h>
+#include <qel/xmlreader.h>
+
+#include "fuzzhost.h"
+#include "readall.h"
+
+#include <cstdlib>
+
+namespace
+{
+
+void ReadXml(const std::uint8_t* data, std::size_t size)
+{
+    qel::InputBufferStream stream(data, data + size);
+    qel::XMLReader reader(&stream, size);
+    try
+    {
+        qelfuzz::ReadAll(reader);
+        reader.Finish();
+    }
+    catch (const qel::XMLFormatError&)
+    {
+    }
+}
+
+// Walks the main element and what it holds; returns the number of elements.
+qel::u32 Walk(qel::MarkupSTL& doc, int depth)
+{
+    qel::u32 count = 1;
+    doc.GetData();
+    for (qel::u32 i = 0; i < 8; ++i)
+    {
+        const qel::MarkupSTL::String name = doc.GetAttributeName(i);
+        if (name.empty())
+            break;
+        doc.GetAttribute(name.c_str());
+    }
+    doc.IntoElement();
+    doc.ResetMainPosition();
+    while (doc.FindElement())
+        count += Walk(doc, depth + 1);
+    doc.OutOfElement();
+    return count;
+}
+
+void EditMarkup(const std::uint8_t* data, std::size_t size)
+{
+    qel::MarkupSTL doc;
+    if (!doc.SetDocument(reinterpret_cast<const char*>(data), qel::u32(size)) || !doc.FindElement())
+        return;
+    if (Walk(doc, 0) != doc.GetElementCount())
+        std::abort();
+    // Edits chosen by the document's own bytes.
+    doc.ResetPosition();
+    doc.FindElement();
+    doc.SetAttribute("seen", "a<b&\"c\"");
+    doc.IntoElement();
+    for (std::size_t i = 0; i < size && i < 16; ++i)
+    {
+        switch (data[i] % 6)
+        {
+        case 0:
+            doc.FindElement();
+            break;
+        case 1:
+            doc.AddElement("added", "x]]>y");
+            break;
+        case 2:
+            doc.InsertElement("inserted");
+            break;
+        case 3:
+            doc.SetData("new & data");
+            break;
+        case 4:
+            doc.RemoveElement();
+            break;
+        default:
+            doc.AddChildElement("child", "c");
+            break;
+        }
+    }
+    qel::MarkupSTL fresh;
+    if (!fresh.SetDocument(doc.GetDocument().data(), qel::u32(doc.GetDocument().size())) ||
+        fresh.GetElementCount() != doc.GetElementCount())
+        std::abort();
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    qelfuzz::QuietHost::Install();
+    if (size == 0)
+        return 0;
+    if (data[0] % 2 == 0)
+        ReadXml(data + 1, size - 1);
+    else
+        EditMarkup(data + 1, size - 1);
+    return 0;
+}
