@@ -39,13 +39,13 @@
 #include <qel/fileposix.h>
 #include <qel/filewin32.h>
 #include <qel/generalallocator.h>
-#include <qel/inlinevector.h>
 #include <qel/genericreader.h>
 #include <qel/genericserializer.h>
 #include <qel/genericwriter.h>
 #include <qel/heapallocator.h>
 #include <qel/host.h>
 #include <qel/hybridallocator.h>
+#include <qel/inlinevector.h>
 #include <qel/inputbufferstream.h>
 #include <qel/inputfilestream.h>
 #include <qel/inputmemorystream.h>
