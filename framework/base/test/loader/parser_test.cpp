@@ -279,7 +279,7 @@ TEST(ParsedTree, EditsAcrossTheInlineCapacityKeepOrderAndReferences)
         }
         file.ReleaseChild(children[6]);
         children.erase(children.begin() + 6);
-        file.ReleaseChild(0u);
+        file.ReleaseChild(u32(0));
         children.erase(children.begin());
         ASSERT_EQ(file.GetChildCount(), children.size());
         for (u32 i = 0; i < children.size(); ++i)
