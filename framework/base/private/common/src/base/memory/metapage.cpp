@@ -72,7 +72,9 @@ Metapage* PageManager::CreateMetapage(u32 count)
     if (system == nullptr || native == nullptr)
         return nullptr;
     const u32 pages = u32(size / PageSize);
-    char* start = static_cast<char*>(system->Commit(std::size_t(size)));
+    // A metapage sized for one request of 2 MB or more holds one big block.
+    const bool oneBlock = size == need && need >= (u64(2) << 20);
+    char* start = static_cast<char*>(system->Commit(std::size_t(size), oneBlock));
     void* object = start ? native->MallocNoThrow(sizeof(Metapage)) : nullptr;
     if (m_NumberOfMetapages == m_ByAddressCapacity && object != nullptr)
     {

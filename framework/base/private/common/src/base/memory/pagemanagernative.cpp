@@ -18,9 +18,9 @@ PageManagerNative::PageManagerNative() : m_LowestAddress(0), m_HighestAddress(0)
     native::GetUserAddressRange(m_LowestAddress, m_HighestAddress);
 }
 
-void* PageManagerNative::Commit(std::size_t bytes)
+void* PageManagerNative::Commit(std::size_t bytes, bool oneBlock)
 {
-    return native::CommitPages(bytes);
+    return native::CommitPages(bytes, oneBlock);
 }
 
 void PageManagerNative::Release(void* start, std::size_t bytes)

@@ -26,7 +26,8 @@ public:
     std::uintptr_t GetLowestAddress() const { return m_LowestAddress; }
     std::uintptr_t GetHighestAddress() const { return m_HighestAddress; }
 
-    void* Commit(std::size_t bytes);
+    // `oneBlock`: see native::CommitPages.
+    void* Commit(std::size_t bytes, bool oneBlock);
     void Release(void* start, std::size_t bytes);
 
 private:

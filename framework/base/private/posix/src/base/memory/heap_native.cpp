@@ -224,7 +224,7 @@ bool AddArena(Heap& heap, std::size_t need)
         if (heap.nextArenaSize < kLargestArenaStep)
             heap.nextArenaSize *= 2;
     }
-    Arena* arena = static_cast<Arena*>(CommitPages(size));
+    Arena* arena = static_cast<Arena*>(CommitPages(size, false));
     if (arena == nullptr)
         return false;
     arena->size = size;
@@ -300,7 +300,7 @@ bool ValidateArena(const Heap& heap, Arena* arena, u32& freeBlocks)
 
 void* CreatePrivateHeap()
 {
-    Heap* heap = static_cast<Heap*>(CommitPages(kHeapMapping));
+    Heap* heap = static_cast<Heap*>(CommitPages(kHeapMapping, false));
     if (heap == nullptr)
         return nullptr;
     // The mapping is zeroed: no arenas, empty bins.

@@ -37,11 +37,19 @@ void GetUserAddressRange(std::uintptr_t& lowest, std::uintptr_t& highest)
 #endif
 }
 
-void* CommitPages(std::size_t bytes)
+void* CommitPages(std::size_t bytes, bool oneBlock)
 {
     void* start = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (start == MAP_FAILED)
         return nullptr;
+#if defined(MADV_HUGEPAGE)
+    // Only the 2 MB-aligned stretches inside the mapping can become huge
+    // pages; advice the kernel does not take changes nothing.
+    if (oneBlock)
+        madvise(start, bytes, MADV_HUGEPAGE);
+#else
+    (void)oneBlock;
+#endif
 #if defined(__SANITIZE_ADDRESS__)
     // Pointers kept in these pages keep what they point to alive.
     __lsan_register_root_region(start, bytes);

@@ -18,7 +18,7 @@ void GetUserAddressRange(std::uintptr_t& lowest, std::uintptr_t& highest)
               ~std::uintptr_t(4095);
 }
 
-void* CommitPages(std::size_t bytes)
+void* CommitPages(std::size_t bytes, bool)
 {
     return VirtualAlloc(nullptr, bytes, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);
 }
