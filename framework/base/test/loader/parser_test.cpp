@@ -3,6 +3,7 @@
 // string pool and the section search.
 #include <qel/filemanager.h>
 #include <qel/outputmemorystream.h>
+#include <qel/pageallocator.h>
 #include <qel/parsednode.h>
 #include <qel/parsedstringpool.h>
 #include <qel/parser.h>
@@ -236,6 +237,45 @@ TEST_F(ParserTest, FindChildMatchesPrefixesOfIdentifiersAndNames)
     EXPECT_EQ(stray.GetParent(), nullptr);
     file->ReleaseChild(last);
     EXPECT_EQ(file->GetChildCount(), 4u);
+}
+
+// The parser lays a file's nodes out in chunks that the file owns: parsed
+// nodes released early, a replaced name and nodes made with new mix with
+// them, and destroying the file gives every chunk and text back.
+TEST_F(ParserTest, AFileHoldsItsNodesAndGivesThemBackWithIt)
+{
+    std::unique_ptr<ParsedFile> small = Parse("E\n", "small.txt");
+    ASSERT_TRUE(small);
+    PageAllocator* chunks = dynamic_cast<PageAllocator*>(Allocator::GetOwner(small->GetChild(0)));
+    ASSERT_NE(chunks, nullptr);
+    const u32 pages = chunks->GetNumberOfPages();
+    const u32 pooled = ParsedStringPool::GetCount();
+
+    std::string text;
+    for (int i = 0; i < 3000; ++i)
+        text += "{Object:o" + std::to_string(i) +
+                "\n\tPosition(1 2 3)\n\t{Light\n\t\tPower(60)\n\t}\n}\n";
+    std::unique_ptr<ParsedFile> file = Parse(text);
+    ASSERT_TRUE(file);
+    EXPECT_GT(chunks->GetNumberOfPages(), pages + 32);
+    file->ReleaseChild(u32(5));
+    ParsedSection* section = static_cast<ParsedSection*>(file->GetChild(0));
+    ParsedEntry* name = new ParsedEntry;
+    name->SetIdentifier("renamed");
+    section->SetName(name);
+    section->ReleaseChild(u32(0));
+    ParsedEntry* added = new ParsedEntry;
+    added->SetIdentifier("Added");
+    section->AddChild(added);
+    file->AddChild(new ParsedSection, 3);
+    EXPECT_EQ(file->GetChildCount(), 3000u);
+    EXPECT_EQ(Printed(*section), "{Object:renamed\r\n\t{Light\r\n\t\tPower(\"60\")\r\n\t}\r\n"
+                                 "\tAdded\r\n}\r\n");
+    EXPECT_STREQ(static_cast<ParsedSection*>(file->GetChild(6))->GetName()->GetIdentifier(), "o6");
+
+    file.reset();
+    EXPECT_EQ(chunks->GetNumberOfPages(), pages);
+    EXPECT_EQ(ParsedStringPool::GetCount(), pooled);
 }
 
 } // namespace

@@ -165,11 +165,34 @@ private:
 };
 
 // The root of one parsed file; its identifier is the file's path.
+//
+// The nodes the parser makes for the file live in chunks of pages that the
+// file owns: releasing one of them runs its destructor, and its memory goes
+// back with the file. Nodes made with new and added by hand come and go as
+// everywhere else.
 class QEL_API ParsedFile : public ParsedRoot
 {
 public:
-    ParsedFile() : ParsedRoot(FileType) {}
+    ParsedFile() : ParsedRoot(FileType), m_Chunks(nullptr) {}
+    ~ParsedFile() override;
     void Print(OutputStream& out, u32 indent) override;
+
+private:
+    friend class Parser;
+
+    struct Chunk;
+
+    // Room for a node of the file; null when no memory was left (reported
+    // by the allocator).
+    void* Allocate(u32 size, u32 alignment);
+    template <class Node>
+    Node* Make()
+    {
+        void* place = Allocate(u32(sizeof(Node)), u32(alignof(Node)));
+        return place ? new (place) Node : nullptr;
+    }
+
+    Chunk* m_Chunks; // the newest first
 };
 
 } // namespace qel

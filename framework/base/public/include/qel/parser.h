@@ -129,6 +129,7 @@ private:
     u64 m_Position;
     u64 m_Size;
     InputStream* m_Stream;
+    ParsedFile* m_File; // the file being read, which holds its nodes
     char m_Current;
     u32 m_Line;
     u32 m_Column;

@@ -3,8 +3,11 @@
 #include <qel/outputfilestream.h>
 #include <qel/outputstream.h>
 
+#include "base/loader/parsedtreeallocator.h"
+
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 namespace qel
 {
@@ -235,6 +238,61 @@ void ParsedSection::Print(OutputStream& out, u32 indent)
 void ParsedFile::Print(OutputStream& out, u32 indent)
 {
     PrintChildren(out, indent);
+}
+
+// ---- the file's node memory ---------------------------------------------------
+
+struct ParsedFile::Chunk
+{
+    Chunk* next;
+    u32 size; // bytes, this header included
+    u32 used;
+};
+
+namespace
+{
+
+// Chunks double from one page up to 4 MB: a small file takes a page or
+// two, a big one few page runs, and a run of 4 MB fills a metapage of the
+// default size alone (large enough for huge pages).
+const u32 kFirstChunk = 4096;
+const u32 kLargestChunk = 4u << 20;
+
+} // namespace
+
+ParsedFile::~ParsedFile()
+{
+    // The nodes first: their destructors read the chunks.
+    ReleaseChildren();
+    ParsedTreeAllocator& allocator = ParsedTreeAllocator::GetSingletonInstance();
+    while (Chunk* chunk = m_Chunks)
+    {
+        m_Chunks = chunk->next;
+        allocator.FreeChunk(chunk);
+    }
+}
+
+void* ParsedFile::Allocate(u32 size, u32 alignment)
+{
+    if (Chunk* chunk = m_Chunks)
+    {
+        const u32 at = (chunk->used + alignment - 1) & ~(alignment - 1);
+        if (u64(at) + size <= chunk->size)
+        {
+            chunk->used = at + size;
+            return reinterpret_cast<char*>(chunk) + at;
+        }
+    }
+    u32 bytes = m_Chunks ? m_Chunks->size : kFirstChunk / 2;
+    if (bytes < kLargestChunk)
+        bytes *= 2;
+    while (bytes < sizeof(Chunk) + alignment + size)
+        bytes *= 2;
+    void* made = ParsedTreeAllocator::GetSingletonInstance().Malloc(bytes);
+    if (made == nullptr)
+        return nullptr; // reported by the allocator
+    m_Chunks = new (made) Chunk{m_Chunks, bytes, sizeof(Chunk)};
+    return Allocate(size, alignment);
 }
 
 } // namespace qel

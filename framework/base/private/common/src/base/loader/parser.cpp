@@ -55,8 +55,8 @@ Parser* Parser::CreateSingletonInstance()
 }
 
 Parser::Parser()
-    : m_Position(0), m_Size(0), m_Stream(nullptr), m_Current(0), m_Line(1), m_Column(0),
-      m_Error(nullptr), m_Next(nullptr), m_End(nullptr)
+    : m_Position(0), m_Size(0), m_Stream(nullptr), m_File(nullptr), m_Current(0), m_Line(1),
+      m_Column(0), m_Error(nullptr), m_Next(nullptr), m_End(nullptr)
 {
     Initialize();
 }
@@ -207,7 +207,7 @@ char Parser::ReadCode(ParsedRoot* parent)
             return m_Current;
         if (m_ParsingComment)
         {
-            ParsedComment* comment = Made(new ParsedComment);
+            ParsedComment* comment = Made(m_File->Make<ParsedComment>());
             parent->AddChild(comment);
             Read(comment);
             continue;
@@ -255,13 +255,13 @@ void Parser::Read(ParsedFile* file)
         if (c == '{')
         {
             MoveNext();
-            ParsedSection* section = Made(new ParsedSection);
+            ParsedSection* section = Made(m_File->Make<ParsedSection>());
             file->AddChild(section);
             Read(section);
         }
         else if (c == 'a')
         {
-            ParsedEntry* entry = Made(new ParsedEntry);
+            ParsedEntry* entry = Made(m_File->Make<ParsedEntry>());
             file->AddChild(entry);
             Read(entry);
         }
@@ -285,7 +285,7 @@ void Parser::Read(ParsedSection* section)
         MoveNext();
     if (c == ':' || c == '(')
     {
-        ParsedEntry* name = Made(new ParsedEntry);
+        ParsedEntry* name = Made(m_File->Make<ParsedEntry>());
         section->SetName(name);
         Read(name);
     }
@@ -294,13 +294,13 @@ void Parser::Read(ParsedSection* section)
         if (c == '{')
         {
             MoveNext();
-            ParsedSection* child = Made(new ParsedSection);
+            ParsedSection* child = Made(m_File->Make<ParsedSection>());
             section->AddChild(child);
             Read(child);
         }
         else if (c == 'a')
         {
-            ParsedEntry* entry = Made(new ParsedEntry);
+            ParsedEntry* entry = Made(m_File->Make<ParsedEntry>());
             section->AddChild(entry);
             Read(entry);
         }
@@ -398,6 +398,7 @@ ParsedFile* Parser::Parse(const char* path, ParseError* error)
         return nullptr; // reported by the allocator
     }
     m_Stream = stream;
+    m_File = file;
     m_Error = error;
     m_Position = 0;
     m_Size = stream->GetSize();
@@ -418,6 +419,7 @@ ParsedFile* Parser::Parse(const char* path, ParseError* error)
         file = nullptr;
     }
     m_Stream = nullptr;
+    m_File = nullptr;
     m_Error = nullptr;
     delete stream;
     return file;
