@@ -262,13 +262,13 @@ const u32 kLargestChunk = 4u << 20;
 
 ParsedFile::~ParsedFile()
 {
-    // The nodes first: their destructors read the chunks.
+    // The nodes first: their destructors read the chunks. A file that never
+    // had any leaves the allocator alone (it may be gone at exit).
     ReleaseChildren();
-    ParsedTreeAllocator& allocator = ParsedTreeAllocator::GetSingletonInstance();
     while (Chunk* chunk = m_Chunks)
     {
         m_Chunks = chunk->next;
-        allocator.FreeChunk(chunk);
+        ParsedTreeAllocator::GetSingletonInstance().FreeChunk(chunk);
     }
 }
 
