@@ -59,16 +59,22 @@ public:
     void PrintOut(const char* path);
 
 protected:
-    explicit ParsedNode(u32 type) : m_Type(type), m_Parent(nullptr) {}
+    explicit ParsedNode(u32 type) : m_Type(type), m_InFile(false), m_Parent(nullptr) {}
     ParsedNode(const ParsedNode&) = delete;
     ParsedNode& operator=(const ParsedNode&) = delete;
 
 private:
     friend class ParsedRoot;
     friend class ParsedSection;
+    friend class ParsedFile;
     friend class Parser; // hands its pooled references over
 
+    // Destroys a node that its owner gives up: one that lives in its file's
+    // chunks only has its destructor run, its memory going with the file.
+    static void Destroy(ParsedNode* node);
+
     u32 m_Type;
+    bool m_InFile; // made by the parser in its file's chunks
     ParsedString m_Identifier;
     ParsedRoot* m_Parent;
 };
@@ -189,7 +195,10 @@ private:
     Node* Make()
     {
         void* place = Allocate(u32(sizeof(Node)), u32(alignof(Node)));
-        return place ? new (place) Node : nullptr;
+        Node* node = place ? new (place) Node : nullptr;
+        if (node)
+            node->m_InFile = true;
+        return node;
     }
 
     Chunk* m_Chunks; // the newest first

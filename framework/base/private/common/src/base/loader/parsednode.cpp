@@ -33,6 +33,14 @@ void Indent(OutputStream& out, u32 indent)
 
 ParsedNode::~ParsedNode() = default;
 
+void ParsedNode::Destroy(ParsedNode* node)
+{
+    if (node != nullptr && node->m_InFile)
+        node->~ParsedNode();
+    else
+        delete node;
+}
+
 ParsedRoot* ParsedNode::GetRoot()
 {
     ParsedNode* node = this;
@@ -132,7 +140,7 @@ void ParsedRoot::AddChild(ParsedNode* node, u32 index)
     }
     catch (...)
     {
-        delete node;
+        Destroy(node);
         throw;
     }
     node->m_Parent = this;
@@ -144,7 +152,7 @@ void ParsedRoot::ReleaseChild(u32 index)
         return;
     ParsedNode* child = m_Children[index];
     m_Children.erase(m_Children.begin() + index);
-    delete child;
+    Destroy(child);
 }
 
 void ParsedRoot::ReleaseChild(ParsedNode* node)
@@ -157,7 +165,7 @@ void ParsedRoot::ReleaseChild(ParsedNode* node)
 void ParsedRoot::ReleaseChildren()
 {
     for (ParsedNode* child : m_Children)
-        delete child;
+        Destroy(child);
     m_Children.clear();
 }
 
@@ -203,14 +211,14 @@ ParsedRoot* ParsedRoot::FindChild(const char* path)
 
 ParsedSection::~ParsedSection()
 {
-    delete m_Name;
+    Destroy(m_Name);
 }
 
 void ParsedSection::SetName(ParsedEntry* name)
 {
     if (name == m_Name)
         return;
-    delete m_Name;
+    Destroy(m_Name);
     m_Name = name;
     if (name)
         name->m_Parent = this;
