@@ -17,6 +17,16 @@
 //   metapage step        the size of every further metapage; default 4 MB
 // A request larger than the step gets a metapage of exactly its size; one
 // past the maximum gets what is left if that is enough, else nothing.
+//
+// A metapage made for one request of 2 MB or more holds one big block that
+// is usually filled whole (a document, a vector, a parsed file's nodes): on
+// Linux it is offered to the kernel for transparent huge pages, which makes
+// its first touch one fault per 2 MB instead of 512 and its use cheaper on
+// the TLB. Where the kernel compacts memory for advised mappings (the
+// default "madvise" defrag setting), that first touch may wait on
+// compaction when memory is fragmented; metapages of the step's size, which
+// hold many small blocks, are never advised, so that a few live blocks do
+// not keep whole huge pages resident.
 #pragma once
 
 #include <qel/allocationoperators.h>
