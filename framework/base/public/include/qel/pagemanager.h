@@ -24,9 +24,9 @@
 // its first touch one fault per 2 MB instead of 512 and its use cheaper on
 // the TLB. Where the kernel compacts memory for advised mappings (the
 // default "madvise" defrag setting), that first touch may wait on
-// compaction when memory is fragmented; metapages of the step's size, which
-// hold many small blocks, are never advised, so that a few live blocks do
-// not keep whole huge pages resident.
+// compaction when memory is fragmented. Metapages made for smaller requests
+// hold many small blocks and are never advised, so that a few live blocks
+// do not keep whole huge pages resident.
 #pragma once
 
 #include <qel/allocationoperators.h>
