@@ -8,12 +8,9 @@
 // parser's tree, libconfig's Config, RapidJSON's Document; inih only calls
 // back); MB/s is of each format's own text. The parser pool's memory is
 // reported against the file's size as the counter "tree/file".
-#include <qel/allocator.h>
 #include <qel/filemanager.h>
 #include <qel/mem.h>
 #include <qel/packedallocator.h>
-#include <qel/pageallocator.h>
-#include <qel/pagemanager.h>
 #include <qel/parsednode.h>
 #include <qel/parser.h>
 #include <qel/poolallocator.h>
@@ -169,20 +166,8 @@ qel::u64 GeneralBytes()
                .currentUsedSize;
 }
 
-// The pages that hold the nodes of the live parsed files (here, of `tree`
-// alone), in bytes.
-qel::u64 NodeBytes(const qel::ParsedFile& tree)
-{
-    const qel::PageAllocator* chunks =
-        tree.GetChildCount()
-            ? dynamic_cast<const qel::PageAllocator*>(qel::Allocator::GetOwner(tree.GetChild(0)))
-            : nullptr;
-    return chunks ? qel::u64(chunks->GetNumberOfPages()) * qel::PageManager::PageSize : 0;
-}
-
 // What a cached tree costs: the general allocator's growth while it holds
-// one tree (its texts and longer lists), and the pages of its nodes, against
-// the file's size.
+// one tree, against the file's size.
 void BM_QelTreeMemory(benchmark::State& state)
 {
     Files& files = TheFiles();
@@ -195,7 +180,7 @@ void BM_QelTreeMemory(benchmark::State& state)
         state.ResumeTiming();
         qel::ParsedFile* tree = qel::Parser::ParseFile(files.sectionedVirtual.c_str());
         state.PauseTiming();
-        ratio = double(GeneralBytes() - before + NodeBytes(*tree)) / double(files.sectionedSize);
+        ratio = double(GeneralBytes() - before) / double(files.sectionedSize);
         delete tree;
         state.ResumeTiming();
     }

@@ -172,10 +172,11 @@ private:
 
 // The root of one parsed file; its identifier is the file's path.
 //
-// The nodes the parser makes for the file live in chunks of pages that the
-// file owns: releasing one of them runs its destructor, and its memory goes
-// back with the file. Nodes made with new and added by hand come and go as
-// everywhere else.
+// The nodes the parser makes for the file live in a few large blocks that
+// the file owns (instead of a block each): releasing one of them through
+// its parent runs its destructor, and its memory goes back with the file.
+// Such a node is never deleted by hand (the tree owns it). Nodes made with
+// new and added by hand come and go as everywhere else.
 class QEL_API ParsedFile : public ParsedRoot
 {
 public:

@@ -1,9 +1,9 @@
 #include <qel/parsednode.h>
 
+#include <qel/allocator.h>
+#include <qel/mem.h>
 #include <qel/outputfilestream.h>
 #include <qel/outputstream.h>
-
-#include "base/loader/parsedtreeallocator.h"
 
 #include <algorithm>
 #include <cstring>
@@ -260,9 +260,9 @@ struct ParsedFile::Chunk
 namespace
 {
 
-// Chunks double from one page up to 4 MB: a small file takes a page or
-// two, a big one few page runs, and a run of 4 MB fills a metapage of the
-// default size alone (large enough for huge pages).
+// Chunks double from 4 KB up to 4 MB: a small file takes a block or two, a
+// big one a block per 4 MB (each a metapage of its own, large enough for
+// huge pages).
 const u32 kFirstChunk = 4096;
 const u32 kLargestChunk = 4u << 20;
 
@@ -270,13 +270,12 @@ const u32 kLargestChunk = 4u << 20;
 
 ParsedFile::~ParsedFile()
 {
-    // The nodes first: their destructors read the chunks. A file that never
-    // had any leaves the allocator alone (it may be gone at exit).
+    // The nodes first: their destructors read the chunks.
     ReleaseChildren();
     while (Chunk* chunk = m_Chunks)
     {
         m_Chunks = chunk->next;
-        ParsedTreeAllocator::GetSingletonInstance().FreeChunk(chunk);
+        Mem::GetGeneralAlloc()->Free(chunk);
     }
 }
 
@@ -296,7 +295,7 @@ void* ParsedFile::Allocate(u32 size, u32 alignment)
         bytes *= 2;
     while (bytes < sizeof(Chunk) + alignment + size)
         bytes *= 2;
-    void* made = ParsedTreeAllocator::GetSingletonInstance().Malloc(bytes);
+    void* made = Mem::GetGeneralAlloc()->Malloc(bytes);
     if (made == nullptr)
         return nullptr; // reported by the allocator
     m_Chunks = new (made) Chunk{m_Chunks, bytes, sizeof(Chunk)};

@@ -5,7 +5,6 @@
 #include <qel/pagemanager.h>
 
 #include "base/core/singleton.h"
-#include "base/loader/parsedtreeallocator.h"
 
 #include <cstdint>
 #include <cstring>
@@ -17,10 +16,8 @@ std::atomic<ParsedStringPool*> ParsedStringPool::ms_SingletonInstance{nullptr};
 
 ParsedStringPool* ParsedStringPool::CreateSingletonInstance()
 {
-    // The general allocator and the trees' allocator first, so that they
-    // outlive the pool, and every tree, at exit.
+    // The general allocator first, so that it outlives the pool at exit.
     Mem::GetGeneralAlloc();
-    ParsedTreeAllocator::GetSingletonInstance();
     return Singleton<ParsedStringPool, HeapStorage<ParsedStringPool>>::Create(ms_SingletonInstance,
                                                                               "ParsedStringPool");
 }
