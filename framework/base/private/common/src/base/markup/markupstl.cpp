@@ -86,8 +86,10 @@ private:
     // The start tags of the first 64 KB, scaled to the whole text with an
     // eighth more: the index of most documents then never grows (a growth
     // copies it and touches twice its pages), and the reserve's pages
-    // that stay unused are never touched. An element takes at least 4
-    // bytes ("<a/>"), which bounds the guess.
+    // that stay unused are never touched. The guess is bounded by one
+    // element per 32 bytes, so that a head dense in tags before a long
+    // text reserves no more than about the text's own size; denser
+    // documents grow as needed.
     std::size_t EstimateElements() const
     {
         const u64 size = u64(m_End - m_Begin);
@@ -96,7 +98,7 @@ private:
         for (const char* c = m_Begin; c + 1 < m_Begin + sample; ++c)
             tags += c[0] == '<' && c[1] != '/' && c[1] != '!' && c[1] != '?';
         const u64 guess = sample ? tags * size / sample : 0;
-        const u64 bound = size / 4;
+        const u64 bound = size / 32;
         return std::size_t((guess + guess / 8 < bound ? guess + guess / 8 : bound) + 1);
     }
 
