@@ -71,11 +71,16 @@ struct Folder
 {
     Folder()
     {
-        local = (std::filesystem::temp_directory_path() / "qel-archive-fuzz").string();
+        local = qelfuzz::ScratchPath("qel-archive-fuzz");
         std::filesystem::create_directories(local);
         char path[qel::FileManager::PathSize];
         qel::FileManager::GetSingletonInstance().ResolveLocalPath(local.c_str(), path, sizeof path);
         root = std::string(path) + "/";
+    }
+    ~Folder()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(local, ignored);
     }
     std::string local, root;
 };

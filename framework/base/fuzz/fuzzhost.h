@@ -1,6 +1,7 @@
 // What every fuzz target shares: a host that answers every question with its
 // default and never ends the process, so that a report is an outcome and not
-// a crash, and a reader of the input's bytes.
+// a crash, a reader of the input's bytes, and scratch names of the process's
+// own.
 #pragma once
 
 #include <qel/host.h>
@@ -9,6 +10,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
+#include <string>
+
+#include <unistd.h>
 
 namespace qelfuzz
 {
@@ -72,5 +77,15 @@ private:
     std::size_t m_Size;
     std::size_t m_Position = 0;
 };
+
+// A path in the temporary folder named after `name` and this process, so
+// that targets run side by side (libFuzzer's -jobs, or a long run beside
+// CI's) never write each other's scratch files.
+inline std::string ScratchPath(const char* name)
+{
+    return (std::filesystem::temp_directory_path() /
+            (std::string(name) + "-" + std::to_string(::getpid())))
+        .string();
+}
 
 } // namespace qelfuzz

@@ -66,10 +66,15 @@ struct Scratch
 {
     Scratch()
     {
-        local = (std::filesystem::temp_directory_path() / "qel-parser-fuzz.txt").string();
+        local = qelfuzz::ScratchPath("qel-parser-fuzz") + ".txt";
         char path[qel::FileManager::PathSize];
         qel::FileManager::GetSingletonInstance().ResolveLocalPath(local.c_str(), path, sizeof path);
         virtualPath = path;
+    }
+    ~Scratch()
+    {
+        std::error_code ignored;
+        std::filesystem::remove(local, ignored);
     }
     std::unique_ptr<qel::ParsedFile> Parse(const std::string& text, qel::ParseError& error)
     {
