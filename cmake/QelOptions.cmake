@@ -11,6 +11,12 @@ function(qel_target_defaults target)
     endif()
     # Report sites print their source path relative to the repository root.
     target_compile_options(${target} PRIVATE "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
+    # The library's exported functions call each other directly and may be
+    # inlined into each other: GCC would otherwise route every such call
+    # through the PLT in case a preloaded library replaced the callee.
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        target_compile_options(${target} PRIVATE -fno-semantic-interposition)
+    endif()
 endfunction()
 
 # Sanitizers come in through CMAKE_CXX_FLAGS (see CMakePresets.json), so that
