@@ -130,11 +130,9 @@ public:
             if (cache != nullptr && cache->home.load(std::memory_order_relaxed) == nullptr)
             {
                 // Its home is gone: the slot is free again.
-                if (mine->last == cache)
-                    mine->last = nullptr;
                 Release(cache);
             }
-            if (cache == nullptr && slot == nullptr)
+            if (cache == nullptr && (slot == nullptr || &cache == &mine->caches[home->m_Slot]))
                 slot = &cache;
         }
         if (slot == nullptr)
@@ -170,6 +168,19 @@ public:
         home->m_Caches = nullptr;
     }
 };
+
+namespace
+{
+
+std::atomic<u32> g_NextSlot{0};
+
+} // namespace
+
+ThreadCacheHome::ThreadCacheHome(CriticalSection& lock)
+    : m_Lock(lock),
+      m_Slot(g_NextSlot.fetch_add(1, std::memory_order_relaxed) % ThreadCaches::MaxCaches)
+{
+}
 
 void ThreadCache::GiveAllBack()
 {
@@ -214,7 +225,6 @@ ThreadCache* ThreadCacheHome::FindCache()
         cache->Clear(); // its blocks went with the pages at FreeAll
         cache->epoch.store(epoch, std::memory_order_relaxed);
     }
-    ThreadCaches::Mine()->last = cache;
     return cache;
 }
 

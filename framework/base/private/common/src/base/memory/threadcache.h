@@ -102,17 +102,16 @@ struct ThreadCache
     void GiveAllBack();
 };
 
-// A thread's caches, one for each allocator it used (up to four at once),
-// and the one it used last: what the library's thread slot holds. After
-// the thread's caches went back the slot holds `Ended`, which has none, so
-// that late allocations take the locked paths.
+// A thread's caches, one for each allocator it used (up to four at once):
+// what the library's thread slot holds. After the thread's caches went back
+// the slot holds `Ended`, which has none, so that late allocations take the
+// locked paths.
 struct ThreadCaches
 {
     enum
     {
         MaxCaches = 4
     };
-    ThreadCache* last;
     ThreadCache* caches[MaxCaches];
 
     static ThreadCaches Ended;
@@ -124,7 +123,7 @@ struct ThreadCaches
 class ThreadCacheHome
 {
 public:
-    explicit ThreadCacheHome(CriticalSection& lock) : m_Lock(lock) {}
+    explicit ThreadCacheHome(CriticalSection& lock);
     ThreadCacheHome(const ThreadCacheHome&) = delete;
     ThreadCacheHome& operator=(const ThreadCacheHome&) = delete;
 
@@ -141,7 +140,7 @@ public:
     ThreadCache* Cache()
     {
         ThreadCaches* mine = ThreadCaches::Mine();
-        ThreadCache* cache = mine != nullptr ? mine->last : nullptr;
+        ThreadCache* cache = mine != nullptr ? mine->caches[m_Slot] : nullptr;
         if (cache != nullptr && cache->home.load(std::memory_order_relaxed) == this &&
             cache->epoch.load(std::memory_order_relaxed) == m_Epoch.load(std::memory_order_relaxed))
             return cache;
@@ -171,6 +170,10 @@ private:
     ThreadCache* FindOwn() const;
 
     CriticalSection& m_Lock;
+    // Where a thread's cache for this home goes when that place is free:
+    // homes take the places in turn, so that the few alive at once (the
+    // shared Small and Big allocators') each find theirs at the first look.
+    const u32 m_Slot;
     std::atomic<u32> m_Epoch{0};
     ThreadCache* m_Caches = nullptr; // every thread's, under the lock
 };
