@@ -287,6 +287,9 @@ private:
     // The run holding the live block `p`, null when there is none; RunOf
     // reports it. Lock-free for a live block, whose run cannot change.
     PackedRun* LiveBlockRun(const void* p) const;
+    // True when the page of `p` is ours and holds the header of a block at
+    // `p`, outside a run header: what freeing into a cache checks.
+    bool HeaderOnOwnPage(const void* p) const;
     PackedRun* RunOf(const void* p, const char* operation);
     void ReportBadBlock(const char* operation, const void* p);
     void DumpRuns(OutputStream& out, bool blocks);

@@ -125,6 +125,24 @@ void PackedAllocator::Refile(PackedRun* run)
     }
 }
 
+bool PackedAllocator::HeaderOnOwnPage(const void* p) const
+{
+    // The cached path's check is lighter than the run's: the page of `p` is
+    // one of ours and holds the whole header, which is not in a run header.
+    // Blocks whose header starts on the page before take the checked path.
+    const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(p);
+    const std::uintptr_t offset = address & (PageSize - 1);
+    if ((address & 7) != 0 || offset < BlockHeaderSize)
+        return false;
+    const std::atomic<u32>* record = m_Pages->GetRecords().Find(p);
+    if (record == nullptr)
+        return false;
+    const u32 value = record->load(std::memory_order_relaxed);
+    return PageRecordTable::OwnerOf(value) == m_OwnerIndex &&
+           m_OwnerIndex != PageRecordTable::NoOwner &&
+           (offset >= RunHeaderSize + BlockHeaderSize || (value & PageRecordTable::RunStart) == 0);
+}
+
 PackedRun* PackedAllocator::LiveBlockRun(const void* p) const
 {
     PackedRun* run = static_cast<PackedRun*>(m_Pages->FindRunStart(p, m_OwnerIndex));
@@ -262,13 +280,7 @@ void PackedAllocator::Free(const void* p)
 {
     if (p == nullptr)
         return;
-    // The cached path's check is lighter than the run's: a block of ours
-    // whose header is on its own page (blocks near a page's start take the
-    // checked path).
-    const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(p);
-    if (m_Caches != nullptr && (address & 7) == 0 &&
-        (address & (PageSize - 1)) >= RunHeaderSize + BlockHeaderSize &&
-        m_Pages->FindOwner(p) == this && PackedBlock::Of(p)->marker == BlockMarker)
+    if (m_Caches != nullptr && HeaderOnOwnPage(p) && PackedBlock::Of(p)->marker == BlockMarker)
     {
         PackedBlock* block = PackedBlock::Of(p);
         const u32 index = ClassBelow(block->capacity);
