@@ -17,9 +17,10 @@ void GetUserAddressRange(std::uintptr_t& lowest, std::uintptr_t& highest);
 // Commits `bytes` (a multiple of 4096) of zeroed read-write memory where the
 // system likes, aligned on at least 4096. Null when the system refuses.
 // `oneBlock` says that the memory will hold one big block, likely used
-// whole: Linux is then asked to back it with huge pages where it can (one
-// fault and one TLB entry per 2 MB instead of 512). Windows ignores it, as
-// its large pages need a privilege that programs seldom hold.
+// whole: on Linux it then starts on a 2 MB boundary and the kernel is asked
+// to back it with huge pages where it can (one fault and one TLB entry per
+// 2 MB instead of 512). Windows ignores it, as its large pages need a
+// privilege that programs seldom hold.
 void* CommitPages(std::size_t bytes, bool oneBlock);
 
 // Gives back a whole block that CommitPages returned.

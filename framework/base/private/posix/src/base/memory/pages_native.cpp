@@ -37,22 +37,48 @@ void GetUserAddressRange(std::uintptr_t& lowest, std::uintptr_t& highest)
 #endif
 }
 
-void* CommitPages(std::size_t bytes, bool oneBlock)
+namespace
+{
+
+void* Map(std::size_t bytes)
 {
     void* start = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (start == MAP_FAILED)
-        return nullptr;
+    return start == MAP_FAILED ? nullptr : start;
+}
+
 #if defined(MADV_HUGEPAGE)
-    // Only the 2 MB-aligned stretches inside the mapping can become huge
-    // pages; advice the kernel does not take changes nothing.
-    if (oneBlock)
-        madvise(start, bytes, MADV_HUGEPAGE);
+// A mapping of `bytes` that starts on a 2 MB boundary, so that all of it can
+// become huge pages: a larger one, trimmed at both ends.
+void* MapHuge(std::size_t bytes)
+{
+    const std::size_t kHuge = std::size_t(2) << 20;
+    char* mapped = static_cast<char*>(Map(bytes + kHuge));
+    if (mapped == nullptr)
+        return Map(bytes);
+    char* start = reinterpret_cast<char*>((reinterpret_cast<std::uintptr_t>(mapped) + kHuge - 1) &
+                                          ~std::uintptr_t(kHuge - 1));
+    if (start > mapped)
+        munmap(mapped, std::size_t(start - mapped));
+    munmap(start + bytes, std::size_t(mapped + kHuge - start));
+    madvise(start, bytes, MADV_HUGEPAGE);
+    return start;
+}
+#endif
+
+} // namespace
+
+void* CommitPages(std::size_t bytes, bool oneBlock)
+{
+#if defined(MADV_HUGEPAGE)
+    void* start = oneBlock ? MapHuge(bytes) : Map(bytes);
 #else
     (void)oneBlock;
+    void* start = Map(bytes);
 #endif
 #if defined(__SANITIZE_ADDRESS__)
     // Pointers kept in these pages keep what they point to alive.
-    __lsan_register_root_region(start, bytes);
+    if (start != nullptr)
+        __lsan_register_root_region(start, bytes);
 #endif
     return start;
 }
