@@ -372,4 +372,38 @@ TEST(PackedAllocatorThreadCaches, ThreadsTakeRunsFromArenasOfTheirOwn)
     EXPECT_EQ(packed.GetStatistics().currentPages, 0u);
 }
 
+// A block whose header is on its own page goes into the cache wherever it
+// sits on that page; what lies in a run's header never does.
+TEST(PackedAllocatorThreadCaches, BlocksNearAPageStartAreCachedButRunHeadersAreNot)
+{
+    PackedAllocator packed("Cached", 256);
+    packed.EnableThreadCaches();
+    std::vector<char*> blocks;
+    char* nearStart = nullptr;
+    while (nearStart == nullptr && blocks.size() < 1000)
+    {
+        blocks.push_back(static_cast<char*>(packed.Malloc(700)));
+        const std::uintptr_t offset = reinterpret_cast<std::uintptr_t>(blocks.back()) & 4095;
+        if (offset >= 16 && offset < 128 + 16)
+            nearStart = blocks.back();
+    }
+    ASSERT_NE(nearStart, nullptr);
+    packed.Free(nearStart);
+    EXPECT_EQ(packed.Malloc(700), nearStart); // taken back from the cache
+
+    const qel::AllocatorStatistics before = packed.GetStatistics();
+    qeltest::ScriptedHost host;
+    char* runStart = blocks.front() - 128 - 16;
+    packed.Free(runStart + 64);
+    EXPECT_EQ(Asked(host, "PackedAllocator::Free(): " + Hex(runStart + 64) +
+                              " is not a live block of this allocator!"),
+              1u);
+    const qel::AllocatorStatistics after = packed.GetStatistics();
+    EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0);
+    EXPECT_TRUE(packed.ValidateMemory());
+    for (char* p : blocks)
+        packed.Free(p);
+    EXPECT_EQ(packed.GetStatistics().currentPages, 0u);
+}
+
 } // namespace
