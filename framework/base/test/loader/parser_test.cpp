@@ -212,6 +212,50 @@ TEST(ParsedStringPool, InternsSharesAndFrees)
     EXPECT_EQ(a.Get(), nullptr);
 }
 
+// Enough texts to grow the table several times and to rebuild it over the
+// tombstones of released ones: short and long texts, texts that are
+// prefixes of others, and a literal handed over without copy.
+TEST(ParsedStringPool, KeepsItsPointersThroughGrowthAndRebuilds)
+{
+    const u32 before = ParsedStringPool::GetCount();
+    static const char literal[] = "pool growth literal";
+    EXPECT_EQ(ParsedStringPool::Create(literal, false), literal);
+    std::vector<std::string> texts;
+    for (int i = 0; i < 6000; ++i)
+        texts.push_back((i % 3 ? "g" : "a pooled text longer than sixteen ") + std::to_string(i));
+    std::vector<const char*> pooled;
+    for (const std::string& text : texts)
+        pooled.push_back(ParsedStringPool::Create(text.c_str(), u32(text.size()), true));
+    for (int round = 0; round < 3; ++round)
+    {
+        // Release and intern again every other text: tombstones pile up
+        // and the table is rebuilt under them.
+        for (std::size_t i = 0; i < texts.size(); i += 2)
+            ParsedStringPool::Release(pooled[i]);
+        for (std::size_t i = 0; i < texts.size(); i += 2)
+            pooled[i] = ParsedStringPool::Create(texts[i].c_str(), true);
+    }
+    EXPECT_EQ(ParsedStringPool::GetCount(), before + 1 + texts.size());
+    EXPECT_EQ(ParsedStringPool::Search("pool growth literal"), literal);
+    for (std::size_t i = 0; i < texts.size(); ++i)
+    {
+        ASSERT_STREQ(pooled[i], texts[i].c_str());
+        ASSERT_EQ(ParsedStringPool::Search(texts[i].c_str()), pooled[i]) << texts[i];
+        // A copy of the text held elsewhere finds the pooled one.
+        const std::string copy = texts[i];
+        ASSERT_EQ(ParsedStringPool::Create(copy.c_str(), true), pooled[i]);
+        ParsedStringPool::Release(copy.c_str());
+    }
+    EXPECT_EQ(ParsedStringPool::Search("g1"), pooled[1]);
+    EXPECT_EQ(ParsedStringPool::Search("g"), nullptr);
+    EXPECT_EQ(ParsedStringPool::Search("g100000"), nullptr);
+    for (const char* text : pooled)
+        ParsedStringPool::Release(text);
+    ParsedStringPool::Release(literal);
+    EXPECT_EQ(ParsedStringPool::Search("pool growth literal"), nullptr);
+    EXPECT_EQ(ParsedStringPool::GetCount(), before);
+}
+
 TEST_F(ParserTest, FindChildMatchesPrefixesOfIdentifiersAndNames)
 {
     auto file = Parse("E\n{Object:Desk}\n{Object:Lamp\n{Light:Main}\n{Light:Spare}}\n{Other}");

@@ -3,12 +3,13 @@
 // share one copy and compare by pointer.
 //
 // Create interns a text and takes a reference: a text already pooled gets
-// one more reference and its pooled pointer is returned; a new text is
-// stored as a copy (copy true; "Malloc failed: no more available memory"
-// when the general allocator has no room) or as the caller's own pointer
-// (copy false: the pool frees it on the last release through the allocator
-// that owns it, if a page-based allocator of the library does; a literal is
-// left alone). A text already pooled keeps its pooled pointer whatever
+// one more reference and its pooled pointer is returned; a new text gets a
+// record on the general allocator and is stored as a copy behind it (copy
+// true) or as the caller's own pointer (copy false: the pool frees it on
+// the last release through the allocator that owns it, if a page-based
+// allocator of the library does; a literal is left alone). When the general
+// allocator has no room, "Malloc failed: no more available memory" is
+// reported and Create returns null. A text already pooled keeps its pooled pointer whatever
 // `copy` says: trees and handles may be holding it. Search finds a text
 // without taking a reference. Release drops one reference; the last one
 // removes the text and frees it.
@@ -50,16 +51,15 @@ private:
     template <class T, class Storage>
     friend class Singleton;
 
-    // One slot of the open-addressing table: empty (no text), a text, or
-    // a tombstone left by a removal (kRemoved) that lookups step over.
-    struct Slot
-    {
-        char* text;
-        u32 hash;
-        u32 length;
-        u32 references;
-        bool copied; // stored by the pool, on the general allocator
-    };
+    // A pooled text's record, on the general allocator; a text the pool
+    // copied follows its record in the same block.
+    struct Record;
+    // One slot of the open-addressing table, eight bytes so that a probe
+    // reads few cache lines: empty (0), a tombstone left by a removal
+    // (kRemoved) that lookups step over, or a record's address with the top
+    // bits of its text's hash above it, so that only a matching slot leads
+    // to the record.
+    typedef u64 Slot;
 
     ParsedStringPool() : m_Slots(nullptr), m_Capacity(0), m_Used(0), m_Count(0) {}
     ~ParsedStringPool();
@@ -67,8 +67,8 @@ private:
     ParsedStringPool& operator=(const ParsedStringPool&) = delete;
 
     static ParsedStringPool* CreateSingletonInstance();
-    static void Free(const Slot& slot);
-    // The slot holding the text, or the empty slot where it would go.
+    static void Free(Record* record);
+    // The slot holding the text, or the free slot where it would go.
     Slot* Find(const char* text, u32 length, u32 hash);
     // Doubles the table (or makes the first one); false without memory.
     bool Grow();

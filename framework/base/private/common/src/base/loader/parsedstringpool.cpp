@@ -3,6 +3,7 @@
 #include <qel/allocator.h>
 #include <qel/mem.h>
 #include <qel/pagemanager.h>
+#include <qel/report.h>
 
 #include "base/core/singleton.h"
 
@@ -22,14 +23,45 @@ ParsedStringPool* ParsedStringPool::CreateSingletonInstance()
                                                                               "ParsedStringPool");
 }
 
+// The record of a pooled text: its references, then the text itself when
+// the pool copied it, or else the caller's pointer. Four bytes of head, so
+// that a copied name of up to eleven characters takes a block of sixteen.
+struct ParsedStringPool::Record
+{
+    u32 references : 31;
+    u32 adopted : 1; // the caller's text, not a copy
+
+    char* Text()
+    {
+        char* behind = reinterpret_cast<char*>(this + 1);
+        if (!adopted)
+            return behind;
+        char* text;
+        std::memcpy(&text, behind, sizeof text);
+        return text;
+    }
+};
+
 namespace
 {
 
-char* const kRemoved = reinterpret_cast<char*>(std::uintptr_t(1));
+const u64 kEmpty = 0;
+const u64 kRemoved = 1;
 
-bool Holds(const char* text)
+// A slot keeps the record's address in its low bits (user-space addresses
+// have at most 47 bits on the 64-bit targets) and as many top bits of the
+// hash as fit above it.
+const u32 kAddressBits = sizeof(void*) == 8 ? 48 : 32;
+const u64 kAddressMask = (u64(1) << kAddressBits) - 1;
+
+u64 TagOf(u32 hash)
 {
-    return text != nullptr && text != kRemoved;
+    return u64(hash >> (kAddressBits - 32)) << kAddressBits;
+}
+
+bool Holds(u64 slot)
+{
+    return slot != kEmpty && slot != kRemoved;
 }
 
 // FNV-1a: the texts are short identifiers and numbers.
@@ -55,16 +87,24 @@ u32 HashTerminated(const char* text, u32& length)
     length = u32(at - text);
     return hash;
 }
-bool SameText(const char* a, const char* b, u32 length)
+// Whether the pooled text is the first `length` characters of `text`: the
+// comparison stops at the pooled text's zero, which no text holds inside.
+bool SameText(const char* pooled, const char* text, u32 length)
 {
-    // Most texts are a few characters long: a call to memcmp costs more
+    // Most texts are a few characters long: a call to strncmp costs more
     // than comparing them here.
     if (length > 16)
-        return std::memcmp(a, b, length) == 0;
+        return std::strncmp(pooled, text, length) == 0 && pooled[length] == 0;
     for (u32 i = 0; i < length; ++i)
-        if (a[i] != b[i])
+        if (pooled[i] != text[i])
             return false;
-    return true;
+    return pooled[length] == 0;
+}
+
+template <class Record>
+Record* RecordIn(u64 slot)
+{
+    return reinterpret_cast<Record*>(std::uintptr_t(slot & kAddressMask));
 }
 
 } // namespace
@@ -72,39 +112,45 @@ bool SameText(const char* a, const char* b, u32 length)
 ParsedStringPool::~ParsedStringPool()
 {
     for (u32 i = 0; i < m_Capacity; ++i)
-        if (Holds(m_Slots[i].text))
-            Free(m_Slots[i]);
+        if (Holds(m_Slots[i]))
+            Free(RecordIn<Record>(m_Slots[i]));
     if (m_Slots)
         Mem::GetGeneralAlloc()->Free(m_Slots);
 }
 
-void ParsedStringPool::Free(const Slot& slot)
+void ParsedStringPool::Free(Record* record)
 {
     // A text the pool was handed goes back to the allocator that owns it,
     // if one does: a literal handed over is left alone.
-    Allocator* owner = slot.copied ? Mem::GetGeneralAlloc()
-                                   : PageManager::GetSingletonInstance().FindOwner(slot.text);
-    if (owner != nullptr)
-        owner->Free(slot.text);
+    if (record->adopted)
+    {
+        char* text = record->Text();
+        if (Allocator* owner = PageManager::GetSingletonInstance().FindOwner(text))
+            owner->Free(text);
+    }
+    Mem::GetGeneralAlloc()->Free(record);
 }
 
 ParsedStringPool::Slot* ParsedStringPool::Find(const char* text, u32 length, u32 hash)
 {
+    const u64 tag = TagOf(hash);
     Slot* reusable = nullptr;
     for (u32 i = hash & (m_Capacity - 1);; i = (i + 1) & (m_Capacity - 1))
     {
         Slot& slot = m_Slots[i];
-        if (slot.text == nullptr)
+        if (slot == kEmpty)
             return reusable ? reusable : &slot;
-        if (slot.text == kRemoved)
+        if (slot == kRemoved)
         {
             if (!reusable)
                 reusable = &slot;
         }
-        else if (slot.text == text ||
-                 (slot.hash == hash && slot.length == length && SameText(slot.text, text, length)))
+        else if ((slot & ~kAddressMask) == tag)
         {
-            return &slot;
+            Record* record = RecordIn<Record>(slot);
+            const char* pooled = record->Text();
+            if (pooled == text || SameText(pooled, text, length))
+                return &slot;
         }
     }
 }
@@ -127,9 +173,17 @@ bool ParsedStringPool::Grow()
     m_Slots = slots;
     m_Capacity = capacity;
     m_Used = m_Count;
+    // The texts are all different: each goes to the first empty slot of
+    // its probe.
     for (u32 i = 0; i < oldCapacity; ++i)
-        if (Holds(old[i].text))
-            *Find(old[i].text, old[i].length, old[i].hash) = old[i];
+        if (Holds(old[i]))
+        {
+            u32 length;
+            u32 at = HashTerminated(RecordIn<Record>(old[i])->Text(), length) & (capacity - 1);
+            while (slots[at] != kEmpty)
+                at = (at + 1) & (capacity - 1);
+            slots[at] = old[i];
+        }
     if (old)
         Mem::GetGeneralAlloc()->Free(old);
     return true;
@@ -147,27 +201,36 @@ const char* ParsedStringPool::Create(const char* text, u32 length, bool copy)
     if ((pool.m_Used + 1) * 2 > pool.m_Capacity && !pool.Grow())
         return nullptr;
     Slot* slot = pool.Find(text, length, hash);
-    if (Holds(slot->text))
+    if (Holds(*slot))
     {
         // A text pooled already keeps its pointer, also when the caller
         // offers its own: trees and handles may hold the pooled one.
-        ++slot->references;
-        return slot->text;
+        Record* record = RecordIn<Record>(*slot);
+        ++record->references;
+        return record->Text();
     }
-    char* stored = const_cast<char*>(text);
+    const u32 size = u32(sizeof(Record)) + (copy ? length + 1 : u32(sizeof text));
+    Record* record = static_cast<Record*>(Mem::GetGeneralAlloc()->Malloc(size));
+    if (record == nullptr)
+        return nullptr; // reported by the allocator
+    QEL_ASSERT(ErrorManager::BaseCategory, (std::uintptr_t(record) & ~kAddressMask) == 0);
+    record->references = 1;
+    record->adopted = !copy;
+    char* behind = reinterpret_cast<char*>(record + 1);
     if (copy)
     {
-        stored = static_cast<char*>(Mem::GetGeneralAlloc()->Malloc(length + 1));
-        if (stored == nullptr)
-            return nullptr; // reported by the allocator
-        std::memcpy(stored, text, length);
-        stored[length] = 0;
+        std::memcpy(behind, text, length);
+        behind[length] = 0;
     }
-    if (slot->text == nullptr)
+    else
+    {
+        std::memcpy(behind, &text, sizeof text);
+    }
+    if (*slot == kEmpty)
         ++pool.m_Used;
-    *slot = Slot{stored, hash, length, 1, copy};
+    *slot = u64(std::uintptr_t(record)) | TagOf(hash);
     ++pool.m_Count;
-    return stored;
+    return record->Text();
 }
 
 const char* ParsedStringPool::Search(const char* text)
@@ -178,7 +241,7 @@ const char* ParsedStringPool::Search(const char* text)
     u32 length;
     const u32 hash = HashTerminated(text, length);
     const Slot* slot = pool.Find(text, length, hash);
-    return Holds(slot->text) ? slot->text : nullptr;
+    return Holds(*slot) ? RecordIn<Record>(*slot)->Text() : nullptr;
 }
 
 void ParsedStringPool::Release(const char* text)
@@ -189,12 +252,14 @@ void ParsedStringPool::Release(const char* text)
     u32 length;
     const u32 hash = HashTerminated(text, length);
     Slot* slot = pool.Find(text, length, hash);
-    if (!Holds(slot->text) || --slot->references != 0)
+    if (!Holds(*slot))
         return;
-    const Slot removed = *slot;
-    slot->text = kRemoved;
+    Record* record = RecordIn<Record>(*slot);
+    if (--record->references != 0)
+        return;
+    *slot = kRemoved;
     --pool.m_Count;
-    Free(removed);
+    Free(record);
 }
 
 u32 ParsedStringPool::GetCount()
