@@ -77,7 +77,7 @@ public:
 protected:
     enum StopSet : u32
     {
-        WhiteSpace = 0,   // ReadUntil: stops at anything but white space
+        WhiteSpace = 0,   // anything but white space
         SectionEnd = 1,   // end of a section identifier
         EntryNameEnd = 2, // end of an entry name
         QuotedEnd = 3,    // end of a quoted parameter
@@ -92,15 +92,12 @@ protected:
     void MoveNext()
     {
         if (m_Next != m_End && m_Current != '\n')
-        {
             m_Current = char(*m_Next++);
-            ++m_Column;
-            ++m_Position;
-        }
         else
             MoveOn();
     }
-    u32 ReadUntil(u32 set);
+    // Steps over white space, counting the lines.
+    void SkipWhiteSpace();
     // The text up to the stop byte, interned with a reference for the
     // caller; null when the current byte stops it at once.
     const char* ReadString(u32 set);
@@ -126,13 +123,19 @@ private:
     // Reports a syntax error at `node` and abandons the file.
     [[noreturn]] void Fail(const char* message, ParsedNode* node);
 
-    u64 m_Position;
+    // The bytes read so far, the current one included.
+    u64 GetPosition() const { return m_BlockPosition + u64(m_Next - m_Block); }
+
+    u64 m_BlockPosition; // of the block's first byte in the file
     u64 m_Size;
     InputStream* m_Stream;
     ParsedFile* m_File; // the file being read, which holds its nodes
     char m_Current;
     u32 m_Line;
-    u32 m_Column;
+    // The column is worked out only for an error: the position after the
+    // last line end passed, and one more once the end of the file is.
+    u64 m_LineStart;
+    u32 m_PastEnd;
     ParseError* m_Error; // while checking: where a syntax error goes
     // The stream is read in blocks, never past m_Size; MoveNext takes one
     // byte of the block.

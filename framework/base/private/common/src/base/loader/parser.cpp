@@ -55,8 +55,8 @@ Parser* Parser::CreateSingletonInstance()
 }
 
 Parser::Parser()
-    : m_Position(0), m_Size(0), m_Stream(nullptr), m_File(nullptr), m_Current(0), m_Line(1),
-      m_Column(0), m_Error(nullptr), m_Next(nullptr), m_End(nullptr)
+    : m_BlockPosition(0), m_Size(0), m_Stream(nullptr), m_File(nullptr), m_Current(0), m_Line(1),
+      m_LineStart(0), m_PastEnd(0), m_Error(nullptr), m_Next(nullptr), m_End(nullptr)
 {
     Initialize();
 }
@@ -98,42 +98,51 @@ void Parser::MoveOn()
     if (m_Current == '\n')
     {
         ++m_Line;
-        m_Column = 0;
+        m_LineStart = GetPosition();
     }
-    if (m_Position == m_Size)
+    const u64 position = GetPosition();
+    if (position == m_Size)
     {
         if (m_Current != 0)
-            ++m_Column;
+            ++m_PastEnd;
         m_Current = 0;
         return;
     }
-    ++m_Column;
     if (m_Next == m_End)
     {
+        m_BlockPosition = position;
         m_Next = m_Block;
-        const u64 left = m_Size - m_Position;
+        const u64 left = m_Size - position;
         m_End = m_Block +
                 m_Stream->Read(m_Block, left < sizeof m_Block ? u32(left) : u32(sizeof m_Block));
         if (m_Next == m_End)
         {
             m_Current = 0; // the file ended early: as at its end
-            m_Size = m_Position;
+            m_Size = position;
+            ++m_PastEnd;
             return;
         }
     }
     m_Current = char(*m_Next++);
-    ++m_Position;
 }
 
-u32 Parser::ReadUntil(u32 set)
+void Parser::SkipWhiteSpace()
 {
-    u32 passed = 0;
-    while (!m_Stop[set][static_cast<unsigned char>(m_Current)])
+    const bool* stop = m_Stop[WhiteSpace];
+    while (!stop[static_cast<unsigned char>(m_Current)])
     {
-        MoveNext();
-        ++passed;
+        if (m_Next == m_End)
+        {
+            MoveOn();
+            continue;
+        }
+        if (m_Current == '\n')
+        {
+            ++m_Line;
+            m_LineStart = GetPosition();
+        }
+        m_Current = char(*m_Next++);
     }
-    return passed;
 }
 
 const char* Parser::ReadString(u32 set)
@@ -152,8 +161,6 @@ const char* Parser::ReadString(u32 set)
             const char* text = Pooled(reinterpret_cast<const char*>(m_Next - 1), length);
             m_Current = char(*at);
             m_Next = at + 1;
-            m_Column += length;
-            m_Position += length;
             return text;
         }
     }
@@ -200,7 +207,7 @@ char Parser::ReadCode(ParsedRoot* parent)
 {
     for (;;)
     {
-        ReadUntil(WhiteSpace);
+        SkipWhiteSpace();
         if (m_WordStart[static_cast<unsigned char>(m_Current)])
             return 'a';
         if (m_Current != ';')
@@ -400,11 +407,12 @@ ParsedFile* Parser::Parse(const char* path, ParseError* error)
     m_Stream = stream;
     m_File = file;
     m_Error = error;
-    m_Position = 0;
+    m_BlockPosition = 0;
     m_Size = stream->GetSize();
     m_Current = 0;
     m_Line = 1;
-    m_Column = 0;
+    m_LineStart = 0;
+    m_PastEnd = 0;
     m_Next = m_End = m_Block;
     try
     {
@@ -450,7 +458,7 @@ void Parser::Fail(const char* message, ParsedNode* node)
     if (m_Error != nullptr)
     {
         m_Error->line = m_Line;
-        m_Error->column = m_Column;
+        m_Error->column = u32(GetPosition() - m_LineStart) + m_PastEnd;
         std::snprintf(m_Error->message, sizeof m_Error->message, "%s", message);
         const std::size_t at = text.find("Tree trace: ") + 12;
         std::snprintf(m_Error->trace, sizeof m_Error->trace, "%.*s", int(text.size() - at - 1),
