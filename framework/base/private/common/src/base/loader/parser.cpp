@@ -207,7 +207,8 @@ char Parser::ReadCode(ParsedRoot* parent)
 {
     for (;;)
     {
-        SkipWhiteSpace();
+        if (!m_Stop[WhiteSpace][static_cast<unsigned char>(m_Current)])
+            SkipWhiteSpace();
         if (m_WordStart[static_cast<unsigned char>(m_Current)])
             return 'a';
         if (m_Current != ';')
