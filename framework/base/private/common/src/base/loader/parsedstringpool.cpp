@@ -64,29 +64,6 @@ bool Holds(u64 slot)
     return slot != kEmpty && slot != kRemoved;
 }
 
-// FNV-1a: the texts are short identifiers and numbers.
-const u32 kHashSeed = 2166136261u;
-u32 HashStep(u32 hash, char c)
-{
-    return (hash ^ static_cast<unsigned char>(c)) * 16777619u;
-}
-u32 Hash(const char* text, u32 length)
-{
-    u32 hash = kHashSeed;
-    for (u32 i = 0; i < length; ++i)
-        hash = HashStep(hash, text[i]);
-    return hash;
-}
-// The hash and the length of a terminated text, in one pass.
-u32 HashTerminated(const char* text, u32& length)
-{
-    u32 hash = kHashSeed;
-    const char* at = text;
-    for (; *at; ++at)
-        hash = HashStep(hash, *at);
-    length = u32(at - text);
-    return hash;
-}
 // Whether the pooled text is the first `length` characters of `text`: the
 // comparison stops at the pooled text's zero, which no text holds inside.
 bool SameText(const char* pooled, const char* text, u32 length)
@@ -109,6 +86,23 @@ Record* RecordIn(u64 slot)
 
 } // namespace
 
+u32 ParsedStringPool::Hash(const char* text, u32 length)
+{
+    u32 hash = kHashSeed;
+    for (u32 i = 0; i < length; ++i)
+        hash = HashStep(hash, static_cast<unsigned char>(text[i]));
+    return hash;
+}
+
+u32 ParsedStringPool::HashTerminated(const char* text, u32& length)
+{
+    u32 hash = kHashSeed;
+    const char* at = text;
+    for (; *at; ++at)
+        hash = HashStep(hash, static_cast<unsigned char>(*at));
+    length = u32(at - text);
+    return hash;
+}
 ParsedStringPool::~ParsedStringPool()
 {
     for (u32 i = 0; i < m_Capacity; ++i)
@@ -196,8 +190,12 @@ const char* ParsedStringPool::Create(const char* text, bool copy)
 
 const char* ParsedStringPool::Create(const char* text, u32 length, bool copy)
 {
+    return Intern(text, length, Hash(text, length), copy);
+}
+
+const char* ParsedStringPool::Intern(const char* text, u32 length, u32 hash, bool copy)
+{
     ParsedStringPool& pool = GetSingletonInstance();
-    const u32 hash = Hash(text, length);
     if ((pool.m_Used + 1) * 2 > pool.m_Capacity && !pool.Grow())
         return nullptr;
     Slot* slot = pool.Find(text, length, hash);

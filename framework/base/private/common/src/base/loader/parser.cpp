@@ -149,16 +149,20 @@ const char* Parser::ReadString(u32 set)
 {
     // A text that ends within the line and the block is pooled from the
     // block itself: its first byte is the current one, the last one read.
+    // It is hashed as it is scanned.
     const bool* stop = m_Stop[set];
     if (!stop[static_cast<unsigned char>(m_Current)] && m_Current != '\n')
     {
+        u32 hash = ParsedStringPool::HashStep(ParsedStringPool::kHashSeed,
+                                              static_cast<unsigned char>(m_Current));
         const unsigned char* at = m_Next;
-        while (at != m_End && !stop[*at] && *at != '\n')
-            ++at;
+        for (; at != m_End && !stop[*at] && *at != '\n'; ++at)
+            hash = ParsedStringPool::HashStep(hash, *at);
         if (at != m_End && stop[*at])
         {
             const u32 length = u32(at - m_Next) + 1;
-            const char* text = Pooled(reinterpret_cast<const char*>(m_Next - 1), length);
+            const char* text = Made(ParsedStringPool::Intern(
+                reinterpret_cast<const char*>(m_Next - 1), length, hash, true));
             m_Current = char(*at);
             m_Next = at + 1;
             return text;
