@@ -77,7 +77,7 @@ public:
 protected:
     enum StopSet : u32
     {
-        WhiteSpace = 0,   // anything but white space
+        WhiteSpace = 0,   // ReadUntil: stops at anything but white space
         SectionEnd = 1,   // end of a section identifier
         EntryNameEnd = 2, // end of an entry name
         QuotedEnd = 3,    // end of a quoted parameter
@@ -96,8 +96,8 @@ protected:
         else
             MoveOn();
     }
-    // Steps over white space, counting the lines.
-    void SkipWhiteSpace();
+    // Steps to the first byte of the set's stop bytes; the bytes passed.
+    u32 ReadUntil(u32 set);
     // The text up to the stop byte, interned with a reference for the
     // caller; null when the current byte stops it at once.
     const char* ReadString(u32 set);

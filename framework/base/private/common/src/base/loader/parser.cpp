@@ -126,23 +126,16 @@ void Parser::MoveOn()
     m_Current = char(*m_Next++);
 }
 
-void Parser::SkipWhiteSpace()
+u32 Parser::ReadUntil(u32 set)
 {
-    const bool* stop = m_Stop[WhiteSpace];
+    const bool* stop = m_Stop[set];
+    u32 passed = 0;
     while (!stop[static_cast<unsigned char>(m_Current)])
     {
-        if (m_Next == m_End)
-        {
-            MoveOn();
-            continue;
-        }
-        if (m_Current == '\n')
-        {
-            ++m_Line;
-            m_LineStart = GetPosition();
-        }
-        m_Current = char(*m_Next++);
+        MoveNext();
+        ++passed;
     }
+    return passed;
 }
 
 const char* Parser::ReadString(u32 set)
@@ -212,7 +205,7 @@ char Parser::ReadCode(ParsedRoot* parent)
     for (;;)
     {
         if (!m_Stop[WhiteSpace][static_cast<unsigned char>(m_Current)])
-            SkipWhiteSpace();
+            ReadUntil(WhiteSpace);
         if (m_WordStart[static_cast<unsigned char>(m_Current)])
             return 'a';
         if (m_Current != ';')
