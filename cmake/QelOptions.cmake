@@ -13,9 +13,13 @@ function(qel_target_defaults target)
     target_compile_options(${target} PRIVATE "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
     # The library's exported functions call each other directly and may be
     # inlined into each other: GCC would otherwise route every such call
-    # through the PLT in case a preloaded library replaced the callee.
+    # through the PLT in case a preloaded library replaced the callee. And
+    # no guessed targets for virtual calls: an allocator calling another
+    # through the interface would otherwise inline itself into its own
+    # path, in case the callee were one of its kind.
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-        target_compile_options(${target} PRIVATE -fno-semantic-interposition)
+        target_compile_options(${target} PRIVATE -fno-semantic-interposition
+                                                 -fno-devirtualize-speculatively)
     endif()
 endfunction()
 

@@ -22,6 +22,8 @@
 namespace qel
 {
 
+class PageManager;
+
 class QEL_API HybridAllocator : public Allocator
 {
 public:
@@ -73,9 +75,11 @@ private:
     // The first entry for `size`, NumberOfEntries when none fits.
     u32 FirstEntryFor(unsigned int size) const;
     void* MallocFromEntries(unsigned int size);
-    static Allocator* OwnerOf(const void* p);
+    // The owner of `p`; null, and reported, when there is none.
+    Allocator* OwnerOf(const void* p) const;
 
     Entry m_Entries[NumberOfEntries];
+    PageManager* m_Pages; // which outlives its owners
 };
 
 } // namespace qel

@@ -18,8 +18,9 @@ Allocator* memory::NewHybridAllocator(Allocator* small, bool ownsSmall, Allocato
 }
 
 HybridAllocator::HybridAllocator(Allocator* small, bool ownsSmall, Allocator* big, bool ownsBig)
+    : m_Pages(&PageManager::GetSingletonInstance())
 {
-    PageManager::GetSingletonInstance().AddOwner(this);
+    m_Pages->AddOwner(this);
     m_Entries[0] = Entry{small, small->GetMaxSupportedAllocSize(), ownsSmall};
     m_Entries[1] = Entry{big, big->GetMaxSupportedAllocSize(), ownsBig};
 }
@@ -29,7 +30,7 @@ HybridAllocator::~HybridAllocator()
     for (Entry& entry : m_Entries)
         if (entry.owned)
             delete entry.allocator;
-    PageManager::GetSingletonInstance().RemoveOwner(this);
+    m_Pages->RemoveOwner(this);
 }
 
 u32 HybridAllocator::FirstEntryFor(unsigned int size) const
@@ -41,15 +42,40 @@ u32 HybridAllocator::FirstEntryFor(unsigned int size) const
     return i;
 }
 
-Allocator* HybridAllocator::OwnerOf(const void* p)
+Allocator* HybridAllocator::OwnerOf(const void* p) const
 {
-    Allocator* owner = PageManager::GetSingletonInstance().FindOwner(p);
+    Allocator* owner = m_Pages->FindOwner(p);
     return owner ? owner : Allocator::GetOwner(p); // reports the address
 }
 
 // ---- allocation -------------------------------------------------------------
 
-void* HybridAllocator::MallocFromEntries(unsigned int size)
+namespace
+{
+
+// The warnings are out of line and cold, so that the allocation paths save
+// no registers for them; each is a site of its own.
+#if defined(__GNUC__)
+__attribute__((noinline, cold))
+#endif
+void* NoRoom(bool debug, unsigned int size)
+{
+    if (debug)
+        QEL_WARNING(Mem::GetErrorCategory(),
+                    "HybridAllocator::MallocDebugNoThrow(): Unable to find suitable space for "
+                    "allocation! Size: %u. Returning NULL.",
+                    size);
+    else
+        QEL_WARNING(Mem::GetErrorCategory(),
+                    "HybridAllocator::Malloc(): Unable to find suitable space for allocation! "
+                    "Size: %u. Returning NULL.",
+                    size);
+    return nullptr;
+}
+
+} // namespace
+
+inline void* HybridAllocator::MallocFromEntries(unsigned int size)
 {
     // FirstEntryFor with its loop unrolled: this is every allocation's path.
     const u64 rounded = (u64(size) + 15) & ~u64(15);
@@ -69,22 +95,14 @@ void* HybridAllocator::MallocNoThrow(unsigned int size)
 {
     if (void* p = MallocFromEntries(size))
         return p;
-    QEL_WARNING(Mem::GetErrorCategory(),
-                "HybridAllocator::Malloc(): Unable to find suitable space for allocation! Size: "
-                "%u. Returning NULL.",
-                size);
-    return nullptr;
+    return NoRoom(false, size);
 }
 
 void* HybridAllocator::MallocDebugNoThrow(unsigned int size, const char*, const char*, u32)
 {
     if (void* p = MallocFromEntries(size))
         return p;
-    QEL_WARNING(Mem::GetErrorCategory(),
-                "HybridAllocator::MallocDebugNoThrow(): Unable to find suitable space for "
-                "allocation! Size: %u. Returning NULL.",
-                size);
-    return nullptr;
+    return NoRoom(true, size);
 }
 
 void HybridAllocator::Free(const void* p)
