@@ -256,6 +256,35 @@ TEST(ParsedStringPool, KeepsItsPointersThroughGrowthAndRebuilds)
     EXPECT_EQ(ParsedStringPool::GetCount(), before);
 }
 
+// The parser hashes a text in its block a word at a time, reading past
+// its end; the pool hashes a caller's text without doing so. Both must
+// agree for every length, in the block and across its end, or a parsed
+// name would not be found by its text (nor shared with it).
+TEST_F(ParserTest, ParsedTextsAreTheTextsThatThePoolFinds)
+{
+    std::string text;
+    std::vector<std::string> words;
+    for (int round = 0; text.size() < 40000; ++round)
+        for (int length = 1; length <= 40; ++length)
+        {
+            words.push_back(std::string(length, char('a' + round % 26)));
+            const std::string& word = words.back();
+            text += "e" + std::to_string(words.size()) + "(" + word + " \"" + word + "\")\n";
+        }
+    auto file = Parse(text);
+    ASSERT_TRUE(file);
+    ASSERT_EQ(file->GetChildCount(), words.size());
+    for (u32 i = 0; i < words.size(); ++i)
+    {
+        const ParsedEntry* entry = static_cast<const ParsedEntry*>(file->GetChild(i));
+        const std::string name = "e" + std::to_string(i + 1);
+        ASSERT_EQ(ParsedStringPool::Search(name.c_str()), entry->GetIdentifier()) << name;
+        ASSERT_STREQ(entry->GetParameter(0), words[i].c_str());
+        ASSERT_EQ(ParsedStringPool::Search(words[i].c_str()), entry->GetParameter(0)) << name;
+        ASSERT_EQ(entry->GetParameter(1), entry->GetParameter(0)) << name; // quoted
+    }
+}
+
 TEST_F(ParserTest, FindChildMatchesPrefixesOfIdentifiersAndNames)
 {
     auto file = Parse("E\n{Object:Desk}\n{Object:Lamp\n{Light:Main}\n{Light:Spare}}\n{Other}");

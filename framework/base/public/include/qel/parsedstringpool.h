@@ -50,14 +50,9 @@ public:
 private:
     template <class T, class Storage>
     friend class Singleton;
-    friend class Parser; // hashes the texts while it scans them
+    friend class Parser; // hashes the texts of its block itself
 
-    // The texts' hash (FNV-1a: they are short identifiers and numbers),
-    // a byte at a time.
-    static const u32 kHashSeed = 2166136261u;
-    static u32 HashStep(u32 hash, unsigned char c) { return (hash ^ c) * 16777619u; }
-    static u32 Hash(const char* text, u32 length);
-    // The hash and the length of a terminated text, in one pass.
+    // The hash and the length of a terminated text.
     static u32 HashTerminated(const char* text, u32& length);
     // Create, with the text's hash already worked out.
     static const char* Intern(const char* text, u32 length, u32 hash, bool copy);

@@ -119,6 +119,10 @@ private:
     static Parser* CreateSingletonInstance();
     ParsedFile* Parse(const char* path, ParseError* error);
     void MoveOn();
+    // A text that ends within the line and the block, from the current
+    // byte on: it is hashed and the stop byte becomes current. False, with
+    // nothing read, for any other text.
+    bool ScanInBlock(u32 set, const char*& text, u32& length, u32& hash);
     void SkipBatchComment(ParsedNode* at);
     // Reports a syntax error at `node` and abandons the file.
     [[noreturn]] void Fail(const char* message, ParsedNode* node);
@@ -138,13 +142,24 @@ private:
     u32 m_PastEnd;
     ParseError* m_Error; // while checking: where a syntax error goes
     // The stream is read in blocks, never past m_Size; MoveNext takes one
-    // byte of the block.
+    // byte of the block. A zero follows the block's last byte, and the
+    // texts in the block are hashed a word at a time, which reads up to
+    // seven bytes past a text: hence the room behind the block.
+    enum : u32
+    {
+        BlockSize = 16384,
+        BlockRoom = 8
+    };
     const unsigned char* m_Next;
     const unsigned char* m_End;
-    unsigned char m_Block[16384];
+    unsigned char m_Block[BlockSize + BlockRoom];
     bool m_ParsingComment;
     bool m_WordStart[256];
     bool m_Stop[5][256];
+    // The stop bytes of a text scanned within the block: the set's, and a
+    // line end (lines are counted as they are passed) and a zero (the
+    // block's end, or one in the file) for every set.
+    bool m_StopInBlock[5][256];
 
     static std::atomic<Parser*> ms_SingletonInstance;
 };

@@ -6,6 +6,7 @@
 #include <qel/report.h>
 
 #include "base/core/singleton.h"
+#include "base/loader/texthash.h"
 
 #include <cstdint>
 #include <cstring>
@@ -86,23 +87,12 @@ Record* RecordIn(u64 slot)
 
 } // namespace
 
-u32 ParsedStringPool::Hash(const char* text, u32 length)
-{
-    u32 hash = kHashSeed;
-    for (u32 i = 0; i < length; ++i)
-        hash = HashStep(hash, static_cast<unsigned char>(text[i]));
-    return hash;
-}
-
 u32 ParsedStringPool::HashTerminated(const char* text, u32& length)
 {
-    u32 hash = kHashSeed;
-    const char* at = text;
-    for (; *at; ++at)
-        hash = HashStep(hash, static_cast<unsigned char>(*at));
-    length = u32(at - text);
-    return hash;
+    length = u32(std::strlen(text));
+    return TextHash::Of<false>(text, length);
 }
+
 ParsedStringPool::~ParsedStringPool()
 {
     for (u32 i = 0; i < m_Capacity; ++i)
@@ -190,7 +180,7 @@ const char* ParsedStringPool::Create(const char* text, bool copy)
 
 const char* ParsedStringPool::Create(const char* text, u32 length, bool copy)
 {
-    return Intern(text, length, Hash(text, length), copy);
+    return Intern(text, length, TextHash::Of<false>(text, length), copy);
 }
 
 const char* ParsedStringPool::Intern(const char* text, u32 length, u32 hash, bool copy)

@@ -9,8 +9,10 @@
 #include <qel/report.h>
 
 #include "base/core/singleton.h"
+#include "base/loader/texthash.h"
 
 #include <cstdio>
+#include <cstring>
 #include <string>
 
 namespace qel
@@ -70,6 +72,8 @@ void Parser::InitializeSet(bool* set, bool value)
 void Parser::Initialize()
 {
     m_ParsingComment = true;
+    std::memset(m_Block, 0, sizeof m_Block); // what is read past a text is defined
+
     InitializeSet(m_WordStart, true);
     for (unsigned char c : {'\0', '{', '}', ':', '(', ')', ',', '"', ';'})
         m_WordStart[c] = false;
@@ -83,6 +87,13 @@ void Parser::Initialize()
         m_Stop[set][0] = true; // the end of the file stops every scan
         for (const char* c = stops[set]; *c; ++c)
             m_Stop[set][static_cast<unsigned char>(*c)] = true;
+    }
+    for (u32 set = 0; set <= WordEnd; ++set)
+    {
+        for (int c = 0; c < 256; ++c)
+            m_StopInBlock[set][c] = m_Stop[set][c];
+        m_StopInBlock[set][0] = true;
+        m_StopInBlock[set][static_cast<unsigned char>('\n')] = true;
     }
 }
 
@@ -113,8 +124,8 @@ void Parser::MoveOn()
         m_BlockPosition = position;
         m_Next = m_Block;
         const u64 left = m_Size - position;
-        m_End = m_Block +
-                m_Stream->Read(m_Block, left < sizeof m_Block ? u32(left) : u32(sizeof m_Block));
+        m_End = m_Block + m_Stream->Read(m_Block, left < BlockSize ? u32(left) : u32(BlockSize));
+        m_Block[m_End - m_Block] = 0; // the end mark
         if (m_Next == m_End)
         {
             m_Current = 0; // the file ended early: as at its end
@@ -138,32 +149,35 @@ u32 Parser::ReadUntil(u32 set)
     return passed;
 }
 
+inline bool Parser::ScanInBlock(u32 set, const char*& text, u32& length, u32& hash)
+{
+    // The text's first byte is the current one, the last one read.
+    const bool* stop = m_StopInBlock[set];
+    if (stop[static_cast<unsigned char>(m_Current)])
+        return false;
+    const unsigned char* at = m_Next;
+    while (!stop[*at])
+        ++at;
+    if (at == m_End || !m_Stop[set][*at])
+        return false;
+    text = reinterpret_cast<const char*>(m_Next - 1);
+    length = u32(at - m_Next) + 1;
+    hash = TextHash::Of<true>(text, length);
+    m_Current = char(*at);
+    m_Next = at + 1;
+    return true;
+}
+
 const char* Parser::ReadString(u32 set)
 {
-    // A text that ends within the line and the block is pooled from the
-    // block itself: its first byte is the current one, the last one read.
-    // It is hashed as it is scanned.
-    const bool* stop = m_Stop[set];
-    if (!stop[static_cast<unsigned char>(m_Current)] && m_Current != '\n')
-    {
-        u32 hash = ParsedStringPool::HashStep(ParsedStringPool::kHashSeed,
-                                              static_cast<unsigned char>(m_Current));
-        const unsigned char* at = m_Next;
-        for (; at != m_End && !stop[*at] && *at != '\n'; ++at)
-            hash = ParsedStringPool::HashStep(hash, *at);
-        if (at != m_End && stop[*at])
-        {
-            const u32 length = u32(at - m_Next) + 1;
-            const char* text = Made(ParsedStringPool::Intern(
-                reinterpret_cast<const char*>(m_Next - 1), length, hash, true));
-            m_Current = char(*at);
-            m_Next = at + 1;
-            return text;
-        }
-    }
+    const char* text;
+    u32 length;
+    u32 hash;
+    if (ScanInBlock(set, text, length, hash))
+        return Made(ParsedStringPool::Intern(text, length, hash, true));
     char small[256];
     Text large;
-    u32 length = 0;
+    length = 0;
     while (!m_Stop[set][static_cast<unsigned char>(m_Current)])
     {
         if (length < sizeof small - 1)
