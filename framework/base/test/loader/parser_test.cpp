@@ -256,6 +256,38 @@ TEST(ParsedStringPool, KeepsItsPointersThroughGrowthAndRebuilds)
     EXPECT_EQ(ParsedStringPool::GetCount(), before);
 }
 
+// Handles take and drop their references without a lookup, where the
+// pool's copy stands behind its record; an adopted text (the caller's own
+// pointer) lies elsewhere and must still be counted as itself. Three
+// literals adopted out of address order, released in yet another.
+TEST(ParsedStringPool, HandlesCountAdoptedAndCopiedTextsAlike)
+{
+    const u32 before = ParsedStringPool::GetCount();
+    static const char literals[] = "handle adopted 0\0handle adopted 1\0handle adopted 2";
+    const char* adopted[] = {literals, literals + 17, literals + 34};
+    for (int i : {2, 0, 1})
+        ASSERT_EQ(ParsedStringPool::Create(adopted[i], false), adopted[i]);
+    const char* copied = ParsedStringPool::Create("handle copied", true);
+    {
+        ParsedString a[] = {ParsedString::Adopt(adopted[0]), ParsedString::Adopt(adopted[1]),
+                            ParsedString::Adopt(adopted[2])};
+        ParsedString b = ParsedString::Adopt(copied);
+        ParsedString c(a[1]), d(b);
+        c = d; // drops the adopted text, takes the copy
+        EXPECT_EQ(c.Get(), copied);
+        a[1].Release(); // its last reference
+        EXPECT_EQ(ParsedStringPool::Search("handle adopted 1"), nullptr);
+        EXPECT_EQ(ParsedStringPool::Search("handle adopted 2"), adopted[2]);
+        a[2] = a[0]; // the last reference of one adopted text for one more of another
+        EXPECT_EQ(ParsedStringPool::Search("handle adopted 2"), nullptr);
+        EXPECT_EQ(ParsedStringPool::Search("handle adopted 0"), adopted[0]);
+        EXPECT_EQ(ParsedStringPool::GetCount(), before + 2);
+    }
+    EXPECT_EQ(ParsedStringPool::Search("handle adopted 0"), nullptr);
+    EXPECT_EQ(ParsedStringPool::Search("handle copied"), nullptr);
+    EXPECT_EQ(ParsedStringPool::GetCount(), before);
+}
+
 // The parser hashes a text in its block a word at a time, reading past
 // its end; the pool hashes a caller's text without doing so. Both must
 // agree for every length, in the block and across its end, or a parsed

@@ -16,7 +16,11 @@ class ParsedString
 public:
     ParsedString() = default;
     explicit ParsedString(const char* text) { Allocate(text); }
-    ParsedString(const ParsedString& other) { Allocate(other.m_Text); }
+    ParsedString(const ParsedString& other) : m_Text(other.m_Text)
+    {
+        if (m_Text)
+            ParsedStringPool::AddHeld(m_Text);
+    }
     ParsedString(ParsedString&& other) noexcept : m_Text(other.m_Text) { other.m_Text = nullptr; }
     ParsedString& operator=(ParsedString&& other) noexcept
     {
@@ -30,14 +34,20 @@ public:
     }
     ParsedString& operator=(const ParsedString& other)
     {
-        if (this != &other)
-            Set(other.m_Text);
+        const char* held = m_Text;
+        m_Text = other.m_Text;
+        if (m_Text)
+            ParsedStringPool::AddHeld(m_Text);
+        if (held) // after taking the new one: it may be the text held
+            ParsedStringPool::ReleaseHeld(held);
         return *this;
     }
     ~ParsedString() { Release(); }
 
     // Takes over a reference the caller holds on a pooled text (one handed
     // out by ParsedStringPool::Create, or null) instead of taking a new one.
+    // The pointer must be the one Create returned: the handle drops the
+    // reference on it without looking the text up.
     static ParsedString Adopt(const char* pooled)
     {
         ParsedString string;
@@ -52,12 +62,12 @@ public:
         m_Text = nullptr;
         Allocate(text);
         if (held) // after taking the new one: `text` may be the text held
-            ParsedStringPool::Release(held);
+            ParsedStringPool::ReleaseHeld(held);
     }
     void Release()
     {
         if (m_Text)
-            ParsedStringPool::Release(m_Text);
+            ParsedStringPool::ReleaseHeld(m_Text);
         m_Text = nullptr;
     }
     // Compares the texts (a null text first).

@@ -50,7 +50,14 @@ public:
 private:
     template <class T, class Storage>
     friend class Singleton;
-    friend class Parser; // hashes the texts of its block itself
+    friend class Parser;       // hashes the texts of its block itself
+    friend class ParsedString; // takes and drops references on texts it holds
+
+    // One reference more or less on a text the pool handed out, found
+    // without a lookup: the record of a copied text stands right before
+    // it. Only an adopted text, which lies elsewhere, is looked up.
+    static void AddHeld(const char* pooled);
+    static void ReleaseHeld(const char* pooled);
 
     // The hash and the length of a terminated text.
     static u32 HashTerminated(const char* text, u32& length);
@@ -67,7 +74,11 @@ private:
     // to the record.
     typedef u64 Slot;
 
-    ParsedStringPool() : m_Slots(nullptr), m_Capacity(0), m_Used(0), m_Count(0) {}
+    ParsedStringPool()
+        : m_Slots(nullptr), m_Capacity(0), m_Used(0), m_Count(0), m_Adopted(nullptr),
+          m_AdoptedCount(0), m_AdoptedCapacity(0)
+    {
+    }
     ~ParsedStringPool();
     ParsedStringPool(const ParsedStringPool&) = delete;
     ParsedStringPool& operator=(const ParsedStringPool&) = delete;
@@ -83,6 +94,19 @@ private:
     u32 m_Capacity; // a power of two
     u32 m_Used;     // texts and tombstones
     u32 m_Count;    // texts
+
+    // The adopted texts' addresses, in order: a held text is adopted when
+    // it is one of them.
+    bool IsAdopted(const char* text) const;
+    // False without memory.
+    bool NoteAdopted(const char* text);
+    void ForgetAdopted(const char* text);
+    // Drops the last reference of the record in `slot`.
+    void Remove(Slot* slot);
+
+    const char** m_Adopted;
+    u32 m_AdoptedCount;
+    u32 m_AdoptedCapacity;
 
     static std::atomic<ParsedStringPool*> ms_SingletonInstance;
 };

@@ -8,7 +8,9 @@
 #include "base/core/singleton.h"
 #include "base/loader/texthash.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <cstring>
 
 namespace qel
@@ -100,6 +102,8 @@ ParsedStringPool::~ParsedStringPool()
             Free(RecordIn<Record>(m_Slots[i]));
     if (m_Slots)
         Mem::GetGeneralAlloc()->Free(m_Slots);
+    if (m_Adopted)
+        Mem::GetGeneralAlloc()->Free(m_Adopted);
 }
 
 void ParsedStringPool::Free(Record* record)
@@ -202,6 +206,11 @@ const char* ParsedStringPool::Intern(const char* text, u32 length, u32 hash, boo
     if (record == nullptr)
         return nullptr; // reported by the allocator
     QEL_ASSERT(ErrorManager::BaseCategory, (std::uintptr_t(record) & ~kAddressMask) == 0);
+    if (!copy && !pool.NoteAdopted(text))
+    {
+        Mem::GetGeneralAlloc()->Free(record);
+        return nullptr; // reported by the allocator
+    }
     record->references = 1;
     record->adopted = !copy;
     char* behind = reinterpret_cast<char*>(record + 1);
@@ -240,14 +249,95 @@ void ParsedStringPool::Release(const char* text)
     u32 length;
     const u32 hash = HashTerminated(text, length);
     Slot* slot = pool.Find(text, length, hash);
-    if (!Holds(*slot))
+    if (Holds(*slot) && --RecordIn<Record>(*slot)->references == 0)
+        pool.Remove(slot);
+}
+
+void ParsedStringPool::AddHeld(const char* pooled)
+{
+    ParsedStringPool& pool = GetSingletonInstance();
+    if (pool.m_AdoptedCount != 0 && pool.IsAdopted(pooled))
+    {
+        Create(pooled, true); // found by its address
         return;
-    Record* record = RecordIn<Record>(*slot);
+    }
+    Record* record = reinterpret_cast<Record*>(const_cast<char*>(pooled)) - 1;
+    QEL_ASSERT(ErrorManager::BaseCategory, record->references != 0 && !record->adopted);
+    ++record->references;
+}
+
+void ParsedStringPool::ReleaseHeld(const char* pooled)
+{
+    ParsedStringPool& pool = GetSingletonInstance();
+    if (pool.m_Count == 0)
+        return; // the pool was emptied at exit
+    if (pool.m_AdoptedCount != 0 && pool.IsAdopted(pooled))
+    {
+        Release(pooled);
+        return;
+    }
+    Record* record = reinterpret_cast<Record*>(const_cast<char*>(pooled)) - 1;
+    QEL_ASSERT(ErrorManager::BaseCategory, record->references != 0 && !record->adopted);
     if (--record->references != 0)
         return;
+    u32 length;
+    const u32 hash = HashTerminated(pooled, length);
+    pool.Remove(pool.Find(pooled, length, hash));
+}
+
+void ParsedStringPool::Remove(Slot* slot)
+{
+    Record* record = RecordIn<Record>(*slot);
+    if (record->adopted)
+        ForgetAdopted(record->Text());
     *slot = kRemoved;
-    --pool.m_Count;
+    --m_Count;
     Free(record);
+}
+
+// ---- adopted texts ----------------------------------------------------------
+
+bool ParsedStringPool::IsAdopted(const char* text) const
+{
+    const char* const* begin = m_Adopted;
+    const char* const* end = begin + m_AdoptedCount;
+    const char* const* at = std::lower_bound(begin, end, text, std::less<const char*>());
+    return at != end && *at == text;
+}
+
+bool ParsedStringPool::NoteAdopted(const char* text)
+{
+    if (m_AdoptedCount == m_AdoptedCapacity)
+    {
+        const u32 capacity = m_AdoptedCapacity ? m_AdoptedCapacity * 2 : 16;
+        void* grown = Mem::GetGeneralAlloc()->Malloc(u32(capacity * sizeof(const char*)));
+        if (grown == nullptr)
+            return false; // reported by the allocator
+        const char** adopted = static_cast<const char**>(grown);
+        if (m_AdoptedCount != 0)
+            std::memcpy(adopted, m_Adopted, m_AdoptedCount * sizeof(const char*));
+        if (m_Adopted)
+            Mem::GetGeneralAlloc()->Free(m_Adopted);
+        m_Adopted = adopted;
+        m_AdoptedCapacity = capacity;
+    }
+    const char** end = m_Adopted + m_AdoptedCount;
+    const char** at = std::lower_bound(m_Adopted, end, text, std::less<const char*>());
+    std::move_backward(at, end, end + 1);
+    *at = text;
+    ++m_AdoptedCount;
+    return true;
+}
+
+void ParsedStringPool::ForgetAdopted(const char* text)
+{
+    const char** end = m_Adopted + m_AdoptedCount;
+    const char** at = std::lower_bound(m_Adopted, end, text, std::less<const char*>());
+    if (at != end && *at == text)
+    {
+        std::move(at + 1, end, at);
+        --m_AdoptedCount;
+    }
 }
 
 u32 ParsedStringPool::GetCount()
