@@ -101,7 +101,14 @@ protected:
     // The text up to the stop byte, interned with a reference for the
     // caller; null when the current byte stops it at once.
     const char* ReadString(u32 set);
-    char ReadCode(ParsedRoot* parent);
+    // Skips white space and comments (kept in `parent` when parsing them)
+    // and classifies the current byte: 'a' for the start of a word, else
+    // the byte itself (0 at the end of the file).
+    char ReadCode(ParsedRoot* parent)
+    {
+        const unsigned char code = m_Code[static_cast<unsigned char>(m_Current)];
+        return code != Skipped ? char(code) : SkipToCode(parent);
+    }
     void Read(ParsedFile* file);
     void Read(ParsedSection* section);
     // Comments met inside go to the entry's parent.
@@ -123,6 +130,7 @@ private:
     // byte on: it is hashed and the stop byte becomes current. False, with
     // nothing read, for any other text.
     bool ScanInBlock(u32 set, const char*& text, u32& length, u32& hash);
+    char SkipToCode(ParsedRoot* parent);
     void SkipBatchComment(ParsedNode* at);
     // Reports a syntax error at `node` and abandons the file.
     [[noreturn]] void Fail(const char* message, ParsedNode* node);
@@ -155,6 +163,13 @@ private:
     unsigned char m_Block[BlockSize + BlockRoom];
     bool m_ParsingComment;
     bool m_WordStart[256];
+    // What ReadCode gives for each byte, or Skipped for white space and
+    // ';', which it passes first.
+    enum : unsigned char
+    {
+        Skipped = 0xFF
+    };
+    unsigned char m_Code[256];
     bool m_Stop[5][256];
     // The stop bytes of a text scanned within the block: the set's, and a
     // line end (lines are counted as they are passed) and a zero (the

@@ -88,6 +88,10 @@ void Parser::Initialize()
         for (const char* c = stops[set]; *c; ++c)
             m_Stop[set][static_cast<unsigned char>(*c)] = true;
     }
+    for (int c = 0; c < 256; ++c)
+        m_Code[c] = !m_Stop[WhiteSpace][c] || c == ';' ? Skipped
+                    : m_WordStart[c]                   ? 'a'
+                                                       : static_cast<unsigned char>(c);
     for (u32 set = 0; set <= WordEnd; ++set)
     {
         for (int c = 0; c < 256; ++c)
@@ -139,14 +143,30 @@ void Parser::MoveOn()
 
 u32 Parser::ReadUntil(u32 set)
 {
+    // Byte by byte within the block, lines counted as they are passed;
+    // MoveNext at the block's end reads the next one.
     const bool* stop = m_Stop[set];
     u32 passed = 0;
-    while (!stop[static_cast<unsigned char>(m_Current)])
+    for (;;)
     {
+        const unsigned char* at = m_Next;
+        const unsigned char* const from = at;
+        const unsigned char* const end = m_End;
+        unsigned char c = static_cast<unsigned char>(m_Current);
+        for (; !stop[c] && at != end; c = *at++)
+            if (c == '\n')
+            {
+                ++m_Line;
+                m_LineStart = m_BlockPosition + u64(at - m_Block);
+            }
+        m_Next = at;
+        m_Current = char(c);
+        passed += u32(at - from);
+        if (stop[c])
+            return passed;
         MoveNext();
         ++passed;
     }
-    return passed;
 }
 
 inline bool Parser::ScanInBlock(u32 set, const char*& text, u32& length, u32& hash)
@@ -214,16 +234,14 @@ void Parser::SkipBatchComment(ParsedNode* at)
     }
 }
 
-char Parser::ReadCode(ParsedRoot* parent)
+char Parser::SkipToCode(ParsedRoot* parent)
 {
     for (;;)
     {
         if (!m_Stop[WhiteSpace][static_cast<unsigned char>(m_Current)])
             ReadUntil(WhiteSpace);
-        if (m_WordStart[static_cast<unsigned char>(m_Current)])
-            return 'a';
         if (m_Current != ';')
-            return m_Current;
+            return char(m_Code[static_cast<unsigned char>(m_Current)]);
         if (m_ParsingComment)
         {
             ParsedComment* comment = Made(m_File->Make<ParsedComment>());
