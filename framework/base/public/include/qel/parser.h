@@ -130,6 +130,9 @@ private:
     // byte on: it is hashed and the stop byte becomes current. False, with
     // nothing read, for any other text.
     bool ScanInBlock(u32 set, const char*& text, u32& length, u32& hash);
+    // Any other text, byte by byte (out of line, so that the common case
+    // keeps a small frame).
+    const char* ReadAcross(u32 set);
     char SkipToCode(ParsedRoot* parent);
     void SkipBatchComment(ParsedNode* at);
     // Reports a syntax error at `node` and abandons the file.

@@ -195,9 +195,18 @@ const char* Parser::ReadString(u32 set)
     u32 hash;
     if (ScanInBlock(set, text, length, hash))
         return Made(ParsedStringPool::Intern(text, length, hash, true));
+    return ReadAcross(set);
+}
+
+#if defined(__GNUC__)
+__attribute__((noinline))
+#endif
+const char*
+Parser::ReadAcross(u32 set)
+{
     char small[256];
     Text large;
-    length = 0;
+    u32 length = 0;
     while (!m_Stop[set][static_cast<unsigned char>(m_Current)])
     {
         if (length < sizeof small - 1)
