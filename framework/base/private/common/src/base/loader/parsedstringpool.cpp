@@ -190,6 +190,22 @@ const char* ParsedStringPool::Create(const char* text, u32 length, bool copy)
 const char* ParsedStringPool::Intern(const char* text, u32 length, u32 hash, bool copy)
 {
     ParsedStringPool& pool = GetSingletonInstance();
+    if (pool.m_Capacity != 0)
+    {
+        // Most texts are pooled already, in the first slot they hash to:
+        // that case goes without a call.
+        const Slot first = pool.m_Slots[hash & (pool.m_Capacity - 1)];
+        if ((first & ~kAddressMask) == TagOf(hash) && Holds(first))
+        {
+            Record* record = RecordIn<Record>(first);
+            const char* pooled = record->Text();
+            if (SameText(pooled, text, length))
+            {
+                ++record->references;
+                return pooled;
+            }
+        }
+    }
     if ((pool.m_Used + 1) * 2 > pool.m_Capacity && !pool.Grow())
         return nullptr;
     Slot* slot = pool.Find(text, length, hash);
