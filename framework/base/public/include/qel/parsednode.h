@@ -24,6 +24,8 @@
 #include <qel/parsedstring.h>
 #include <qel/types.h>
 
+#include <cstdint>
+
 namespace qel
 {
 
@@ -180,7 +182,7 @@ private:
 class QEL_API ParsedFile : public ParsedRoot
 {
 public:
-    ParsedFile() : ParsedRoot(FileType), m_Chunks(nullptr) {}
+    ParsedFile() : ParsedRoot(FileType), m_Chunks(nullptr), m_Free(nullptr), m_FreeEnd(nullptr) {}
     ~ParsedFile() override;
     void Print(OutputStream& out, u32 indent) override;
 
@@ -189,9 +191,20 @@ private:
 
     struct Chunk;
 
-    // Room for a node of the file; null when no memory was left (reported
-    // by the allocator).
-    void* Allocate(u32 size, u32 alignment);
+    // Room for a node of the file, from the newest chunk when it has room;
+    // null when no memory was left (reported by the allocator).
+    void* Allocate(u32 size, u32 alignment)
+    {
+        const std::uintptr_t free = reinterpret_cast<std::uintptr_t>(m_Free);
+        const std::uintptr_t at = (free + alignment - 1) & ~std::uintptr_t(alignment - 1);
+        if (at + size <= reinterpret_cast<std::uintptr_t>(m_FreeEnd))
+        {
+            m_Free = reinterpret_cast<char*>(at + size);
+            return reinterpret_cast<char*>(at);
+        }
+        return AllocateInNewChunk(size, alignment);
+    }
+    void* AllocateInNewChunk(u32 size, u32 alignment);
     template <class Node>
     Node* Make()
     {
@@ -203,6 +216,8 @@ private:
     }
 
     Chunk* m_Chunks; // the newest first
+    char* m_Free;    // the room left in the newest one
+    char* m_FreeEnd;
 };
 
 } // namespace qel

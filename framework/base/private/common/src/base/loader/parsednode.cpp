@@ -254,7 +254,6 @@ struct ParsedFile::Chunk
 {
     Chunk* next;
     u32 size; // bytes, this header included
-    u32 used;
 };
 
 namespace
@@ -279,17 +278,8 @@ ParsedFile::~ParsedFile()
     }
 }
 
-void* ParsedFile::Allocate(u32 size, u32 alignment)
+void* ParsedFile::AllocateInNewChunk(u32 size, u32 alignment)
 {
-    if (Chunk* chunk = m_Chunks)
-    {
-        const u32 at = (chunk->used + alignment - 1) & ~(alignment - 1);
-        if (u64(at) + size <= chunk->size)
-        {
-            chunk->used = at + size;
-            return reinterpret_cast<char*>(chunk) + at;
-        }
-    }
     u32 bytes = m_Chunks ? m_Chunks->size : kFirstChunk / 2;
     if (bytes < kLargestChunk)
         bytes *= 2;
@@ -298,7 +288,9 @@ void* ParsedFile::Allocate(u32 size, u32 alignment)
     void* made = Mem::GetGeneralAlloc()->Malloc(bytes);
     if (made == nullptr)
         return nullptr; // reported by the allocator
-    m_Chunks = new (made) Chunk{m_Chunks, bytes, sizeof(Chunk)};
+    m_Chunks = new (made) Chunk{m_Chunks, bytes};
+    m_Free = static_cast<char*>(made) + sizeof(Chunk);
+    m_FreeEnd = static_cast<char*>(made) + bytes;
     return Allocate(size, alignment);
 }
 
