@@ -101,6 +101,8 @@ private:
     // False without memory.
     bool NoteAdopted(const char* text);
     void ForgetAdopted(const char* text);
+    // The record of a text the pool handed out.
+    Record* HeldRecord(const char* pooled);
     // Drops the last reference of the record in `slot`.
     void Remove(Slot* slot);
 

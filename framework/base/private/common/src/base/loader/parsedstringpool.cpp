@@ -10,8 +10,8 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <functional>
 #include <cstring>
+#include <functional>
 
 namespace qel
 {
@@ -269,17 +269,24 @@ void ParsedStringPool::Release(const char* text)
         pool.Remove(slot);
 }
 
-void ParsedStringPool::AddHeld(const char* pooled)
+ParsedStringPool::Record* ParsedStringPool::HeldRecord(const char* pooled)
 {
-    ParsedStringPool& pool = GetSingletonInstance();
-    if (pool.m_AdoptedCount != 0 && pool.IsAdopted(pooled))
+    if (m_AdoptedCount != 0 && IsAdopted(pooled))
     {
-        Create(pooled, true); // found by its address
-        return;
+        u32 length;
+        const u32 hash = HashTerminated(pooled, length);
+        const Slot* slot = Find(pooled, length, hash);
+        QEL_ASSERT(ErrorManager::BaseCategory, Holds(*slot));
+        return RecordIn<Record>(*slot);
     }
     Record* record = reinterpret_cast<Record*>(const_cast<char*>(pooled)) - 1;
     QEL_ASSERT(ErrorManager::BaseCategory, record->references != 0 && !record->adopted);
-    ++record->references;
+    return record;
+}
+
+void ParsedStringPool::AddHeld(const char* pooled)
+{
+    ++GetSingletonInstance().HeldRecord(pooled)->references;
 }
 
 void ParsedStringPool::ReleaseHeld(const char* pooled)
@@ -287,14 +294,7 @@ void ParsedStringPool::ReleaseHeld(const char* pooled)
     ParsedStringPool& pool = GetSingletonInstance();
     if (pool.m_Count == 0)
         return; // the pool was emptied at exit
-    if (pool.m_AdoptedCount != 0 && pool.IsAdopted(pooled))
-    {
-        Release(pooled);
-        return;
-    }
-    Record* record = reinterpret_cast<Record*>(const_cast<char*>(pooled)) - 1;
-    QEL_ASSERT(ErrorManager::BaseCategory, record->references != 0 && !record->adopted);
-    if (--record->references != 0)
+    if (--pool.HeldRecord(pooled)->references != 0)
         return;
     u32 length;
     const u32 hash = HashTerminated(pooled, length);
