@@ -11,23 +11,17 @@ namespace qel
 namespace TextHash
 {
 
-// Eight or four bytes from `at` as a little-endian number.
-inline u64 Little8(const char* at)
+// The `sizeof(Word)` bytes at `at` as a little-endian number.
+template <class Word>
+inline u64 Little(const char* at)
 {
-    u64 value;
+    Word value;
     std::memcpy(&value, at, sizeof value);
 #if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-    value = __builtin_bswap64(value);
-#endif
-    return value;
-}
-
-inline u64 Little4(const char* at)
-{
-    u32 value;
-    std::memcpy(&value, at, sizeof value);
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-    value = __builtin_bswap32(value);
+    Word reversed = 0;
+    for (unsigned i = 0; i < sizeof value; ++i, value >>= 8)
+        reversed = Word(reversed << 8 | (value & 0xFF));
+    value = reversed;
 #endif
     return value;
 }
@@ -45,12 +39,12 @@ inline u32 Of(const char* text, u32 length)
     u64 hash = 0x243F6A8885A308D3ull;
     u32 left = length;
     for (; left > 8; left -= 8, text += 8)
-        hash = (hash ^ Little8(text)) * multiplier;
+        hash = (hash ^ Little<u64>(text)) * multiplier;
     u64 last = 0;
     if (ReadsPast)
-        last = left == 8 ? Little8(text) : Little8(text) & ~(~u64(0) << (8 * left));
+        last = left == 8 ? Little<u64>(text) : Little<u64>(text) & ~(~u64(0) << (8 * left));
     else if (left >= 4) // two words of four, which may overlap
-        last = Little4(text) | Little4(text + left - 4) << (8 * (left - 4));
+        last = Little<u32>(text) | Little<u32>(text + left - 4) << (8 * (left - 4));
     else if (left > 0) // the first, middle and last bytes, which may be the same
         last = u64(static_cast<unsigned char>(text[0])) |
                u64(static_cast<unsigned char>(text[left / 2])) << (8 * (left / 2)) |
