@@ -9,10 +9,12 @@
 // the last release through the allocator that owns it, if a page-based
 // allocator of the library does; a literal is left alone). When the general
 // allocator has no room, "Malloc failed: no more available memory" is
-// reported and Create returns null. A text already pooled keeps its pooled pointer whatever
-// `copy` says: trees and handles may be holding it. Search finds a text
-// without taking a reference. Release drops one reference; the last one
-// removes the text and frees it.
+// reported and Create returns null. A text already pooled keeps its pooled
+// pointer whatever `copy` says: trees and handles may be holding it. Search
+// finds a text without taking a reference. Release drops one reference of
+// the text equal to its argument; the last one removes the text and frees
+// it. A ParsedString counts its references by the pointer it holds,
+// without looking its text up.
 //
 // The pool is created on first use, from any static constructor too. It is
 // not locked: the parser, the loader and their handlers run on one thread.
