@@ -87,6 +87,18 @@ Record* RecordIn(u64 slot)
     return reinterpret_cast<Record*>(std::uintptr_t(slot & kAddressMask));
 }
 
+// The record in `slot` when it holds the text `text` of hash tag `tag`,
+// else null.
+template <class Record>
+Record* RecordHolding(u64 slot, u64 tag, const char* text, u32 length)
+{
+    if ((slot & ~kAddressMask) != tag || !Holds(slot))
+        return nullptr;
+    Record* record = RecordIn<Record>(slot);
+    const char* pooled = record->Text();
+    return pooled == text || SameText(pooled, text, length) ? record : nullptr;
+}
+
 } // namespace
 
 u32 ParsedStringPool::HashTerminated(const char* text, u32& length)
@@ -133,12 +145,9 @@ ParsedStringPool::Slot* ParsedStringPool::Find(const char* text, u32 length, u32
             if (!reusable)
                 reusable = &slot;
         }
-        else if ((slot & ~kAddressMask) == tag)
+        else if (RecordHolding<Record>(slot, tag, text, length))
         {
-            Record* record = RecordIn<Record>(slot);
-            const char* pooled = record->Text();
-            if (pooled == text || SameText(pooled, text, length))
-                return &slot;
+            return &slot;
         }
     }
 }
@@ -190,22 +199,15 @@ const char* ParsedStringPool::Create(const char* text, u32 length, bool copy)
 const char* ParsedStringPool::Intern(const char* text, u32 length, u32 hash, bool copy)
 {
     ParsedStringPool& pool = GetSingletonInstance();
+    // Most texts are pooled already, in the first slot they hash to: that
+    // case goes without a call.
     if (pool.m_Capacity != 0)
-    {
-        // Most texts are pooled already, in the first slot they hash to:
-        // that case goes without a call.
-        const Slot first = pool.m_Slots[hash & (pool.m_Capacity - 1)];
-        if ((first & ~kAddressMask) == TagOf(hash) && Holds(first))
+        if (Record* record = RecordHolding<Record>(pool.m_Slots[hash & (pool.m_Capacity - 1)],
+                                                   TagOf(hash), text, length))
         {
-            Record* record = RecordIn<Record>(first);
-            const char* pooled = record->Text();
-            if (SameText(pooled, text, length))
-            {
-                ++record->references;
-                return pooled;
-            }
+            ++record->references;
+            return record->Text();
         }
-    }
     if ((pool.m_Used + 1) * 2 > pool.m_Capacity && !pool.Grow())
         return nullptr;
     Slot* slot = pool.Find(text, length, hash);
