@@ -1,91 +1,115 @@
 // qeltool: the command-line face of qel Base.
+#include "command.h"
 #include "tour.h"
 
 #include <qel/version.h>
 
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
+
+namespace qeltool
+{
 
 namespace
 {
 
-const char kUsage[] = "usage: qeltool <command> [arguments]\n"
-                      "\n"
-                      "commands:\n"
-                      "  tour [DATA_DIR]   show each subsystem at work on the sample data\n"
-                      "                    (DATA_DIR defaults to ./samples)\n"
-                      "  mounts            print the file manager's mount table\n"
-                      "  resolve PATH...   print each virtual path's native path and mount\n"
-                      "  check FILE...     report the syntax errors of sectioned text files\n"
-                      "  print FILE        print a sectioned text file in its canonical form\n"
-                      "  find FILE^Type[:Name]...\n"
-                      "                    print the section a loader request finds\n"
-                      "  stream PATH RATE [SECONDS]\n"
-                      "                    read a file at RATE bytes per second (16M, 512k...)\n"
-                      "                    through a streaming request, for at most SECONDS\n"
-                      "  describe FILE...  print each resource file's header, version, class\n"
-                      "                    and, when beside it, its .dat description\n"
-                      "  xml FILE...       check XML documents and print their element trees\n"
-                      "\n"
-                      "options:\n"
-                      "  --help            print this text\n"
-                      "  --version         print the library's version and platform\n";
-
-int Tour(int argc, char** argv)
+int Tour(Arguments& arguments)
 {
-    qeltool::TourContext context;
-    context.dataDir = argc > 0 ? argv[0] : "samples";
-    if (context.dataDir.empty() || context.dataDir.back() != '/')
+    TourContext context;
+    context.dataDir = arguments.Count() > 0 ? arguments.operands[0] : "samples";
+    std::error_code error;
+    if (!std::filesystem::is_directory(context.dataDir, error))
+    {
+        std::fprintf(stderr, "%s: %s\n", context.dataDir.c_str(),
+                     error ? error.message().c_str() : "not a folder");
+        return ExitFailed;
+    }
+    if (context.dataDir.back() != '/')
         context.dataDir += '/';
-    qeltool::TourCore(context);
-    qeltool::TourMemory(context);
-    qeltool::TourThread(context);
-    qeltool::TourFiles(context);
-    qeltool::TourStreams(context);
-    qeltool::TourLoader(context);
-    qeltool::TourStreaming(context);
-    qeltool::TourSerialization(context);
-    qeltool::TourArchive(context);
-    qeltool::TourMarkup(context);
-    qeltool::TourGeometry(context);
-    return 0;
+    TourCore(context);
+    TourMemory(context);
+    TourThread(context);
+    TourFiles(context);
+    TourStreams(context);
+    TourLoader(context);
+    TourStreaming(context);
+    TourSerialization(context);
+    TourArchive(context);
+    TourMarkup(context);
+    TourGeometry(context);
+    return ExitDone;
+}
+
+int Mounts(Arguments&)
+{
+    PrintMountTable();
+    return ExitDone;
 }
 
 } // namespace
 
+const std::vector<Command>& Commands()
+{
+    static const std::vector<Command> kCommands = {
+        {"tour", "[DATA_DIR]", 0, 1, Tour, "show each subsystem at work on the sample data",
+         "DATA_DIR defaults to ./samples."},
+        {"mounts", "", 0, 0, Mounts, "print the file manager's mount table", ""},
+        {"resolve", "PATH...", 1, -1,
+         [](Arguments& a) { return ResolvePaths(a.Count(), a.Operands()); },
+         "print each virtual path's native path and mount", "Fails when a path is under no mount."},
+        {"check", "FILE...", 1, -1,
+         [](Arguments& a) { return CheckFiles(a.Count(), a.Operands()); },
+         "report the syntax errors of sectioned text files",
+         "Errors are written as FILE:LINE:COLUMN: message, with the tree trace."},
+        {"print", "FILE", 1, 1, [](Arguments& a) { return PrintFile(a.Count(), a.Operands()); },
+         "print a sectioned text file in its canonical form", ""},
+        {"find", "FILE^Type[:Name][^Type[:Name]...]", 1, 1,
+         [](Arguments& a) { return FindSection(a.Count(), a.Operands()); },
+         "print the section a loader request finds", "Fails when the file has no such section."},
+        {"stream", "PATH RATE [SECONDS]", 2, 3,
+         [](Arguments& a) { return StreamFile(a.Count(), a.Operands()); },
+         "read a file at RATE bytes per second through a streaming request",
+         "RATE is bytes per second from 4 up, with k or M for 1024 or 1048576 (16M, 512k);\n"
+         "the read stops after SECONDS when they are given. A live line shows the bytes\n"
+         "read, the rate achieved and the ring's fill, and a summary ends the run."},
+        {"describe", "FILE...", 1, -1,
+         [](Arguments& a) { return DescribeFiles(a.Count(), a.Operands()); },
+         "print each resource file's header, version and class",
+         "The .dat description beside a file is printed too."},
+        {"xml", "FILE...", 1, -1, [](Arguments& a) { return XmlTree(a.Count(), a.Operands()); },
+         "check XML documents and print their element trees",
+         "The first error of a document is written as FILE:LINE:COLUMN: message."},
+    };
+    return kCommands;
+}
+
+} // namespace qeltool
+
 int main(int argc, char** argv)
 {
-    if (argc < 2 || std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0)
+    using namespace qeltool;
+    if (argc < 2)
     {
-        std::fputs(kUsage, argc < 2 ? stderr : stdout);
-        return argc < 2 ? 2 : 0;
+        PrintUsage(stderr);
+        return ExitUsage;
     }
-    if (std::strcmp(argv[1], "--version") == 0)
+    const char* first = argv[1];
+    if (std::strcmp(first, "--help") == 0 || std::strcmp(first, "-h") == 0)
+    {
+        PrintUsage(stdout);
+        return ExitDone;
+    }
+    if (std::strcmp(first, "--version") == 0)
     {
         std::printf("qeltool %s (qel Base, %s)\n", qel::GetVersionString(), qel::GetPlatformName());
-        return 0;
+        return ExitDone;
     }
-    if (std::strcmp(argv[1], "tour") == 0)
-        return Tour(argc - 2, argv + 2);
-    if (std::strcmp(argv[1], "mounts") == 0)
-    {
-        qeltool::PrintMountTable();
-        return 0;
-    }
-    if (std::strcmp(argv[1], "resolve") == 0)
-        return qeltool::ResolvePaths(argc - 2, argv + 2);
-    if (std::strcmp(argv[1], "check") == 0)
-        return qeltool::CheckFiles(argc - 2, argv + 2);
-    if (std::strcmp(argv[1], "print") == 0)
-        return qeltool::PrintFile(argc - 2, argv + 2);
-    if (std::strcmp(argv[1], "find") == 0)
-        return qeltool::FindSection(argc - 2, argv + 2);
-    if (std::strcmp(argv[1], "stream") == 0)
-        return qeltool::StreamFile(argc - 2, argv + 2);
-    if (std::strcmp(argv[1], "describe") == 0)
-        return qeltool::DescribeFiles(argc - 2, argv + 2);
-    if (std::strcmp(argv[1], "xml") == 0)
-        return qeltool::XmlTree(argc - 2, argv + 2);
-    std::fprintf(stderr, "qeltool: unknown command '%s'\n\n%s", argv[1], kUsage);
-    return 2;
+    if (const Command* command = FindCommand(first))
+        return RunCommand(*command, argc - 2, argv + 2);
+    std::fprintf(stderr, "qeltool: unknown %s '%s'\n\n", first[0] == '-' ? "option" : "command",
+                 first);
+    PrintUsage(stderr);
+    return ExitUsage;
 }

@@ -213,9 +213,7 @@ void TourArchive(const TourContext&)
 
 int DescribeFiles(int count, char** paths)
 {
-    int status = count > 0 ? 0 : 1;
-    if (count == 0)
-        std::fprintf(stderr, "qeltool describe: no file given\n");
+    int status = 0;
     for (int i = 0; i < count; ++i)
     {
         const std::string local = std::filesystem::absolute(paths[i]).string();

@@ -61,7 +61,8 @@ int ResolvePaths(int count, char** paths)
                         resolved.GetMountPoint()->GetName());
         else
         {
-            std::printf("%s: Virtual path not found\n", paths[i]);
+            std::fflush(stdout); // the lines stay in order when both streams go to one place
+            std::fprintf(stderr, "%s: Virtual path not found\n", paths[i]);
             ++failures;
         }
     }

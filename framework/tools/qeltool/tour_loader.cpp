@@ -1,5 +1,6 @@
 // Tour section of the sectioned text format, and `qeltool check`, `print`
 // and `find`.
+#include "command.h"
 #include "tour.h"
 
 #include <qel/filemanager.h>
@@ -79,9 +80,7 @@ void TourLoader(const TourContext& context)
 
 int CheckFiles(int count, char** paths)
 {
-    int status = count > 0 ? 0 : 2;
-    if (count == 0)
-        std::fprintf(stderr, "qeltool check: no file given\n");
+    int status = 0;
     for (int i = 0; i < count; ++i)
     {
         qel::ParseError error{};
@@ -101,13 +100,8 @@ int CheckFiles(int count, char** paths)
     return status;
 }
 
-int PrintFile(int count, char** paths)
+int PrintFile(int, char** paths)
 {
-    if (count != 1)
-    {
-        std::fprintf(stderr, "usage: qeltool print FILE\n");
-        return 2;
-    }
     qel::ParseError error{};
     qel::ParsedFile* file = qel::Parser::CheckFile(VirtualPath(paths[0]).c_str(), error);
     if (file == nullptr)
@@ -117,15 +111,12 @@ int PrintFile(int count, char** paths)
     return 0;
 }
 
-int FindSection(int count, char** requests)
+int FindSection(int, char** requests)
 {
-    if (count != 1 || std::string(requests[0]).find('^') == std::string::npos)
-    {
-        std::fprintf(stderr, "usage: qeltool find FILE^Type[:Name][^Type[:Name]...]\n");
-        return 2;
-    }
     const std::string request = requests[0];
     const std::size_t caret = request.find('^');
+    if (caret == std::string::npos)
+        return UsageError("find", "the request has no '^' between the file and the section");
     std::string path = request.substr(0, caret);
     qel::ParseError error{};
     qel::ParsedFile* file = qel::Parser::CheckFile(VirtualPath(path.c_str()).c_str(), error);
@@ -140,7 +131,7 @@ int FindSection(int count, char** requests)
         PrintNode(*section);
     else
     {
-        std::printf("%s: no such section\n", request.c_str());
+        std::fprintf(stderr, "%s: no such section\n", request.c_str());
         status = 1;
     }
     delete file;

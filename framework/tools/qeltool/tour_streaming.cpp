@@ -1,5 +1,6 @@
 // Tour section and command of the streaming manager: a file read at a data
 // rate through a streaming request, its ring emptied as the bytes arrive.
+#include "command.h"
 #include "tour.h"
 
 #include <qel/clock.h>
@@ -138,19 +139,11 @@ void PrintSummary(const char* path, double rate, const StreamProgress& progress)
 
 int StreamFile(int count, char** args)
 {
-    if (count < 2 || count > 3)
-    {
-        std::fputs("usage: qeltool stream PATH RATE [SECONDS]\n", stderr);
-        return 2;
-    }
     const u64 rate = ParseRate(args[1]);
     const double limit = count == 3 ? std::strtod(args[2], nullptr) : 0;
     if (rate < 4 || (count == 3 && !(limit > 0)))
-    {
-        std::fprintf(stderr, "qeltool: RATE is bytes per second from 4 up (\"16M\", \"512k\"), "
-                             "SECONDS a positive number\n");
-        return 2;
-    }
+        return UsageError("stream", "RATE is bytes per second from 4 up (\"16M\", \"512k\"), "
+                                    "SECONDS a positive number");
     const std::string path = VirtualPath(args[0]);
     StreamingRequest* request = nullptr;
     try

@@ -55,9 +55,7 @@ void PrintElement(qel::MarkupSTL& doc, int depth)
 
 int XmlTree(int count, char** paths)
 {
-    int status = count > 0 ? 0 : 2;
-    if (count == 0)
-        std::fprintf(stderr, "qeltool xml: no file given\n");
+    int status = 0;
     for (int i = 0; i < count; ++i)
     {
         qel::MarkupSTL doc;

@@ -1,4 +1,4 @@
-// Umbrella header: every exported class of qel Base.
+// Umbrella header: every public header of qel Base.
 #pragma once
 
 #include <qel/allocationoperators.h>
@@ -34,6 +34,8 @@
 #include <qel/export.h>
 #include <qel/factory.h>
 #include <qel/file.h>
+#include <qel/filearchive.h>
+#include <qel/filearchivedatabase.h>
 #include <qel/fileexception.h>
 #include <qel/filemanager.h>
 #include <qel/fileposix.h>
@@ -42,6 +44,7 @@
 #include <qel/genericreader.h>
 #include <qel/genericserializer.h>
 #include <qel/genericwriter.h>
+#include <qel/geometryserialization.h>
 #include <qel/heapallocator.h>
 #include <qel/host.h>
 #include <qel/hybridallocator.h>
@@ -52,6 +55,7 @@
 #include <qel/inputstream.h>
 #include <qel/instancemanager.h>
 #include <qel/interface.h>
+#include <qel/loader.h>
 #include <qel/mallocallocator.h>
 #include <qel/markupstl.h>
 #include <qel/matrix3.h>
@@ -69,6 +73,10 @@
 #include <qel/pageallocator.h>
 #include <qel/pagemanager.h>
 #include <qel/pagerecordtable.h>
+#include <qel/parsednode.h>
+#include <qel/parsedstring.h>
+#include <qel/parsedstringpool.h>
+#include <qel/parser.h>
 #include <qel/pathobject.h>
 #include <qel/plane.h>
 #include <qel/poolallocator.h>
