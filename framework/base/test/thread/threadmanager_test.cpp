@@ -1,5 +1,6 @@
 // The thread manager: suspended start, the table, waiting, self-suspension
 // and priorities.
+#include <qel/poolallocator.h>
 #include <qel/threadmanager.h>
 
 #include "thread/waituntil.h"
@@ -8,6 +9,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <future>
 #include <thread>
 
 #if defined(__linux__)
@@ -48,6 +50,49 @@ TEST(ThreadManager, FinishedThreadLeavesTheTableAndWaitReturnsAtOnce)
     EXPECT_TRUE(WaitUntil([id] { return !ThreadManager::Resume(id); }));
     ThreadManager::Wait(qel::s32(id));
     EXPECT_FALSE(ThreadManager::Resume(0x7FFFFFF0));
+}
+
+// Whoever waits for a thread may tear the allocators down next (the
+// streaming manager's destructor does, at exit): by then the thread's
+// allocator caches must be back. A thread-local object of the thread, whose
+// destruction comes after everything else the thread ran, holds the thread
+// until the waiter has looked.
+TEST(ThreadManager, WaitReturnsOnlyAfterTheThreadsCachesWentBack)
+{
+#if defined(_WIN32)
+    GTEST_SKIP() << "a Windows thread counts as ended only after its thread-local objects are "
+                    "gone: the holding object would hold the waiter too";
+#else
+    struct Hold
+    {
+        std::shared_future<void> until;
+        ~Hold()
+        {
+            if (until.valid())
+                until.wait();
+        }
+    };
+    struct Shared
+    {
+        qel::PoolAllocator pool;
+        std::promise<void> looked;
+        std::shared_future<void> until = looked.get_future().share();
+        static void Run(void* self)
+        {
+            Shared& shared = *static_cast<Shared*>(self);
+            shared.pool.Free(shared.pool.Malloc(16)); // into this thread's cache
+            thread_local Hold hold;
+            hold.until = shared.until;
+        }
+    } shared;
+    shared.pool.EnableThreadCaches();
+    const u32 id = ThreadManager::Create(&Shared::Run, &shared, 0, 0, false);
+    ASSERT_NE(id, u32(ThreadManager::InvalidThreadId));
+    ThreadManager::Wait(qel::s32(id));
+    EXPECT_EQ(shared.pool.GetTotals().currentAllocations, 0u);
+    shared.looked.set_value();
+    EXPECT_TRUE(WaitUntil([id] { return !ThreadManager::Resume(id); }));
+#endif
 }
 
 TEST(ThreadManager, ThreadIdsAreTheThreadsOwn)

@@ -49,5 +49,16 @@ void ThreadSlotSet(void* value)
     pthread_setspecific(g_Key, value);
 }
 
+void ThreadSlotEndNow()
+{
+    if (g_AtExit == nullptr)
+        return;
+    void* value = pthread_getspecific(g_Key);
+    if (value == nullptr)
+        return;
+    pthread_setspecific(g_Key, nullptr);
+    g_AtExit(value);
+}
+
 } // namespace native
 } // namespace qel

@@ -33,6 +33,11 @@ inline void* ThreadSlotGet()
 // Sets the calling thread's value, to be handed to `atExit`.
 void ThreadSlotSet(void* value);
 
+// Hands the calling thread's value to `atExit` now rather than on the
+// thread's way out, and not again then: for a thread whose end others wait
+// for, as they may tear down what the value refers to next.
+void ThreadSlotEndNow();
+
 // Sets the value that ThreadSlotGet returns from now on without handing it
 // to `atExit`: what a thread's exit routine leaves behind.
 inline void ThreadSlotSetFinal(void* value)
