@@ -20,11 +20,17 @@ std::string S(const qel::MarkupSTL::String& s)
     return std::string(s.data(), s.size());
 }
 
-// The main element and everything under it, two spaces a level: the name,
-// the attributes and the data of an element without children.
-void PrintElement(qel::MarkupSTL& doc, int depth)
+// Deeper elements are indented as this level and say their own, so that a
+// document nested a million levels deep prints in lines of bounded length.
+const int kIndentedLevels = 40;
+
+// One element's line: the name, the attributes and the data of an element
+// without children, indented two spaces a level.
+void PrintLine(qel::MarkupSTL& doc, int depth)
 {
-    std::string line(std::size_t(depth) * 2, ' ');
+    std::string line(std::size_t(depth < kIndentedLevels ? depth : kIndentedLevels) * 2, ' ');
+    if (depth >= kIndentedLevels)
+        line += "(level " + std::to_string(depth) + ") ";
     line += S(doc.GetTagName());
     for (qel::u32 i = 0;; ++i)
     {
@@ -44,11 +50,35 @@ void PrintElement(qel::MarkupSTL& doc, int depth)
         line += ": " + (data.size() > 60 ? data.substr(0, 57) + "..." : data);
     }
     std::printf("%s\n", line.c_str());
-    doc.IntoElement();
-    doc.ResetMainPosition();
-    while (doc.FindElement())
-        PrintElement(doc, depth + 1);
-    doc.OutOfElement();
+}
+
+// The main element and everything under it, in document order. The walk
+// goes through the document's own navigation, so depth costs no stack.
+void PrintElement(qel::MarkupSTL& doc, int depth)
+{
+    int below = 0; // levels under the main element at the start
+    for (;;)
+    {
+        PrintLine(doc, depth + below);
+        doc.IntoElement();
+        doc.ResetMainPosition();
+        if (doc.FindElement())
+        {
+            ++below;
+            continue;
+        }
+        // Back up to the next sibling, never past the element itself.
+        doc.OutOfElement();
+        for (;;)
+        {
+            if (below == 0)
+                return;
+            if (doc.FindElement())
+                break;
+            doc.OutOfElement();
+            --below;
+        }
+    }
 }
 
 } // namespace

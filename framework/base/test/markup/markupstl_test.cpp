@@ -125,6 +125,45 @@ TEST(MarkupCheck, TheFirstErrorWithItsLineAndColumn)
     }
 }
 
+// A million levels: checking, navigation, edits and removal walk the index
+// without recursion, on the thread's own stack (1-2 MB on Windows).
+TEST(MarkupDepth, AMillionLevelsNeedNoStack)
+{
+    const qel::u32 depth = 1000000;
+    std::string text;
+    for (qel::u32 i = 0; i < depth; ++i)
+        text += "<a>";
+    text += "x";
+    for (qel::u32 i = 0; i < depth; ++i)
+        text += "</a>";
+
+    MarkupSTL cut; // the document ends with a million elements open
+    EXPECT_FALSE(cut.SetDocument(text.data(), depth * 3));
+    EXPECT_EQ(cut.GetErrorColumn(), depth * 3 + 1);
+    text[text.size() - 2] = 'b'; // the root's end tag does not match
+    EXPECT_FALSE(cut.SetDocument(text.data(), qel::u32(text.size())));
+    EXPECT_EQ(cut.GetErrorColumn(), text.size() - 1);
+    text[text.size() - 2] = 'a';
+
+    MarkupSTL doc;
+    ASSERT_TRUE(doc.SetDocument(text.data(), qel::u32(text.size()))) << doc.GetError();
+    EXPECT_EQ(doc.GetElementCount(), depth);
+    ASSERT_TRUE(doc.FindElement());
+    qel::u32 levels = 1;
+    for (; doc.FindChildElement(); ++levels)
+        doc.IntoElement();
+    EXPECT_EQ(levels, depth);
+    EXPECT_EQ(S(doc.GetData()), "x");
+    ASSERT_TRUE(doc.AddChildElement("b", "y"));
+    EXPECT_EQ(S(doc.GetChildData()), "y");
+    for (qel::u32 i = 1; i < depth; ++i)
+        ASSERT_TRUE(doc.OutOfElement());
+    EXPECT_FALSE(doc.OutOfElement());
+    ASSERT_TRUE(doc.RemoveElement());
+    EXPECT_EQ(doc.GetElementCount(), 0u);
+    EXPECT_EQ(S(doc.GetDocument()), "");
+}
+
 // ---- edits against a model --------------------------------------------------------
 
 struct Node

@@ -75,7 +75,7 @@ public:
                 return Fail("a second root element");
             else
             {
-                if (!ReadElement(0))
+                if (!ReadElement())
                     return false;
                 root = true;
             }
@@ -284,7 +284,9 @@ private:
         return nullptr;
     }
 
-    bool ReadElement(u32 parent)
+    // Reads the start tag at m_At into the index, under `parent`; `open`
+    // is false for an empty-element tag.
+    bool ReadStartTag(u32 parent, u32& index, bool& open)
     {
         Index& elements = m_Document.m_Elements;
         const char* tag = m_At;
@@ -293,7 +295,7 @@ private:
         u32 length;
         if (!ReadName(name, length) || !ReadAttributes(tag))
             return false;
-        const u32 index = u32(elements.size());
+        index = u32(elements.size());
         Element element{u32(tag - m_Begin), length, 0, 0, 0, parent, 0, 0, 0, 0};
         Element& up = elements[parent];
         element.previousSibling = up.lastChild;
@@ -303,58 +305,32 @@ private:
             up.firstChild = index;
         up.lastChild = index;
         ++m_Document.m_Count;
-        if (*m_At == '/')
+        open = *m_At != '/';
+        if (!open)
         {
             if (m_End - m_At < 2 || m_At[1] != '>')
                 return Fail("'>' was expected after '/'");
             m_At += 2;
             element.contentStart = element.contentEnd = element.end = u32(m_At - m_Begin);
-            elements.push_back(element);
-            return true;
         }
-        ++m_At; // '>'
-        element.contentStart = u32(m_At - m_Begin);
+        else
+            element.contentStart = u32(++m_At - m_Begin);
         elements.push_back(element);
-        for (;;)
-        {
-            const char* lt =
-                static_cast<const char*>(std::memchr(m_At, '<', std::size_t(m_End - m_At)));
-            if (lt == nullptr)
-            {
-                m_At = m_End;
-                return Fail("the document ends inside an element");
-            }
-            if (!CheckReferences(m_At, lt))
-                return false;
-            m_At = lt;
-            if (m_End - m_At >= 2 && m_At[1] == '/')
-                break;
-            if (StartsWith("<!--"))
-            {
-                if (!SkipPast("-->", "a comment"))
-                    return false;
-            }
-            else if (StartsWith("<![CDATA["))
-            {
-                if (!SkipPast("]]>", "a CDATA section"))
-                    return false;
-            }
-            else if (StartsWith("<?"))
-            {
-                if (!SkipPast("?>", "a processing instruction"))
-                    return false;
-            }
-            else if (!ReadElement(index))
-                return false;
-        }
-        Element& done = elements[index];
+        return true;
+    }
+
+    // Reads the end tag at m_At ("</"), which closes `element`.
+    bool ReadEndTag(u32 element)
+    {
+        Element& done = m_Document.m_Elements[element];
         done.contentEnd = u32(m_At - m_Begin);
         m_At += 2;
         const char* closing;
         u32 closingLength;
         if (!ReadName(closing, closingLength))
             return false;
-        if (closingLength != length || std::memcmp(closing, name, length) != 0)
+        if (closingLength != done.nameLength ||
+            std::memcmp(closing, m_Begin + done.start + 1, closingLength) != 0)
         {
             m_At = closing;
             return Fail("the end tag does not match the start tag");
@@ -365,6 +341,63 @@ private:
         ++m_At;
         done.end = u32(m_At - m_Begin);
         return true;
+    }
+
+    // Reads the root element and all it holds. The open elements are the
+    // chain of parents in the index, so depth costs no stack.
+    bool ReadElement()
+    {
+        const Index& elements = m_Document.m_Elements;
+        u32 open = 0; // the innermost open element
+        for (;;)
+        {
+            u32 index;
+            bool opened;
+            if (!ReadStartTag(open, index, opened))
+                return false;
+            if (opened)
+                open = index;
+            // The content up to the next start tag, closing elements on the
+            // way.
+            for (;;)
+            {
+                if (open == 0)
+                    return true;
+                const char* lt =
+                    static_cast<const char*>(std::memchr(m_At, '<', std::size_t(m_End - m_At)));
+                if (lt == nullptr)
+                {
+                    m_At = m_End;
+                    return Fail("the document ends inside an element");
+                }
+                if (!CheckReferences(m_At, lt))
+                    return false;
+                m_At = lt;
+                if (m_End - m_At >= 2 && m_At[1] == '/')
+                {
+                    if (!ReadEndTag(open))
+                        return false;
+                    open = elements[open].parent;
+                }
+                else if (StartsWith("<!--"))
+                {
+                    if (!SkipPast("-->", "a comment"))
+                        return false;
+                }
+                else if (StartsWith("<![CDATA["))
+                {
+                    if (!SkipPast("]]>", "a CDATA section"))
+                        return false;
+                }
+                else if (StartsWith("<?"))
+                {
+                    if (!SkipPast("?>", "a processing instruction"))
+                        return false;
+                }
+                else
+                    break;
+            }
+        }
     }
 
     MarkupSTL& m_Document;
@@ -881,13 +914,21 @@ bool MarkupSTL::InsertChildElement(const char* name, const char* data)
 
 void MarkupSTL::Unlink(u32 element)
 {
-    // The element and everything under it leave the index.
-    Element& e = m_Elements[element];
-    for (u32 child = e.firstChild; child != 0;)
+    // Everything under the element leaves the index, walked in document
+    // order without a stack; its own links go last.
+    for (u32 at = m_Elements[element].firstChild; at != 0;)
     {
-        const u32 next = m_Elements[child].nextSibling;
-        Unlink(child);
-        child = next;
+        Element& e = m_Elements[at];
+        e.nameLength = kRemoved;
+        --m_Count;
+        if (e.firstChild != 0)
+        {
+            at = e.firstChild;
+            continue;
+        }
+        while (at != element && m_Elements[at].nextSibling == 0)
+            at = m_Elements[at].parent;
+        at = at == element ? 0 : m_Elements[at].nextSibling;
     }
     Element& gone = m_Elements[element];
     Element& up = m_Elements[gone.parent];
