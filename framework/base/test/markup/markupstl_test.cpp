@@ -125,6 +125,115 @@ TEST(MarkupCheck, TheFirstErrorWithItsLineAndColumn)
     }
 }
 
+// ---- XML as real files are written --------------------------------------------
+
+std::string Utf16(const std::string& ascii, bool little, bool mark)
+{
+    std::string bytes = mark ? (little ? "\xFF\xFE" : "\xFE\xFF") : "";
+    for (char c : ascii)
+    {
+        const char unit[2] = {little ? c : '\0', little ? '\0' : c};
+        bytes.append(unit, 2);
+    }
+    return bytes;
+}
+
+std::string Laughs()
+{
+    std::string text = "<!DOCTYPE a [<!ENTITY l0 \"lol\">";
+    for (int i = 1; i <= 10; ++i)
+    {
+        text += "<!ENTITY l" + std::to_string(i) + " \"";
+        for (int j = 0; j < 10; ++j)
+            text += "&l" + std::to_string(i - 1) + ";";
+        text += "\">";
+    }
+    return text + "]>\n<a>&l10;</a>";
+}
+
+// Each document read (line 0) with the root's data and attribute "a", or
+// refused at LINE:COLUMN with a message holding `error`. A row refused in
+// strict mode is read in lenient mode.
+TEST(MarkupXml, EncodingsEntitiesLineEndsAndStrictness)
+{
+    const struct
+    {
+        std::string text;
+        bool strict;
+        const char* data;
+        const char* attribute;
+        unsigned line, column;
+        const char* error;
+    } cases[] = {
+        // encodings
+        {Utf16("<a a='\xE9'>z</a>", true, true), false, "z", "\xC3\xA9", 0, 0, ""},
+        {Utf16("<?xml version='1.0' encoding='UTF-16'?><a>z</a>", false, false), true, "z", "", 0,
+         0, ""},
+        {"<?xml version='1.0' encoding='ISO-8859-1'?>\n<a a='\xE9'>\xFF</a>", true, "\xC3\xBF",
+         "\xC3\xA9", 0, 0, ""},
+        {"<?xml version='1.0' encoding='Shift_JIS'?><a/>", false, "", "", 1, 31, "Shift_JIS"},
+        {"<?xml version='1.0' encoding='utf-16'?><a/>", false, "", "", 1, 31, "utf-16"},
+        {Utf16("<?xml version='1.0' encoding='UTF-8'?><a/>", true, true), false, "", "", 1, 31,
+         "UTF-8"},
+        {std::string("<\0a\0\0\xDC", 6), false, "", "", 1, 3, "UTF-16"},
+        // the internal subset
+        {"<!DOCTYPE a [<!ENTITY e 'p&#10;q'>]><a a='&e;'>&e;</a>", true, "p\nq", "p q", 0, 0, ""},
+        {"<!DOCTYPE a [<!ENTITY e '&f;!'><!ENTITY f '&#38;amp;'>]><a>&e;</a>", false, "&!", "", 0,
+         0, ""},
+        {"<!DOCTYPE a [<!ENTITY x ']'><!-- ] --><?p ]?><!ATTLIST a b CDATA ']'>]><a>&x;</a>", true,
+         "]", "", 0, 0, ""},
+        {Laughs(), false, "", "", 2, 4, "expan"},
+        {"<!DOCTYPE a [<!ENTITY a '&b;'><!ENTITY b '&a;'>]>\n<a>&a;</a>", false, "", "", 2, 4,
+         "itself"},
+        {"<!DOCTYPE a [<!ENTITY m '<b/>'>]><a>&m;</a>", false, "", "", 1, 37, "markup"},
+        {"<!DOCTYPE a [<!ENTITY x SYSTEM 'x.xml'>]><a>&x;</a>", false, "", "", 1, 45, "external"},
+        {"<!DOCTYPE a SYSTEM 'a.dtd'><a a='&nbsp;'>&nbsp;x</a>", false, "&nbsp;x", "&nbsp;", 0, 0,
+         ""},
+        {"<?xml version='1.0' standalone='yes'?><!DOCTYPE a SYSTEM 'a.dtd'><a>&nbsp;</a>", false,
+         "", "", 1, 69, "nbsp"},
+        {"<a>\n &nbsp;</a>", false, "", "", 2, 2, "nbsp"},
+        {"<!DOCTYPE a [<!ENTITY e 'x'>", false, "", "", 1, 29, "DOCTYPE"},
+        // line ends and attribute values
+        {"<a a='x\r\ny\tz&#10;&#13;w'>x\r\ny\rz<![CDATA[1\r\n2\r3]]></a>", false, "x\ny\nz1\n2\n3",
+         "x y z\n\rw", 0, 0, ""},
+        // lenient unless strict
+        {"", true, "", "", 1, 1, "root"},
+        {"<!-- c -->", true, "", "", 1, 11, "root"},
+        {"<a><!-- x -- y --></a>", true, "", "", 1, 11, "--"},
+        {"<a><!-- x ---></a>", true, "", "", 1, 11, "--"},
+        {"<a>\xFF</a>", true, "", "", 1, 4, "UTF-8"},
+        {"<a>\n\x01</a>", true, "", "", 2, 1, "control"},
+        {"<a>x]]></a>", true, "", "", 1, 5, "]]>"},
+        {"<a/><?xml version='1.0'?>", true, "", "", 1, 5, "declaration"},
+        {"<!DOCTYPE a><!DOCTYPE a><a/>", true, "", "", 1, 13, "DOCTYPE"},
+    };
+    for (const auto& c : cases)
+    {
+        MarkupSTL doc;
+        doc.SetStrict(c.strict);
+        const bool good = doc.SetDocument(c.text.data(), qel::u32(c.text.size()));
+        if (c.line == 0)
+        {
+            ASSERT_TRUE(good) << c.text << ": " << doc.GetError();
+            ASSERT_TRUE(doc.FindElement("a")) << c.text;
+            EXPECT_EQ(S(doc.GetData()), c.data) << c.text;
+            EXPECT_EQ(S(doc.GetAttribute("a")), c.attribute) << c.text;
+            continue;
+        }
+        EXPECT_FALSE(good) << c.text;
+        EXPECT_EQ(doc.GetErrorLine(), c.line) << c.text << ": " << doc.GetError();
+        EXPECT_EQ(doc.GetErrorColumn(), c.column) << c.text << ": " << doc.GetError();
+        EXPECT_NE(std::string(doc.GetError()).find(c.error), std::string::npos)
+            << c.text << ": " << doc.GetError();
+        if (c.strict)
+        {
+            MarkupSTL lenient;
+            EXPECT_TRUE(lenient.SetDocument(c.text.data(), qel::u32(c.text.size())))
+                << c.text << ": " << lenient.GetError();
+        }
+    }
+}
+
 // A million levels: checking, navigation, edits and removal walk the index
 // without recursion, on the thread's own stack (1-2 MB on Windows).
 TEST(MarkupDepth, AMillionLevelsNeedNoStack)
