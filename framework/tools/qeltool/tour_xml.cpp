@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 namespace qeltool
@@ -24,6 +25,28 @@ std::string S(const qel::MarkupSTL::String& s)
 // document nested a million levels deep prints in lines of bounded length.
 const int kIndentedLevels = 40;
 
+// A text as it may stand on one line: control characters (line breaks
+// included) as character references, and in an attribute value '&', '<'
+// and '"' escaped as XML would write them.
+std::string OneLine(const std::string& text, bool attribute)
+{
+    std::string line;
+    for (char c : text)
+    {
+        if (static_cast<unsigned char>(c) < 0x20)
+            line += "&#" + std::to_string(int(c)) + ';';
+        else if (attribute && c == '&')
+            line += "&amp;";
+        else if (attribute && c == '<')
+            line += "&lt;";
+        else if (attribute && c == '"')
+            line += "&quot;";
+        else
+            line += c;
+    }
+    return line;
+}
+
 // One element's line: the name, the attributes and the data of an element
 // without children, indented two spaces a level.
 void PrintLine(qel::MarkupSTL& doc, int depth)
@@ -37,7 +60,7 @@ void PrintLine(qel::MarkupSTL& doc, int depth)
         const std::string name = S(doc.GetAttributeName(i));
         if (name.empty())
             break;
-        line += ' ' + name + "=\"" + S(doc.GetAttribute(name.c_str())) + '"';
+        line += ' ' + name + "=\"" + OneLine(S(doc.GetAttribute(name.c_str())), true) + '"';
     }
     std::string data = S(doc.GetData());
     const std::size_t first = data.find_first_not_of(" \t\n");
@@ -47,7 +70,7 @@ void PrintLine(qel::MarkupSTL& doc, int depth)
         for (char& c : data)
             if (c == '\n' || c == '\t')
                 c = ' ';
-        line += ": " + (data.size() > 60 ? data.substr(0, 57) + "..." : data);
+        line += ": " + OneLine(data.size() > 60 ? data.substr(0, 57) + "..." : data, false);
     }
     std::printf("%s\n", line.c_str());
 }
@@ -85,12 +108,41 @@ void PrintElement(qel::MarkupSTL& doc, int depth)
 
 int XmlTree(int count, char** paths)
 {
-    int status = count > 0 ? 0 : 2;
-    if (count == 0)
-        std::fprintf(stderr, "qeltool xml: no file given\n");
+    static const char kUsage[] =
+        "usage: qeltool xml [--strict] FILE...\n"
+        "  check XML documents and print their element trees\n"
+        "  --strict   also refuse what lenient readers accept: no root element,\n"
+        "             '--' in a comment, bytes that are not UTF-8, control\n"
+        "             characters, ']]>' in text, a late XML declaration, two DOCTYPEs\n";
+    bool strict = false;
+    int files = 0;
     for (int i = 0; i < count; ++i)
     {
+        if (std::strcmp(paths[i], "--help") == 0)
+        {
+            std::fputs(kUsage, stdout);
+            return 0;
+        }
+        if (std::strcmp(paths[i], "--strict") == 0)
+            strict = true;
+        else if (paths[i][0] == '-' && paths[i][1] != 0)
+        {
+            std::fprintf(stderr, "qeltool xml: unknown option '%s'\n%s", paths[i], kUsage);
+            return 2;
+        }
+        else
+            paths[files++] = paths[i];
+    }
+    if (files == 0)
+    {
+        std::fprintf(stderr, "qeltool xml: no file given\n%s", kUsage);
+        return 2;
+    }
+    int status = 0;
+    for (int i = 0; i < files; ++i)
+    {
         qel::MarkupSTL doc;
+        doc.SetStrict(strict);
         if (!doc.Load(VirtualPath(paths[i]).c_str()))
         {
             status = 1;
@@ -101,7 +153,7 @@ int XmlTree(int count, char** paths)
                              unsigned(doc.GetErrorColumn()), doc.GetError());
             continue;
         }
-        if (count > 1)
+        if (files > 1)
             std::printf("%s:\n", paths[i]);
         if (doc.FindElement())
             PrintElement(doc, 0);
