@@ -147,18 +147,39 @@ public:
 
     // ---- navigation
     // Back to the document level, before its root.
-    void ResetPosition();
+    void ResetPosition() { m_Position = Position{0, 0, 0}; }
     // Back to before the first element of the current level / the first
     // child of the main element.
-    void ResetMainPosition();
-    void ResetChildPosition();
+    void ResetMainPosition() { m_Position.main = m_Position.child = 0; }
+    void ResetChildPosition() { m_Position.child = 0; }
     // The next element of the current level, with the given tag name if
     // one is given; false (the position unchanged) when there is none.
-    bool FindElement(const char* name = nullptr);
+    bool FindElement(const char* name = nullptr)
+    {
+        const u32 found = NextSibling(m_Position.main, m_Position.parent, name);
+        if (found == 0)
+            return false;
+        m_Position.main = found;
+        m_Position.child = 0;
+        return true;
+    }
     bool FindChildElement(const char* name = nullptr);
     // False when there is no main element / no parent to go back to.
-    bool IntoElement();
-    bool OutOfElement();
+    bool IntoElement()
+    {
+        if (m_Position.main == 0)
+            return false;
+        m_Position = Position{m_Position.main, m_Position.child, 0};
+        return true;
+    }
+    bool OutOfElement()
+    {
+        if (m_Position.parent == 0)
+            return false;
+        m_Position =
+            Position{m_Elements[m_Position.parent].parent, m_Position.parent, m_Position.main};
+        return true;
+    }
     Position GetPosition() const { return m_Position; }
     // A position taken from this document since its last SetDocument, Load
     // or removal.
@@ -253,7 +274,16 @@ private:
     bool Parse(const char* failure = nullptr, u32 offset = 0);
     void SetError(const char* message, u32 offset);
     bool Matches(u32 element, const char* name) const;
-    u32 NextSibling(u32 after, u32 parent, const char* name) const;
+    // The next element under `parent` after `after` (from the first for 0)
+    // with the name, if one is given.
+    u32 NextSibling(u32 after, u32 parent, const char* name) const
+    {
+        u32 at = after ? m_Elements[after].nextSibling : m_Elements[parent].firstChild;
+        if (name != nullptr)
+            at = NextNamed(at, name);
+        return at;
+    }
+    u32 NextNamed(u32 at, const char* name) const;
     String TagName(u32 element) const;
     String Data(u32 element) const;
     String Attribute(u32 element, const char* name) const;
@@ -298,6 +328,7 @@ private:
     u32 m_Count = 0;
     Position m_Position{0, 0, 0};
     String m_Error;
+    String m_Scratch; // the text an edit puts in
     u32 m_ErrorLine = 0;
     u32 m_ErrorColumn = 0;
 };

@@ -395,6 +395,9 @@ private:
                 if (!NeedSpace("white space was expected after NDATA") ||
                     !ReadName(notation, notationLength))
                     return false;
+                entity.external = false; // unparsed: no reference may name it
+                entity.state = kBad;
+                entity.error = "is an unparsed entity, which no reference may name";
             }
         }
         SkipSpace();
@@ -529,7 +532,7 @@ private:
                 e.length += semicolon + 1 - amp;
             }
             else if (inner->external)
-                error = "refers to an external entity, which is not read";
+                e.length += semicolon + 1 - amp; // not read: kept as text
             else if (inner->state == kChecking)
                 error = "refers to itself";
             else if (inner->state == kBad)
@@ -596,10 +599,12 @@ private:
             return m_Document.m_KeepUnknownEntities ||
                    Fail(Quoted("the entity", name, std::size_t(end - name), "is not declared")
                             .c_str());
-        if (entity->external)
+        if (entity->external && attribute)
             return Fail(Quoted("the entity", name, std::size_t(end - name),
-                               "is external, which is not read")
+                               "is external, which an attribute value cannot refer to")
                             .c_str());
+        if (entity->external)
+            return true; // not read: kept as text
         if (!CheckEntity(*entity))
             return Fail(Quoted("the entity", name, std::size_t(end - name), entity->error).c_str());
         if (entity->markup)

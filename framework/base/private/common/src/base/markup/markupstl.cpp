@@ -148,46 +148,18 @@ bool MarkupSTL::WriteFile(const char* path, const String& bytes)
 
 // ---- navigation -----------------------------------------------------------------
 
-void MarkupSTL::ResetPosition()
-{
-    m_Position = Position{0, 0, 0};
-}
-
-void MarkupSTL::ResetMainPosition()
-{
-    m_Position.main = m_Position.child = 0;
-}
-
-void MarkupSTL::ResetChildPosition()
-{
-    m_Position.child = 0;
-}
-
 bool MarkupSTL::Matches(u32 element, const char* name) const
 {
-    if (name == nullptr)
-        return true;
     const Element& e = m_Elements[element];
     return std::strncmp(m_Text->At(e.start) + 1, name, e.nameLength) == 0 &&
            name[e.nameLength] == 0;
 }
 
-u32 MarkupSTL::NextSibling(u32 after, u32 parent, const char* name) const
+u32 MarkupSTL::NextNamed(u32 at, const char* name) const
 {
-    u32 at = after ? m_Elements[after].nextSibling : m_Elements[parent].firstChild;
     while (at != 0 && !Matches(at, name))
         at = m_Elements[at].nextSibling;
     return at;
-}
-
-bool MarkupSTL::FindElement(const char* name)
-{
-    const u32 found = NextSibling(m_Position.main, m_Position.parent, name);
-    if (found == 0)
-        return false;
-    m_Position.main = found;
-    m_Position.child = 0;
-    return true;
 }
 
 bool MarkupSTL::FindChildElement(const char* name)
@@ -198,22 +170,6 @@ bool MarkupSTL::FindChildElement(const char* name)
     if (found == 0)
         return false;
     m_Position.child = found;
-    return true;
-}
-
-bool MarkupSTL::IntoElement()
-{
-    if (m_Position.main == 0)
-        return false;
-    m_Position = Position{m_Position.main, m_Position.child, 0};
-    return true;
-}
-
-bool MarkupSTL::OutOfElement()
-{
-    if (m_Position.parent == 0)
-        return false;
-    m_Position = Position{m_Elements[m_Position.parent].parent, m_Position.parent, m_Position.main};
     return true;
 }
 
@@ -268,7 +224,7 @@ void MarkupSTL::Decode(const char* from, const char* to, bool attribute, String&
                 static_cast<const char*>(std::memchr(at, ';', std::size_t(end - at)));
             const Entity* entity =
                 semicolon ? FindEntity(at + 1, std::size_t(semicolon - at - 1)) : nullptr;
-            if (entity == nullptr)
+            if (entity == nullptr || entity->external)
             {
                 // Kept as text: the check let it through.
                 const char* past = semicolon ? semicolon + 1 : at + 1;
@@ -488,65 +444,65 @@ u32 MarkupSTL::AddUnder(u32 parent, u32 before, const char* name, const char* da
     if (parent == 0 && m_Elements[0].firstChild != 0)
         return 0; // one root only
     CompactIfWasteful();
-    String element("<");
-    element.append(name, nameLength);
-    u32 contentLength = 0;
-    if (data != nullptr)
-    {
-        element += '>';
-        const std::size_t open = element.size();
-        XmlText::Escape(data, std::strlen(data), false,
-                        [&element](const char* piece, std::size_t size)
-                        { element.append(piece, size); });
-        contentLength = u32(element.size() - open);
-        element += "</";
-        element.append(name, nameLength);
-        element += '>';
-    }
-    else
-        element += "/>";
-
     // Where it goes, and the line break and indentation around it.
-    Mark at;
-    String text;
-    u32 lead = 0; // characters before the element's '<'
+    Mark at{MarkupText::kNone, false};
+    u32 spacesBefore = 0, spacesAfter = 0; // spaces after the line break before it, and after
+    bool breakBefore = false, breakAfter = false;
     if (parent == 0)
     {
-        at = Mark{MarkupText::kNone, false};
         const u32 last = m_Text->Last();
-        if (last != MarkupText::kNone && *m_Text->At(last) != '\n')
-            text += '\n';
-        lead = u32(text.size());
-        text += element;
-        text += '\n';
+        breakBefore = last != MarkupText::kNone && *m_Text->At(last) != '\n';
+        breakAfter = true;
     }
     else
     {
         Open(parent);
         const Element& up = m_Elements[parent];
-        const String indent(Depth(parent) * kTabulation, ' ');
+        const u32 indent = Depth(parent) * kTabulation;
         if (before != 0)
         {
             at = Mark{m_Elements[before].start, false};
-            text = element + '\n' + indent;
+            breakAfter = true, spacesAfter = indent;
         }
         else if (up.lastChild != 0)
         {
             at = Mark{m_Elements[up.lastChild].end, true};
-            text = '\n' + indent + element;
-            lead = u32(text.size() - element.size());
+            breakBefore = true, spacesBefore = indent;
         }
         else if (m_Text->Next(up.open) == up.close)
         {
             at = Mark{up.open, true};
-            text = '\n' + indent + element + '\n' + String((Depth(parent) - 1) * kTabulation, ' ');
-            lead = 1 + u32(indent.size());
+            breakBefore = true, spacesBefore = indent;
+            breakAfter = true, spacesAfter = indent - kTabulation;
         }
         else
             at = Mark{up.close, false}; // after the element's text
-        if (text.empty())
-            text = element;
     }
+    String& text = m_Scratch; // its room kept from edit to edit
+    text.clear();
+    if (breakBefore)
+        text += '\n';
+    text.append(spacesBefore, ' ');
+    const u32 lead = u32(text.size()); // characters before the element's '<'
+    text += '<';
+    text.append(name, nameLength);
+    u32 contentLength = 0;
+    if (data != nullptr)
+    {
+        text += '>';
+        const std::size_t open = text.size();
+        XmlText::Escape(data, std::strlen(data), false,
+                        [&text](const char* piece, std::size_t size) { text.append(piece, size); });
+        contentLength = u32(text.size() - open);
+        text += "</";
+        text.append(name, nameLength);
+        text += '>';
+    }
+    else
+        text += "/>";
+    if (breakAfter)
+        text += '\n';
+    text.append(spacesAfter, ' ');
     const u32 stored = m_Text->Replace(at, at, text.data(), u32(text.size()));
 
     Element made{};
@@ -739,7 +695,8 @@ bool MarkupSTL::SetData(u32 element, const char* data)
         Unlink(child);
         child = next;
     }
-    String text;
+    String& text = m_Scratch; // its room kept from edit to edit
+    text.clear();
     if (data != nullptr)
         XmlText::Escape(data, std::strlen(data), false,
                         [&text](const char* piece, std::size_t size) { text.append(piece, size); });
@@ -754,35 +711,39 @@ bool MarkupSTL::SetAttribute(u32 element, const char* name, const char* value)
     if (element == 0 || !XmlText::IsName(name, nameLength))
         return false;
     CompactIfWasteful();
-    String escaped;
-    XmlText::Escape(value ? value : "", value ? std::strlen(value) : 0, true,
-                    [&escaped](const char* piece, std::size_t size)
-                    { escaped.append(piece, size); });
     // The start tag is written anew, so that it stays one run of text.
     const Element& e = m_Elements[element];
-    const String tag(m_Text->At(e.start), e.open + 1 - e.start);
-    String retagged;
+    const char* tag = m_Text->At(e.start);
+    const std::size_t length = e.open + 1 - e.start;
+    String& retagged = m_Scratch;
+    retagged.clear();
+    auto escape = [&retagged](const char* piece, std::size_t size)
+    { retagged.append(piece, size); };
     Span found;
     if (FindAttribute(element, name, found))
     {
         // Replaced between its quotes; a value in single quotes gets double
         // ones, which the escaping is for.
-        retagged.assign(tag, 0, found.start - 1);
-        retagged += '"' + escaped + '"';
-        retagged.append(tag, found.end + 1, String::npos);
+        retagged.assign(tag, found.start - 1);
+        retagged += '"';
+        XmlText::Escape(value ? value : "", value ? std::strlen(value) : 0, true, escape);
+        retagged += '"';
+        retagged.append(tag + found.end + 1, length - found.end - 1);
     }
     else
     {
-        std::size_t close = tag.size() - 1; // the '>'
+        std::size_t close = length - 1; // the '>'
         if (e.end == e.open)
             --close; // the '/'
         while (XmlText::IsSpace(tag[close - 1]))
             --close;
-        retagged.assign(tag, 0, close);
+        retagged.assign(tag, close);
         retagged += ' ';
         retagged.append(name, nameLength);
-        retagged += "=\"" + escaped + '"';
-        retagged.append(tag, close, String::npos);
+        retagged += "=\"";
+        XmlText::Escape(value ? value : "", value ? std::strlen(value) : 0, true, escape);
+        retagged += '"';
+        retagged.append(tag + close, length - close);
     }
     Retag(element, retagged);
     return true;

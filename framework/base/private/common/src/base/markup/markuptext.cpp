@@ -1,14 +1,23 @@
 #include "base/markup/markuptext.h"
 
+#include <algorithm>
+
 namespace qel
 {
 
 void MarkupText::Assign(String&& text)
 {
     m_Source.swap(text);
+    Reset();
+}
+
+void MarkupText::Reset()
+{
     m_Added.clear();
     m_Pieces.clear();
-    m_Starts.clear();
+    m_Starts.Clear();
+    for (u32& recent : m_Recent)
+        recent = kNone;
     m_Free = m_Head = m_Tail = kNone;
     m_Size = u32(m_Source.size());
     m_Live = 0;
@@ -17,7 +26,7 @@ void MarkupText::Assign(String&& text)
     if (m_Size != 0)
     {
         m_Head = m_Tail = NewPiece(0, m_Size);
-        m_Starts.emplace(0, m_Head);
+        m_Starts.Insert(0, m_Head);
     }
 }
 
@@ -40,9 +49,15 @@ u32 MarkupText::Locate(u32 at) const
 {
     if (m_Live == 1)
         return m_Head;
-    auto found = m_Starts.upper_bound(at);
-    --found;
-    return found->second;
+    for (u32 recent : m_Recent)
+        if (recent != kNone && at - m_Pieces[recent].start < m_Pieces[recent].length)
+            return recent;
+    const u32 found = m_Starts.Find(at);
+    m_Recent[3] = m_Recent[2];
+    m_Recent[2] = m_Recent[1];
+    m_Recent[1] = m_Recent[0];
+    m_Recent[0] = found;
+    return found;
 }
 
 u32 MarkupText::Last() const
@@ -68,7 +83,7 @@ u32 MarkupText::Previous(u32 at) const
 
 u32 MarkupText::Last(u32 piece) const
 {
-    return m_Pieces[piece].start + m_Pieces[piece].length - 1;
+    return End(piece) - 1;
 }
 
 u32 MarkupText::Split(Mark mark)
@@ -93,7 +108,7 @@ u32 MarkupText::Split(Mark mark)
     else
         m_Tail = tail;
     first.next = tail;
-    m_Starts.emplace(at, tail);
+    m_Starts.Insert(at, tail);
     return tail;
 }
 
@@ -107,7 +122,10 @@ u32 MarkupText::Replace(Mark from, Mark to, const char* text, u32 length)
         Piece& gone = m_Pieces[at];
         const u32 next = gone.next;
         m_Size -= gone.length;
-        m_Starts.erase(gone.start);
+        m_Starts.Erase(gone.start);
+        for (u32& recent : m_Recent)
+            if (recent == at)
+                recent = kNone;
         gone.next = m_Free;
         m_Free = at;
         --m_Live;
@@ -147,7 +165,7 @@ u32 MarkupText::Replace(Mark from, Mark to, const char* text, u32 length)
         m_Pieces[stop].previous = made;
     else
         m_Tail = made;
-    m_Starts.emplace(stored, made);
+    m_Starts.Insert(stored, made);
     return stored;
 }
 
@@ -155,18 +173,39 @@ void MarkupText::Append(Mark from, Mark to, String& out) const
 {
     if (from.at == kNone)
         return;
+    // From before a byte, to after one: the marks of a piece's edges name
+    // the same place as those of its neighbours'.
     u32 piece = Locate(from.at);
     u32 at = from.at + (from.after ? 1 : 0);
-    const u32 last = to.at == kNone ? m_Tail : Locate(to.at);
-    const u32 stop = to.at + (to.after ? 1 : 0);
+    if (at == End(piece))
+    {
+        piece = m_Pieces[piece].next;
+        if (piece == kNone)
+            return;
+        at = m_Pieces[piece].start;
+    }
+    u32 last = m_Tail;
+    u32 stop = End(m_Tail);
+    if (to.at != kNone)
+    {
+        last = Locate(to.at);
+        stop = to.at + (to.after ? 1 : 0);
+        if (stop == m_Pieces[last].start)
+        {
+            last = m_Pieces[last].previous;
+            if (last == kNone)
+                return;
+            stop = End(last);
+        }
+    }
+    if (m_Pieces[last].next == piece && at == m_Pieces[piece].start)
+        return; // an empty range between two pieces
     for (;;)
     {
-        const Piece& p = m_Pieces[piece];
-        const u32 end = piece == last && to.at != kNone ? stop : p.start + p.length;
-        out.append(At(at), end - at);
+        out.append(At(at), (piece == last ? stop : End(piece)) - at);
         if (piece == last)
             return;
-        piece = p.next;
+        piece = m_Pieces[piece].next;
         at = m_Pieces[piece].start;
     }
 }
@@ -236,6 +275,73 @@ void MarkupText::Renamer::operator()(u32& at) const
 {
     const u32 piece = m_Text.Locate(at);
     at = m_Offsets[piece] + at - m_Text.m_Pieces[piece].start;
+}
+
+// ---- the index of pieces by stored start ----------------------------------------
+
+namespace
+{
+
+const std::size_t kBlockEntries = 128;
+
+} // namespace
+
+void MarkupText::Starts::Clear()
+{
+    m_Blocks.clear();
+    m_Firsts.clear();
+}
+
+std::size_t MarkupText::Starts::BlockOf(u32 start) const
+{
+    const auto after = std::upper_bound(m_Firsts.begin(), m_Firsts.end(), start);
+    return after == m_Firsts.begin() ? 0 : std::size_t(after - m_Firsts.begin() - 1);
+}
+
+void MarkupText::Starts::Insert(u32 start, u32 piece)
+{
+    if (m_Blocks.empty())
+    {
+        m_Blocks.emplace_back();
+        m_Firsts.push_back(start);
+    }
+    const std::size_t index = BlockOf(start);
+    Block& block = m_Blocks[index];
+    auto at = std::upper_bound(block.begin(), block.end(), start,
+                               [](u32 s, const Entry& e) { return s < e.start; });
+    block.insert(at, Entry{start, piece});
+    m_Firsts[index] = block.front().start;
+    if (block.size() < kBlockEntries)
+        return;
+    // A full block gives its upper half to a new one after it.
+    Block upper(block.begin() + kBlockEntries / 2, block.end());
+    block.resize(kBlockEntries / 2);
+    m_Firsts.insert(m_Firsts.begin() + std::ptrdiff_t(index + 1), upper.front().start);
+    m_Blocks.insert(m_Blocks.begin() + std::ptrdiff_t(index + 1), std::move(upper));
+}
+
+void MarkupText::Starts::Erase(u32 start)
+{
+    const std::size_t index = BlockOf(start);
+    Block& block = m_Blocks[index];
+    auto at = std::lower_bound(block.begin(), block.end(), start,
+                               [](const Entry& e, u32 s) { return e.start < s; });
+    block.erase(at);
+    if (!block.empty())
+        m_Firsts[index] = block.front().start;
+    else if (m_Blocks.size() > 1)
+    {
+        m_Blocks.erase(m_Blocks.begin() + std::ptrdiff_t(index));
+        m_Firsts.erase(m_Firsts.begin() + std::ptrdiff_t(index));
+    }
+}
+
+u32 MarkupText::Starts::Find(u32 at) const
+{
+    const Block& block = m_Blocks[BlockOf(at)];
+    auto after = std::upper_bound(block.begin(), block.end(), at,
+                                  [](u32 s, const Entry& e) { return s < e.start; });
+    return (after - 1)->piece;
 }
 
 } // namespace qel

@@ -19,7 +19,6 @@
 #include <qel/generalallocator.h>
 #include <qel/types.h>
 
-#include <map>
 #include <string>
 #include <vector>
 
@@ -84,8 +83,11 @@ public:
     {
         Renamer renamer(*this);
         visit(renamer);
-        String whole(Whole());
-        Assign(static_cast<String&&>(whole));
+        // The gathered text becomes the stored one, and the old store the
+        // room the next gathering fills.
+        if (&Whole() != &m_Source)
+            m_Source.swap(m_Whole);
+        Reset();
     }
 
     // Renames stored offsets into offsets in the gathered text.
@@ -109,8 +111,12 @@ private:
         u32 next;
     };
 
+    // One piece over the stored text, nothing added.
+    void Reset();
     u32 Locate(u32 at) const;
     u32 Last(u32 piece) const;
+    // Past the last stored byte of the piece.
+    u32 End(u32 piece) const { return m_Pieces[piece].start + m_Pieces[piece].length; }
     // The piece that starts at the mark, splitting one if needed; kNone at
     // the end of the text.
     u32 Split(Mark mark);
@@ -124,8 +130,36 @@ private:
     u32 m_Tail = kNone;
     u32 m_Size = 0;
     u32 m_Live = 0; // pieces in the text
-    // The piece of each stored run, by its first stored byte.
-    std::map<u32, u32, std::less<u32>, GeneralAllocator<std::pair<const u32, u32>>> m_Starts;
+    // The piece of each stored run, by its first stored byte: sorted
+    // blocks of a few hundred entries, so that a look-up is two binary
+    // searches over packed arrays and an insertion moves one block's tail
+    // (pieces of inserted text, the most frequent, go at the very end).
+    class Starts
+    {
+    public:
+        void Clear();
+        void Insert(u32 start, u32 piece);
+        void Erase(u32 start);
+        // The piece whose start is the last at or before `at`.
+        u32 Find(u32 at) const;
+
+    private:
+        struct Entry
+        {
+            u32 start;
+            u32 piece;
+        };
+        typedef std::vector<Entry, GeneralAllocator<Entry>> Block;
+        std::size_t BlockOf(u32 start) const;
+
+        std::vector<Block, GeneralAllocator<Block>> m_Blocks;
+        std::vector<u32, GeneralAllocator<u32>> m_Firsts; // each block's first start
+    };
+
+    Starts m_Starts;
+    // The pieces last located, newest first: edits and reads keep to a
+    // few places at a time.
+    mutable u32 m_Recent[4] = {kNone, kNone, kNone, kNone};
     mutable String m_Whole;
     mutable bool m_Gathered = true;
 };
