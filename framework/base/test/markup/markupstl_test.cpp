@@ -510,19 +510,61 @@ TEST(MarkupCorpus, TheMachinesXmlFilesReadAsExpatAndPugixmlReadThem)
 #endif
 }
 
-TEST(MarkupFiles, SavedAndLoadedThroughTheFileLayer)
+std::string ReadFile(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+// Saved unedited, a document comes back byte for byte in its encoding; an
+// edit goes in as UTF-8 and is saved in the document's encoding.
+TEST(MarkupFiles, SavedInTheEncodingTheyCameIn)
 {
     qeltest::TemporaryFolder folder;
-    const std::string path = folder.VirtualPath() + "scene.xml";
-    MarkupSTL doc(kScene);
-    ASSERT_TRUE(doc.Save(path.c_str()));
-    MarkupSTL loaded;
-    ASSERT_TRUE(loaded.Load(path.c_str())) << loaded.GetError();
-    EXPECT_EQ(S(loaded.GetDocument()), kScene);
-    EXPECT_EQ(loaded.GetElementCount(), 6u);
-    EXPECT_FALSE(loaded.Load((folder.VirtualPath() + "missing.xml").c_str()));
-    EXPECT_NE(std::string(loaded.GetError()).find("cannot be read"), std::string::npos);
-    EXPECT_EQ(loaded.GetElementCount(), 0u);
+    using namespace std::string_literals;
+    const struct
+    {
+        std::string bytes;
+        const char* encoding;
+        std::string edited; // the start of the edited document, saved
+    } cases[] = {
+        {kScene, "UTF-8", "\xEF\xBB\xBF<?xml"s},
+        {Utf16("<a b='x'>\r\n</a>", true, true), "UTF-16LE",
+         "\xFF\xFE<\0a\0 \0b\0=\0\"\0\xAC\x20x\0\"\0>\0\r\0\n\0"s},
+        {Utf16("<a b='x'/>", false, false), "UTF-16BE", "\0<\0a\0 \0b\0=\0\"\x20\xAC\0x"s},
+        {"<?xml version='1.0' encoding='latin1'?><a b='\xE9'/>", "ISO-8859-1",
+         "<?xml version='1.0' encoding='latin1'?><a b=\"&#8364;\xE9\"/>"s},
+    };
+    for (const auto& c : cases)
+    {
+        const std::string path = folder.VirtualPath() + "saved.xml";
+        MarkupSTL doc;
+        ASSERT_TRUE(doc.SetDocument(c.bytes.data(), qel::u32(c.bytes.size()))) << doc.GetError();
+        EXPECT_STREQ(doc.GetEncoding(), c.encoding);
+        ASSERT_TRUE(doc.Save(path.c_str()));
+        EXPECT_EQ(ReadFile(folder.Path() + "/saved.xml"), c.bytes) << c.encoding;
+
+        ASSERT_TRUE(doc.FindElement());
+        const std::string value = "\xE2\x82\xAC" + S(doc.GetAttribute("b"));
+        ASSERT_TRUE(doc.SetAttribute("b", value.c_str()));
+        ASSERT_TRUE(doc.Save(path.c_str()));
+        EXPECT_EQ(ReadFile(folder.Path() + "/saved.xml").substr(0, c.edited.size()), c.edited)
+            << c.encoding;
+        MarkupSTL loaded;
+        ASSERT_TRUE(loaded.Load(path.c_str())) << loaded.GetError();
+        EXPECT_STREQ(loaded.GetEncoding(), c.encoding);
+        ASSERT_TRUE(loaded.FindElement());
+        EXPECT_EQ(S(loaded.GetAttribute("b")), value) << c.encoding;
+        if (std::string(c.encoding) != "ISO-8859-1") // which has no euro but as a reference
+        {
+            EXPECT_EQ(S(loaded.GetDocument()), S(doc.GetDocument())) << c.encoding;
+        }
+    }
+    // A file that cannot be read: no elements, and the reason.
+    MarkupSTL missing;
+    EXPECT_FALSE(missing.Load((folder.VirtualPath() + "missing.xml").c_str()));
+    EXPECT_NE(std::string(missing.GetError()).find("cannot be read"), std::string::npos);
+    EXPECT_EQ(missing.GetElementCount(), 0u);
 }
 
 } // namespace

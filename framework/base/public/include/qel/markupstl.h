@@ -35,11 +35,12 @@
 // Encodings. The API reads and writes UTF-8. A document in UTF-16 (little
 // or big endian, told by its byte order mark or by its first bytes "<?" or
 // "<" in UTF-16) or declared "ISO-8859-1" (or "latin1", "l1") is read as
-// UTF-8, and GetDocument returns it so; Save writes it back in the encoding
-// it came in (a character ISO-8859-1 lacks as a character reference, text
-// that is not UTF-8 as U+FFFD in UTF-16). A document that declares any
-// other encoding than these, "UTF-8" and "US-ASCII", or UTF-16 while it is
-// not, is an error that names the encoding.
+// UTF-8, and GetDocument returns it so, its declaration unchanged (that
+// text is a document again only for a UTF-8 one); Save writes it back in
+// the encoding it came in (a character ISO-8859-1 lacks as a character
+// reference, text that is not UTF-8 as U+FFFD in UTF-16). A document that
+// declares any other encoding than these, "UTF-8" and "US-ASCII", or
+// UTF-16 while it is not, is an error that names the encoding.
 //
 // The DOCTYPE. Its internal subset is read: the general entities it
 // declares with a literal value are expanded in data and attribute values

@@ -312,13 +312,15 @@ private:
                 const char* name;
                 u32 length;
                 ++m_At;
-                good = ReadName(name, length);
-                if (good && (m_At == m_End || *m_At != ';'))
+                if (!ReadName(name, length))
+                    return false;
+                if (m_At == m_End || *m_At != ';')
                     return Fail("';' was expected after a parameter entity reference");
                 ++m_At;
                 m_ParameterReference = true;
+                continue;
             }
-            else if (StartsWith("<!--"))
+            if (StartsWith("<!--"))
                 good = ReadComment();
             else if (StartsWith("<?"))
                 good = ReadInstruction();
@@ -518,7 +520,8 @@ private:
                 continue;
             }
             const std::size_t semicolon = text.find(';', amp);
-            if (semicolon == String::npos || semicolon == amp + 1)
+            if (semicolon == String::npos ||
+                !XmlText::IsName(text.data() + amp + 1, semicolon - amp - 1))
             {
                 error = "holds a malformed reference";
                 break;
