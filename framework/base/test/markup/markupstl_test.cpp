@@ -440,10 +440,34 @@ TEST(MarkupEdit, SeededEditsMatchAModelAndTheDocumentLoadedAfresh)
             ASSERT_TRUE(fresh.FindElement());
             ASSERT_TRUE(Walk(fresh) == model) << "seed " << seed << " step " << step;
         }
+        // Long values set again and again: the stores fill with replaced
+        // text and are compacted under the index.
+        if (seed == 1)
+        {
+            const std::string value(1 << 16, 'v');
+            for (int i = 0; i < 60; ++i)
+            {
+                std::vector<std::size_t> path;
+                for (Node* node = &model; !node->children.empty() && i % 3 != 0;)
+                {
+                    path.push_back(std::size_t(i) % node->children.size());
+                    node = &node->children[path.back()];
+                }
+                GoTo(doc, path);
+                ASSERT_TRUE(doc.SetAttribute("long", (value + std::to_string(i)).c_str()));
+            }
+            MarkupSTL fresh(doc.GetDocument().c_str());
+            doc.ResetPosition();
+            ASSERT_TRUE(doc.FindElement() && fresh.FindElement());
+            EXPECT_TRUE(Walk(doc) == Walk(fresh));
+        }
 #ifdef QEL_TEST_PUGIXML
         pugi::xml_document parsed;
         ASSERT_TRUE(parsed.load_buffer(doc.GetDocument().data(), doc.GetDocument().size()));
-        EXPECT_TRUE(FromPugi(parsed.document_element()) == model) << "seed " << seed;
+        if (seed != 1)
+        {
+            EXPECT_TRUE(FromPugi(parsed.document_element()) == model) << "seed " << seed;
+        }
 #endif
     }
 }
