@@ -446,7 +446,7 @@ u32 MarkupSTL::AddUnder(u32 parent, u32 before, const char* name, const char* da
     CompactIfWasteful();
     // Where it goes, and the line break and indentation around it.
     Mark at{MarkupText::kNone, false};
-    u32 spacesBefore = 0, spacesAfter = 0; // spaces after the line break before it, and after
+    u32 spacesBefore = 0, spacesAfter = 0; // the indentation after each line break
     bool breakBefore = false, breakAfter = false;
     if (parent == 0)
     {
