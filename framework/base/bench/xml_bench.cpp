@@ -8,7 +8,8 @@
 // Markup: a generated document of about 10 MB loaded (copied and checked;
 // MarkupSTL also indexes it, pugixml builds its DOM), searched (every lamp
 // whose power is "60", over the whole tree) and edited (an attribute set on
-// 100 elements, 100 elements added), against pugixml doing the same.
+// 100 elements, 100 elements added: the edits alone timed), against
+// pugixml doing the same.
 #include <qel/inputmemorystream.h>
 #include <qel/markupstl.h>
 #include <qel/outputmemorystream.h>
@@ -298,18 +299,24 @@ BENCHMARK(BM_MarkupSearchPugixml)->Unit(benchmark::kMillisecond);
 
 const int kEdits = 100;
 
+// Each iteration edits the next houses of one loaded document, from the
+// first again once past the last; loading and destroying it stay outside
+// the timed region.
 void BM_MarkupEditMarkupSTL(benchmark::State& state)
 {
+    qel::MarkupSTL doc;
+    doc.SetDocument(Document().data(), qel::u32(Document().size()));
+    doc.FindElement();
+    doc.IntoElement();
     for (auto _ : state)
     {
-        state.PauseTiming();
-        qel::MarkupSTL doc;
-        doc.SetDocument(Document().data(), qel::u32(Document().size()));
-        doc.FindElement();
-        doc.IntoElement();
-        state.ResumeTiming();
-        for (int i = 0; i < kEdits && doc.FindElement("house"); ++i)
+        for (int i = 0; i < kEdits; ++i)
         {
+            if (!doc.FindElement("house"))
+            {
+                doc.ResetMainPosition();
+                doc.FindElement("house");
+            }
             doc.SetAttribute("checked", "yes");
             doc.AddChildElement("garden", "roses & tulips");
         }
@@ -317,28 +324,29 @@ void BM_MarkupEditMarkupSTL(benchmark::State& state)
     }
     state.SetItemsProcessed(int64_t(state.iterations()) * kEdits * 2);
 }
-BENCHMARK(BM_MarkupEditMarkupSTL)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_MarkupEditMarkupSTL)->Unit(benchmark::kMicrosecond);
 
 void BM_MarkupEditPugixml(benchmark::State& state)
 {
+    pugi::xml_document doc;
+    doc.load_buffer(Document().data(), Document().size());
+    pugi::xml_node house;
     for (auto _ : state)
     {
-        state.PauseTiming();
-        pugi::xml_document doc;
-        doc.load_buffer(Document().data(), Document().size());
-        state.ResumeTiming();
-        int i = 0;
-        for (pugi::xml_node house = doc.document_element().child("house"); house && i < kEdits;
-             house = house.next_sibling("house"), ++i)
+        for (int i = 0; i < kEdits; ++i)
         {
-            house.append_attribute("checked").set_value("yes");
+            house = house ? house.next_sibling("house") : pugi::xml_node();
+            if (!house)
+                house = doc.document_element().child("house");
+            pugi::xml_attribute checked = house.attribute("checked");
+            (checked ? checked : house.append_attribute("checked")).set_value("yes");
             house.append_child("garden").text().set("roses & tulips");
         }
         benchmark::DoNotOptimize(doc.first_child());
     }
     state.SetItemsProcessed(int64_t(state.iterations()) * kEdits * 2);
 }
-BENCHMARK(BM_MarkupEditPugixml)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_MarkupEditPugixml)->Unit(benchmark::kMicrosecond);
 
 } // namespace
 

@@ -14,6 +14,7 @@
 #include "readall.h"
 
 #include <cstdlib>
+#include <cstring>
 
 namespace
 {
@@ -32,24 +33,42 @@ void ReadXml(const std::uint8_t* data, std::size_t size)
     }
 }
 
-// Walks the main element and what it holds; returns the number of elements.
-qel::u32 Walk(qel::MarkupSTL& doc, int depth)
+// Walks the main element and what it holds in document order, through the
+// document's navigation (no recursion: the corpus holds deep documents);
+// returns the number of elements.
+qel::u32 Walk(qel::MarkupSTL& doc)
 {
-    qel::u32 count = 1;
-    doc.GetData();
-    for (qel::u32 i = 0; i < 8; ++i)
+    qel::u32 count = 0;
+    int below = 0;
+    for (;;)
     {
-        const qel::MarkupSTL::String name = doc.GetAttributeName(i);
-        if (name.empty())
-            break;
-        doc.GetAttribute(name.c_str());
+        ++count;
+        doc.GetData();
+        for (qel::u32 i = 0; i < 8; ++i)
+        {
+            const qel::MarkupSTL::String name = doc.GetAttributeName(i);
+            if (name.empty())
+                break;
+            doc.GetAttribute(name.c_str());
+        }
+        doc.IntoElement();
+        doc.ResetMainPosition();
+        if (doc.FindElement())
+        {
+            ++below;
+            continue;
+        }
+        doc.OutOfElement();
+        for (;;)
+        {
+            if (below == 0)
+                return count;
+            if (doc.FindElement())
+                break;
+            doc.OutOfElement();
+            --below;
+        }
     }
-    doc.IntoElement();
-    doc.ResetMainPosition();
-    while (doc.FindElement())
-        count += Walk(doc, depth + 1);
-    doc.OutOfElement();
-    return count;
 }
 
 void EditMarkup(const std::uint8_t* data, std::size_t size)
@@ -57,7 +76,7 @@ void EditMarkup(const std::uint8_t* data, std::size_t size)
     qel::MarkupSTL doc;
     if (!doc.SetDocument(reinterpret_cast<const char*>(data), qel::u32(size)) || !doc.FindElement())
         return;
-    if (Walk(doc, 0) != doc.GetElementCount())
+    if (Walk(doc) != doc.GetElementCount())
         std::abort();
     // Edits chosen by the document's own bytes.
     doc.ResetPosition();
@@ -88,9 +107,12 @@ void EditMarkup(const std::uint8_t* data, std::size_t size)
             break;
         }
     }
+    // The text comes back as UTF-8 with the declaration it came with: only
+    // a UTF-8 document's text is a document again as it stands.
     qel::MarkupSTL fresh;
-    if (!fresh.SetDocument(doc.GetDocument().data(), qel::u32(doc.GetDocument().size())) ||
-        fresh.GetElementCount() != doc.GetElementCount())
+    if (std::strcmp(doc.GetEncoding(), "UTF-8") == 0 &&
+        (!fresh.SetDocument(doc.GetDocument().data(), qel::u32(doc.GetDocument().size())) ||
+         fresh.GetElementCount() != doc.GetElementCount()))
         std::abort();
 }
 

@@ -78,9 +78,16 @@ const std::vector<Command>& Commands()
          [](Arguments& a) { return DescribeFiles(a.Count(), a.Operands()); },
          "print each resource file's header, version and class",
          "The .dat description beside a file is printed too."},
-        {"xml", "FILE...", 1, -1, [](Arguments& a) { return XmlTree(a.Count(), a.Operands()); },
+        {"xml",
+         "FILE...",
+         1,
+         -1,
+         [](Arguments& a) { return XmlTree(a.Count(), a.Operands(), a.Has("--strict")); },
          "check XML documents and print their element trees",
-         "The first error of a document is written as FILE:LINE:COLUMN: message."},
+         "The first error of a document is written as FILE:LINE:COLUMN: message.",
+         {{"--strict", "also refuse what lenient readers accept: no root element, '--' in a\n"
+                       "              comment, bytes that are not UTF-8, control characters,\n"
+                       "              ']]>' in text, a late XML declaration, two DOCTYPEs"}}},
     };
     return kCommands;
 }

@@ -51,6 +51,7 @@ int DescribeFiles(int count, char** paths);
 
 // qeltool xml: checks each document, prints its element tree or its first
 // error as FILE:LINE:COLUMN: message; 1 when one is bad or unreadable.
-int XmlTree(int count, char** paths);
+// `strict` refuses what lenient readers accept.
+int XmlTree(int count, char** paths, bool strict);
 
 } // namespace qeltool

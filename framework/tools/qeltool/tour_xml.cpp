@@ -20,18 +20,46 @@ std::string S(const qel::MarkupSTL::String& s)
     return std::string(s.data(), s.size());
 }
 
-// The main element and everything under it, two spaces a level: the name,
-// the attributes and the data of an element without children.
-void PrintElement(qel::MarkupSTL& doc, int depth)
+// Deeper elements are indented as this level and say their own, so that a
+// document nested a million levels deep prints in lines of bounded length.
+const int kIndentedLevels = 40;
+
+// A text as it may stand on one line: control characters (line breaks
+// included) as character references, and in an attribute value '&', '<'
+// and '"' escaped as XML would write them.
+std::string OneLine(const std::string& text, bool attribute)
 {
-    std::string line(std::size_t(depth) * 2, ' ');
+    std::string line;
+    for (char c : text)
+    {
+        if (static_cast<unsigned char>(c) < 0x20)
+            line += "&#" + std::to_string(int(c)) + ';';
+        else if (attribute && c == '&')
+            line += "&amp;";
+        else if (attribute && c == '<')
+            line += "&lt;";
+        else if (attribute && c == '"')
+            line += "&quot;";
+        else
+            line += c;
+    }
+    return line;
+}
+
+// One element's line: the name, the attributes and the data of an element
+// without children, indented two spaces a level.
+void PrintLine(qel::MarkupSTL& doc, int depth)
+{
+    std::string line(std::size_t(depth < kIndentedLevels ? depth : kIndentedLevels) * 2, ' ');
+    if (depth >= kIndentedLevels)
+        line += "(level " + std::to_string(depth) + ") ";
     line += S(doc.GetTagName());
     for (qel::u32 i = 0;; ++i)
     {
         const std::string name = S(doc.GetAttributeName(i));
         if (name.empty())
             break;
-        line += ' ' + name + "=\"" + S(doc.GetAttribute(name.c_str())) + '"';
+        line += ' ' + name + "=\"" + OneLine(S(doc.GetAttribute(name.c_str())), true) + '"';
     }
     std::string data = S(doc.GetData());
     const std::size_t first = data.find_first_not_of(" \t\n");
@@ -41,24 +69,49 @@ void PrintElement(qel::MarkupSTL& doc, int depth)
         for (char& c : data)
             if (c == '\n' || c == '\t')
                 c = ' ';
-        line += ": " + (data.size() > 60 ? data.substr(0, 57) + "..." : data);
+        line += ": " + OneLine(data.size() > 60 ? data.substr(0, 57) + "..." : data, false);
     }
     std::printf("%s\n", line.c_str());
-    doc.IntoElement();
-    doc.ResetMainPosition();
-    while (doc.FindElement())
-        PrintElement(doc, depth + 1);
-    doc.OutOfElement();
+}
+
+// The main element and everything under it, in document order. The walk
+// goes through the document's own navigation, so depth costs no stack.
+void PrintElement(qel::MarkupSTL& doc, int depth)
+{
+    int below = 0; // levels under the main element at the start
+    for (;;)
+    {
+        PrintLine(doc, depth + below);
+        doc.IntoElement();
+        doc.ResetMainPosition();
+        if (doc.FindElement())
+        {
+            ++below;
+            continue;
+        }
+        // Back up to the next sibling, never past the element itself.
+        doc.OutOfElement();
+        for (;;)
+        {
+            if (below == 0)
+                return;
+            if (doc.FindElement())
+                break;
+            doc.OutOfElement();
+            --below;
+        }
+    }
 }
 
 } // namespace
 
-int XmlTree(int count, char** paths)
+int XmlTree(int count, char** paths, bool strict)
 {
     int status = 0;
     for (int i = 0; i < count; ++i)
     {
         qel::MarkupSTL doc;
+        doc.SetStrict(strict);
         if (!doc.Load(VirtualPath(paths[i]).c_str()))
         {
             status = 1;

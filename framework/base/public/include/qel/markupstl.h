@@ -1,12 +1,14 @@
-// An XML document held as one string, with a current position: element
-// search, attribute access and editing in place.
+// An XML document with a current position: element search, attribute
+// access and editing in place.
 //
 // Loading checks that the text is well-formed and builds an index of its
-// elements (offsets of each element's tags and content, and its parent,
-// first child and next sibling); the string itself is never rebuilt. An
-// edit splices the string and moves the offsets that follow, so navigation
-// stays a walk over the index and the text stays exactly as it was loaded
-// outside the edited part.
+// elements (where each element's tags are, and its parent, first child and
+// next sibling). The text is held in pieces that never move: an edit
+// stores the new text apart and relinks the pieces around it, so its cost
+// does not grow with the document, and the index, which names the bytes of
+// each element's own tags, needs no update beyond the elements edited.
+// The text stays exactly as it was loaded outside the edited parts;
+// GetDocument gathers it once after an edit.
 //
 // Positions. Three elements make the position: the parent (the level being
 // walked; the document itself at first), the main element at that level,
@@ -21,14 +23,60 @@
 //     while (doc.FindElement("lamp"))
 //         use(doc.GetData(), doc.GetAttribute("power"));
 //
-// Texts: data and attribute values come back decoded (the five predefined
-// entities, character references, CDATA sections, line ends read as LF)
-// and go in escaped. The data of an element is the text of an element
-// without child elements; an element with children has none ("").
+// Texts: data and attribute values come back decoded and go in escaped.
+// Line ends read as XML reads them: CR LF and a lone CR are one LF, in
+// data, CDATA sections and attribute values alike. An attribute value then
+// reads each white space character (tab, LF, CR) as a space; one written as
+// a character reference ("&#10;") keeps its character. The data of an
+// element is the text of an element without child elements (its CDATA
+// sections included, comments and processing instructions left out); an
+// element with children has none ("").
+//
+// Encodings. The API reads and writes UTF-8. A document in UTF-16 (little
+// or big endian, told by its byte order mark or by its first bytes "<?" or
+// "<" in UTF-16) or declared "ISO-8859-1" (or "latin1", "l1") is read as
+// UTF-8, and GetDocument returns it so, its declaration unchanged (that
+// text is a document again only for a UTF-8 one); Save writes it back in
+// the encoding it came in (a character ISO-8859-1 lacks as a character
+// reference, text that is not UTF-8 as U+FFFD in UTF-16). A document that
+// declares any other encoding than these, "UTF-8" and "US-ASCII", or
+// UTF-16 while it is not, is an error that names the encoding.
+//
+// The DOCTYPE. Its internal subset is read: the general entities it
+// declares with a literal value are expanded in data and attribute values
+// (their character references when declared, their entity references when
+// used). Entity references expand to at most kMaxEntityExpansion bytes in
+// all, over the whole document, nested ones included: past that ("billion
+// laughs") the document is refused at the reference. An entity that refers
+// to itself, is external or unparsed, or holds markup ('<') where it is
+// used is an error at the reference. Attribute-list declarations are
+// skipped: attributes read as CDATA and get no default values. In a
+// document with an external DTD (or a parameter entity reference in its
+// internal subset) and not declared standalone, a reference to an entity
+// that is not declared is well-formed: its data keeps the reference as
+// text ("&nbsp;"). Elsewhere it is an error at the reference.
+//
+// Strictness. The check is lenient by default, as most XML readers are,
+// in these cases, which SetStrict(true) makes errors with their line and
+// column:
+// - a document without a root element (empty, or only comments): lenient
+//   reads an empty document, to which AddElement adds a root;
+// - "--" inside a comment, or a comment ending in "--->";
+// - bytes that are not UTF-8 in a UTF-8 document, and characters XML does
+//   not allow (controls other than tab, LF and CR; U+FFFE, U+FFFF):
+//   lenient keeps them as they are;
+// - "]]>" in text: lenient reads it as text;
+// - an XML declaration that is not at the very start: lenient reads it as
+//   a processing instruction;
+// - a second DOCTYPE: lenient reads the second as the first was read.
+// Everything else that is not well-formed is an error in both modes.
 //
 // A document that is not well-formed keeps its text and the first error
 // (message, line and column, from 1), and holds no elements: navigation
 // finds nothing and edits are refused until a good document is set.
+//
+// Depth. Checking, navigation, edits and removal walk the index without
+// recursion: depth is bounded by memory only.
 //
 // The document is not locked: one thread at a time.
 #pragma once
@@ -44,6 +92,8 @@
 namespace qel
 {
 
+class MarkupText;
+
 class QEL_API MarkupSTL
 {
 public:
@@ -58,20 +108,35 @@ public:
         u32 child;
     };
 
+    // The bytes that entity references may expand to, over a document.
+    static const u32 kMaxEntityExpansion = 16u << 20;
+
     MarkupSTL();
     explicit MarkupSTL(const char* document);
+    MarkupSTL(const MarkupSTL& other);
+    MarkupSTL& operator=(const MarkupSTL& other);
+    ~MarkupSTL();
 
     // ---- the document
-    // Takes the text and checks it; true when it is well-formed. An empty
-    // text is a well-formed empty document, to which AddElement adds a root.
+    // Takes the text (in any encoding above: the second form for UTF-16)
+    // and checks it; true when it is well-formed. An empty text is a
+    // well-formed empty document, to which AddElement adds a root (an error
+    // in strict mode).
     bool SetDocument(const char* text);
     bool SetDocument(const char* text, u32 length);
-    const String& GetDocument() const { return m_Text; }
+    // The document as UTF-8, gathered after an edit.
+    const String& GetDocument() const;
+    // "UTF-8", "UTF-16LE", "UTF-16BE" or "ISO-8859-1": the encoding the
+    // document came in, which Save writes.
+    const char* GetEncoding() const;
+    // Whether the next SetDocument or Load checks strictly (see above).
+    void SetStrict(bool strict) { m_Strict = strict; }
+    bool IsStrict() const { return m_Strict; }
     // Reads the file at the virtual path through the file layer; false when
     // it cannot be read (the error says so) or is not well-formed.
     bool Load(const char* path);
-    // Writes the document to a new file at the virtual path; false when the
-    // file cannot be written.
+    // Writes the document, in the encoding it came in, to a new file at the
+    // virtual path; false when the file cannot be written.
     bool Save(const char* path) const;
 
     bool IsWellFormed() const { return m_Error.empty(); }
@@ -83,18 +148,39 @@ public:
 
     // ---- navigation
     // Back to the document level, before its root.
-    void ResetPosition();
+    void ResetPosition() { m_Position = Position{0, 0, 0}; }
     // Back to before the first element of the current level / the first
     // child of the main element.
-    void ResetMainPosition();
-    void ResetChildPosition();
+    void ResetMainPosition() { m_Position.main = m_Position.child = 0; }
+    void ResetChildPosition() { m_Position.child = 0; }
     // The next element of the current level, with the given tag name if
     // one is given; false (the position unchanged) when there is none.
-    bool FindElement(const char* name = nullptr);
+    bool FindElement(const char* name = nullptr)
+    {
+        const u32 found = NextSibling(m_Position.main, m_Position.parent, name);
+        if (found == 0)
+            return false;
+        m_Position.main = found;
+        m_Position.child = 0;
+        return true;
+    }
     bool FindChildElement(const char* name = nullptr);
     // False when there is no main element / no parent to go back to.
-    bool IntoElement();
-    bool OutOfElement();
+    bool IntoElement()
+    {
+        if (m_Position.main == 0)
+            return false;
+        m_Position = Position{m_Position.main, m_Position.child, 0};
+        return true;
+    }
+    bool OutOfElement()
+    {
+        if (m_Position.parent == 0)
+            return false;
+        m_Position =
+            Position{m_Elements[m_Position.parent].parent, m_Position.parent, m_Position.main};
+        return true;
+    }
     Position GetPosition() const { return m_Position; }
     // A position taken from this document since its last SetDocument, Load
     // or removal.
@@ -146,17 +232,18 @@ public:
     }
 
 private:
-    // One element of the index. Offsets into m_Text: start is its '<',
-    // contentStart follows the start tag, contentEnd is the "</" of the end
-    // tag and end follows it; an empty-element tag has contentStart ==
-    // contentEnd == end. Element 0 is the document. Links are indices, 0
-    // for none.
+    // One element of the index. Its places are stored bytes of its own tags
+    // (see MarkupText), which no edit elsewhere moves: start is its '<',
+    // open the '>' that ends its start tag, close the '<' of its end tag and
+    // end the end tag's '>'. An empty-element tag has open == close == end,
+    // its "/>"'s '>'. Element 0 is the document. Links are indices, 0 for
+    // none.
     struct Element
     {
         u32 start;
         u32 nameLength;
-        u32 contentStart;
-        u32 contentEnd;
+        u32 open;
+        u32 close;
         u32 end;
         u32 parent;
         u32 firstChild;
@@ -166,27 +253,61 @@ private:
     };
     typedef std::vector<Element, GeneralAllocator<Element>> Index;
 
+    // A general entity of the internal subset: its replacement text and,
+    // once a reference has checked it, its expanded length.
+    struct Entity
+    {
+        String name;
+        String text;
+        u64 length;
+        u32 state;
+        bool external;
+        bool markup;
+        const char* error;
+    };
+    typedef std::vector<Entity, GeneralAllocator<Entity>> Entities;
+
     class Checker;
 
-    bool Parse();
+    // Takes the bytes of a document, in any encoding read, and checks it.
+    bool Take(String& bytes);
+    // Checks the text, or takes `failure` at `offset` as its error.
+    bool Parse(const char* failure = nullptr, u32 offset = 0);
+    void SetError(const char* message, u32 offset);
     bool Matches(u32 element, const char* name) const;
-    u32 NextSibling(u32 after, u32 parent, const char* name) const;
+    // The next element under `parent` after `after` (from the first for 0)
+    // with the name, if one is given.
+    u32 NextSibling(u32 after, u32 parent, const char* name) const
+    {
+        u32 at = after ? m_Elements[after].nextSibling : m_Elements[parent].firstChild;
+        if (name != nullptr)
+            at = NextNamed(at, name);
+        return at;
+    }
+    u32 NextNamed(u32 at, const char* name) const;
     String TagName(u32 element) const;
     String Data(u32 element) const;
     String Attribute(u32 element, const char* name) const;
-    // A range of offsets into m_Text.
+    Entity* FindEntity(const char* name, std::size_t length) const;
+    // Appends the decoded text of [from, to) to `out`: references expanded
+    // (entities too), line ends read as LF and, for an attribute value, white
+    // space as spaces; comments and processing instructions left out.
+    void Decode(const char* from, const char* to, bool attribute, String& out) const;
+    // A range of a start tag.
     struct Span
     {
         u32 start;
         u32 end;
     };
-    // Reads the attribute of a start tag at `at` (white space before it
-    // skipped) and moves past it; false at the end of the tag.
-    bool NextAttribute(u32& at, Span& name, Span& value) const;
-    // The value of attribute `name` of `element`, between its quotes.
+    // Reads the attribute of the start tag `tag` at `at` (white space before
+    // it skipped) and moves past it; false at the end of the tag.
+    static bool NextAttribute(const char* tag, u32& at, Span& name, Span& value);
+    // The value of attribute `name` of `element`, between its quotes, in
+    // its start tag.
     bool FindAttribute(u32 element, const char* name, Span& value) const;
-    // Replaces m_Text[from, to) by `text` and moves the offsets after it.
-    void Splice(u32 from, u32 to, const String& text);
+    // Replaces an element's start tag by `tag`.
+    void Retag(u32 element, const String& tag);
+    void CompactIfWasteful();
     // Gives an empty-element tag an end tag, so that it can hold content.
     void Open(u32 element);
     // Adds an element under `parent` before `before` (0: at the end).
@@ -196,12 +317,19 @@ private:
     bool SetData(u32 element, const char* data);
     bool SetAttribute(u32 element, const char* name, const char* value);
     u32 Depth(u32 element) const;
+    // Writes the bytes to a new file at the virtual path.
+    static bool WriteFile(const char* path, const String& bytes);
 
-    String m_Text;
+    MarkupText* m_Text;
     Index m_Elements;
+    Entities m_Entities; // by name
+    bool m_KeepUnknownEntities = false;
+    bool m_Strict = false;
+    u32 m_Encoding = 0;
     u32 m_Count = 0;
     Position m_Position{0, 0, 0};
     String m_Error;
+    String m_Scratch; // the text an edit puts in
     u32 m_ErrorLine = 0;
     u32 m_ErrorColumn = 0;
 };

@@ -12,7 +12,8 @@
 // comments, processing instructions, a DOCTYPE (skipped), white space, and
 // in text CDATA sections, the five predefined entities and character
 // references. Numbers may be surrounded by white space; text is taken as it
-// stands.
+// stands. Documents are UTF-8, as XMLWriter writes them: the reader needs no
+// other encoding (MarkupSTL reads UTF-16 and ISO-8859-1 documents).
 //
 // A document that does not hold what the routine asks for (another element,
 // a missing one, a number that is not of the asked type or out of its

@@ -4,8 +4,9 @@
 #include <qel/inputfilestream.h>
 #include <qel/outputfilestream.h>
 
+#include "base/markup/markupencoding.h"
+#include "base/markup/markuptext.h"
 #include "base/markup/xmltext.h"
-#include "base/serialization/textformat.h"
 
 #include <cstring>
 
@@ -20,369 +21,54 @@ const u32 kTabulation = 4;
 // Whether the element of an index slot has been removed.
 const u32 kRemoved = 0;
 
+typedef MarkupText::Mark Mark;
+
 } // namespace
-
-// ---- checking and indexing ------------------------------------------------------
-
-// One pass over the text: checks that it is well-formed and builds the
-// index. Text between tags is skipped with memchr; only references are
-// looked at in it.
-class MarkupSTL::Checker
-{
-public:
-    explicit Checker(MarkupSTL& document)
-        : m_Document(document), m_Begin(document.m_Text.data()), m_At(m_Begin),
-          m_End(m_Begin + document.m_Text.size())
-    {
-    }
-
-    // The offset of the first error, or the text's size when there is none.
-    bool Run()
-    {
-        Index& elements = m_Document.m_Elements;
-        elements.clear();
-        const u32 size = u32(m_End - m_Begin);
-        elements.reserve(EstimateElements());
-        elements.push_back(Element{0, 0, 0, size, size, 0, 0, 0, 0, 0});
-        if (m_End - m_At >= 3 && std::memcmp(m_At, "\xEF\xBB\xBF", 3) == 0)
-            m_At += 3;
-        bool root = false;
-        for (;;)
-        {
-            SkipSpace();
-            if (m_At == m_End)
-                return true;
-            if (*m_At != '<')
-                return Fail("text outside the root element");
-            if (StartsWith("<?"))
-            {
-                if (!SkipPast("?>", "a processing instruction"))
-                    return false;
-            }
-            else if (StartsWith("<!--"))
-            {
-                if (!SkipPast("-->", "a comment"))
-                    return false;
-            }
-            else if (StartsWith("<!DOCTYPE"))
-            {
-                if (root)
-                    return Fail("a DOCTYPE after the root element");
-                if (!SkipDoctype())
-                    return false;
-            }
-            else if (root)
-                return Fail("a second root element");
-            else
-            {
-                if (!ReadElement(0))
-                    return false;
-                root = true;
-            }
-        }
-    }
-
-private:
-    // The start tags of the first 64 KB, scaled to the whole text with an
-    // eighth more: the index of most documents then never grows (a growth
-    // copies it and touches twice its pages), and the reserve's pages
-    // that stay unused are never touched. The guess is bounded by one
-    // element per 32 bytes, so that a head dense in tags before a long
-    // text reserves no more than about the text's own size; denser
-    // documents grow as needed.
-    std::size_t EstimateElements() const
-    {
-        const u64 size = u64(m_End - m_Begin);
-        const u64 sample = size < 65536 ? size : 65536;
-        u64 tags = 0;
-        for (const char* c = m_Begin; c + 1 < m_Begin + sample; ++c)
-            tags += c[0] == '<' && c[1] != '/' && c[1] != '!' && c[1] != '?';
-        const u64 guess = sample ? tags * size / sample : 0;
-        const u64 bound = size / 32;
-        return std::size_t((guess + guess / 8 < bound ? guess + guess / 8 : bound) + 1);
-    }
-
-    bool Fail(const char* message)
-    {
-        m_Document.m_Error.assign(message);
-        const u32 offset = u32(m_At - m_Begin);
-        u32 line = 1, column = 1;
-        for (const char* c = m_Begin; c != m_Begin + offset; ++c)
-        {
-            if (*c == '\n')
-                ++line, column = 1;
-            else
-                ++column;
-        }
-        m_Document.m_ErrorLine = line;
-        m_Document.m_ErrorColumn = column;
-        return false;
-    }
-
-    bool StartsWith(const char* text) const
-    {
-        const std::size_t length = std::strlen(text);
-        return std::size_t(m_End - m_At) >= length && std::memcmp(m_At, text, length) == 0;
-    }
-
-    void SkipSpace()
-    {
-        while (m_At != m_End && XmlText::IsSpace(*m_At))
-            ++m_At;
-    }
-
-    bool SkipPast(const char* terminator, const char* what)
-    {
-        const std::size_t length = std::strlen(terminator);
-        for (const char* at = m_At + 2;;)
-        {
-            at = static_cast<const char*>(std::memchr(at, terminator[0], std::size_t(m_End - at)));
-            if (at == nullptr || std::size_t(m_End - at) < length)
-            {
-                char message[64];
-                TextFormat::Print(message, sizeof message, "%s is not closed", what);
-                return Fail(message);
-            }
-            if (std::memcmp(at, terminator, length) == 0)
-            {
-                m_At = at + length;
-                return true;
-            }
-            ++at;
-        }
-    }
-
-    bool SkipDoctype()
-    {
-        int depth = 0;
-        for (m_At += 9; m_At != m_End; ++m_At)
-        {
-            if (*m_At == '[')
-                ++depth;
-            else if (*m_At == ']')
-                --depth;
-            else if (*m_At == '>' && depth <= 0)
-            {
-                ++m_At;
-                return true;
-            }
-        }
-        return Fail("the DOCTYPE is not closed");
-    }
-
-    bool ReadName(const char*& name, u32& length)
-    {
-        name = m_At;
-        if (m_At == m_End || !XmlText::IsNameStart(*m_At))
-            return Fail(m_At == m_End ? "the document ends where a name was expected"
-                                      : "a name was expected");
-        ++m_At;
-        while (m_At != m_End && XmlText::IsNameChar(*m_At))
-            ++m_At;
-        length = u32(m_At - name);
-        return true;
-    }
-
-    // Checks the references in [from, to), whose '&' characters are the
-    // only ones that need a look.
-    bool CheckReferences(const char* from, const char* to)
-    {
-        for (const char* at = from;;)
-        {
-            at = static_cast<const char*>(std::memchr(at, '&', std::size_t(to - at)));
-            if (at == nullptr)
-                return true;
-            char bytes[4];
-            u32 written;
-            const std::size_t used =
-                XmlText::DecodeReference(at, std::size_t(to - at), bytes, written);
-            if (used == 0)
-            {
-                m_At = at;
-                return Fail("an unknown or malformed reference");
-            }
-            at += used;
-        }
-    }
-
-    bool ReadAttributes(const char* tag)
-    {
-        for (bool first = true;; first = false)
-        {
-            const char* before = m_At;
-            SkipSpace();
-            if (m_At == m_End)
-                return Fail("the document ends inside a start tag");
-            if (*m_At == '>' || *m_At == '/')
-                return true;
-            if (m_At == before)
-                return Fail("attributes must be separated by white space");
-            const char* name;
-            u32 length;
-            if (!ReadName(name, length))
-                return false;
-            // Duplicates: the attributes read so far in this tag.
-            if (!first && FindAttributeName(tag, name) != nullptr)
-            {
-                m_At = name;
-                return Fail("an attribute appears twice in a tag");
-            }
-            SkipSpace();
-            if (m_At == m_End || *m_At != '=')
-                return Fail("'=' was expected after an attribute name");
-            ++m_At;
-            SkipSpace();
-            if (m_At == m_End || (*m_At != '"' && *m_At != '\''))
-                return Fail("an attribute value must be quoted");
-            const char quote = *m_At++;
-            const char* value = m_At;
-            const char* close =
-                static_cast<const char*>(std::memchr(m_At, quote, std::size_t(m_End - m_At)));
-            if (close == nullptr)
-                return Fail("an attribute value is not closed");
-            if (const char* lt =
-                    static_cast<const char*>(std::memchr(value, '<', std::size_t(close - value))))
-            {
-                m_At = lt;
-                return Fail("'<' in an attribute value");
-            }
-            if (!CheckReferences(value, close))
-                return false;
-            m_At = close + 1;
-        }
-    }
-
-    // An attribute of the tag starting at `tag` named as the one at `name`
-    // (which ends at m_At), found before it.
-    const char* FindAttributeName(const char* tag, const char* name) const
-    {
-        const std::size_t length = std::size_t(m_At - name);
-        // Skip the tag's name, then look at every attribute name before
-        // `name`.
-        const char* at = tag + 1;
-        while (XmlText::IsNameChar(*at))
-            ++at;
-        while (at < name)
-        {
-            while (at < name && XmlText::IsSpace(*at))
-                ++at;
-            const char* other = at;
-            while (at < name && XmlText::IsNameChar(*at))
-                ++at;
-            if (at >= name)
-                return nullptr;
-            if (std::size_t(at - other) == length && std::memcmp(other, name, length) == 0)
-                return other;
-            // Past '=' and the quoted value.
-            while (*at != '"' && *at != '\'')
-                ++at;
-            const char quote = *at++;
-            while (*at != quote)
-                ++at;
-            ++at;
-        }
-        return nullptr;
-    }
-
-    bool ReadElement(u32 parent)
-    {
-        Index& elements = m_Document.m_Elements;
-        const char* tag = m_At;
-        ++m_At; // '<'
-        const char* name;
-        u32 length;
-        if (!ReadName(name, length) || !ReadAttributes(tag))
-            return false;
-        const u32 index = u32(elements.size());
-        Element element{u32(tag - m_Begin), length, 0, 0, 0, parent, 0, 0, 0, 0};
-        Element& up = elements[parent];
-        element.previousSibling = up.lastChild;
-        if (up.lastChild)
-            elements[up.lastChild].nextSibling = index;
-        else
-            up.firstChild = index;
-        up.lastChild = index;
-        ++m_Document.m_Count;
-        if (*m_At == '/')
-        {
-            if (m_End - m_At < 2 || m_At[1] != '>')
-                return Fail("'>' was expected after '/'");
-            m_At += 2;
-            element.contentStart = element.contentEnd = element.end = u32(m_At - m_Begin);
-            elements.push_back(element);
-            return true;
-        }
-        ++m_At; // '>'
-        element.contentStart = u32(m_At - m_Begin);
-        elements.push_back(element);
-        for (;;)
-        {
-            const char* lt =
-                static_cast<const char*>(std::memchr(m_At, '<', std::size_t(m_End - m_At)));
-            if (lt == nullptr)
-            {
-                m_At = m_End;
-                return Fail("the document ends inside an element");
-            }
-            if (!CheckReferences(m_At, lt))
-                return false;
-            m_At = lt;
-            if (m_End - m_At >= 2 && m_At[1] == '/')
-                break;
-            if (StartsWith("<!--"))
-            {
-                if (!SkipPast("-->", "a comment"))
-                    return false;
-            }
-            else if (StartsWith("<![CDATA["))
-            {
-                if (!SkipPast("]]>", "a CDATA section"))
-                    return false;
-            }
-            else if (StartsWith("<?"))
-            {
-                if (!SkipPast("?>", "a processing instruction"))
-                    return false;
-            }
-            else if (!ReadElement(index))
-                return false;
-        }
-        Element& done = elements[index];
-        done.contentEnd = u32(m_At - m_Begin);
-        m_At += 2;
-        const char* closing;
-        u32 closingLength;
-        if (!ReadName(closing, closingLength))
-            return false;
-        if (closingLength != length || std::memcmp(closing, name, length) != 0)
-        {
-            m_At = closing;
-            return Fail("the end tag does not match the start tag");
-        }
-        SkipSpace();
-        if (m_At == m_End || *m_At != '>')
-            return Fail("'>' was expected to close an end tag");
-        ++m_At;
-        done.end = u32(m_At - m_Begin);
-        return true;
-    }
-
-    MarkupSTL& m_Document;
-    const char* m_Begin;
-    const char* m_At;
-    const char* m_End;
-};
 
 // ---- the document ---------------------------------------------------------------
 
-MarkupSTL::MarkupSTL()
+MarkupSTL::MarkupSTL() : m_Text(new MarkupText)
 {
     SetDocument("", 0);
 }
 
-MarkupSTL::MarkupSTL(const char* document)
+MarkupSTL::MarkupSTL(const char* document) : m_Text(new MarkupText)
 {
     SetDocument(document);
+}
+
+MarkupSTL::MarkupSTL(const MarkupSTL& other)
+    : m_Text(new MarkupText(*other.m_Text)), m_Elements(other.m_Elements),
+      m_Entities(other.m_Entities), m_KeepUnknownEntities(other.m_KeepUnknownEntities),
+      m_Strict(other.m_Strict), m_Encoding(other.m_Encoding), m_Count(other.m_Count),
+      m_Position(other.m_Position), m_Error(other.m_Error), m_ErrorLine(other.m_ErrorLine),
+      m_ErrorColumn(other.m_ErrorColumn)
+{
+}
+
+MarkupSTL& MarkupSTL::operator=(const MarkupSTL& other)
+{
+    if (this != &other)
+    {
+        MarkupSTL copy(other);
+        std::swap(m_Text, copy.m_Text);
+        m_Elements.swap(copy.m_Elements);
+        m_Entities.swap(copy.m_Entities);
+        m_KeepUnknownEntities = copy.m_KeepUnknownEntities;
+        m_Strict = copy.m_Strict;
+        m_Encoding = copy.m_Encoding;
+        m_Count = copy.m_Count;
+        m_Position = copy.m_Position;
+        m_Error.swap(copy.m_Error);
+        m_ErrorLine = copy.m_ErrorLine;
+        m_ErrorColumn = copy.m_ErrorColumn;
+    }
+    return *this;
+}
+
+MarkupSTL::~MarkupSTL()
+{
+    delete m_Text;
 }
 
 bool MarkupSTL::SetDocument(const char* text)
@@ -392,60 +78,67 @@ bool MarkupSTL::SetDocument(const char* text)
 
 bool MarkupSTL::SetDocument(const char* text, u32 length)
 {
-    m_Text.assign(text ? text : "", length);
-    return Parse();
+    String bytes(text ? text : "", length);
+    return Take(bytes);
 }
 
-bool MarkupSTL::Parse()
+const MarkupSTL::String& MarkupSTL::GetDocument() const
 {
-    m_Error.clear();
-    m_ErrorLine = m_ErrorColumn = 0;
-    m_Count = 0;
-    m_Position = Position{0, 0, 0};
-    if (Checker(*this).Run())
-        return true;
-    if (m_Error.empty())
-        m_Error.assign("the document is not well-formed");
-    // An ill-formed document holds no elements.
-    m_Elements.resize(1);
-    m_Elements[0].firstChild = m_Elements[0].lastChild = 0;
-    m_Count = 0;
-    return false;
+    return m_Text->Whole();
+}
+
+const char* MarkupSTL::GetEncoding() const
+{
+    return MarkupEncoding::Name(m_Encoding);
 }
 
 bool MarkupSTL::Load(const char* path)
 {
+    String bytes;
+    const char* failure = nullptr;
     try
     {
         InputFileStream stream(path);
         const u64 size = stream.GetSize();
         if (size >= 0xFFFFFFFFu)
+            failure = "the file is too large";
+        else
         {
-            m_Text.clear();
-            Parse();
-            m_Error.assign("the file is too large");
-            return false;
+            bytes.resize(std::size_t(size));
+            bytes.resize(stream.Read(&bytes[0], u32(size)));
         }
-        m_Text.resize(std::size_t(size));
-        m_Text.resize(stream.Read(&m_Text[0], u32(size)));
     }
     catch (const FileException& error)
     {
-        m_Text.clear();
-        Parse();
         m_Error.assign("the file cannot be read: ");
         m_Error += error.GetReason();
-        return false;
+        failure = m_Error.c_str();
     }
-    return Parse();
+    if (failure == nullptr)
+        return Take(bytes);
+    const String message(failure);
+    m_Text->Assign(String());
+    Parse(message.c_str());
+    m_ErrorLine = m_ErrorColumn = 0;
+    return false;
 }
 
 bool MarkupSTL::Save(const char* path) const
 {
+    const String& text = m_Text->Whole();
+    if (m_Encoding == MarkupEncoding::kUtf8)
+        return WriteFile(path, text);
+    String bytes;
+    MarkupEncoding::FromUtf8(MarkupEncoding::Kind(m_Encoding), text.data(), text.size(), bytes);
+    return WriteFile(path, bytes);
+}
+
+bool MarkupSTL::WriteFile(const char* path, const String& bytes)
+{
     try
     {
         OutputFileStream stream(path);
-        return stream.Write(m_Text.data(), u32(m_Text.size())) == m_Text.size();
+        return stream.Write(bytes.data(), u32(bytes.size())) == bytes.size();
     }
     catch (const FileException&)
     {
@@ -455,46 +148,18 @@ bool MarkupSTL::Save(const char* path) const
 
 // ---- navigation -----------------------------------------------------------------
 
-void MarkupSTL::ResetPosition()
-{
-    m_Position = Position{0, 0, 0};
-}
-
-void MarkupSTL::ResetMainPosition()
-{
-    m_Position.main = m_Position.child = 0;
-}
-
-void MarkupSTL::ResetChildPosition()
-{
-    m_Position.child = 0;
-}
-
 bool MarkupSTL::Matches(u32 element, const char* name) const
 {
-    if (name == nullptr)
-        return true;
     const Element& e = m_Elements[element];
-    return std::strncmp(m_Text.data() + e.start + 1, name, e.nameLength) == 0 &&
+    return std::strncmp(m_Text->At(e.start) + 1, name, e.nameLength) == 0 &&
            name[e.nameLength] == 0;
 }
 
-u32 MarkupSTL::NextSibling(u32 after, u32 parent, const char* name) const
+u32 MarkupSTL::NextNamed(u32 at, const char* name) const
 {
-    u32 at = after ? m_Elements[after].nextSibling : m_Elements[parent].firstChild;
     while (at != 0 && !Matches(at, name))
         at = m_Elements[at].nextSibling;
     return at;
-}
-
-bool MarkupSTL::FindElement(const char* name)
-{
-    const u32 found = NextSibling(m_Position.main, m_Position.parent, name);
-    if (found == 0)
-        return false;
-    m_Position.main = found;
-    m_Position.child = 0;
-    return true;
 }
 
 bool MarkupSTL::FindChildElement(const char* name)
@@ -508,22 +173,6 @@ bool MarkupSTL::FindChildElement(const char* name)
     return true;
 }
 
-bool MarkupSTL::IntoElement()
-{
-    if (m_Position.main == 0)
-        return false;
-    m_Position = Position{m_Position.main, m_Position.child, 0};
-    return true;
-}
-
-bool MarkupSTL::OutOfElement()
-{
-    if (m_Position.parent == 0)
-        return false;
-    m_Position = Position{m_Elements[m_Position.parent].parent, m_Position.parent, m_Position.main};
-    return true;
-}
-
 // ---- reading --------------------------------------------------------------------
 
 MarkupSTL::String MarkupSTL::TagName(u32 element) const
@@ -531,73 +180,112 @@ MarkupSTL::String MarkupSTL::TagName(u32 element) const
     if (element == 0)
         return String();
     const Element& e = m_Elements[element];
-    return String(m_Text.data() + e.start + 1, e.nameLength);
+    return String(m_Text->At(e.start) + 1, e.nameLength);
 }
 
-namespace
+void MarkupSTL::Decode(const char* from, const char* to, bool attribute, String& out) const
 {
-
-// The first `terminator` in [from, to); the document was checked, so there
-// is one (zero bytes in the text included).
-const char* Search(const char* from, const char* to, const char* terminator)
-{
-    const std::size_t length = std::strlen(terminator);
-    for (;; ++from)
+    // Entities' replacement texts are read on a stack of their own; only
+    // the document's text has markup and line ends to normalise.
+    struct Frame
     {
-        from = static_cast<const char*>(std::memchr(from, terminator[0], std::size_t(to - from)));
-        if (std::memcmp(from, terminator, length) == 0)
-            return from;
-    }
-}
-
-// Appends the decoded text of [from, to) (references, CDATA, line ends;
-// comments and processing instructions left out) to `out`.
-void Decode(const char* from, const char* to, MarkupSTL::String& out)
-{
-    while (from < to)
+        const char* at;
+        const char* end;
+    };
+    std::vector<Frame, GeneralAllocator<Frame>> entities;
+    const char* at = from;
+    const char* end = to;
+    for (;;)
     {
-        const char c = *from;
+        if (at == end)
+        {
+            if (entities.empty())
+                return;
+            at = entities.back().at;
+            end = entities.back().end;
+            entities.pop_back();
+            continue;
+        }
+        const bool document = entities.empty();
+        const char c = *at;
         if (c == '&')
         {
             char bytes[4];
             u32 written = 0;
             const std::size_t used =
-                XmlText::DecodeReference(from, std::size_t(to - from), bytes, written);
-            out.append(bytes, written);
-            from += used ? used : 1;
-        }
-        else if (c == '\r')
-        {
-            out += '\n';
-            from += (from + 1 < to && from[1] == '\n') ? 2 : 1;
-        }
-        else if (c == '<')
-        {
-            if (to - from >= 9 && std::memcmp(from, "<![CDATA[", 9) == 0)
+                XmlText::DecodeReference(at, std::size_t(end - at), bytes, written);
+            if (used != 0)
             {
-                const char* close = Search(from + 9, to, "]]>");
-                out.append(from + 9, std::size_t(close - from - 9));
-                from = close + 3;
+                out.append(bytes, written);
+                at += used;
+                continue;
+            }
+            const char* semicolon =
+                static_cast<const char*>(std::memchr(at, ';', std::size_t(end - at)));
+            const Entity* entity =
+                semicolon ? FindEntity(at + 1, std::size_t(semicolon - at - 1)) : nullptr;
+            if (entity == nullptr || entity->external)
+            {
+                // Kept as text: the check let it through.
+                const char* past = semicolon ? semicolon + 1 : at + 1;
+                out.append(at, std::size_t(past - at));
+                at = past;
+                continue;
+            }
+            entities.push_back(Frame{semicolon + 1, end});
+            at = entity->text.data();
+            end = at + entity->text.size();
+        }
+        else if (c == '\r' && document)
+        {
+            out += attribute ? ' ' : '\n';
+            at += at + 1 < end && at[1] == '\n' ? 2 : 1;
+        }
+        else if (attribute && (c == '\n' || c == '\t' || c == '\r'))
+        {
+            out += ' ';
+            ++at;
+        }
+        else if (c == '<' && document)
+        {
+            if (end - at >= 9 && std::memcmp(at, "<![CDATA[", 9) == 0)
+            {
+                const char* close = at + 9;
+                while (std::memcmp(close, "]]>", 3) != 0)
+                    ++close;
+                for (const char* cdata = at + 9; cdata != close; ++cdata)
+                {
+                    if (*cdata != '\r')
+                        out += *cdata;
+                    else if (cdata + 1 == close || cdata[1] != '\n')
+                        out += '\n';
+                }
+                at = close + 3;
             }
             else
             {
                 // A comment or a processing instruction: checked at load.
-                const bool comment = to - from >= 4 && std::memcmp(from, "<!--", 4) == 0;
-                from = Search(from + 2, to, comment ? "-->" : "?>") + (comment ? 3 : 2);
+                const bool comment = end - at >= 4 && std::memcmp(at, "<!--", 4) == 0;
+                const char* terminator = comment ? "-->" : "?>";
+                at += 2;
+                while (std::memcmp(at, terminator, comment ? 3 : 2) != 0)
+                    ++at;
+                at += comment ? 3 : 2;
             }
         }
         else
         {
-            const char* run = from;
-            while (run < to && *run != '&' && *run != '\r' && *run != '<')
+            const char* run = at;
+            while (run < end && *run != '&' && *run != '\r' && *run != '<' &&
+                   !(attribute && (*run == '\n' || *run == '\t')))
                 ++run;
-            out.append(from, std::size_t(run - from));
-            from = run;
+            if (run == at)
+                ++run; // '<' or CR in an entity's text
+            out.append(at, std::size_t(run - at));
+            at = run;
         }
     }
 }
-
-} // namespace
 
 MarkupSTL::String MarkupSTL::Data(u32 element) const
 {
@@ -605,26 +293,37 @@ MarkupSTL::String MarkupSTL::Data(u32 element) const
     if (element == 0 || m_Elements[element].firstChild != 0)
         return data;
     const Element& e = m_Elements[element];
-    Decode(m_Text.data() + e.contentStart, m_Text.data() + e.contentEnd, data);
+    if (e.end == e.open)
+        return data;
+    const Mark from{e.open, true}, to{e.close, false};
+    const char* text;
+    u32 length;
+    if (m_Text->Span(from, to, text, length))
+        Decode(text, text + length, false, data);
+    else
+    {
+        String gathered;
+        m_Text->Append(from, to, gathered);
+        Decode(gathered.data(), gathered.data() + gathered.size(), false, data);
+    }
     return data;
 }
 
-bool MarkupSTL::NextAttribute(u32& at, Span& name, Span& value) const
+bool MarkupSTL::NextAttribute(const char* tag, u32& at, Span& name, Span& value)
 {
-    const char* text = m_Text.data();
-    while (XmlText::IsSpace(text[at]))
+    while (XmlText::IsSpace(tag[at]))
         ++at;
-    if (!XmlText::IsNameStart(text[at]))
+    if (!XmlText::IsNameStart(tag[at]))
         return false; // '>' or "/>"
     name.start = at;
-    while (XmlText::IsNameChar(text[at]))
+    while (XmlText::IsNameChar(tag[at]))
         ++at;
     name.end = at;
-    while (text[at] != '"' && text[at] != '\'')
+    while (tag[at] != '"' && tag[at] != '\'')
         ++at;
-    const char quote = text[at++];
+    const char quote = tag[at++];
     value.start = at;
-    while (text[at] != quote)
+    while (tag[at] != quote)
         ++at;
     value.end = at++;
     return true;
@@ -635,11 +334,11 @@ bool MarkupSTL::FindAttribute(u32 element, const char* name, Span& value) const
     if (element == 0)
         return false;
     const Element& e = m_Elements[element];
+    const char* tag = m_Text->At(e.start);
     const std::size_t length = std::strlen(name);
     Span found;
-    for (u32 at = e.start + 1 + e.nameLength; NextAttribute(at, found, value);)
-        if (found.end - found.start == length &&
-            std::memcmp(m_Text.data() + found.start, name, length) == 0)
+    for (u32 at = 1 + e.nameLength; NextAttribute(tag, at, found, value);)
+        if (found.end - found.start == length && std::memcmp(tag + found.start, name, length) == 0)
             return true;
     return false;
 }
@@ -650,12 +349,8 @@ MarkupSTL::String MarkupSTL::Attribute(u32 element, const char* name) const
     Span found;
     if (FindAttribute(element, name, found))
     {
-        String raw(m_Text.data() + found.start, found.end - found.start);
-        // Attribute values read their white space characters as spaces.
-        for (char& c : raw)
-            if (c == '\t' || c == '\n' || c == '\r')
-                c = ' ';
-        Decode(raw.data(), raw.data() + raw.size(), value);
+        const char* tag = m_Text->At(m_Elements[element].start);
+        Decode(tag + found.start, tag + found.end, true, value);
     }
     return value;
 }
@@ -671,40 +366,35 @@ MarkupSTL::String MarkupSTL::GetAttributeName(u32 index) const
     if (m_Position.main == 0)
         return String();
     const Element& e = m_Elements[m_Position.main];
+    const char* tag = m_Text->At(e.start);
     Span name, value;
-    u32 at = e.start + 1 + e.nameLength;
-    for (u32 n = 0; NextAttribute(at, name, value); ++n)
+    u32 at = 1 + e.nameLength;
+    for (u32 n = 0; NextAttribute(tag, at, name, value); ++n)
         if (n == index)
-            return String(m_Text.data() + name.start, name.end - name.start);
+            return String(tag + name.start, name.end - name.start);
     return String();
 }
 
 // ---- editing --------------------------------------------------------------------
 
-void MarkupSTL::Splice(u32 from, u32 to, const String& text)
+void MarkupSTL::CompactIfWasteful()
 {
-    m_Text.replace(from, to - from, text.data(), text.size());
-    const u32 delta = u32(text.size()) - (to - from); // modulo 2^32
-    // Offsets after the edited range move. At a pure insertion point an
-    // element starting there moves, one whose content starts there keeps
-    // it, content ending there grows (but not that of an empty-element tag,
-    // which ends there too), an element ending there stays.
-    const bool insertion = from == to;
-    for (std::size_t i = 1; i < m_Elements.size(); ++i)
-    {
-        Element& e = m_Elements[i];
-        if (e.nameLength == kRemoved)
-            continue;
-        if (e.start >= to)
-            e.start += delta;
-        if (insertion ? e.contentStart > to : e.contentStart >= to)
-            e.contentStart += delta;
-        if (e.contentEnd > to || (e.contentEnd == to && (!insertion || e.end > to)))
-            e.contentEnd += delta;
-        if (insertion ? e.end > to : e.end >= to)
-            e.end += delta;
-    }
-    m_Elements[0].contentEnd = m_Elements[0].end = u32(m_Text.size());
+    if (!m_Text->IsWasteful())
+        return;
+    m_Text->Compact(
+        [this](const MarkupText::Renamer& rename)
+        {
+            for (std::size_t i = 1; i < m_Elements.size(); ++i)
+            {
+                Element& e = m_Elements[i];
+                if (e.nameLength == kRemoved)
+                    continue;
+                rename(e.start);
+                rename(e.open);
+                rename(e.close);
+                rename(e.end);
+            }
+        });
 }
 
 u32 MarkupSTL::Depth(u32 element) const
@@ -715,22 +405,37 @@ u32 MarkupSTL::Depth(u32 element) const
     return depth;
 }
 
+void MarkupSTL::Retag(u32 element, const String& tag)
+{
+    Element& e = m_Elements[element];
+    const bool empty = e.end == e.open;
+    const u32 stored =
+        m_Text->Replace(Mark{e.start, false}, Mark{e.open, true}, tag.data(), u32(tag.size()));
+    e.start = stored;
+    e.open = stored + u32(tag.size()) - 1;
+    if (empty)
+        e.close = e.end = e.open;
+}
+
 void MarkupSTL::Open(u32 element)
 {
     Element& e = m_Elements[element];
-    if (e.contentStart != e.end)
+    if (e.end != e.open)
         return;
     // "<a .../>" becomes "<a ...></a>".
-    String closing("></");
-    closing.append(m_Text.data() + e.start + 1, e.nameLength);
-    closing += '>';
-    const u32 slash = e.end - 2;
-    Splice(slash, e.end, closing);
-    Element& opened = m_Elements[element];
-    opened.contentStart = opened.contentEnd = slash + 1;
-    opened.end = slash + u32(closing.size());
+    const char* tag = m_Text->At(e.start);
+    const u32 slash = e.open - 1 - e.start;
+    String text(tag, slash);
+    text += "></";
+    text.append(tag + 1, e.nameLength);
+    text += '>';
+    const u32 stored =
+        m_Text->Replace(Mark{e.start, false}, Mark{e.end, true}, text.data(), u32(text.size()));
+    e.start = stored;
+    e.open = stored + slash;
+    e.close = e.open + 1;
+    e.end = stored + u32(text.size()) - 1;
 }
-
 u32 MarkupSTL::AddUnder(u32 parent, u32 before, const char* name, const char* data)
 {
     const std::size_t nameLength = name ? std::strlen(name) : 0;
@@ -738,78 +443,79 @@ u32 MarkupSTL::AddUnder(u32 parent, u32 before, const char* name, const char* da
         return 0;
     if (parent == 0 && m_Elements[0].firstChild != 0)
         return 0; // one root only
-    String element("<");
-    element.append(name, nameLength);
-    u32 contentLength = 0;
-    if (data != nullptr)
-    {
-        element += '>';
-        const std::size_t open = element.size();
-        XmlText::Escape(data, std::strlen(data), false,
-                        [&element](const char* piece, std::size_t size)
-                        { element.append(piece, size); });
-        contentLength = u32(element.size() - open);
-        element += "</";
-        element.append(name, nameLength);
-        element += '>';
-    }
-    else
-        element += "/>";
-
+    CompactIfWasteful();
     // Where it goes, and the line break and indentation around it.
-    u32 at;
-    String text;
-    u32 lead = 0; // characters before the element's '<'
+    Mark at{MarkupText::kNone, false};
+    u32 spacesBefore = 0, spacesAfter = 0; // the indentation after each line break
+    bool breakBefore = false, breakAfter = false;
     if (parent == 0)
     {
-        at = u32(m_Text.size());
-        if (at != 0 && m_Text.back() != '\n')
-            text += '\n';
-        lead = u32(text.size());
-        text += element;
-        text += '\n';
+        const u32 last = m_Text->Last();
+        breakBefore = last != MarkupText::kNone && *m_Text->At(last) != '\n';
+        breakAfter = true;
     }
     else
     {
         Open(parent);
         const Element& up = m_Elements[parent];
-        const String indent(Depth(parent) * kTabulation, ' ');
+        const u32 indent = Depth(parent) * kTabulation;
         if (before != 0)
         {
-            at = m_Elements[before].start;
-            text = element + '\n' + indent;
+            at = Mark{m_Elements[before].start, false};
+            breakAfter = true, spacesAfter = indent;
         }
         else if (up.lastChild != 0)
         {
-            at = m_Elements[up.lastChild].end;
-            text = '\n' + indent + element;
-            lead = u32(text.size() - element.size());
+            at = Mark{m_Elements[up.lastChild].end, true};
+            breakBefore = true, spacesBefore = indent;
         }
-        else if (up.contentStart == up.contentEnd)
+        else if (m_Text->Next(up.open) == up.close)
         {
-            at = up.contentStart;
-            text = '\n' + indent + element + '\n' + String((Depth(parent) - 1) * kTabulation, ' ');
-            lead = 1 + u32(indent.size());
+            at = Mark{up.open, true};
+            breakBefore = true, spacesBefore = indent;
+            breakAfter = true, spacesAfter = indent - kTabulation;
         }
         else
-        {
-            at = up.contentEnd; // after the element's text
-            text = element;
-        }
+            at = Mark{up.close, false}; // after the element's text
     }
-    Splice(at, at, text);
+    String& text = m_Scratch; // its room kept from edit to edit
+    text.clear();
+    if (breakBefore)
+        text += '\n';
+    text.append(spacesBefore, ' ');
+    const u32 lead = u32(text.size()); // characters before the element's '<'
+    text += '<';
+    text.append(name, nameLength);
+    u32 contentLength = 0;
+    if (data != nullptr)
+    {
+        text += '>';
+        const std::size_t open = text.size();
+        XmlText::Escape(data, std::strlen(data), false,
+                        [&text](const char* piece, std::size_t size) { text.append(piece, size); });
+        contentLength = u32(text.size() - open);
+        text += "</";
+        text.append(name, nameLength);
+        text += '>';
+    }
+    else
+        text += "/>";
+    if (breakAfter)
+        text += '\n';
+    text.append(spacesAfter, ' ');
+    const u32 stored = m_Text->Replace(at, at, text.data(), u32(text.size()));
 
     Element made{};
-    made.start = at + lead;
+    made.start = stored + lead;
     made.nameLength = u32(nameLength);
     if (data != nullptr)
     {
-        made.contentStart = made.start + 1 + u32(nameLength) + 1;
-        made.contentEnd = made.contentStart + contentLength;
-        made.end = made.contentEnd + 3 + u32(nameLength);
+        made.open = made.start + 1 + u32(nameLength);
+        made.close = made.open + 1 + contentLength;
+        made.end = made.close + 2 + u32(nameLength);
     }
     else
-        made.contentStart = made.contentEnd = made.end = made.start + u32(nameLength) + 3;
+        made.open = made.close = made.end = made.start + u32(nameLength) + 2;
     made.parent = parent;
     const u32 index = u32(m_Elements.size());
     Element& up = m_Elements[parent];
@@ -881,13 +587,21 @@ bool MarkupSTL::InsertChildElement(const char* name, const char* data)
 
 void MarkupSTL::Unlink(u32 element)
 {
-    // The element and everything under it leave the index.
-    Element& e = m_Elements[element];
-    for (u32 child = e.firstChild; child != 0;)
+    // Everything under the element leaves the index, walked in document
+    // order without a stack; its own links go last.
+    for (u32 at = m_Elements[element].firstChild; at != 0;)
     {
-        const u32 next = m_Elements[child].nextSibling;
-        Unlink(child);
-        child = next;
+        Element& e = m_Elements[at];
+        e.nameLength = kRemoved;
+        --m_Count;
+        if (e.firstChild != 0)
+        {
+            at = e.firstChild;
+            continue;
+        }
+        while (at != element && m_Elements[at].nextSibling == 0)
+            at = m_Elements[at].parent;
+        at = at == element ? 0 : m_Elements[at].nextSibling;
     }
     Element& gone = m_Elements[element];
     Element& up = m_Elements[gone.parent];
@@ -908,38 +622,41 @@ bool MarkupSTL::Remove(u32 element)
 {
     if (element == 0)
         return false;
+    CompactIfWasteful();
     const Element& e = m_Elements[element];
     const u32 parent = e.parent;
-    u32 from = e.start;
-    u32 to = e.end;
+    Mark from{e.start, false}, to{e.end, true};
     // The element goes with the line break and indentation before it, when
     // they stand between tags (not at the end of text it follows).
-    u32 indent = from;
-    while (indent > 0 && (m_Text[indent - 1] == ' ' || m_Text[indent - 1] == '\t'))
-        --indent;
-    if (indent > 0 && m_Text[indent - 1] == '\n')
+    u32 at = m_Text->Previous(e.start);
+    while (at != MarkupText::kNone && (*m_Text->At(at) == ' ' || *m_Text->At(at) == '\t'))
+        at = m_Text->Previous(at);
+    if (at != MarkupText::kNone && *m_Text->At(at) == '\n')
     {
-        --indent;
-        if (indent > 0 && m_Text[indent - 1] == '\r')
-            --indent;
-        if (indent > 0 && m_Text[indent - 1] == '>')
-            from = indent;
+        at = m_Text->Previous(at);
+        if (at != MarkupText::kNone && *m_Text->At(at) == '\r')
+            at = m_Text->Previous(at);
+        if (at != MarkupText::kNone && *m_Text->At(at) == '>')
+            from = Mark{at, true};
     }
-    Unlink(element);
     // The last child of an element leaves no white space behind as data.
     const Element& up = m_Elements[parent];
-    if (parent != 0 && up.firstChild == 0)
+    if (parent != 0 && up.firstChild == element && up.lastChild == element)
     {
+        String around;
+        m_Text->Append(Mark{up.open, true}, from, around);
+        m_Text->Append(to, Mark{up.close, false}, around);
         bool blank = true;
-        for (u32 i = up.contentStart; blank && i < up.contentEnd; ++i)
-            blank = (i >= from && i < to) || XmlText::IsSpace(m_Text[i]);
+        for (char c : around)
+            blank = blank && XmlText::IsSpace(c);
         if (blank)
         {
-            from = up.contentStart;
-            to = up.contentEnd;
+            from = Mark{up.open, true};
+            to = Mark{up.close, false};
         }
     }
-    Splice(from, to, String());
+    Unlink(element);
+    m_Text->Replace(from, to, nullptr, 0);
     return true;
 }
 
@@ -970,6 +687,7 @@ bool MarkupSTL::SetData(u32 element, const char* data)
 {
     if (element == 0)
         return false;
+    CompactIfWasteful();
     Open(element);
     for (u32 child = m_Elements[element].firstChild; child != 0;)
     {
@@ -977,12 +695,13 @@ bool MarkupSTL::SetData(u32 element, const char* data)
         Unlink(child);
         child = next;
     }
-    String text;
+    String& text = m_Scratch; // its room kept from edit to edit
+    text.clear();
     if (data != nullptr)
         XmlText::Escape(data, std::strlen(data), false,
                         [&text](const char* piece, std::size_t size) { text.append(piece, size); });
     const Element& e = m_Elements[element];
-    Splice(e.contentStart, e.contentEnd, text);
+    m_Text->Replace(Mark{e.open, true}, Mark{e.close, false}, text.data(), u32(text.size()));
     return true;
 }
 
@@ -991,30 +710,42 @@ bool MarkupSTL::SetAttribute(u32 element, const char* name, const char* value)
     const std::size_t nameLength = name ? std::strlen(name) : 0;
     if (element == 0 || !XmlText::IsName(name, nameLength))
         return false;
-    String escaped;
-    XmlText::Escape(value ? value : "", value ? std::strlen(value) : 0, true,
-                    [&escaped](const char* piece, std::size_t size)
-                    { escaped.append(piece, size); });
+    CompactIfWasteful();
+    // The start tag is written anew, so that it stays one run of text.
+    const Element& e = m_Elements[element];
+    const char* tag = m_Text->At(e.start);
+    const std::size_t length = e.open + 1 - e.start;
+    String& retagged = m_Scratch;
+    retagged.clear();
+    auto escape = [&retagged](const char* piece, std::size_t size)
+    { retagged.append(piece, size); };
     Span found;
     if (FindAttribute(element, name, found))
     {
         // Replaced between its quotes; a value in single quotes gets double
         // ones, which the escaping is for.
-        Splice(found.start - 1, found.end + 1, '"' + escaped + '"');
-        return true;
+        retagged.assign(tag, found.start - 1);
+        retagged += '"';
+        XmlText::Escape(value ? value : "", value ? std::strlen(value) : 0, true, escape);
+        retagged += '"';
+        retagged.append(tag + found.end + 1, length - found.end - 1);
     }
-    const Element& e = m_Elements[element];
-    u32 close = e.contentStart - 1; // the '>'
-    if (e.contentStart == e.end && m_Text[close - 1] == '/')
-        --close;
-    while (XmlText::IsSpace(m_Text[close - 1]))
-        --close;
-    String text(" ");
-    text.append(name, nameLength);
-    text += "=\"";
-    text += escaped;
-    text += '"';
-    Splice(close, close, text);
+    else
+    {
+        std::size_t close = length - 1; // the '>'
+        if (e.end == e.open)
+            --close; // the '/'
+        while (XmlText::IsSpace(tag[close - 1]))
+            --close;
+        retagged.assign(tag, close);
+        retagged += ' ';
+        retagged.append(name, nameLength);
+        retagged += "=\"";
+        XmlText::Escape(value ? value : "", value ? std::strlen(value) : 0, true, escape);
+        retagged += '"';
+        retagged.append(tag + close, length - close);
+    }
+    Retag(element, retagged);
     return true;
 }
 

@@ -30,7 +30,13 @@ bool IsName(const char* text, std::size_t length)
 
 bool IsCharacterData(const char* text, std::size_t length)
 {
-    const unsigned char* at = reinterpret_cast<const unsigned char*>(text);
+    return CharacterDataLength(text, length) == length;
+}
+
+std::size_t CharacterDataLength(const char* text, std::size_t length)
+{
+    const unsigned char* begin = reinterpret_cast<const unsigned char*>(text);
+    const unsigned char* at = begin;
     const unsigned char* end = at + length;
     while (at != end)
     {
@@ -38,7 +44,7 @@ bool IsCharacterData(const char* text, std::size_t length)
         if (lead < 0x80)
         {
             if (lead < 0x20 && lead != '\t' && lead != '\n' && lead != '\r')
-                return false;
+                break;
             ++at;
             continue;
         }
@@ -52,20 +58,17 @@ bool IsCharacterData(const char* text, std::size_t length)
         else if ((lead & 0xF8) == 0xF0)
             size = 4, code = lead & 0x07, least = 0x10000;
         else
-            return false;
+            break;
         if (u32(end - at) < size)
-            return false;
-        for (u32 i = 1; i < size; ++i)
-        {
-            if ((at[i] & 0xC0) != 0x80)
-                return false;
+            break;
+        u32 i = 1;
+        for (; i < size && (at[i] & 0xC0) == 0x80; ++i)
             code = (code << 6) | (at[i] & 0x3F);
-        }
-        if (code < least || !IsAllowed(code))
-            return false;
+        if (i < size || code < least || !IsAllowed(code))
+            break;
         at += size;
     }
-    return true;
+    return std::size_t(at - begin);
 }
 
 u32 EncodeUtf8(u32 code, char out[4])

@@ -51,6 +51,8 @@ inline bool IsSpace(char c)
 // valid UTF-8 with no character that XML 1.0 forbids (controls below 0x20
 // other than tab, line feed and carriage return).
 bool IsCharacterData(const char* text, std::size_t length);
+// The length of the longest start of the text that is character data.
+std::size_t CharacterDataLength(const char* text, std::size_t length);
 
 // Escapes text for element content (`attribute` false: '<', '&', '>' and
 // carriage return, so that "]]>" never appears and a CR survives the

@@ -1,0 +1,347 @@
+#include "base/markup/markuptext.h"
+
+#include <algorithm>
+
+namespace qel
+{
+
+void MarkupText::Assign(String&& text)
+{
+    m_Source.swap(text);
+    Reset();
+}
+
+void MarkupText::Reset()
+{
+    m_Added.clear();
+    m_Pieces.clear();
+    m_Starts.Clear();
+    for (u32& recent : m_Recent)
+        recent = kNone;
+    m_Free = m_Head = m_Tail = kNone;
+    m_Size = u32(m_Source.size());
+    m_Live = 0;
+    m_Whole.clear();
+    m_Gathered = true;
+    if (m_Size != 0)
+    {
+        m_Head = m_Tail = NewPiece(0, m_Size);
+        m_Starts.Insert(0, m_Head);
+    }
+}
+
+u32 MarkupText::NewPiece(u32 start, u32 length)
+{
+    u32 index = m_Free;
+    if (index == kNone)
+    {
+        index = u32(m_Pieces.size());
+        m_Pieces.push_back(Piece{});
+    }
+    else
+        m_Free = m_Pieces[index].next;
+    m_Pieces[index] = Piece{start, length, kNone, kNone};
+    ++m_Live;
+    return index;
+}
+
+u32 MarkupText::Locate(u32 at) const
+{
+    if (m_Live == 1)
+        return m_Head;
+    for (u32 recent : m_Recent)
+        if (recent != kNone && at - m_Pieces[recent].start < m_Pieces[recent].length)
+            return recent;
+    const u32 found = m_Starts.Find(at);
+    m_Recent[3] = m_Recent[2];
+    m_Recent[2] = m_Recent[1];
+    m_Recent[1] = m_Recent[0];
+    m_Recent[0] = found;
+    return found;
+}
+
+u32 MarkupText::Last() const
+{
+    return m_Tail == kNone ? kNone : m_Pieces[m_Tail].start + m_Pieces[m_Tail].length - 1;
+}
+
+u32 MarkupText::Next(u32 at) const
+{
+    const Piece& piece = m_Pieces[Locate(at)];
+    if (at + 1 < piece.start + piece.length)
+        return at + 1;
+    return piece.next == kNone ? kNone : m_Pieces[piece.next].start;
+}
+
+u32 MarkupText::Previous(u32 at) const
+{
+    const Piece& piece = m_Pieces[Locate(at)];
+    if (at > piece.start)
+        return at - 1;
+    return piece.previous == kNone ? kNone : Last(piece.previous);
+}
+
+u32 MarkupText::Last(u32 piece) const
+{
+    return End(piece) - 1;
+}
+
+u32 MarkupText::Split(Mark mark)
+{
+    if (mark.at == kNone)
+        return kNone;
+    const u32 index = Locate(mark.at);
+    const u32 at = mark.at + (mark.after ? 1 : 0);
+    Piece& piece = m_Pieces[index];
+    if (at == piece.start)
+        return index;
+    if (at == piece.start + piece.length)
+        return piece.next;
+    const u32 tail = NewPiece(at, piece.start + piece.length - at);
+    Piece& first = m_Pieces[index]; // NewPiece may have moved it
+    Piece& second = m_Pieces[tail];
+    first.length = at - first.start;
+    second.previous = index;
+    second.next = first.next;
+    if (first.next != kNone)
+        m_Pieces[first.next].previous = tail;
+    else
+        m_Tail = tail;
+    first.next = tail;
+    m_Starts.Insert(at, tail);
+    return tail;
+}
+
+u32 MarkupText::Replace(Mark from, Mark to, const char* text, u32 length)
+{
+    const u32 first = Split(from);
+    const u32 stop = Split(to);
+    u32 before = first == kNone ? m_Tail : m_Pieces[first].previous;
+    for (u32 at = first; at != stop;)
+    {
+        Piece& gone = m_Pieces[at];
+        const u32 next = gone.next;
+        m_Size -= gone.length;
+        m_Starts.Erase(gone.start);
+        for (u32& recent : m_Recent)
+            if (recent == at)
+                recent = kNone;
+        gone.next = m_Free;
+        m_Free = at;
+        --m_Live;
+        at = next;
+    }
+    if (before != kNone)
+        m_Pieces[before].next = stop;
+    else
+        m_Head = stop;
+    if (stop != kNone)
+        m_Pieces[stop].previous = before;
+    else
+        m_Tail = before;
+
+    const u32 stored = u32(m_Source.size() + m_Added.size());
+    m_Added.append(text, length);
+    m_Size += length;
+    m_Gathered = false;
+    if (length == 0)
+        return stored;
+    // Text typed on after the last insertion grows its piece.
+    if (before != kNone && m_Pieces[before].start + m_Pieces[before].length == stored &&
+        stored > m_Source.size())
+    {
+        m_Pieces[before].length += length;
+        return stored;
+    }
+    const u32 made = NewPiece(stored, length);
+    Piece& piece = m_Pieces[made];
+    piece.previous = before;
+    piece.next = stop;
+    if (before != kNone)
+        m_Pieces[before].next = made;
+    else
+        m_Head = made;
+    if (stop != kNone)
+        m_Pieces[stop].previous = made;
+    else
+        m_Tail = made;
+    m_Starts.Insert(stored, made);
+    return stored;
+}
+
+void MarkupText::Append(Mark from, Mark to, String& out) const
+{
+    if (from.at == kNone)
+        return;
+    // From before a byte, to after one: the marks of a piece's edges name
+    // the same place as those of its neighbours'.
+    u32 piece = Locate(from.at);
+    u32 at = from.at + (from.after ? 1 : 0);
+    if (at == End(piece))
+    {
+        piece = m_Pieces[piece].next;
+        if (piece == kNone)
+            return;
+        at = m_Pieces[piece].start;
+    }
+    u32 last = m_Tail;
+    u32 stop = End(m_Tail);
+    if (to.at != kNone)
+    {
+        last = Locate(to.at);
+        stop = to.at + (to.after ? 1 : 0);
+        if (stop == m_Pieces[last].start)
+        {
+            last = m_Pieces[last].previous;
+            if (last == kNone)
+                return;
+            stop = End(last);
+        }
+    }
+    if (m_Pieces[last].next == piece && at == m_Pieces[piece].start)
+        return; // an empty range between two pieces
+    for (;;)
+    {
+        out.append(At(at), (piece == last ? stop : End(piece)) - at);
+        if (piece == last)
+            return;
+        piece = m_Pieces[piece].next;
+        at = m_Pieces[piece].start;
+    }
+}
+
+bool MarkupText::Span(Mark from, Mark to, const char*& data, u32& length) const
+{
+    if (from.at == kNone || to.at == kNone)
+        return false;
+    const u32 piece = Locate(from.at);
+    const Piece& p = m_Pieces[piece];
+    const u32 at = from.at + (from.after ? 1 : 0);
+    const u32 stop = to.at + (to.after ? 1 : 0);
+    if (to.at < p.start || to.at >= p.start + p.length || stop < at)
+        return false;
+    data = At(at);
+    length = stop - at;
+    return true;
+}
+
+const MarkupText::String& MarkupText::Whole() const
+{
+    if (m_Live == 1 && m_Pieces[m_Head].start == 0 && m_Pieces[m_Head].length == m_Source.size())
+        return m_Source;
+    if (!m_Gathered)
+    {
+        m_Whole.clear();
+        m_Whole.reserve(m_Size);
+        for (u32 piece = m_Head; piece != kNone; piece = m_Pieces[piece].next)
+            m_Whole.append(At(m_Pieces[piece].start), m_Pieces[piece].length);
+        m_Gathered = true;
+    }
+    return m_Whole;
+}
+
+u32 MarkupText::Offset(Mark mark) const
+{
+    if (mark.at == kNone)
+        return m_Size;
+    const u32 target = Locate(mark.at);
+    u32 offset = 0;
+    for (u32 piece = m_Head; piece != target; piece = m_Pieces[piece].next)
+        offset += m_Pieces[piece].length;
+    return offset + mark.at - m_Pieces[target].start + (mark.after ? 1 : 0);
+}
+
+bool MarkupText::IsWasteful() const
+{
+    // Compacting costs a copy of the text: worth it once the stores hold
+    // more than twice the text and a megabyte besides, so that its cost
+    // spreads over at least that many bytes of edits.
+    const u64 stored = u64(m_Source.size()) + m_Added.size();
+    return stored > 2 * u64(m_Size) + (1u << 20) || stored > 0xC0000000u;
+}
+
+MarkupText::Renamer::Renamer(const MarkupText& text) : m_Text(text)
+{
+    m_Offsets.resize(text.m_Pieces.size());
+    u32 offset = 0;
+    for (u32 piece = text.m_Head; piece != kNone; piece = text.m_Pieces[piece].next)
+    {
+        m_Offsets[piece] = offset;
+        offset += text.m_Pieces[piece].length;
+    }
+}
+
+void MarkupText::Renamer::operator()(u32& at) const
+{
+    const u32 piece = m_Text.Locate(at);
+    at = m_Offsets[piece] + at - m_Text.m_Pieces[piece].start;
+}
+
+// ---- the index of pieces by stored start ----------------------------------------
+
+namespace
+{
+
+const std::size_t kBlockEntries = 128;
+
+} // namespace
+
+void MarkupText::Starts::Clear()
+{
+    m_Blocks.clear();
+    m_Firsts.clear();
+}
+
+std::size_t MarkupText::Starts::BlockOf(u32 start) const
+{
+    const auto after = std::upper_bound(m_Firsts.begin(), m_Firsts.end(), start);
+    return after == m_Firsts.begin() ? 0 : std::size_t(after - m_Firsts.begin() - 1);
+}
+
+void MarkupText::Starts::Insert(u32 start, u32 piece)
+{
+    if (m_Blocks.empty())
+    {
+        m_Blocks.emplace_back();
+        m_Firsts.push_back(start);
+    }
+    const std::size_t index = BlockOf(start);
+    Block& block = m_Blocks[index];
+    auto at = std::upper_bound(block.begin(), block.end(), start,
+                               [](u32 s, const Entry& e) { return s < e.start; });
+    block.insert(at, Entry{start, piece});
+    m_Firsts[index] = block.front().start;
+    if (block.size() < kBlockEntries)
+        return;
+    // A full block gives its upper half to a new one after it.
+    Block upper(block.begin() + kBlockEntries / 2, block.end());
+    block.resize(kBlockEntries / 2);
+    m_Firsts.insert(m_Firsts.begin() + std::ptrdiff_t(index + 1), upper.front().start);
+    m_Blocks.insert(m_Blocks.begin() + std::ptrdiff_t(index + 1), std::move(upper));
+}
+
+void MarkupText::Starts::Erase(u32 start)
+{
+    const std::size_t index = BlockOf(start);
+    Block& block = m_Blocks[index];
+    auto at = std::lower_bound(block.begin(), block.end(), start,
+                               [](const Entry& e, u32 s) { return e.start < s; });
+    block.erase(at);
+    if (!block.empty())
+        m_Firsts[index] = block.front().start;
+    else if (m_Blocks.size() > 1)
+    {
+        m_Blocks.erase(m_Blocks.begin() + std::ptrdiff_t(index));
+        m_Firsts.erase(m_Firsts.begin() + std::ptrdiff_t(index));
+    }
+}
+
+u32 MarkupText::Starts::Find(u32 at) const
+{
+    const Block& block = m_Blocks[BlockOf(at)];
+    auto after = std::upper_bound(block.begin(), block.end(), at,
+                                  [](u32 s, const Entry& e) { return s < e.start; });
+    return (after - 1)->piece;
+}
+
+} // namespace qel
