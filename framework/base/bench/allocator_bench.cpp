@@ -1,8 +1,7 @@
 // The library's allocators beside the allocators a user would pick instead:
 // glibc malloc, jemalloc and mimalloc, in the same program and run.
 //
-// jemalloc and mimalloc are loaded with dlopen(RTLD_LOCAL) and called through
-// the functions found in them, so that neither replaces the process's malloc.
+// The peers are loaded as allocatorpeers.h says.
 //
 // Churn: a window of live blocks; each iteration frees one at random and
 // allocates a new one in its place. Resident memory: one million live
@@ -18,6 +17,8 @@
 // realloc from 16 bytes to 1 MB in steps of 1 KB. The resident memory of (a)
 // and (b) is measured in a fresh process per allocator: the program runs
 // itself with --resident.
+#include "allocatorpeers.h"
+
 #include <qel/mem.h>
 #include <qel/poolallocator.h>
 
@@ -30,48 +31,15 @@
 #include <string>
 #include <vector>
 
-#include <dlfcn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace
 {
 
-typedef void* (*MallocFunction)(size_t);
-typedef void (*FreeFunction)(void*);
-typedef void* (*ReallocFunction)(void*, size_t);
-
-struct Peer
-{
-    MallocFunction malloc = nullptr;
-    FreeFunction free = nullptr;
-    ReallocFunction realloc = nullptr;
-};
-
-Peer LoadPeer(const char* library, const char* mallocName, const char* freeName,
-              const char* reallocName)
-{
-    Peer peer;
-    if (void* handle = dlopen(library, RTLD_NOW | RTLD_LOCAL))
-    {
-        peer.malloc = reinterpret_cast<MallocFunction>(dlsym(handle, mallocName));
-        peer.free = reinterpret_cast<FreeFunction>(dlsym(handle, freeName));
-        peer.realloc = reinterpret_cast<ReallocFunction>(dlsym(handle, reallocName));
-    }
-    return peer;
-}
-
-const Peer& Jemalloc()
-{
-    static const Peer peer = LoadPeer("libjemalloc.so.2", "malloc", "free", "realloc");
-    return peer;
-}
-
-const Peer& Mimalloc()
-{
-    static const Peer peer = LoadPeer("libmimalloc.so.2", "mi_malloc", "mi_free", "mi_realloc");
-    return peer;
-}
+using qelbench::Api;
+using qelbench::Jemalloc;
+using qelbench::Mimalloc;
 
 // The same sequence of slots and sizes for every allocator.
 struct Script
@@ -136,7 +104,7 @@ void BM_Churn_GlibcMalloc(benchmark::State& state)
 
 void BM_Churn_Jemalloc(benchmark::State& state)
 {
-    const Peer& peer = Jemalloc();
+    const Api& peer = Jemalloc();
     if (!peer.malloc)
         return state.SkipWithError("libjemalloc.so.2 not found");
     Churn(
@@ -146,7 +114,7 @@ void BM_Churn_Jemalloc(benchmark::State& state)
 
 void BM_Churn_Mimalloc(benchmark::State& state)
 {
-    const Peer& peer = Mimalloc();
+    const Api& peer = Mimalloc();
     if (!peer.malloc)
         return state.SkipWithError("libmimalloc.so.2 not found");
     Churn(
@@ -229,7 +197,7 @@ void BM_Resident1M16_GlibcMalloc(benchmark::State& state)
 
 void BM_Resident1M16_Jemalloc(benchmark::State& state)
 {
-    const Peer& peer = Jemalloc();
+    const Api& peer = Jemalloc();
     if (!peer.malloc)
         return state.SkipWithError("libjemalloc.so.2 not found");
     Resident(state, [&peer](unsigned size) { return peer.malloc(size); });
@@ -237,7 +205,7 @@ void BM_Resident1M16_Jemalloc(benchmark::State& state)
 
 void BM_Resident1M16_Mimalloc(benchmark::State& state)
 {
-    const Peer& peer = Mimalloc();
+    const Api& peer = Mimalloc();
     if (!peer.malloc)
         return state.SkipWithError("libmimalloc.so.2 not found");
     Resident(state, [&peer](unsigned size) { return peer.malloc(size); });
@@ -250,44 +218,7 @@ BENCHMARK(BM_Resident1M16_Mimalloc)->Iterations(1);
 
 // ---- the general allocator against the peers --------------------------------
 
-struct Api
-{
-    const char* name;
-    MallocFunction malloc;
-    FreeFunction free;
-    ReallocFunction realloc;
-};
-
-qel::Allocator* g_General = nullptr;
-
-void* GeneralMalloc(size_t size)
-{
-    return g_General->MallocNoThrow(unsigned(size));
-}
-
-void GeneralFree(void* p)
-{
-    g_General->Free(p);
-}
-
-void* GeneralRealloc(void* p, size_t size)
-{
-    return g_General->ReAllocNoThrow(p, unsigned(size));
-}
-
-std::vector<Api> Apis()
-{
-    g_General = qel::Mem::GetGeneralAlloc();
-    std::vector<Api> apis = {
-        {"QelGeneral", &GeneralMalloc, &GeneralFree, &GeneralRealloc},
-        {"GlibcMalloc", &std::malloc, &std::free, &std::realloc},
-    };
-    for (const Peer* peer : {&Jemalloc(), &Mimalloc()})
-        if (peer->malloc && peer->free && peer->realloc)
-            apis.push_back({peer == &Jemalloc() ? "Jemalloc" : "Mimalloc", peer->malloc, peer->free,
-                            peer->realloc});
-    return apis;
-}
+using qelbench::Apis;
 
 struct Workload
 {
@@ -440,17 +371,9 @@ void RegisterGeneralBenchmarks()
 
 } // namespace
 
-// jemalloc uses initial-exec thread-local storage, which dlopen can only
-// place in glibc's static TLS surplus: the program starts itself again with
-// a larger surplus when it was not given one.
 int main(int argc, char** argv)
 {
-    const char* tunables = std::getenv("GLIBC_TUNABLES");
-    if (tunables == nullptr || std::strstr(tunables, "optional_static_tls") == nullptr)
-    {
-        setenv("GLIBC_TUNABLES", "glibc.rtld.optional_static_tls=65536", 1);
-        execv("/proc/self/exe", argv);
-    }
+    qelbench::EnsureStaticTlsSurplus(argv);
     if (argc == 4 && std::strcmp(argv[1], "--resident") == 0)
         return ResidentChild(argv[2], argv[3]);
     RegisterGeneralBenchmarks();
