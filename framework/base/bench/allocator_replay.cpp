@@ -523,6 +523,8 @@ int Child(const char* apiName, const char* path)
         return 1;
     const Api* api = nullptr;
     static std::vector<Api> apis = qelbench::Apis();
+    if (std::strcmp(apiName, "QelUncached") == 0)
+        apis.push_back(qelbench::UncachedApi());
     for (const Api& candidate : apis)
         if (std::strcmp(candidate.name, apiName) == 0)
             api = &candidate;
@@ -559,7 +561,11 @@ int Child(const char* apiName, const char* path)
         thread.join();
     const double elapsed = Now() - start;
     const long peak = StatusField("VmHWM:");
-    const bool valid = api->aligned != nullptr || qelbench::peers::General()->ValidateMemory();
+    qel::Allocator* ours = api->aligned != nullptr ? nullptr
+                           : std::strcmp(api->name, "QelUncached") == 0
+                               ? qelbench::peers::Uncached()
+                               : qelbench::peers::General();
+    const bool valid = ours == nullptr || ours->ValidateMemory();
     std::printf("%.0f %ld %" PRIu64 " %d\n", elapsed, peak - before, g_Failures.load(),
                 valid ? 1 : 0);
     std::fflush(stdout);
@@ -634,15 +640,25 @@ std::string Short(const char* name)
     return text;
 }
 
+// The most a thread's caches hold (the pool's 80 KB and the packed
+// allocator's 1.05 MB): the resident bar allows the uncached figure plus
+// this for each thread of the trace.
+const double kCacheBudget = 1.15 * 1048576;
+
 int Compare(const std::vector<const char*>& traces, int repetitions, const char* only)
 {
+    // Ours, the peers, then ours without caches (for the resident bar).
     std::vector<Api> apis = qelbench::Apis();
+    apis.push_back(qelbench::UncachedApi());
     if (only != nullptr)
         apis.erase(std::remove_if(apis.begin(), apis.end(),
                                   [only](const Api& api)
                                   { return std::strcmp(api.name, only) != 0; }),
                    apis.end());
     const size_t n = apis.size();
+    const bool full = n > 2 && std::strcmp(apis[n - 1].name, "QelUncached") == 0 &&
+                      std::strcmp(apis[1].name, "GlibcMalloc") == 0;
+    const size_t peers = full ? n - 2 : 0; // the columns of the summary
     bool allOk = true;
     std::string table;
     char line[512];
@@ -679,35 +695,45 @@ int Compare(const std::vector<const char*>& traces, int repetitions, const char*
                         t / ops, r / 1048576.0, a == 0 ? 1.0 : t / ours,
                         a == 0 ? 1.0 : oursResident / r);
         }
+        if (!full)
+            continue;
         std::snprintf(line, sizeof line, "%-12s |", Name(trace).c_str());
         table += line;
-        for (size_t a = 1; a < n; ++a)
+        for (size_t a = 1; a <= peers; ++a)
         {
             std::snprintf(line, sizeof line, " %9.2f", Median(times[a]) / ours);
             table += line;
         }
         table += " |";
-        for (size_t a = 1; a < n; ++a)
+        for (size_t a = 1; a <= peers; ++a)
         {
             std::snprintf(line, sizeof line, " %9.2f", oursResident / Median(resident[a]));
             table += line;
         }
-        table += "\n";
+        const double uncached = Median(resident[n - 1]);
+        const double bar =
+            std::max(Median(resident[1]), uncached + kCacheBudget * mapped.header->threads);
+        std::snprintf(line, sizeof line, " | %9.2f %9.2f\n", uncached / 1048576.0,
+                      oursResident / bar);
+        table += line;
     }
-    if (n > 1)
+    if (full)
     {
         std::printf("\nRatios of medians. Speed: the peer's time over ours (above 1: ours "
-                    "faster). Resident: our peak over the peer's (below 1: ours smaller).\n"
-                    "%-12s | speed against",
-                    "");
-        std::printf("%*s| resident against\n%-12s |", int(10 * (n - 1) - 13), "", "trace");
+                    "faster). Resident: our peak over the peer's (below 1: ours smaller);\n"
+                    "uncached: the General allocator's peak without its caches, in MB; bar: "
+                    "our peak over the larger of glibc's and uncached plus %.2f MB a "
+                    "thread (at most 1: met).\n%-12s | speed against",
+                    kCacheBudget / 1048576.0, "");
+        std::printf("%*s| resident against%*s| resident\n%-12s |", int(10 * peers - 13), "",
+                    int(10 * peers - 16), "", "trace");
         for (int group = 0; group < 2; ++group)
         {
-            for (size_t a = 1; a < n; ++a)
+            for (size_t a = 1; a <= peers; ++a)
                 std::printf(" %9s", Short(apis[a].name).c_str());
-            std::printf(group == 0 ? " |" : "\n");
+            std::printf(" |");
         }
-        std::printf("%s", table.c_str());
+        std::printf(" %9s %9s\n%s", "uncached", "bar", table.c_str());
     }
     std::printf(allOk ? "\nEvery replay checked every block: all intact.\n"
                       : "\nSome replays FAILED.\n");

@@ -62,6 +62,29 @@ inline void* GeneralRealloc(void* p, size_t size)
     return General()->ReAllocNoThrow(p, unsigned(size));
 }
 
+// A hybrid over a pool and a packed allocator of its own, without thread
+// caches: what the block formats need when every block goes back at once.
+inline qel::Allocator*& Uncached()
+{
+    static qel::Allocator* uncached = nullptr;
+    return uncached;
+}
+
+inline void* UncachedMalloc(size_t size)
+{
+    return Uncached()->MallocNoThrow(unsigned(size));
+}
+
+inline void UncachedFree(void* p)
+{
+    Uncached()->Free(p);
+}
+
+inline void* UncachedRealloc(void* p, size_t size)
+{
+    return Uncached()->ReAllocNoThrow(p, unsigned(size));
+}
+
 inline void* GlibcAligned(size_t alignment, size_t size)
 {
     return std::aligned_alloc(alignment, (size + alignment - 1) & ~(alignment - 1));
@@ -112,6 +135,15 @@ inline const Api& Mimalloc()
         return loaded;
     }();
     return api;
+}
+
+// The General allocator without its caches (made on first use).
+inline Api UncachedApi()
+{
+    if (peers::Uncached() == nullptr)
+        peers::Uncached() = qel::Mem::CreateHybridAllocator();
+    return {"QelUncached", &peers::UncachedMalloc, &peers::UncachedFree, &peers::UncachedRealloc,
+            nullptr};
 }
 
 // Ours first, then glibc, then the peers that could be loaded.
