@@ -123,7 +123,8 @@ private:
     // allocator's paths (poolallocatorfast.h).
     friend class HybridAllocator;
     inline void* MallocFast(unsigned int size);
-    inline void FreeFast(const void* p);
+    // `record`: the page record of `p` when the caller read it, else 0.
+    inline void FreeFast(const void* p, u32 record);
     bool AddPage(Pool& pool);
     void ReleasePage(Pool& pool, PoolAllocatorPage* page);
     void DumpPages(OutputStream& out, bool allocations);

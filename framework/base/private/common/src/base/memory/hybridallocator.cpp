@@ -131,7 +131,7 @@ void HybridAllocator::Free(const void* p)
         const u32 value = record->load(std::memory_order_relaxed);
         const u32 owner = PageRecordTable::OwnerOf(value);
         if (owner == m_PoolOwner && m_Pool != nullptr)
-            return m_Pool->FreeFast(p);
+            return m_Pool->FreeFast(p, value);
         if (owner == m_PackedOwner && m_Packed != nullptr)
             return m_Packed->FreeFast(p, value);
     }

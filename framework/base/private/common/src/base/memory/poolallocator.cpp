@@ -85,6 +85,8 @@ bool PoolAllocator::AddPage(Pool& pool)
     if (page == nullptr)
         return false;
     page->Initialize(pool.blockSize);
+    // The class, for the hybrid allocator's releases (FreeFast).
+    PageManager::GetSingletonInstance().SetPageTag(page, ClassOf(pool.blockSize) + 1);
     Append(pool.freeFirst, pool.freeLast, page);
     pool.statistics.AddPages(1);
     m_Totals.AddPages(1);
@@ -144,7 +146,7 @@ void PoolAllocator::ReleasePage(Pool& pool, Page* page)
 void PoolAllocator::Free(const void* p)
 {
     if (p != nullptr)
-        FreeFast(p);
+        FreeFast(p, 0);
 }
 
 void PoolAllocator::GiveBlocks(void* chain)
