@@ -270,14 +270,18 @@ private:
     friend class HybridAllocator;
     inline void* MallocFast(unsigned int size);
     inline void FreeFast(const void* p, u32 record);
+    // Puts a freed block into its class's list, or frees it as any block
+    // when it has none.
+    inline void Sort(ThreadCache& cache, void* p);
     void FreeSlow(const void* p);
     // ReAllocNoThrow's lock-free test for a block that keeps its place, the
     // page record of `p` (whose owner is this allocator) already read.
     static inline bool StaysInPlace(const void* p, unsigned int size, u32 record);
     void* MallocLocked(Arena& arena, u32 need);
     void FreeLocked(Arena& arena, const void* p);
-    // Gives back a chain of cached blocks (linked through their first word).
-    void GiveBack(void* chain);
+    // Gives back a chain of cached blocks (linked through their first
+    // word), or of pending ones, which are freed as any block is.
+    void GiveBack(void* chain, bool sorted);
 
     // The calling thread's arena; the first one when caches are off.
     Arena& ThreadArena();

@@ -117,7 +117,7 @@ private:
     void* MallocLocked(unsigned int size);
     void GiveBlock(const void* p);
     // Gives back a chain of cached blocks (linked through their first word).
-    void GiveBlocks(void* chain);
+    void GiveBlocks(void* chain, bool sorted);
     void* Refill(ThreadCache& cache, u32 index, unsigned int size);
     // MallocNoThrow for 1 to 256 bytes and Free, inline for the hybrid
     // allocator's paths (poolallocatorfast.h).

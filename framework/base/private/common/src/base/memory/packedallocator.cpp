@@ -555,8 +555,18 @@ void* PackedAllocator::Refill(ThreadCache& cache, u32 index)
     return first;
 }
 
-void PackedAllocator::GiveBack(void* chain)
+void PackedAllocator::GiveBack(void* chain, bool sorted)
 {
+    if (!sorted)
+    {
+        while (chain != nullptr)
+        {
+            void* p = chain;
+            chain = *static_cast<void**>(p);
+            FreeSlow(p);
+        }
+        return;
+    }
     // Blocks go back to their runs' arenas, each arena's lock taken once for
     // a sequence of its blocks. A cached block was checked when it was
     // cached: its run is found without checking it again.

@@ -64,21 +64,41 @@ inline void* PackedAllocator::MallocFast(unsigned int size)
     return MallocNoThrow(size);
 }
 
+inline void PackedAllocator::Sort(ThreadCache& cache, void* p)
+{
+    PackedBlock* block = PackedBlock::Of(p);
+    const u32 index = ClassBelow(block->capacity);
+    if (block->marker == BlockMarker && index < CacheClasses)
+    {
+        block->marker = CachedMarker;
+        if (cache.Push(index, p))
+            m_Caches->Overflow(cache, index);
+        return;
+    }
+    FreeSlow(p);
+}
+
 inline void PackedAllocator::FreeFast(const void* p, u32 record)
 {
     if (m_Caches != nullptr && HeaderOnPage(p, record))
-    {
-        PackedBlock* block = PackedBlock::Of(p);
-        const u32 index = ClassBelow(block->capacity);
-        if (block->marker == BlockMarker && index < CacheClasses)
-            if (ThreadCache* cache = m_Caches->Cache())
+        if (ThreadCache* cache = m_Caches->Cache())
+        {
+            // The block waits among the pending ones while its header is
+            // fetched, and the oldest of them is sorted instead; the first
+            // block of a run, which may be a big one alone in its run, is
+            // sorted at once, so that a big block is never held back.
+            void* block = const_cast<void*>(p);
+            const std::uintptr_t offset = reinterpret_cast<std::uintptr_t>(p) & (PageSize - 1);
+            if (offset != RunHeaderSize + BlockHeaderSize ||
+                (record & PageRecordTable::RunStart) == 0)
             {
-                block->marker = CachedMarker;
-                if (cache->Push(index, const_cast<void*>(p)))
-                    m_Caches->Overflow(*cache, index);
-                return;
+                __builtin_prefetch(PackedBlock::Of(p), 1);
+                block = cache->Defer(block);
+                if (block == nullptr)
+                    return;
             }
-    }
+            return Sort(*cache, block);
+        }
     FreeSlow(p);
 }
 

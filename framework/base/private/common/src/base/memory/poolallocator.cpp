@@ -149,7 +149,7 @@ void PoolAllocator::Free(const void* p)
         FreeFast(p, 0);
 }
 
-void PoolAllocator::GiveBlocks(void* chain)
+void PoolAllocator::GiveBlocks(void* chain, bool)
 {
     ScopedLock<CriticalSection> lock(m_Lock);
     while (chain != nullptr)

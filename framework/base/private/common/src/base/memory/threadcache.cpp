@@ -187,9 +187,13 @@ void ThreadCache::GiveAllBack()
 {
     ThreadCacheHome* owner = home.load(std::memory_order_relaxed);
     if (epoch.load(std::memory_order_relaxed) == owner->m_Epoch.load(std::memory_order_relaxed))
+    {
+        if (void* chain = TakePending())
+            owner->GiveBack(chain, false);
         for (u32 index = 0; index < MaxClasses; ++index)
             if (Count(index) != 0)
-                owner->GiveBack(Cut(index, 0));
+                owner->GiveBack(Cut(index, 0), true);
+    }
     Clear();
 }
 
@@ -243,8 +247,11 @@ u32 ThreadCacheHome::HeldByOtherThreads() const
     u32 held = 0;
     for (const ThreadCache* cache = m_Caches; cache != nullptr; cache = cache->next)
         if (cache != own && cache->epoch.load(std::memory_order_relaxed) == epoch)
+        {
+            held += cache->pendingCount.load(std::memory_order_relaxed);
             for (u32 index = 0; index < m_Classes; ++index)
                 held += cache->Count(index);
+        }
     return held;
 }
 

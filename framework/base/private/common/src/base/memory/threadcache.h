@@ -23,6 +23,10 @@
 // limit gives half of it back. A thread's cache for one home thus holds at most the floors' worth
 // plus the budget, and the classes it uses most hold the most.
 //
+// A home may also let a freed block wait among a few pending ones before it
+// is sorted into its class (Defer), so that what sorting it reads from the
+// block's memory has been fetched meanwhile.
+//
 // A thread's caches go back to their homes when the thread ends, through
 // the library's thread slot (whatever started the thread), or are dropped
 // when their home went first. Other threads read a list's count for their
@@ -65,7 +69,38 @@ struct ThreadCache
     u32 owner;              // the allocator's own word about this thread, 0 at first
     u32 budgetUsed;         // the lists' limits above their floors, in bytes
     u32 refills;            // since the limits were last halved
+    u32 pendingNext;        // the slot of `pending` that Defer fills next
+    std::atomic<u32> pendingCount;
+    void* pending[4]; // freed blocks not yet sorted, null where none
     List lists[MaxClasses];
+
+    // Puts `block` among the pending ones; returns the oldest pending block
+    // when they were all taken, to be sorted now, else null.
+    void* Defer(void* block)
+    {
+        void*& slot = pending[pendingNext];
+        pendingNext = (pendingNext + 1) & 3;
+        void* oldest = slot;
+        slot = block;
+        if (oldest == nullptr)
+            pendingCount.store(pendingCount.load(std::memory_order_relaxed) + 1,
+                               std::memory_order_relaxed);
+        return oldest;
+    }
+    // Unlinks the pending blocks into a chain.
+    void* TakePending()
+    {
+        void* chain = nullptr;
+        for (void*& slot : pending)
+            if (slot != nullptr)
+            {
+                *static_cast<void**>(slot) = chain;
+                chain = slot;
+                slot = nullptr;
+            }
+        pendingCount.store(0, std::memory_order_relaxed);
+        return chain;
+    }
 
     void* Pop(u32 index)
     {
@@ -97,6 +132,9 @@ struct ThreadCache
             list.head = nullptr;
             list.count.store(0, std::memory_order_relaxed);
         }
+        for (void*& slot : pending)
+            slot = nullptr;
+        pendingCount.store(0, std::memory_order_relaxed);
     }
     // Unlinks the list's blocks after its first `keep` into a chain.
     void* Cut(u32 index, u32 keep)
@@ -143,7 +181,7 @@ public:
     // Makes a home whose list of caches `lock` guards, with `giveBack`
     // returning a chain of cached blocks to the allocator; null when out of
     // memory. Homes live outside the allocators' heaps.
-    template <class Allocator, void (Allocator::*giveBack)(void*)>
+    template <class Allocator, void (Allocator::*giveBack)(void*, bool)>
     static ThreadCacheHome* Make(Allocator* allocator, CriticalSection& lock);
     // Every thread's cache is cut loose, then the home goes.
     static void Destroy(ThreadCacheHome* home);
@@ -168,7 +206,7 @@ public:
     // with the pages, the caches see the new epoch and start empty.
     void VoidAll() { m_Epoch.fetch_add(1, std::memory_order_acq_rel); }
     // Gives blocks of the list back until `keep` are left.
-    void Drain(ThreadCache& cache, u32 index, u32 keep) { GiveBack(cache.Cut(index, keep)); }
+    void Drain(ThreadCache& cache, u32 index, u32 keep) { GiveBack(cache.Cut(index, keep), true); }
     // The list went past its limit: half of it goes back.
     void Overflow(ThreadCache& cache, u32 index)
     {
@@ -191,7 +229,9 @@ public:
     }
     u32 GetBudget() const { return m_Budget; }
 
-    virtual void GiveBack(void* chain) = 0;
+    // A chain of blocks back to the allocator: sorted ones from the lists,
+    // or pending ones, which it checks as it checks any freed block.
+    virtual void GiveBack(void* chain, bool sorted) = 0;
 
 protected:
     virtual ~ThreadCacheHome() = default;
@@ -235,7 +275,7 @@ namespace threadcache
 void* AllocateLines(std::size_t size);
 void FreeLines(void* p);
 
-template <class Allocator, void (Allocator::*giveBack)(void*)>
+template <class Allocator, void (Allocator::*giveBack)(void*, bool)>
 class HomeOf final : public ThreadCacheHome
 {
 public:
@@ -243,7 +283,7 @@ public:
         : ThreadCacheHome(lock), m_Allocator(allocator)
     {
     }
-    void GiveBack(void* chain) override { (m_Allocator->*giveBack)(chain); }
+    void GiveBack(void* chain, bool sorted) override { (m_Allocator->*giveBack)(chain, sorted); }
 
 private:
     Allocator* m_Allocator;
@@ -251,7 +291,7 @@ private:
 
 } // namespace threadcache
 
-template <class Allocator, void (Allocator::*giveBack)(void*)>
+template <class Allocator, void (Allocator::*giveBack)(void*, bool)>
 ThreadCacheHome* ThreadCacheHome::Make(Allocator* allocator, CriticalSection& lock)
 {
     typedef threadcache::HomeOf<Allocator, giveBack> Home;
