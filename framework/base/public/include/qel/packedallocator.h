@@ -46,10 +46,12 @@
 // it takes from and gives to without a lock. A request is rounded up to its
 // class's capacity, so that any block of the list serves it (at most an
 // eighth more than the request). A list keeps from 2 KB' worth of blocks
-// (none above 2 KB) up to 64 KB' worth (2 blocks at least) as the class is
-// used; the growth above those floors, over all the lists of a thread, is
-// within 1 MB (threadcache.h says how the limits adapt). A thread's cache
-// thus holds at most about 1.05 MB.
+// (none above 2 KB) up to 128 KB' worth (2 blocks at least) as the class
+// is used; the growth above those floors, over all the lists of a thread,
+// is within 2 MB (threadcache.h says how the limits adapt). A thread's
+// cache thus holds at most about 2.05 MB, besides four freed blocks that
+// wait to be sorted into their lists while their headers are fetched (a
+// run's first block, which may be a big one, never waits).
 // An empty list takes half its limit in one locked pass, cut as consecutive
 // blocks from one free chunk where a run has one that large; when no run
 // has room, the new run has, from the page count the class's need calls for
@@ -246,7 +248,7 @@ private:
         SmallestCached = 256,
         LargestCached = 65536,
         CacheClasses = 65,
-        CacheBudget = 1024 * 1024, // bytes a thread
+        CacheBudget = 2048 * 1024, // bytes a thread
     };
     // The capacity of cache class `index`, and the classes of a request
     // (rounded up) and of a block's capacity (rounded down).

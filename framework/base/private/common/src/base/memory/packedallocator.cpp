@@ -473,7 +473,7 @@ void PackedAllocator::EnableThreadCaches()
         m_Caches->SetClasses(
             CacheClasses, CacheBudget, &ClassCapacity,
             [](u32 i) { return 2048 / ClassCapacity(i); },
-            [](u32 i) { return 65536 / ClassCapacity(i) > 2 ? 65536 / ClassCapacity(i) : 2; });
+            [](u32 i) { return 131072 / ClassCapacity(i) > 2 ? 131072 / ClassCapacity(i) : 2; });
 }
 
 u32 PackedAllocator::CacheRunPages(u32 need)
