@@ -148,8 +148,10 @@ public:
     // follows the block in its run and the page manager has free pages right
     // behind the run, which the run then takes; else moves. A block of 1 KB
     // or more that grows in place takes a quarter of its chunk more than it
-    // needs when that much is free (a buffer grown step by step then grows
-    // in place about once every quarter of its size). A size of 0 gives
+    // needs when that much is free, and one that must move takes a quarter
+    // more room than asked, from the best fitting free chunk rather than a
+    // thread's cache (a buffer grown step by step then grows or moves about
+    // once every quarter of its size). A size of 0 gives
     // null and keeps the block.
     void* ReAllocNoThrow(void* p, unsigned int size) override;
     void DumpStatistics(u32 flags, AllocatorStatMarker* from, AllocatorStatMarker* to,

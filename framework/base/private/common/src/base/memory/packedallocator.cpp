@@ -334,7 +334,18 @@ void* PackedAllocator::ReAllocNoThrow(void* p, unsigned int size)
         }
         return ResizeInPlace(p, size, false, capacity) == Resize::Done ? p : nullptr;
     }
-    void* moved = MallocNoThrow(size);
+    // A block that must move to grow takes the best fitting free chunk, not
+    // a cached block (those lie packed together), and a block of 1 KB or
+    // more a quarter more room: the next growths are then in place.
+    const unsigned int roomy = size >= 1024 && size <= 0xCCCC0000u ? size + size / 4 : size;
+    void* moved = nullptr;
+    {
+        Arena& arena = ThreadArena();
+        ScopedLock<CriticalSection> lock(arena.lock);
+        moved = MallocLocked(arena, NeedFor(roomy));
+        if (moved == nullptr && roomy != size)
+            moved = MallocLocked(arena, need);
+    }
     if (moved == nullptr)
         return nullptr;
     std::memcpy(moved, p, capacity);
