@@ -59,7 +59,10 @@
 // of it unused (a class of 4608 bytes: 8 pages holding 7 blocks, where 4
 // pages hold 3). A list past its limit gives half back. A cached block keeps
 // its header, with the marker 0xB1CAC4ED: it counts as allocated in the
-// statistics and dumps, and freeing it again is reported as a double free.
+// statistics and dumps, and freeing it again is reported as a double free
+// when that free is sorted (a pending block freed twice, when both are
+// sorted or the cache goes back, unless it was handed out in between).
+// Pending blocks count as allocated too, and as held in dumps.
 // A dump, FreeAll, GetStatistics, ValidateMemory and destruction first give
 // the calling thread's cache back; a dump says how many blocks other
 // threads' caches hold; a thread's caches go back when it ends. FreeAll must

@@ -15,12 +15,14 @@
 // cache. Each class has a floor and a ceiling (blocks) and a capacity
 // (bytes); a list starts with the floor as its limit. A list that runs
 // empty is refilled with half its limit (at least one block), after its
-// limit doubles (from 0 to 1; up to the ceiling) if the budget allows: the limits' growth above the
-// floors, times the classes' capacities, stays within the budget. When a list cannot grow for want
-// of budget, and 256 refills have passed since it last happened, the limits of the lists that were
-// not refilled meanwhile are halved (down to their floors), each list giving back what its new
-// limit no longer holds, so that the budget moves to the classes in use. A list that passes its
-// limit gives half of it back. A thread's cache for one home thus holds at most the floors' worth
+// limit doubles (from 0 to 1; up to the ceiling) if the budget allows: the
+// limits' growth above the floors, times the classes' capacities, stays
+// within the budget. When a list cannot grow for want of budget, and 256
+// refills have passed since it last happened, the limits of the lists that
+// were not refilled meanwhile are halved (down to their floors), each list
+// giving back what its new limit no longer holds, so that the budget moves
+// to the classes in use. A list that passes its limit gives half of it
+// back. A thread's cache for one home thus holds at most the floors' worth
 // plus the budget, and the classes it uses most hold the most.
 //
 // A home may also let a freed block wait among a few pending ones before it
