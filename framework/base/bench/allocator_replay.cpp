@@ -24,7 +24,10 @@
 // the replay's alone. Each repetition runs every allocator once, in an
 // order that turns each time; the table gives medians, and ratios of the
 // peers' time over ours (above 1: ours faster) and of resident memory
-// (ours over theirs).
+// (ours over theirs). The General allocator without its thread caches
+// (QelUncached, a hybrid over a pool and a packed allocator of its own) is
+// replayed too: the resident bar is the larger of glibc's figure and its
+// figure plus the caches' budget for each thread of the trace.
 #include "allocatorpeers.h"
 
 #include <qel/allocator.h>
