@@ -138,16 +138,20 @@ struct ThreadCache
             slot = nullptr;
         pendingCount.store(0, std::memory_order_relaxed);
     }
-    // Unlinks the list's blocks after its first `keep` into a chain.
+    // Unlinks the list's first blocks into a chain, so that `keep` are left.
     void* Cut(u32 index, u32 keep)
     {
-        void* chain = nullptr;
-        while (Count(index) > keep)
-        {
-            void* block = Pop(index);
-            *static_cast<void**>(block) = chain;
-            chain = block;
-        }
+        List& list = lists[index];
+        const u32 count = Count(index);
+        if (count <= keep)
+            return nullptr;
+        void* chain = list.head;
+        void** last = static_cast<void**>(chain);
+        for (u32 i = keep + 1; i < count; ++i)
+            last = static_cast<void**>(*last);
+        list.head = *last;
+        *last = nullptr;
+        list.count.store(keep, std::memory_order_relaxed);
         return chain;
     }
     // Gives every list back to the home and empties them; blocks of a
