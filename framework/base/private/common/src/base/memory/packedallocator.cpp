@@ -342,7 +342,8 @@ void* PackedAllocator::ReAllocNoThrow(void* p, unsigned int size)
     {
         Arena& arena = ThreadArena();
         ScopedLock<CriticalSection> lock(arena.lock);
-        moved = MallocLocked(arena, NeedFor(roomy));
+        if (const u32 roomyNeed = NeedFor(roomy))
+            moved = MallocLocked(arena, roomyNeed);
         if (moved == nullptr && roomy != size)
             moved = MallocLocked(arena, need);
     }
