@@ -1,13 +1,10 @@
 // The library's allocators beside the allocators a user would pick instead:
 // glibc malloc, jemalloc and mimalloc, in the same program and run.
 //
-// jemalloc and mimalloc are loaded with dlopen(RTLD_LOCAL) and called through
-// the functions found in them, so that neither replaces the process's malloc.
+// The peers are loaded as allocatorpeers.h says.
 //
 // Churn: a window of live blocks; each iteration frees one at random and
-// allocates a new one in its place. Resident memory: one million live
-// 16-byte blocks, measured in a child process per allocator so that no
-// allocator inherits another's heap.
+// allocates a new one in its place.
 //
 // The general allocator (Mem::GetGeneralAlloc(), the pool below 257 bytes and
 // the packed allocator above) is compared on four workloads, every allocator
@@ -16,62 +13,35 @@
 // bytes replaced at random; (c) two and four threads, each churning a window
 // of its own as in (a), their items per second summed; (d) a buffer grown by
 // realloc from 16 bytes to 1 MB in steps of 1 KB. The resident memory of (a)
-// and (b) is measured in a fresh process per allocator: the program runs
-// itself with --resident.
+// and (b), and of one million live 16-byte blocks, is measured in a fresh
+// process per allocator (the program runs itself with --resident), the
+// General allocator's also without its caches (QelUncached). The program
+// ends with a table of ratios against the peers.
+#include "allocatorpeers.h"
+
 #include <qel/mem.h>
 #include <qel/poolallocator.h>
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <random>
 #include <string>
 #include <vector>
 
-#include <dlfcn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace
 {
 
-typedef void* (*MallocFunction)(size_t);
-typedef void (*FreeFunction)(void*);
-typedef void* (*ReallocFunction)(void*, size_t);
-
-struct Peer
-{
-    MallocFunction malloc = nullptr;
-    FreeFunction free = nullptr;
-    ReallocFunction realloc = nullptr;
-};
-
-Peer LoadPeer(const char* library, const char* mallocName, const char* freeName,
-              const char* reallocName)
-{
-    Peer peer;
-    if (void* handle = dlopen(library, RTLD_NOW | RTLD_LOCAL))
-    {
-        peer.malloc = reinterpret_cast<MallocFunction>(dlsym(handle, mallocName));
-        peer.free = reinterpret_cast<FreeFunction>(dlsym(handle, freeName));
-        peer.realloc = reinterpret_cast<ReallocFunction>(dlsym(handle, reallocName));
-    }
-    return peer;
-}
-
-const Peer& Jemalloc()
-{
-    static const Peer peer = LoadPeer("libjemalloc.so.2", "malloc", "free", "realloc");
-    return peer;
-}
-
-const Peer& Mimalloc()
-{
-    static const Peer peer = LoadPeer("libmimalloc.so.2", "mi_malloc", "mi_free", "mi_realloc");
-    return peer;
-}
+using qelbench::Api;
+using qelbench::Jemalloc;
+using qelbench::Mimalloc;
 
 // The same sequence of slots and sizes for every allocator.
 struct Script
@@ -136,7 +106,7 @@ void BM_Churn_GlibcMalloc(benchmark::State& state)
 
 void BM_Churn_Jemalloc(benchmark::State& state)
 {
-    const Peer& peer = Jemalloc();
+    const Api& peer = Jemalloc();
     if (!peer.malloc)
         return state.SkipWithError("libjemalloc.so.2 not found");
     Churn(
@@ -146,7 +116,7 @@ void BM_Churn_Jemalloc(benchmark::State& state)
 
 void BM_Churn_Mimalloc(benchmark::State& state)
 {
-    const Peer& peer = Mimalloc();
+    const Api& peer = Mimalloc();
     if (!peer.malloc)
         return state.SkipWithError("libmimalloc.so.2 not found");
     Churn(
@@ -174,120 +144,9 @@ long ResidentBytes()
     return resident * sysconf(_SC_PAGESIZE);
 }
 
-// Resident bytes that one million live 16-byte blocks add, measured in a
-// child process.
-template <class Malloc>
-double MillionBlocksResident(Malloc allocate)
-{
-    int pipeEnds[2];
-    if (pipe(pipeEnds) != 0)
-        return -1;
-    const pid_t child = fork();
-    if (child == 0)
-    {
-        std::vector<void*> blocks(1000000);
-        const long before = ResidentBytes();
-        for (void*& p : blocks)
-        {
-            p = allocate(16);
-            std::memset(p, 1, 16);
-        }
-        const double added = double(ResidentBytes() - before);
-        if (write(pipeEnds[1], &added, sizeof added) != sizeof added)
-            _exit(1);
-        _exit(0);
-    }
-    double added = -1;
-    if (read(pipeEnds[0], &added, sizeof added) != sizeof added)
-        added = -1;
-    waitpid(child, nullptr, 0);
-    close(pipeEnds[0]);
-    close(pipeEnds[1]);
-    return added;
-}
-
-template <class Malloc>
-void Resident(benchmark::State& state, Malloc allocate)
-{
-    double added = 0;
-    for (auto _ : state)
-        added = MillionBlocksResident(allocate);
-    state.counters["resident_MB"] = added / (1 << 20);
-    state.counters["bytes_per_block"] = added / 1e6;
-}
-
-void BM_Resident1M16_QelPool(benchmark::State& state)
-{
-    qel::Allocator* pool = qel::Mem::GetSmallAlloc();
-    Resident(state, [pool](unsigned size) { return pool->MallocNoThrow(size); });
-}
-
-void BM_Resident1M16_GlibcMalloc(benchmark::State& state)
-{
-    Resident(state, [](unsigned size) { return std::malloc(size); });
-}
-
-void BM_Resident1M16_Jemalloc(benchmark::State& state)
-{
-    const Peer& peer = Jemalloc();
-    if (!peer.malloc)
-        return state.SkipWithError("libjemalloc.so.2 not found");
-    Resident(state, [&peer](unsigned size) { return peer.malloc(size); });
-}
-
-void BM_Resident1M16_Mimalloc(benchmark::State& state)
-{
-    const Peer& peer = Mimalloc();
-    if (!peer.malloc)
-        return state.SkipWithError("libmimalloc.so.2 not found");
-    Resident(state, [&peer](unsigned size) { return peer.malloc(size); });
-}
-
-BENCHMARK(BM_Resident1M16_QelPool)->Iterations(1);
-BENCHMARK(BM_Resident1M16_GlibcMalloc)->Iterations(1);
-BENCHMARK(BM_Resident1M16_Jemalloc)->Iterations(1);
-BENCHMARK(BM_Resident1M16_Mimalloc)->Iterations(1);
-
 // ---- the general allocator against the peers --------------------------------
 
-struct Api
-{
-    const char* name;
-    MallocFunction malloc;
-    FreeFunction free;
-    ReallocFunction realloc;
-};
-
-qel::Allocator* g_General = nullptr;
-
-void* GeneralMalloc(size_t size)
-{
-    return g_General->MallocNoThrow(unsigned(size));
-}
-
-void GeneralFree(void* p)
-{
-    g_General->Free(p);
-}
-
-void* GeneralRealloc(void* p, size_t size)
-{
-    return g_General->ReAllocNoThrow(p, unsigned(size));
-}
-
-std::vector<Api> Apis()
-{
-    g_General = qel::Mem::GetGeneralAlloc();
-    std::vector<Api> apis = {
-        {"QelGeneral", &GeneralMalloc, &GeneralFree, &GeneralRealloc},
-        {"GlibcMalloc", &std::malloc, &std::free, &std::realloc},
-    };
-    for (const Peer* peer : {&Jemalloc(), &Mimalloc()})
-        if (peer->malloc && peer->free && peer->realloc)
-            apis.push_back({peer == &Jemalloc() ? "Jemalloc" : "Mimalloc", peer->malloc, peer->free,
-                            peer->realloc});
-    return apis;
-}
+using qelbench::Apis;
 
 struct Workload
 {
@@ -299,6 +158,7 @@ struct Workload
 };
 
 const Workload kChurn = {"Churn1To4096", 1024, 1, 4096, 1u << 16};
+const char* const kMillion16 = "Million16";
 const Workload kWorkingSet = {"WorkingSet100k16To1024", 100000, 16, 1024, 1u << 20};
 
 Script MakeScript(const Workload& workload, unsigned seed)
@@ -359,11 +219,27 @@ int ResidentChild(const char* apiName, const char* workloadName)
     const Workload& workload = std::strcmp(workloadName, kChurn.name) == 0 ? kChurn : kWorkingSet;
     const Script script = MakeScript(workload, 42);
     std::vector<void*> window(workload.window);
-    for (const Api& api : Apis())
+    std::vector<Api> apis = Apis();
+    apis.push_back(qelbench::UncachedApi());
+    for (const Api& api : apis)
     {
         if (std::strcmp(api.name, apiName) != 0)
             continue;
         const long before = ResidentBytes();
+        if (std::strcmp(workloadName, kMillion16) == 0)
+        {
+            // One million live 16-byte blocks.
+            std::vector<void*> blocks(1000000);
+            const long start = ResidentBytes(); // the vector's own pages left out
+            for (void*& p : blocks)
+            {
+                p = api.malloc(16);
+                std::memset(p, 1, 16);
+            }
+            std::printf("%ld\n", ResidentBytes() - start);
+            std::fflush(stdout);
+            _exit(0);
+        }
         for (unsigned i = 0; i < workload.window; ++i)
         {
             const unsigned size = script.sizes[(i * 7919u) % workload.steps];
@@ -406,8 +282,32 @@ double ResidentInFreshProcess(const char* api, const char* workload)
     return length > 0 ? std::atof(text) : -1;
 }
 
+void RegisterResident(const std::string& name, const char* api, const char* workload)
+{
+    benchmark::RegisterBenchmark(name.c_str(),
+                                 [api, workload](benchmark::State& state)
+                                 {
+                                     double added = 0;
+                                     for (auto _ : state)
+                                         added = ResidentInFreshProcess(api, workload);
+                                     state.counters["resident_MB"] = added / (1 << 20);
+                                 })
+        ->Iterations(1);
+}
+
 void RegisterGeneralBenchmarks()
 {
+    // Resident memory, each in a fresh process; the General allocator
+    // without its caches beside the others.
+    std::vector<Api> resident = Apis();
+    resident.push_back(qelbench::UncachedApi());
+    for (const Api& api : resident)
+    {
+        const std::string peer = std::string("/") + api.name;
+        for (const char* workload : {kChurn.name, kWorkingSet.name, kMillion16})
+            RegisterResident("BM_General_Resident_" + std::string(workload) + peer, api.name,
+                             workload);
+    }
     for (const Api& api : Apis())
     {
         const std::string peer = std::string("/") + api.name;
@@ -416,16 +316,6 @@ void RegisterGeneralBenchmarks()
             benchmark::RegisterBenchmark(
                 ("BM_General_" + std::string(workload->name) + peer).c_str(),
                 [api, workload](benchmark::State& state) { Replace(state, api, *workload); });
-            benchmark::RegisterBenchmark(
-                ("BM_General_Resident_" + std::string(workload->name) + peer).c_str(),
-                [api, workload](benchmark::State& state)
-                {
-                    double added = 0;
-                    for (auto _ : state)
-                        added = ResidentInFreshProcess(api.name, workload->name);
-                    state.counters["resident_MB"] = added / (1 << 20);
-                })
-                ->Iterations(1);
         }
         for (int threads : {2, 4})
             benchmark::RegisterBenchmark(("BM_General_ThreadsChurn1To4096" + peer).c_str(),
@@ -438,26 +328,96 @@ void RegisterGeneralBenchmarks()
     }
 }
 
+// Prints the runs as the console does, then a table of ratios against the
+// peers, one line per workload: above 1 means ours is better (faster, or
+// smaller). Speed compares time per item (items per second where the
+// benchmark counts them), resident memory the resident bytes; with
+// repetitions, the medians. The resident rows add the General allocator's
+// figure without its caches and our figure over the bar, the larger of
+// glibc's and that figure plus the caches' budget (at most 1: met).
+class RatioReporter : public benchmark::ConsoleReporter
+{
+public:
+    void ReportRuns(const std::vector<Run>& runs) override
+    {
+        ConsoleReporter::ReportRuns(runs);
+        for (const Run& run : runs)
+        {
+            if (run.run_type == Run::RT_Aggregate && run.aggregate_name != "median")
+                continue;
+            std::string name = run.run_name.str();
+            std::string allocator;
+            for (const char* token :
+                 {"QelPool", "QelGeneral", "QelUncached", "GlibcMalloc", "Jemalloc", "Mimalloc"})
+            {
+                const std::size_t at = name.find(token);
+                if (at != std::string::npos)
+                {
+                    allocator = token;
+                    name.erase(at, std::strlen(token));
+                }
+            }
+            double value = run.GetAdjustedCPUTime();
+            auto counter = run.counters.find("resident_MB");
+            if (counter != run.counters.end())
+                value = counter->second.value;
+            else if ((counter = run.counters.find("items_per_second")) != run.counters.end())
+                value = 1 / counter->second.value;
+            if (!allocator.empty() && !run.error_occurred)
+                m_Values[name][allocator] = value;
+        }
+    }
+
+    void Finalize() override
+    {
+        ConsoleReporter::Finalize();
+        const double budget = 2.13; // MB: the pool's and the packed allocator's caches
+        std::printf("\nRatios (above 1: ours faster or smaller): the peer's time an item, or "
+                    "resident MB, over ours.\n%-58s %9s %9s %9s %9s %9s\n",
+                    "workload", "glibc", "jemalloc", "mimalloc", "uncached", "bar");
+        for (const auto& workload : m_Values)
+        {
+            const auto& values = workload.second;
+            auto ours = values.find("QelGeneral");
+            if (ours == values.end())
+                ours = values.find("QelPool");
+            if (ours == values.end())
+                continue;
+            std::printf("%-58s", workload.first.c_str());
+            for (const char* peer : {"GlibcMalloc", "Jemalloc", "Mimalloc"})
+            {
+                const auto found = values.find(peer);
+                if (found == values.end())
+                    std::printf(" %9s", "-");
+                else
+                    std::printf(" %9.2f", found->second / ours->second);
+            }
+            const auto uncached = values.find("QelUncached");
+            const auto glibc = values.find("GlibcMalloc");
+            if (uncached != values.end() && glibc != values.end())
+                std::printf(" %9.2f %9.2f", uncached->second,
+                            ours->second / std::max(glibc->second, uncached->second + budget));
+            std::printf("\n");
+        }
+    }
+
+private:
+    std::map<std::string, std::map<std::string, double>> m_Values;
+};
+
 } // namespace
 
-// jemalloc uses initial-exec thread-local storage, which dlopen can only
-// place in glibc's static TLS surplus: the program starts itself again with
-// a larger surplus when it was not given one.
 int main(int argc, char** argv)
 {
-    const char* tunables = std::getenv("GLIBC_TUNABLES");
-    if (tunables == nullptr || std::strstr(tunables, "optional_static_tls") == nullptr)
-    {
-        setenv("GLIBC_TUNABLES", "glibc.rtld.optional_static_tls=65536", 1);
-        execv("/proc/self/exe", argv);
-    }
+    qelbench::EnsureStaticTlsSurplus(argv);
     if (argc == 4 && std::strcmp(argv[1], "--resident") == 0)
         return ResidentChild(argv[2], argv[3]);
     RegisterGeneralBenchmarks();
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;
-    benchmark::RunSpecifiedBenchmarks();
+    RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
     return 0;
 }

@@ -105,6 +105,10 @@ TEST_F(PageManagerTest, OwnerIsFoundFromAnyAddressOfItsRunsOnly)
 {
     void* mine = pages->AllocatePages(&owner, 3);
     void* theirs = pages->AllocatePages(&other, 2);
+    pages->SetPageTag(theirs, 0x5A); // an owner's tag hides neither owner nor run
+    EXPECT_EQ(pages->GetRecords().Find(theirs)->load() & qel::PageRecordTable::TagMask, 0x5Au);
+    EXPECT_EQ(pages->FindOwner(theirs), &other);
+    EXPECT_EQ(pages->GetRunPages(theirs), 2u);
     EXPECT_EQ(pages->FindOwner(mine), &owner);
     EXPECT_EQ(pages->FindOwner(Page(mine, 3) - 1), &owner);
     EXPECT_EQ(pages->FindOwner(Page(theirs, 1) + 17), &other);
@@ -172,8 +176,13 @@ TEST_F(PageManagerTest, ReleasingPagesOfAnotherOwnerOrTwiceIsRefused)
 TEST_F(PageManagerTest, CuttingARunLeavesItsTailARunOfItsOwn)
 {
     void* run = pages->AllocatePages(&owner, 6);
+    pages->SetPageTag(run, 7);
     pages->ReleasePages(&owner, run, 2);
     EXPECT_EQ(pages->GetRunPages(Page(run, 2)), 4u);
+    void* again = pages->AllocatePages(&owner, 2); // a released page's tag is gone
+    ASSERT_EQ(again, run);
+    EXPECT_EQ(pages->GetRecords().Find(again)->load() & qel::PageRecordTable::TagMask, 0u);
+    pages->ReleasePages(&owner, again, 2);
     EXPECT_EQ(pages->GetStatistics().currentRequests, 1u);
     pages->ReleasePages(&owner, Page(run, 3), 1); // from the middle: two runs
     EXPECT_EQ(pages->GetStatistics().currentRequests, 2u);

@@ -39,6 +39,13 @@ struct QEL_API AllocatorStatistics
         Raise(currentRequestedSize, peakRequestedSize, requested);
         Raise(currentUsedSize, peakUsedSize, used);
     }
+    // `count` allocations at once, `bytes` both asked for and taken.
+    void AddAllocations(u32 count, u32 bytes)
+    {
+        Raise(currentAllocations, peakAllocations, count);
+        Raise(currentRequestedSize, peakRequestedSize, bytes);
+        Raise(currentUsedSize, peakUsedSize, bytes);
+    }
     void RemoveAllocation(u32 requested, u32 used)
     {
         currentAllocations -= 1;

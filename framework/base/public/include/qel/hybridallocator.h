@@ -9,6 +9,11 @@
 // that changes entries moves the block with the owner's Transfert. The
 // hybrid has no lock: each sub-allocator locks itself.
 //
+// When the entries are exactly a pool allocator and a packed allocator (as
+// for Mem's General allocator), the hybrid calls their allocation and
+// release paths directly, inline, and hands a release to its owner with the
+// page record it read to find it.
+//
 // A request no entry can serve is reported as a warning and gives null;
 // MallocNoThrow and MallocDebugNoThrow report from sites of their own, so
 // each can be silenced apart. An address no allocator owns is the fatal
@@ -22,7 +27,9 @@
 namespace qel
 {
 
+class PackedAllocator;
 class PageManager;
+class PoolAllocator;
 
 class QEL_API HybridAllocator : public Allocator
 {
@@ -75,11 +82,19 @@ private:
     // The first entry for `size`, NumberOfEntries when none fits.
     u32 FirstEntryFor(unsigned int size) const;
     void* MallocFromEntries(unsigned int size);
+    // ReAllocNoThrow past its test for a big block that keeps its place.
+    void* ReAllocFromOwner(void* p, unsigned int size);
     // The owner of `p`; null, and reported, when there is none.
     Allocator* OwnerOf(const void* p) const;
 
     Entry m_Entries[NumberOfEntries];
     PageManager* m_Pages; // which outlives its owners
+    // The entries when they are exactly of these classes, else null, and
+    // their owner indices.
+    PoolAllocator* m_Pool;
+    PackedAllocator* m_Packed;
+    u32 m_PoolOwner;
+    u32 m_PackedOwner;
 };
 
 } // namespace qel

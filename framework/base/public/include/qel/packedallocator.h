@@ -40,21 +40,33 @@
 //
 // Thread caches (EnableThreadCaches; Mem turns them on for its shared Big
 // allocator, never for the allocators its factories make). Requests of 256
-// to 4096 bytes then fall in 33 classes, eight to a doubling (256, 288, ...,
-// 480, 512, 576, ..., 3840, 4096), and each thread keeps, for each class, a
-// list of free blocks of at least the class's capacity that it takes from
-// and gives to without a lock: 16 KB' worth a class and at least 8 blocks
-// (64 blocks of 256 bytes, 8 of 4096), at most about 0.6 MB a thread. A
-// request is rounded up to its class's capacity, so that any block of the
-// list serves it (at most an eighth more than the request); an empty list
-// takes half its limit from the runs in one locked pass, a full one gives
-// half back. A cached block keeps its header, with the marker 0xB1CAC4ED:
-// it counts as allocated in the statistics and dumps, and freeing it again
-// is reported as a double free. A dump, FreeAll, GetStatistics,
-// ValidateMemory and destruction first give the calling thread's cache
-// back; a dump says how many blocks other threads' caches hold; a thread's
-// caches go back when it ends. FreeAll must not race with other threads'
-// allocations.
+// bytes to 64 KB then fall in 65 classes, eight to a doubling (256, 288,
+// ..., 480, 512, 576, ..., 57344, 61440, 65536), and each thread keeps, for
+// each class, a list of free blocks of at least the class's capacity that
+// it takes from and gives to without a lock. A request is rounded up to its
+// class's capacity, so that any block of the list serves it (at most an
+// eighth more than the request). A list keeps from 2 KB' worth of blocks
+// (none above 2 KB) up to 128 KB' worth (2 blocks at least) as the class
+// is used; the growth above those floors, over all the lists of a thread,
+// is within 2 MB (threadcache.h says how the limits adapt). A thread's
+// cache thus holds at most about 2.05 MB, besides four freed blocks that
+// wait to be sorted into their lists while their headers are fetched (a
+// run's first block, which may be a big one, never waits).
+// An empty list takes half its limit in one locked pass, cut as consecutive
+// blocks from one free chunk where a run has one that large; when no run
+// has room, the new run has, from the page count the class's need calls for
+// up to 16 pages (25 above 16 pages' need), the count that leaves the least
+// of it unused (a class of 4608 bytes: 8 pages holding 7 blocks, where 4
+// pages hold 3). A list past its limit gives half back. A cached block keeps
+// its header, with the marker 0xB1CAC4ED: it counts as allocated in the
+// statistics and dumps, and freeing it again is reported as a double free
+// when that free is sorted (a pending block freed twice, when both are
+// sorted or the cache goes back, unless it was handed out in between).
+// Pending blocks count as allocated too, and as held in dumps.
+// A dump, FreeAll, GetStatistics, ValidateMemory and destruction first give
+// the calling thread's cache back; a dump says how many blocks other
+// threads' caches hold; a thread's caches go back when it ends. FreeAll must
+// not race with other threads' allocations.
 //
 // Arenas (with thread caches only). The runs are split among up to eight
 // arenas, each with its own lock, room and set-aside sets and statistics; a
@@ -131,13 +143,19 @@ public:
     void Free(const void* p) override;
     // Gives every run back; the peaks are kept.
     void FreeAll() override;
-    // Shrinks in place, giving the tail back to the run (a lone block of a
-    // big run moves to a smaller place instead, so that the run's pages go
-    // back). Grows in place when the free chunk just behind the block is big
-    // enough, or when nothing but free space follows the block in its run
-    // and the page manager has free pages right behind the run, which the
-    // run then takes; else moves. A size of 0 gives null and keeps the
-    // block.
+    // Stays as it is when the new size fits the block and needs at least
+    // half of its chunk. Shrinks further in place, giving the tail back to
+    // the run (a lone block of a big run moves to a smaller place instead,
+    // so that the run's pages go back). Grows in place when the free chunk
+    // just behind the block is big enough, or when nothing but free space
+    // follows the block in its run and the page manager has free pages right
+    // behind the run, which the run then takes; else moves. A block of 1 KB
+    // or more that grows in place takes a quarter of its chunk more than it
+    // needs when that much is free, and one that must move takes a quarter
+    // more room than asked, from the best fitting free chunk rather than a
+    // thread's cache (a buffer grown step by step then grows or moves about
+    // once every quarter of its size). A size of 0 gives
+    // null and keeps the block.
     void* ReAllocNoThrow(void* p, unsigned int size) override;
     void DumpStatistics(u32 flags, AllocatorStatMarker* from, AllocatorStatMarker* to,
                         OutputStream* out, char* title) override;
@@ -153,6 +171,9 @@ public:
     // Moving a block into this allocator itself is ReAllocNoThrow.
     void* Transfert(Allocator* target, void* p, unsigned int size) override;
 
+    // Whether a block of `chunk` bytes keeps its place for a request that
+    // needs `need` bytes, no more than the chunk.
+    static bool Stays(u32 need, u32 chunk) { return u64(need) * 2 >= chunk; }
     // The chunk a request of `size` bytes takes (it may come back larger);
     // 0 when no run could hold it.
     static u32 NeedFor(unsigned int size)
@@ -230,9 +251,9 @@ private:
     enum : u32
     {
         SmallestCached = 256,
-        LargestCached = 4096,
-        CacheClasses = 33,
-        CacheBudget = 16384, // bytes' worth of blocks a class
+        LargestCached = 65536,
+        CacheClasses = 65,
+        CacheBudget = 2048 * 1024, // bytes a thread
     };
     // The capacity of cache class `index`, and the classes of a request
     // (rounded up) and of a block's capacity (rounded down).
@@ -241,18 +262,33 @@ private:
         const u32 doubling = index >> 3;
         return (SmallestCached << doubling) + (index & 7) * (32u << doubling);
     }
-    static u32 ClassAbove(u32 size);
-    static u32 ClassBelow(u32 capacity);
-    static u32 CacheLimit(u32 index)
-    {
-        const u32 limit = CacheBudget / ClassCapacity(index);
-        return limit > 8 ? limit : 8;
-    }
+    static inline u32 ClassAbove(u32 size);
+    static inline u32 ClassBelow(u32 capacity);
     void* Refill(ThreadCache& cache, u32 index);
+    // Cuts up to `blocks` consecutive blocks of `need` bytes from one free
+    // chunk; `blocks` receives how many. Null when no run can be had.
+    unsigned char* CarveLocked(Arena& arena, u32 need, u32& blocks);
+    // The pages of a run made to refill a cache with blocks of `need`.
+    static u32 CacheRunPages(u32 need);
+    // MallocNoThrow for SmallestCached to LargestCached bytes, and Free
+    // with the page record of `p` already read (its owner is this
+    // allocator), inline for the hybrid allocator's paths
+    // (packedallocatorfast.h).
+    friend class HybridAllocator;
+    inline void* MallocFast(unsigned int size);
+    inline void FreeFast(const void* p, u32 record);
+    // Puts a freed block into its class's list, or frees it as any block
+    // when it has none.
+    inline void Sort(ThreadCache& cache, void* p);
+    void FreeSlow(const void* p);
+    // ReAllocNoThrow's lock-free test for a block that keeps its place, the
+    // page record of `p` (whose owner is this allocator) already read.
+    static inline bool StaysInPlace(const void* p, unsigned int size, u32 record);
     void* MallocLocked(Arena& arena, u32 need);
     void FreeLocked(Arena& arena, const void* p);
-    // Gives back a chain of cached blocks (linked through their first word).
-    void GiveBack(void* chain);
+    // Gives back a chain of cached blocks (linked through their first
+    // word), or of pending ones, which are freed as any block is.
+    void GiveBack(void* chain, bool sorted);
 
     // The calling thread's arena; the first one when caches are off.
     Arena& ThreadArena();
@@ -287,9 +323,10 @@ private:
     // The run holding the live block `p`, null when there is none; RunOf
     // reports it. Lock-free for a live block, whose run cannot change.
     PackedRun* LiveBlockRun(const void* p) const;
-    // True when the page of `p` is ours and holds the header of a block at
-    // `p`, outside a run header: what freeing into a cache checks.
-    bool HeaderOnOwnPage(const void* p) const;
+    // True when the page of `p`, whose record is `record`, holds the header
+    // of a block at `p` outside a run header: what freeing into a cache
+    // checks, the record's owner being ours.
+    static bool HeaderOnPage(const void* p, u32 record);
     PackedRun* RunOf(const void* p, const char* operation);
     void ReportBadBlock(const char* operation, const void* p);
     void DumpRuns(OutputStream& out, bool blocks);

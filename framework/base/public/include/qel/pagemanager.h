@@ -101,6 +101,16 @@ public:
     // Gives every metapage back to the system.
     ~PageManager();
 
+    // Keeps `tag` (0 to 255) in the record of `page`, one of the caller's
+    // own pages, until the page is released. Lock-free.
+    void SetPageTag(const void* page, u32 tag)
+    {
+        std::atomic<u32>* record = m_Records.Find(page);
+        record->store((record->load(std::memory_order_relaxed) & ~u32(PageRecordTable::TagMask)) |
+                          (tag & PageRecordTable::TagMask),
+                      std::memory_order_relaxed);
+    }
+
     PageManager(const PageManager&) = delete;
     PageManager& operator=(const PageManager&) = delete;
 

@@ -3,7 +3,9 @@
 //
 // A record's byte 3 is the index of the page's owner in the page manager's
 // owner list, 255 for no owner; bit 22 marks the first page of a run handed
-// out in one request; the other bits are clear.
+// out in one request; byte 0 is a tag the owner may keep for the page (the
+// pool allocator keeps its page's size class there, so that a release finds
+// it without reading the page); the other bits are clear.
 //
 // Regions are found by address >> 22. On 32-bit hosts that is a flat table of
 // exactly 1024 regions. On 64-bit hosts a flat table would be far too big, so
@@ -36,6 +38,7 @@ public:
         OwnerShift = 24,
         NoOwner = 255,
         RunStart = 1u << 22,
+        TagMask = 0xFF,
         // A record of a page that belongs to nobody.
         Unowned = u32(NoOwner) << OwnerShift,
     };

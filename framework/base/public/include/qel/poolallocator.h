@@ -22,16 +22,20 @@
 // Thread caches (EnableThreadCaches; Mem turns them on for its shared Small
 // allocator, never for the allocators its factories make). Each thread then
 // keeps, for each class, a list of free blocks that it takes from and gives
-// to without the lock: up to 4096 bytes' worth a class (256 blocks of 16
-// bytes, 16 of 256), at most 64 KB a thread. An empty list takes half that
-// from the pages under the lock; a full one gives half back. Blocks in a
-// cache count as allocated in the statistics, so currents and peaks include
-// them. A dump, FreeAll, GetStatistics, GetTotals and destruction first give
-// the calling thread's cache back; a dump lists how many blocks other
-// threads' caches hold. A thread's caches go back when it ends, whatever
-// started it. A block may be freed by any thread: it joins that thread's
-// cache. FreeAll empties the other threads' caches too (their blocks go with
-// the pages): it must not race with their allocations.
+// to without the lock. A list keeps from 1 KB' worth of blocks (4 at least)
+// up to 16 KB' worth (32 at least) as the class is used; the growth above
+// those floors, over all the lists of a thread, is within 64 KB, so that a
+// thread's cache holds at most 80 KB (threadcache.h says how the limits
+// adapt): an empty
+// list takes half its limit from the pages under the lock, a full one gives
+// half back. Blocks in a cache count as allocated in the statistics, so
+// currents and peaks include them. A dump, FreeAll, GetStatistics,
+// GetTotals, ValidateMemory and destruction first give the calling thread's
+// cache back; a dump lists how many blocks other threads' caches hold. A
+// thread's caches go back when it ends, whatever started it. A block may be
+// freed by any thread: it joins that thread's cache. FreeAll empties the
+// other threads' caches too (their blocks go with the pages): it must not
+// race with their allocations.
 #pragma once
 
 #include <qel/allocator.h>
@@ -113,11 +117,14 @@ private:
     void* MallocLocked(unsigned int size);
     void GiveBlock(const void* p);
     // Gives back a chain of cached blocks (linked through their first word).
-    void GiveBlocks(void* chain);
-    // The most blocks a thread's cache keeps of class `index`: 4096
-    // bytes' worth.
-    static u32 CacheLimit(u32 index) { return 4096 / (Granularity * (index + 1)); }
+    void GiveBlocks(void* chain, bool sorted);
     void* Refill(ThreadCache& cache, u32 index, unsigned int size);
+    // MallocNoThrow for 1 to 256 bytes and Free, inline for the hybrid
+    // allocator's paths (poolallocatorfast.h).
+    friend class HybridAllocator;
+    inline void* MallocFast(unsigned int size);
+    // `record`: the page record of `p` when the caller read it, else 0.
+    inline void FreeFast(const void* p, u32 record);
     bool AddPage(Pool& pool);
     void ReleasePage(Pool& pool, PoolAllocatorPage* page);
     void DumpPages(OutputStream& out, bool allocations);

@@ -5,6 +5,10 @@
 #include <qel/report.h>
 
 #include "base/memory/allocatorfactories.h"
+#include "base/memory/packedallocatorfast.h"
+#include "base/memory/poolallocatorfast.h"
+
+#include <typeinfo>
 
 namespace qel
 {
@@ -18,11 +22,20 @@ Allocator* memory::NewHybridAllocator(Allocator* small, bool ownsSmall, Allocato
 }
 
 HybridAllocator::HybridAllocator(Allocator* small, bool ownsSmall, Allocator* big, bool ownsBig)
-    : m_Pages(&PageManager::GetSingletonInstance())
+    : m_Pages(&PageManager::GetSingletonInstance()), m_Pool(nullptr), m_Packed(nullptr),
+      m_PoolOwner(PageManager::NoOwner), m_PackedOwner(PageManager::NoOwner)
 {
     m_Pages->AddOwner(this);
     m_Entries[0] = Entry{small, small->GetMaxSupportedAllocSize(), ownsSmall};
     m_Entries[1] = Entry{big, big->GetMaxSupportedAllocSize(), ownsBig};
+    // Derived classes may change the paths: only the classes themselves
+    // are called directly.
+    m_PoolOwner = m_Pages->GetOwnerIndex(small);
+    m_PackedOwner = m_Pages->GetOwnerIndex(big);
+    if (typeid(*small) == typeid(PoolAllocator) && m_PoolOwner != PageManager::NoOwner)
+        m_Pool = static_cast<PoolAllocator*>(small);
+    if (typeid(*big) == typeid(PackedAllocator) && m_PackedOwner != PageManager::NoOwner)
+        m_Packed = static_cast<PackedAllocator*>(big);
 }
 
 HybridAllocator::~HybridAllocator()
@@ -81,13 +94,17 @@ inline void* HybridAllocator::MallocFromEntries(unsigned int size)
     const u64 rounded = (u64(size) + 15) & ~u64(15);
     if (rounded <= m_Entries[0].limit)
     {
-        if (void* p = m_Entries[0].allocator->MallocNoThrow(size))
+        if (void* p = m_Pool != nullptr ? (size != 0 ? m_Pool->MallocFast(size) : nullptr)
+                                        : m_Entries[0].allocator->MallocNoThrow(size))
             return p;
     }
     else if (rounded > m_Entries[1].limit)
     {
         return nullptr;
     }
+    if (m_Packed != nullptr && size - PackedAllocator::SmallestCached <=
+                                   PackedAllocator::LargestCached - PackedAllocator::SmallestCached)
+        return m_Packed->MallocFast(size);
     return m_Entries[1].allocator->MallocNoThrow(size);
 }
 
@@ -109,11 +126,37 @@ void HybridAllocator::Free(const void* p)
 {
     if (p == nullptr)
         return;
+    if (const std::atomic<u32>* record = m_Pages->GetRecords().Find(p))
+    {
+        const u32 value = record->load(std::memory_order_relaxed);
+        const u32 owner = PageRecordTable::OwnerOf(value);
+        if (owner == m_PoolOwner && m_Pool != nullptr)
+            return m_Pool->FreeFast(p, value);
+        if (owner == m_PackedOwner && m_Packed != nullptr)
+            return m_Packed->FreeFast(p, value);
+    }
     if (Allocator* owner = OwnerOf(p))
         owner->Free(p);
 }
 
 void* HybridAllocator::ReAllocNoThrow(void* p, unsigned int size)
+{
+    // A block of the big entry that keeps its place is answered here, the
+    // rest out of line: a buffer grown step by step is mostly the first.
+    const u64 rounded = (u64(size) + 15) & ~u64(15);
+    if (m_Packed != nullptr && p != nullptr && rounded > m_Entries[0].limit &&
+        rounded <= m_Entries[1].limit)
+        if (const std::atomic<u32>* record = m_Pages->GetRecords().Find(p))
+        {
+            const u32 value = record->load(std::memory_order_relaxed);
+            if (PageRecordTable::OwnerOf(value) == m_PackedOwner &&
+                PackedAllocator::StaysInPlace(p, size, value))
+                return p;
+        }
+    return ReAllocFromOwner(p, size);
+}
+
+void* HybridAllocator::ReAllocFromOwner(void* p, unsigned int size)
 {
     if (p == nullptr)
         return MallocNoThrow(size);

@@ -178,9 +178,10 @@ bool PageManager::ReleaseRun(Metapage* metapage, void* first, u32 count)
     if (after < metapage->end)
     {
         std::atomic<u32>* next = m_Records.Find(after);
-        if (next->load(std::memory_order_relaxed) == owner)
+        const u32 value = next->load(std::memory_order_relaxed);
+        if ((value & ~u32(PageRecordTable::TagMask)) == (owner & ~u32(PageRecordTable::TagMask)))
         {
-            next->store(owner | PageRecordTable::RunStart, std::memory_order_relaxed);
+            next->store(value | PageRecordTable::RunStart, std::memory_order_relaxed);
             ++runs;
         }
     }

@@ -7,6 +7,7 @@
 
 #include "base/memory/allocatorfactories.h"
 #include "base/memory/dumpwriter.h"
+#include "base/memory/packedallocatorfast.h"
 #include "base/memory/packedrun.h"
 #include "base/memory/threadcache.h"
 
@@ -125,24 +126,6 @@ void PackedAllocator::Refile(PackedRun* run)
     }
 }
 
-bool PackedAllocator::HeaderOnOwnPage(const void* p) const
-{
-    // The cached path's check is lighter than the run's: the page of `p` is
-    // one of ours and holds the whole header, which is not in a run header.
-    // Blocks whose header starts on the page before take the checked path.
-    const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(p);
-    const std::uintptr_t offset = address & (PageSize - 1);
-    if ((address & 7) != 0 || offset < BlockHeaderSize)
-        return false;
-    const std::atomic<u32>* record = m_Pages->GetRecords().Find(p);
-    if (record == nullptr)
-        return false;
-    const u32 value = record->load(std::memory_order_relaxed);
-    return PageRecordTable::OwnerOf(value) == m_OwnerIndex &&
-           m_OwnerIndex != PageRecordTable::NoOwner &&
-           (offset >= RunHeaderSize + BlockHeaderSize || (value & PageRecordTable::RunStart) == 0);
-}
-
 PackedRun* PackedAllocator::LiveBlockRun(const void* p) const
 {
     PackedRun* run = static_cast<PackedRun*>(m_Pages->FindRunStart(p, m_OwnerIndex));
@@ -243,15 +226,7 @@ AllocatorStatistics PackedAllocator::Totals() const
 void* PackedAllocator::MallocNoThrow(unsigned int size)
 {
     if (m_Caches != nullptr && size - SmallestCached <= LargestCached - SmallestCached)
-        if (ThreadCache* cache = m_Caches->Cache())
-        {
-            const u32 index = ClassAbove(size);
-            void* p = cache->Pop(index);
-            if (p == nullptr)
-                return Refill(*cache, index);
-            PackedBlock::Of(p)->marker = BlockMarker;
-            return p;
-        }
+        return MallocFast(size);
     const u32 need = NeedFor(size);
     if (size == 0 || need == 0)
         return nullptr;
@@ -280,19 +255,19 @@ void PackedAllocator::Free(const void* p)
 {
     if (p == nullptr)
         return;
-    if (m_Caches != nullptr && HeaderOnOwnPage(p) && PackedBlock::Of(p)->marker == BlockMarker)
+    if (m_Caches != nullptr)
     {
-        PackedBlock* block = PackedBlock::Of(p);
-        const u32 index = ClassBelow(block->capacity);
-        if (index < CacheClasses)
-            if (ThreadCache* cache = m_Caches->Cache())
-            {
-                block->marker = CachedMarker;
-                if (cache->Push(index, const_cast<void*>(p)) > CacheLimit(index))
-                    m_Caches->Drain(*cache, index, CacheLimit(index) / 2);
-                return;
-            }
+        const std::atomic<u32>* record = m_Pages->GetRecords().Find(p);
+        const u32 value = record ? record->load(std::memory_order_relaxed) : 0;
+        if (record != nullptr && PageRecordTable::OwnerOf(value) == m_OwnerIndex &&
+            m_OwnerIndex != PageRecordTable::NoOwner)
+            return FreeFast(p, value);
     }
+    FreeSlow(p);
+}
+
+void PackedAllocator::FreeSlow(const void* p)
+{
     Arena& arena = ArenaOf(p);
     ScopedLock<CriticalSection> lock(arena.lock);
     FreeLocked(arena, p);
@@ -328,6 +303,12 @@ void* PackedAllocator::ReAllocNoThrow(void* p, unsigned int size)
     const u32 need = NeedFor(size);
     if (size == 0 || need == 0)
         return nullptr;
+    if (const std::atomic<u32>* record = m_Pages->GetRecords().Find(p))
+    {
+        const u32 value = record->load(std::memory_order_relaxed);
+        if (PageRecordTable::OwnerOf(value) == m_OwnerIndex && StaysInPlace(p, size, value))
+            return p;
+    }
     u32 capacity = 0;
     Resize resized = ResizeInPlace(p, size, true, capacity);
     // The blocks this thread caches may hold the runs right behind a big
@@ -353,7 +334,19 @@ void* PackedAllocator::ReAllocNoThrow(void* p, unsigned int size)
         }
         return ResizeInPlace(p, size, false, capacity) == Resize::Done ? p : nullptr;
     }
-    void* moved = MallocNoThrow(size);
+    // A block that must move to grow takes the best fitting free chunk, not
+    // a cached block (those lie packed together), and a block of 1 KB or
+    // more a quarter more room: the next growths are then in place.
+    const unsigned int roomy = size >= 1024 && size <= 0xCCCC0000u ? size + size / 4 : size;
+    void* moved = nullptr;
+    {
+        Arena& arena = ThreadArena();
+        ScopedLock<CriticalSection> lock(arena.lock);
+        if (const u32 roomyNeed = NeedFor(roomy))
+            moved = MallocLocked(arena, roomyNeed);
+        if (moved == nullptr && roomy != size)
+            moved = MallocLocked(arena, need);
+    }
     if (moved == nullptr)
         return nullptr;
     std::memcpy(moved, p, capacity);
@@ -365,11 +358,11 @@ PackedAllocator::Resize PackedAllocator::ResizeInPlace(void* p, unsigned int siz
                                                        u32& capacity)
 {
     const u32 need = NeedFor(size);
-    Arena& arena = ArenaOf(p);
-    ScopedLock<CriticalSection> lock(arena.lock);
     PackedRun* run = RunOf(p, "ReAllocNoThrow");
     if (run == nullptr)
         return Resize::Bad;
+    Arena& arena = ArenaOf(run);
+    ScopedLock<CriticalSection> lock(arena.lock);
     PackedBlock* block = PackedBlock::Of(p);
     unsigned char* start = reinterpret_cast<unsigned char*>(block);
     const u32 chunk = block->Chunk();
@@ -378,10 +371,10 @@ PackedAllocator::Resize PackedAllocator::ResizeInPlace(void* p, unsigned int siz
 
     if (size <= capacity)
     {
+        if (Stays(need, chunk))
+            return Resize::Done;
         if (lone && run->pages >= BigRunPages && RunPagesFor(need) < run->pages)
             return Resize::Lone;
-        if (u64(need) + MinimumChunk > chunk)
-            return Resize::Done; // no tail worth giving back
         // The tail is part of a live block: the tree cannot hold any of it.
         const bool inserted = run->tree.InsertChunkInTree(start + need, chunk - need, kTag);
         QEL_ASSERT(m_ErrorCategory, inserted);
@@ -391,10 +384,14 @@ PackedAllocator::Resize PackedAllocator::ResizeInPlace(void* p, unsigned int siz
     }
     else
     {
-        u32 extra = need - chunk;
+        // A block that grows tends to grow again: it takes a quarter more
+        // than it needs when that much is free behind it.
+        const u32 roomy = chunk >= 1024 ? ((need + chunk / 4 + 15) & ~15u) - chunk : need - chunk;
+        u32 extra = roomy;
         if (run->tree.GetChunkAt(start + chunk, extra, kTag) == nullptr &&
-            !(GrowRun(run, start + chunk, need - chunk) &&
-              run->tree.GetChunkAt(start + chunk, extra, kTag) != nullptr))
+            (extra = need - chunk, run->tree.GetChunkAt(start + chunk, extra, kTag)) == nullptr &&
+            !(GrowRun(run, start + chunk, roomy) &&
+              (extra = roomy, run->tree.GetChunkAt(start + chunk, extra, kTag)) != nullptr))
         {
             Refile(run);
             return run->pages >= BigRunPages ? Resize::StuckBig : Resize::Stuck;
@@ -481,56 +478,117 @@ AllocatorStatistics PackedAllocator::GetStatistics() const
 
 void PackedAllocator::EnableThreadCaches()
 {
-    if (m_Caches == nullptr)
-        m_Caches =
-            ThreadCacheHome::Make<PackedAllocator, &PackedAllocator::GiveBack>(this, m_HomeLock);
+    if (m_Caches != nullptr)
+        return;
+    m_Caches = ThreadCacheHome::Make<PackedAllocator, &PackedAllocator::GiveBack>(this, m_HomeLock);
+    if (m_Caches != nullptr)
+        m_Caches->SetClasses(
+            CacheClasses, CacheBudget, &ClassCapacity,
+            [](u32 i) { return 2048 / ClassCapacity(i); },
+            [](u32 i) { return 131072 / ClassCapacity(i) > 2 ? 131072 / ClassCapacity(i) : 2; });
 }
 
-u32 PackedAllocator::ClassAbove(u32 size)
+u32 PackedAllocator::CacheRunPages(u32 need)
 {
-    const u32 doubling = u32(31 - __builtin_clz(size)) - 8;
-    const u32 base = SmallestCached << doubling, shift = 5 + doubling;
-    return (doubling << 3) + ((size - base + (1u << shift) - 1) >> shift);
+    // The fewest pages that leave the least unused, as a share of the run.
+    const u32 fewest = RunPagesFor(need);
+    const u32 most = fewest > 16 ? BigRunPages - 1 : 16;
+    u32 best = fewest;
+    u64 bestWaste = ~u64(0);
+    for (u32 pages = fewest; pages <= most; ++pages)
+    {
+        const u32 space = pages * PageSize - RunHeaderSize;
+        // waste / pages, compared without a division
+        const u64 waste = u64(space % need) * most;
+        if (waste * best < bestWaste * pages)
+        {
+            best = pages;
+            bestWaste = waste;
+        }
+    }
+    return best;
 }
 
-u32 PackedAllocator::ClassBelow(u32 capacity)
+unsigned char* PackedAllocator::CarveLocked(Arena& arena, u32 need, u32& blocks)
 {
-    if (capacity < SmallestCached)
-        return CacheClasses;
-    const u32 doubling = u32(31 - __builtin_clz(capacity)) - 8;
-    const u32 index =
-        (doubling << 3) + ((capacity - (SmallestCached << doubling)) >> (5 + doubling));
-    return index < CacheClasses ? index : u32(CacheClasses);
+    PackedRun* run = packedrun::FirstAtLeast(arena.room, need * blocks);
+    if (run == nullptr)
+        run = packedrun::FirstAtLeast(arena.room, need);
+    if (run == nullptr && (run = NewRun(arena, CacheRunPages(need))) == nullptr)
+        return nullptr;
+    const u32 fit = run->tree.GetLargestChunk() / need;
+    if (blocks > fit)
+        blocks = fit;
+    u32 chunk = need * blocks;
+    unsigned char* start = static_cast<unsigned char*>(run->tree.GetChunk(chunk, kTag));
+    // A remainder too small to stay free goes to the last block.
+    for (u32 i = 0; i < blocks; ++i)
+    {
+        PackedBlock* block = reinterpret_cast<PackedBlock*>(start + i * need);
+        block->marker = CachedMarker;
+        block->capacity = need - BlockHeaderSize;
+    }
+    reinterpret_cast<PackedBlock*>(start + (blocks - 1) * need)->capacity += chunk - need * blocks;
+    run->live += blocks;
+    arena.statistics.AddAllocations(blocks, chunk - blocks * BlockHeaderSize);
+    Refile(run);
+    return start;
 }
 
 void* PackedAllocator::Refill(ThreadCache& cache, u32 index)
 {
+    // Done before the arena's lock: it may give other lists back.
+    u32 count = m_Caches->Refilling(cache, index);
     const u32 need = ClassCapacity(index) + BlockHeaderSize;
     Arena& arena = ArenaOf(cache);
     ScopedLock<CriticalSection> lock(arena.lock);
-    void* first = MallocLocked(arena, need);
-    for (u32 i = CacheLimit(index) / 2; first != nullptr && i > 1; --i)
+    void* first = nullptr;
+    while (count != 0)
     {
-        void* p = MallocLocked(arena, need);
-        if (p == nullptr)
+        u32 blocks = count;
+        unsigned char* start = CarveLocked(arena, need, blocks);
+        if (start == nullptr)
             break;
-        PackedBlock::Of(p)->marker = CachedMarker;
-        cache.Push(index, p);
+        count -= blocks;
+        for (u32 i = 0; i < blocks; ++i)
+        {
+            PackedBlock* block = reinterpret_cast<PackedBlock*>(start + i * need);
+            if (first == nullptr)
+            {
+                block->marker = BlockMarker;
+                first = block->User();
+            }
+            else
+            {
+                cache.Push(index, block->User());
+            }
+        }
     }
     return first;
 }
 
-void PackedAllocator::GiveBack(void* chain)
+void PackedAllocator::GiveBack(void* chain, bool sorted)
 {
+    if (!sorted)
+    {
+        while (chain != nullptr)
+        {
+            void* p = chain;
+            chain = *static_cast<void**>(p);
+            FreeSlow(p);
+        }
+        return;
+    }
     // Blocks go back to their runs' arenas, each arena's lock taken once for
-    // a sequence of its blocks.
+    // a sequence of its blocks. A cached block was checked when it was
+    // cached: its run is found without checking it again.
     Arena* held = nullptr;
     while (chain != nullptr)
     {
         void* p = chain;
         chain = *static_cast<void**>(p);
-        PackedBlock::Of(p)->marker = BlockMarker;
-        Arena& arena = ArenaOf(p);
+        PackedRun* run = static_cast<PackedRun*>(m_Pages->FindRunStart(p, m_OwnerIndex));
+        Arena& arena = ArenaOf(run);
         if (&arena != held)
         {
             if (held != nullptr)
@@ -538,7 +596,16 @@ void PackedAllocator::GiveBack(void* chain)
             arena.lock.Enter();
             held = &arena;
         }
-        FreeLocked(arena, p);
+        PackedBlock* block = PackedBlock::Of(p);
+        block->marker = BlockMarker;
+        const u32 capacity = block->capacity;
+        const bool inserted = run->tree.InsertChunkInTree(block, capacity + BlockHeaderSize, kTag);
+        QEL_ASSERT(m_ErrorCategory, inserted);
+        arena.statistics.RemoveAllocation(capacity, capacity);
+        if (--run->live == 0)
+            ReleaseRun(run);
+        else
+            Refile(run);
     }
     if (held != nullptr)
         held->lock.Leave();

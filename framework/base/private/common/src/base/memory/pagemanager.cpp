@@ -265,11 +265,13 @@ u32 PageManager::RunLength(const Metapage* metapage, const void* first) const
         records ? records->load(std::memory_order_relaxed) : PageRecordTable::Unowned;
     if ((record & PageRecordTable::RunStart) == 0 || PageRecordTable::OwnerOf(record) == NoOwner)
         return 0;
-    const u32 owner = record & ~PageRecordTable::RunStart;
+    // The run goes on while the owner does, up to the next run's first page.
+    const u32 owner = record & ~u32(PageRecordTable::RunStart | PageRecordTable::TagMask);
     u32 pages = 1;
     for (const char* page = static_cast<const char*>(first) + PageSize; page < metapage->end;
          page += PageSize, ++pages)
-        if (m_Records.Find(page)->load(std::memory_order_relaxed) != owner)
+        if ((m_Records.Find(page)->load(std::memory_order_relaxed) &
+             ~u32(PageRecordTable::TagMask)) != owner)
             break;
     return pages;
 }

@@ -5,6 +5,7 @@
 #include <qel/pagemanager.h>
 
 #include "base/memory/allocatorfactories.h"
+#include "base/memory/poolallocatorfast.h"
 #include "base/memory/poolallocatorpage.h"
 #include "base/memory/threadcache.h"
 
@@ -63,8 +64,17 @@ PoolAllocator::~PoolAllocator()
 
 void PoolAllocator::EnableThreadCaches()
 {
-    if (m_Caches == nullptr)
-        m_Caches = ThreadCacheHome::Make<PoolAllocator, &PoolAllocator::GiveBlocks>(this, m_Lock);
+    if (m_Caches != nullptr)
+        return;
+    m_Caches = ThreadCacheHome::Make<PoolAllocator, &PoolAllocator::GiveBlocks>(this, m_Lock);
+    if (m_Caches != nullptr)
+        m_Caches->SetClasses(
+            NumberOfClasses, 64 * 1024, [](u32 i) { return Granularity * (i + 1); },
+            [](u32 i)
+            { return 1024 / (Granularity * (i + 1)) > 4 ? 1024 / (Granularity * (i + 1)) : 4; },
+            [](u32 i) {
+                return 16384 / (Granularity * (i + 1)) > 32 ? 16384 / (Granularity * (i + 1)) : 32;
+            });
 }
 
 // ---- allocation -------------------------------------------------------------
@@ -75,6 +85,8 @@ bool PoolAllocator::AddPage(Pool& pool)
     if (page == nullptr)
         return false;
     page->Initialize(pool.blockSize);
+    // The class, for the hybrid allocator's releases (FreeFast).
+    PageManager::GetSingletonInstance().SetPageTag(page, ClassOf(pool.blockSize) + 1);
     Append(pool.freeFirst, pool.freeLast, page);
     pool.statistics.AddPages(1);
     m_Totals.AddPages(1);
@@ -118,16 +130,9 @@ void* PoolAllocator::MallocLocked(unsigned int size)
 
 void* PoolAllocator::MallocNoThrow(unsigned int size)
 {
-    if (m_Caches != nullptr && size - 1 < MaxBlockSize)
-        if (ThreadCache* cache = m_Caches->Cache())
-        {
-            const u32 index = ClassOf(size);
-            if (void* block = cache->Pop(index))
-                return block;
-            return Refill(*cache, index, size);
-        }
-    ScopedLock<CriticalSection> lock(m_Lock);
-    return MallocLocked(size);
+    if (size - 1 >= MaxBlockSize)
+        return nullptr;
+    return MallocFast(size);
 }
 
 void PoolAllocator::ReleasePage(Pool& pool, Page* page)
@@ -140,21 +145,11 @@ void PoolAllocator::ReleasePage(Pool& pool, Page* page)
 
 void PoolAllocator::Free(const void* p)
 {
-    if (p == nullptr)
-        return;
-    if (m_Caches != nullptr)
-        if (ThreadCache* cache = m_Caches->Cache())
-        {
-            const u32 index = ClassOf(Page::Of(p)->blockSize);
-            if (cache->Push(index, const_cast<void*>(p)) > CacheLimit(index))
-                m_Caches->Drain(*cache, index, CacheLimit(index) / 2);
-            return;
-        }
-    ScopedLock<CriticalSection> lock(m_Lock);
-    GiveBlock(p);
+    if (p != nullptr)
+        FreeFast(p, 0);
 }
 
-void PoolAllocator::GiveBlocks(void* chain)
+void PoolAllocator::GiveBlocks(void* chain, bool)
 {
     ScopedLock<CriticalSection> lock(m_Lock);
     while (chain != nullptr)
@@ -276,10 +271,11 @@ AllocatorStatistics PoolAllocator::GetTotals() const
 
 void* PoolAllocator::Refill(ThreadCache& cache, u32 index, unsigned int size)
 {
+    const u32 count = m_Caches->Refilling(cache, index);
     ScopedLock<CriticalSection> lock(m_Lock);
     Pool& pool = m_Pools[index];
     void* first = nullptr;
-    for (u32 i = CacheLimit(index) / 2; i > 0; --i)
+    for (u32 i = count; i > 0; --i)
     {
         if (pool.freeFirst == nullptr && !AddPage(pool))
             break;

@@ -141,6 +141,7 @@ public:
         if (storage == nullptr)
             return nullptr;
         ThreadCache* cache = new (storage) ThreadCache();
+        home->StartLimits(*cache);
         cache->home.store(home, std::memory_order_relaxed);
         cache->epoch.store(home->m_Epoch.load(std::memory_order_acquire),
                            std::memory_order_relaxed);
@@ -186,9 +187,13 @@ void ThreadCache::GiveAllBack()
 {
     ThreadCacheHome* owner = home.load(std::memory_order_relaxed);
     if (epoch.load(std::memory_order_relaxed) == owner->m_Epoch.load(std::memory_order_relaxed))
+    {
+        if (void* chain = TakePending())
+            owner->GiveBack(chain, false);
         for (u32 index = 0; index < MaxClasses; ++index)
-            if (lists[index].count != 0)
-                owner->GiveBack(Cut(index, 0));
+            if (Count(index) != 0)
+                owner->GiveBack(Cut(index, 0), true);
+    }
     Clear();
 }
 
@@ -242,8 +247,68 @@ u32 ThreadCacheHome::HeldByOtherThreads() const
     u32 held = 0;
     for (const ThreadCache* cache = m_Caches; cache != nullptr; cache = cache->next)
         if (cache != own && cache->epoch.load(std::memory_order_relaxed) == epoch)
-            held += cache->held.load(std::memory_order_relaxed);
+        {
+            held += cache->pendingCount.load(std::memory_order_relaxed);
+            for (u32 index = 0; index < m_Classes; ++index)
+                held += cache->Count(index);
+        }
     return held;
+}
+
+void ThreadCacheHome::StartLimits(ThreadCache& cache) const
+{
+    cache.budgetUsed = 0;
+    cache.refills = 0;
+    for (u32 index = 0; index < m_Classes; ++index)
+    {
+        cache.lists[index].limit = m_Policy[index].floor;
+        cache.lists[index].refilled = 0;
+    }
+}
+
+void ThreadCacheHome::HalveIdleLimits(ThreadCache& cache)
+{
+    for (u32 index = 0; index < m_Classes; ++index)
+    {
+        ThreadCache::List& list = cache.lists[index];
+        const Policy& policy = m_Policy[index];
+        const bool idle = list.refilled == 0;
+        list.refilled = 0;
+        if (!idle || list.limit <= policy.floor)
+            continue;
+        const u32 limit = list.limit / 2 > policy.floor ? list.limit / 2 : policy.floor;
+        cache.budgetUsed -= (list.limit - limit) * policy.capacity;
+        list.limit = limit;
+        if (cache.Count(index) > limit)
+            Drain(cache, index, limit);
+    }
+}
+
+u32 ThreadCacheHome::Refilling(ThreadCache& cache, u32 index)
+{
+    ++cache.refills;
+    ThreadCache::List& list = cache.lists[index];
+    list.refilled = 1;
+    const Policy& policy = m_Policy[index];
+    if (list.limit < policy.ceiling)
+    {
+        const u32 doubled = list.limit != 0 ? list.limit * 2 : 1;
+        const u32 limit = doubled < policy.ceiling ? doubled : policy.ceiling;
+        const u32 more = (limit - list.limit) * policy.capacity;
+        if (cache.budgetUsed + more > m_Budget && cache.refills >= 256)
+        {
+            // The budget is spent: the lists in use take it back from the
+            // others over the next refills.
+            cache.refills = 0;
+            HalveIdleLimits(cache);
+        }
+        if (cache.budgetUsed + more <= m_Budget)
+        {
+            cache.budgetUsed += more;
+            list.limit = limit;
+        }
+    }
+    return list.limit / 2 > 1 ? list.limit / 2 : 1;
 }
 
 } // namespace qel

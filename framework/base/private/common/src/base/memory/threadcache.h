@@ -1,20 +1,38 @@
 // Threads' caches of free blocks in front of an allocator's size classes.
 //
 // An allocator that turns caches on keeps a ThreadCacheHome: its lock, the
-// list of every thread's cache for it, and a count of its FreeAll calls
-// (the epoch) that voids older caches. Each thread that allocates from it
-// gets a ThreadCache: for each class, a list of free blocks linked through
-// their first word, that only this thread touches, so taking and giving a
-// block needs no lock. The allocator decides what a class is, how many
-// blocks a list keeps and how blocks go back: GiveBack hands it a chain of
-// blocks, linked like the lists, and it takes whatever locks it needs. The
-// home's lock guards its list of caches only; it is taken before any lock
-// of the allocator's, never after one.
+// list of every thread's cache for it, a count of its FreeAll calls (the
+// epoch) that voids older caches, and its classes' limits. Each thread that
+// allocates from it gets a ThreadCache: for each class, a list of free
+// blocks linked through their first word, that only this thread changes, so
+// taking and giving a block needs no lock. The allocator decides what a
+// class is and how blocks go back: GiveBack hands it a chain of blocks,
+// linked like the lists, and it takes whatever locks it needs. The home's
+// lock guards its list of caches only; it is taken before any lock of the
+// allocator's, never after one.
+//
+// How much a list keeps adapts to use, within one budget for the thread's
+// cache. Each class has a floor and a ceiling (blocks) and a capacity
+// (bytes); a list starts with the floor as its limit. A list that runs
+// empty is refilled with half its limit (at least one block), after its
+// limit doubles (from 0 to 1; up to the ceiling) if the budget allows: the
+// limits' growth above the floors, times the classes' capacities, stays
+// within the budget. When a list cannot grow for want of budget, and 256
+// refills have passed since it last happened, the limits of the lists that
+// were not refilled meanwhile are halved (down to their floors), each list
+// giving back what its new limit no longer holds, so that the budget moves
+// to the classes in use. A list that passes its limit gives half of it
+// back. A thread's cache for one home thus holds at most the floors' worth
+// plus the budget, and the classes it uses most hold the most.
+//
+// A home may also let a freed block wait among a few pending ones before it
+// is sorted into its class (Defer), so that what sorting it reads from the
+// block's memory has been fetched meanwhile.
 //
 // A thread's caches go back to their homes when the thread ends, through
 // the library's thread slot (whatever started the thread), or are dropped
-// when their home went first. `held` counts a cache's blocks for other
-// threads' dumps.
+// when their home went first. Other threads read a list's count for their
+// dumps.
 #pragma once
 
 #include <qel/criticalsection.h>
@@ -35,22 +53,56 @@ struct ThreadCache
 {
     enum : u32
     {
-        MaxClasses = 40
+        MaxClasses = 72
     };
 
     struct List
     {
-        void* head; // each free block's first word links the next one
-        u32 count;
+        void* head;             // each free block's first word links the next one
+        std::atomic<u32> count; // only this thread writes it
+        u32 limit;              // see the top of this file
+        u32 refilled;           // since the idle lists were last halved
     };
 
     std::atomic<ThreadCacheHome*> home; // null once the allocator is gone
     ThreadCache* previous;              // neighbours in the home's list
     ThreadCache* next;
     std::atomic<u32> epoch; // the home's FreeAll count when the lists were filled
-    std::atomic<u32> held;
-    u32 owner; // the allocator's own word about this thread, 0 at first
+    u32 owner;              // the allocator's own word about this thread, 0 at first
+    u32 budgetUsed;         // the lists' limits above their floors, in bytes
+    u32 refills;            // since the limits were last halved
+    u32 pendingNext;        // the slot of `pending` that Defer fills next
+    std::atomic<u32> pendingCount;
+    void* pending[4]; // freed blocks not yet sorted, null where none
     List lists[MaxClasses];
+
+    // Puts `block` among the pending ones; returns the oldest pending block
+    // when they were all taken, to be sorted now, else null.
+    void* Defer(void* block)
+    {
+        void*& slot = pending[pendingNext];
+        pendingNext = (pendingNext + 1) & 3;
+        void* oldest = slot;
+        slot = block;
+        if (oldest == nullptr)
+            pendingCount.store(pendingCount.load(std::memory_order_relaxed) + 1,
+                               std::memory_order_relaxed);
+        return oldest;
+    }
+    // Unlinks the pending blocks into a chain.
+    void* TakePending()
+    {
+        void* chain = nullptr;
+        for (void*& slot : pending)
+            if (slot != nullptr)
+            {
+                *static_cast<void**>(slot) = chain;
+                chain = slot;
+                slot = nullptr;
+            }
+        pendingCount.store(0, std::memory_order_relaxed);
+        return chain;
+    }
 
     void* Pop(u32 index)
     {
@@ -59,42 +111,47 @@ struct ThreadCache
         if (block != nullptr)
         {
             list.head = *static_cast<void**>(block);
-            --list.count;
-            Count(-1);
+            list.count.store(list.count.load(std::memory_order_relaxed) - 1,
+                             std::memory_order_relaxed);
         }
         return block;
     }
-    // The list's new count.
-    u32 Push(u32 index, void* block)
+    // True when the list is now past its limit.
+    bool Push(u32 index, void* block)
     {
         List& list = lists[index];
         *static_cast<void**>(block) = list.head;
         list.head = block;
-        Count(1);
-        return ++list.count;
+        const u32 count = list.count.load(std::memory_order_relaxed) + 1;
+        list.count.store(count, std::memory_order_relaxed);
+        return count > list.limit;
     }
-    // Only this thread writes `held`: a plain load and store are enough.
-    void Count(int delta)
-    {
-        held.store(held.load(std::memory_order_relaxed) + u32(delta), std::memory_order_relaxed);
-    }
+    u32 Count(u32 index) const { return lists[index].count.load(std::memory_order_relaxed); }
     void Clear()
     {
         for (List& list : lists)
-            list = List{nullptr, 0};
-        held.store(0, std::memory_order_relaxed);
+        {
+            list.head = nullptr;
+            list.count.store(0, std::memory_order_relaxed);
+        }
+        for (void*& slot : pending)
+            slot = nullptr;
+        pendingCount.store(0, std::memory_order_relaxed);
     }
-    // Unlinks the list's blocks after its first `keep` into a chain.
+    // Unlinks the list's first blocks into a chain, so that `keep` are left.
     void* Cut(u32 index, u32 keep)
     {
         List& list = lists[index];
-        void* chain = nullptr;
-        while (list.count > keep)
-        {
-            void* block = Pop(index);
-            *static_cast<void**>(block) = chain;
-            chain = block;
-        }
+        const u32 count = Count(index);
+        if (count <= keep)
+            return nullptr;
+        void* chain = list.head;
+        void** last = static_cast<void**>(chain);
+        for (u32 i = keep + 1; i < count; ++i)
+            last = static_cast<void**>(*last);
+        list.head = *last;
+        *last = nullptr;
+        list.count.store(keep, std::memory_order_relaxed);
         return chain;
     }
     // Gives every list back to the home and empties them; blocks of a
@@ -130,7 +187,7 @@ public:
     // Makes a home whose list of caches `lock` guards, with `giveBack`
     // returning a chain of cached blocks to the allocator; null when out of
     // memory. Homes live outside the allocators' heaps.
-    template <class Allocator, void (Allocator::*giveBack)(void*)>
+    template <class Allocator, void (Allocator::*giveBack)(void*, bool)>
     static ThreadCacheHome* Make(Allocator* allocator, CriticalSection& lock);
     // Every thread's cache is cut loose, then the home goes.
     static void Destroy(ThreadCacheHome* home);
@@ -155,9 +212,32 @@ public:
     // with the pages, the caches see the new epoch and start empty.
     void VoidAll() { m_Epoch.fetch_add(1, std::memory_order_acq_rel); }
     // Gives blocks of the list back until `keep` are left.
-    void Drain(ThreadCache& cache, u32 index, u32 keep) { GiveBack(cache.Cut(index, keep)); }
+    void Drain(ThreadCache& cache, u32 index, u32 keep) { GiveBack(cache.Cut(index, keep), true); }
+    // The list went past its limit: half of it goes back.
+    void Overflow(ThreadCache& cache, u32 index)
+    {
+        Drain(cache, index, cache.lists[index].limit / 2);
+    }
+    // The list ran empty: its limit grows if the budget allows, and this is
+    // how many blocks to take (at least 1).
+    u32 Refilling(ThreadCache& cache, u32 index);
 
-    virtual void GiveBack(void* chain) = 0;
+    // Sets the classes: `classes` of them (at most ThreadCache::MaxClasses),
+    // class i holding blocks of capacity(i) bytes, floor(i) to ceiling(i) of
+    // them a list; `budget` bytes a thread. Before the first cache is made.
+    template <class Capacity, class Floor, class Ceiling>
+    void SetClasses(u32 classes, u32 budget, Capacity capacity, Floor floor, Ceiling ceiling)
+    {
+        m_Classes = classes;
+        m_Budget = budget;
+        for (u32 i = 0; i < classes; ++i)
+            m_Policy[i] = Policy{capacity(i), floor(i), ceiling(i)};
+    }
+    u32 GetBudget() const { return m_Budget; }
+
+    // A chain of blocks back to the allocator: sorted ones from the lists,
+    // or pending ones, which it checks as it checks any freed block.
+    virtual void GiveBack(void* chain, bool sorted) = 0;
 
 protected:
     virtual ~ThreadCacheHome() = default;
@@ -168,6 +248,18 @@ private:
 
     ThreadCache* FindCache();
     ThreadCache* FindOwn() const;
+    // Every list at its floor, the budget used counted.
+    void StartLimits(ThreadCache& cache) const;
+    // Halves the limits of the lists not refilled since the last call, down
+    // to the floors.
+    void HalveIdleLimits(ThreadCache& cache);
+
+    struct Policy
+    {
+        u32 capacity;
+        u32 floor;
+        u32 ceiling;
+    };
 
     CriticalSection& m_Lock;
     // Where a thread's cache for this home goes when that place is free:
@@ -176,6 +268,9 @@ private:
     const u32 m_Slot;
     std::atomic<u32> m_Epoch{0};
     ThreadCache* m_Caches = nullptr; // every thread's, under the lock
+    u32 m_Classes = 0;
+    u32 m_Budget = 0;
+    Policy m_Policy[ThreadCache::MaxClasses] = {};
 };
 
 namespace threadcache
@@ -186,7 +281,7 @@ namespace threadcache
 void* AllocateLines(std::size_t size);
 void FreeLines(void* p);
 
-template <class Allocator, void (Allocator::*giveBack)(void*)>
+template <class Allocator, void (Allocator::*giveBack)(void*, bool)>
 class HomeOf final : public ThreadCacheHome
 {
 public:
@@ -194,7 +289,7 @@ public:
         : ThreadCacheHome(lock), m_Allocator(allocator)
     {
     }
-    void GiveBack(void* chain) override { (m_Allocator->*giveBack)(chain); }
+    void GiveBack(void* chain, bool sorted) override { (m_Allocator->*giveBack)(chain, sorted); }
 
 private:
     Allocator* m_Allocator;
@@ -202,7 +297,7 @@ private:
 
 } // namespace threadcache
 
-template <class Allocator, void (Allocator::*giveBack)(void*)>
+template <class Allocator, void (Allocator::*giveBack)(void*, bool)>
 ThreadCacheHome* ThreadCacheHome::Make(Allocator* allocator, CriticalSection& lock)
 {
     typedef threadcache::HomeOf<Allocator, giveBack> Home;

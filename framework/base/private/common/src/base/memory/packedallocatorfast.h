@@ -1,0 +1,105 @@
+// The packed allocator's cached allocation and release paths, inline: the
+// packed allocator's own entry points and the hybrid allocator's both use
+// them.
+#pragma once
+
+#include <qel/packedallocator.h>
+#include <qel/pagemanager.h>
+
+#include "base/memory/packedrun.h"
+#include "base/memory/threadcache.h"
+
+namespace qel
+{
+
+inline u32 PackedAllocator::ClassAbove(u32 size)
+{
+    const u32 doubling = u32(31 - __builtin_clz(size)) - 8;
+    const u32 base = SmallestCached << doubling, shift = 5 + doubling;
+    return (doubling << 3) + ((size - base + (1u << shift) - 1) >> shift);
+}
+
+inline u32 PackedAllocator::ClassBelow(u32 capacity)
+{
+    if (capacity < SmallestCached)
+        return CacheClasses;
+    const u32 doubling = u32(31 - __builtin_clz(capacity)) - 8;
+    const u32 index =
+        (doubling << 3) + ((capacity - (SmallestCached << doubling)) >> (5 + doubling));
+    return index < CacheClasses ? index : u32(CacheClasses);
+}
+
+inline bool PackedAllocator::HeaderOnPage(const void* p, u32 record)
+{
+    // The cached path's check is lighter than the run's: the page of `p`
+    // holds the whole header, which is not in a run header. Blocks whose
+    // header starts on the page before take the checked path.
+    const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(p);
+    const std::uintptr_t offset = address & (PageSize - 1);
+    return (address & 7) == 0 && offset >= BlockHeaderSize &&
+           (offset >= RunHeaderSize + BlockHeaderSize || (record & PageRecordTable::RunStart) == 0);
+}
+
+inline bool PackedAllocator::StaysInPlace(const void* p, unsigned int size, u32 record)
+{
+    // The caller's block: its header changes only through the caller, so
+    // that a block that stays is seen without the lock.
+    const PackedBlock* block = PackedBlock::Of(p);
+    return HeaderOnPage(p, record) && block->marker == BlockMarker && size - 1 < block->capacity &&
+           Stays(NeedFor(size), block->Chunk());
+}
+
+inline void* PackedAllocator::MallocFast(unsigned int size)
+{
+    if (m_Caches != nullptr)
+        if (ThreadCache* cache = m_Caches->Cache())
+        {
+            const u32 index = ClassAbove(size);
+            void* p = cache->Pop(index);
+            if (p == nullptr)
+                return Refill(*cache, index);
+            PackedBlock::Of(p)->marker = BlockMarker;
+            return p;
+        }
+    return MallocNoThrow(size);
+}
+
+inline void PackedAllocator::Sort(ThreadCache& cache, void* p)
+{
+    PackedBlock* block = PackedBlock::Of(p);
+    const u32 index = ClassBelow(block->capacity);
+    if (block->marker == BlockMarker && index < CacheClasses)
+    {
+        block->marker = CachedMarker;
+        if (cache.Push(index, p))
+            m_Caches->Overflow(cache, index);
+        return;
+    }
+    FreeSlow(p);
+}
+
+inline void PackedAllocator::FreeFast(const void* p, u32 record)
+{
+    if (m_Caches != nullptr && HeaderOnPage(p, record))
+        if (ThreadCache* cache = m_Caches->Cache())
+        {
+            // The block waits among the pending ones while its header is
+            // fetched, and the oldest of them is sorted instead; the first
+            // block of a run, which may be a big one alone in its run, is
+            // sorted at once, so that a big block is never held back.
+            void* block = const_cast<void*>(p);
+            const std::uintptr_t offset = reinterpret_cast<std::uintptr_t>(p) & (PageSize - 1);
+            if (offset != RunHeaderSize + BlockHeaderSize ||
+                (record & PageRecordTable::RunStart) == 0)
+            {
+                __builtin_prefetch(PackedBlock::Of(p), 1);
+                block = cache->Defer(block);
+                if (block == nullptr)
+                    return;
+            }
+            return Sort(*cache, block);
+        }
+    FreeSlow(p);
+}
+
+} // namespace qel
