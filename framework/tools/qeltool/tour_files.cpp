@@ -55,13 +55,16 @@ int ResolvePaths(int count, char** paths)
     for (int i = 0; i < count; ++i)
     {
         qel::PathObject resolved;
-        if (FileManager::GetSingletonInstance().ResolveVirtualPath(paths[i], resolved) ==
-            FileManager::MountOk)
+        const FileManager::MountResultCodes code =
+            FileManager::GetSingletonInstance().ResolveVirtualPath(paths[i], resolved);
+        if (code == FileManager::MountOk)
             std::printf("%s -> \"%s\" on %s\n", paths[i], resolved.GetNativePath(),
                         resolved.GetMountPoint()->GetName());
         else
         {
-            std::printf("%s: Virtual path not found\n", paths[i]);
+            std::printf("%s: %s\n", paths[i],
+                        code == FileManager::MountPathTooLong ? "Path too long"
+                                                              : "Virtual path not found");
             ++failures;
         }
     }

@@ -5,6 +5,7 @@
 #include <qel/file.h>
 #include <qel/fileexception.h>
 #include <qel/filemanager.h>
+#include <qel/outputfilestream.h>
 
 #include "disk/disktest.h"
 #include "support/environment.h"
@@ -24,6 +25,7 @@ namespace
 using qel::DiskDrive;
 using qel::File;
 using qel::FileManager;
+using qel::u32;
 
 class FileManagerTest : public ::testing::Test
 {
@@ -138,6 +140,19 @@ TEST_F(FileManagerTest, SeekPastFourGigabytesKeepsTheHighWord)
     EXPECT_EQ(in->Seek(File::SeekCurrent, 1), far + 1);
     char byte;
     EXPECT_EQ(in->Read(&byte, 1), 0u);
+}
+
+// Cut to its first 255 characters, the path would name this other file.
+TEST_F(FileManagerTest, PathTooLongNeverReachesTheFileItsCutTextNames)
+{
+    const std::string name(255 - root.size(), 'n');
+    disktest::WriteFile(folder.Path() + name, "keep");
+    for (const qel::u32 flags : {u32(File::OpenCreateAlways), u32(File::OpenRead)})
+        EXPECT_EQ(Open(name + "x", flags), "10 Path too long - Virtual Path: " + root + name);
+    EXPECT_THROW(qel::OutputFileStream((root + name + "x").c_str()), qel::FileException);
+    EXPECT_THROW(manager.DeleteFile((root + name + "x").c_str()), qel::FileException);
+    EXPECT_EQ(disktest::ReadFile(folder.Path() + name), "keep");
+    EXPECT_EQ(Open(name, File::OpenRead), "ok 4");
 }
 
 TEST_F(FileManagerTest, ReadingAWriteOnlyFileIsAFatalError)

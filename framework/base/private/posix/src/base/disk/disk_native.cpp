@@ -51,19 +51,27 @@ bool GetProcessCurrentDirectory(char* out, u32 size)
     return true;
 }
 
-void LocalToVirtual(const char* local, char* out, u32 size)
+bool LocalToVirtual(const char* local, char* out, u32 size)
 {
     if (size == 0)
-        return;
+        return false;
     if (local == nullptr)
         local = "";
     // /home/ann/a.bin is /disks/home/ann/a.bin; relative text stays as it is.
     const char* prefix = local[0] == '/' ? "/disks" : "";
     std::size_t length = 0;
     for (const char* piece : {prefix, local})
-        for (; *piece != '\0' && length + 1 < size; ++piece)
+        for (; *piece != '\0'; ++piece)
+        {
+            if (length + 1 == size)
+            {
+                out[length] = '\0';
+                return false;
+            }
             out[length++] = *piece;
+        }
     out[length] = '\0';
+    return true;
 }
 
 void FoldVirtualPath(char*) {}

@@ -1,9 +1,8 @@
-// The file system's conventions on Windows: drive letters, '\' separators
-// and case folding through the library's own tables.
+// The file system's conventions on Windows: drive letters, '\' separators,
+// and the system's own paths lower-cased (ASCII letters: names are UTF-8).
 #include "base/disk/disk_native.h"
 
 #include <qel/diskdrivewin32.h>
-#include <qel/systembase.h>
 
 #include "base/platform/windows.h"
 
@@ -54,25 +53,34 @@ bool GetProcessCurrentDirectory(char* out, u32 size)
     return true;
 }
 
-void LocalToVirtual(const char* local, char* out, u32 size)
+bool LocalToVirtual(const char* local, char* out, u32 size)
 {
     if (size == 0)
-        return;
+        return false;
     u32 length = 0;
-    for (const char* c = local ? local : ""; *c != '\0' && length + 1 < size; ++c)
-        out[length++] = *c;
+    const char* c = local ? local : "";
+    for (; *c != '\0' && length + 1 < size; ++c)
+    {
+        // ASCII letters only: the bytes of a UTF-8 sequence are all above
+        // 0x7F and stay as they are, and Windows finds a name in any case.
+        const char byte = *c;
+        out[length++] = byte >= 'A' && byte <= 'Z' ? char(byte - 'A' + 'a') : byte;
+    }
     out[length] = '\0';
     FoldVirtualPath(out);
+    return *c == '\0';
 }
 
 void FoldVirtualPath(char* path)
 {
     for (char* c = path; *c != '\0'; ++c)
-        *c = *c == '\\' ? '/' : SystemBase::ToLower(*c);
-    // c:/data becomes /c/data.
+        if (*c == '\\')
+            *c = '/';
+    // c:/data becomes /c/data; the letter is lower case, as the drive
+    // aliases are named.
     if (path[0] != '\0' && path[1] == ':')
     {
-        path[1] = path[0];
+        path[1] = path[0] >= 'A' && path[0] <= 'Z' ? char(path[0] - 'A' + 'a') : path[0];
         path[0] = '/';
     }
 }
