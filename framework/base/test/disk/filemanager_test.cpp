@@ -155,6 +155,31 @@ TEST_F(FileManagerTest, PathTooLongNeverReachesTheFileItsCutTextNames)
     EXPECT_EQ(Open(name, File::OpenRead), "ok 4");
 }
 
+// UTF-8 names make the same files on every system, in the case given:
+// folders made on the way included.
+TEST_F(FileManagerTest, NamesAreUtf8AndKeepTheirCaseOnDisk)
+{
+    for (const char* name : {u8"Räume/Lämpe.bin", "Upper/Case.bin", u8"日本/語.bin"})
+    {
+        delete manager.OpenFile((root + name).c_str(),
+                                File::OpenCreateAlways | File::OpenCreatePath);
+        EXPECT_TRUE(manager.FileExists((root + name).c_str())) << name;
+    }
+    std::vector<std::string> onDisk;
+    const std::filesystem::path base = std::filesystem::u8path(folder.Path());
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(base))
+        onDisk.push_back(entry.path().lexically_relative(base).generic_u8string());
+    std::sort(onDisk.begin(), onDisk.end());
+    EXPECT_EQ(onDisk,
+              (std::vector<std::string>{u8"R\u00e4ume", u8"R\u00e4ume/L\u00e4mpe.bin", "Upper",
+                                        "Upper/Case.bin", u8"日本", u8"日本/語.bin"}));
+
+    qel::PathObjectList list;
+    manager.GetFileList((root + u8"Räume/*").c_str(), list);
+    ASSERT_EQ(list.size(), 1u);
+    EXPECT_STREQ(list.front().GetNativePath(), u8"Lämpe.bin");
+}
+
 TEST_F(FileManagerTest, ReadingAWriteOnlyFileIsAFatalError)
 {
     std::unique_ptr<File> out(manager.OpenFile((root + "w.bin").c_str(), 0));

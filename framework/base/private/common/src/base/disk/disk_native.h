@@ -38,5 +38,9 @@ bool LocalToVirtual(const char* local, char* out, u32 size);
 // case kept; POSIX: none).
 void FoldVirtualPath(char* path);
 
+// What the system says of its error `number` (errno, GetLastError), in
+// UTF-8 without a line end; at most size - 1 bytes, terminated.
+void DescribeSystemError(u32 number, char* out, u32 size);
+
 } // namespace native
 } // namespace qel

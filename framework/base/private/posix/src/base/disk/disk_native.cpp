@@ -4,6 +4,7 @@
 
 #include <qel/diskdriveposix.h>
 
+#include <cstdio>
 #include <cstring>
 
 #include <unistd.h>
@@ -75,6 +76,28 @@ bool LocalToVirtual(const char* local, char* out, u32 size)
 }
 
 void FoldVirtualPath(char*) {}
+
+namespace
+{
+
+// strerror_r answers in one of two ways, by the C library's choice.
+struct ErrorText
+{
+    const char* buffer;
+    const char* operator()(int result) const { return result == 0 ? buffer : ""; } // XSI
+    const char* operator()(const char* result) const { return result; }            // GNU
+};
+
+} // namespace
+
+void DescribeSystemError(u32 number, char* out, u32 size)
+{
+    if (size == 0)
+        return;
+    char buffer[256] = "";
+    const char* text = ErrorText{buffer}(strerror_r(int(number), buffer, sizeof buffer));
+    std::snprintf(out, size, "%s", text);
+}
 
 } // namespace native
 } // namespace qel
