@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -130,16 +131,36 @@ TEST_F(FileManagerTest, WrittenFileReadsBackAndKeepsItsOpeningSize)
     EXPECT_EQ(in->Read(text, 8), 2u);
 }
 
-TEST_F(FileManagerTest, SeekPastFourGigabytesKeepsTheHighWord)
+// A sparse file whose size has the low word all ones: its size, seeks and
+// reads past 4 GB, and a write there.
+TEST_F(FileManagerTest, FilesOf4GBAndMoreKeepTheirWholeSizeAndPositions)
 {
-    disktest::WriteFile(folder.Path() + "small.bin", "abc");
-    std::unique_ptr<File> in(manager.OpenFile((root + "small.bin").c_str(), File::OpenRead));
-    ASSERT_TRUE(in);
-    const qel::u64 far = (qel::u64(5) << 30) + 7; // past the end: nothing is read or written
-    EXPECT_EQ(in->Seek(File::SeekBegin, far), far);
-    EXPECT_EQ(in->Seek(File::SeekCurrent, 1), far + 1);
-    char byte;
-    EXPECT_EQ(in->Read(&byte, 1), 0u);
+    const qel::u64 size = 0x1FFFFFFFFull, low = 0xFFFFFFFCull;
+    std::string why;
+    if (!qeltest::MakeSparseFile(folder.Path() + "big.bin", size,
+                                 {{low, "ABCDEFGH"}, {size - 4, "END!"}}, why))
+        GTEST_SKIP() << why;
+    const std::string path = root + "big.bin";
+    char text[16] = {};
+    {
+        std::unique_ptr<File> in(manager.OpenFile(path.c_str(), File::OpenRead));
+        EXPECT_EQ(in->GetFileSize(), size);
+        EXPECT_EQ(in->Seek(File::SeekBegin, low), low);
+        EXPECT_EQ(in->Read(text, 8), 8u);
+        EXPECT_EQ(std::string(text, 8), "ABCDEFGH");
+        EXPECT_EQ(in->GetFilePosition(), low + 8);
+        EXPECT_EQ(in->Seek(File::SeekEnd, 4), size - 4);
+        EXPECT_EQ(in->Read(text, 8), 4u);
+        EXPECT_EQ(std::string(text, 4), "END!");
+    }
+    {
+        std::unique_ptr<File> out(manager.OpenFile(path.c_str(), File::OpenAlways));
+        EXPECT_EQ(out->Seek(File::SeekBegin, low + 2), low + 2);
+        EXPECT_EQ(out->Write("cd", 2), 2u);
+    }
+    std::ifstream check(folder.Path() + "big.bin", std::ios::binary);
+    check.seekg(std::streamoff(low)).read(text, 8);
+    EXPECT_EQ(std::string(text, 8), "ABcdEFGH");
 }
 
 // Cut to its first 255 characters, the path would name this other file.
