@@ -32,6 +32,28 @@ std::string VirtualFolder(const std::string& local)
 
 } // namespace
 
+std::string FileReason(const qel::FileException& error)
+{
+    if (error.GetSystemReason()[0] != '\0')
+        return error.GetSystemReason();
+    const std::string reason = error.GetReason();
+    return reason.substr(0, reason.rfind(" - Virtual Path: "));
+}
+
+std::string WhyUnreadable(const std::string& virtualPath)
+{
+    try
+    {
+        delete FileManager::GetSingletonInstance().OpenFile(
+            virtualPath.c_str(), qel::File::OpenRead | qel::File::OpenExisting);
+    }
+    catch (const qel::FileException& e)
+    {
+        return FileReason(e);
+    }
+    return std::string();
+}
+
 void PrintMountTable()
 {
     std::vector<qel::RefPtr<FileManager::MountPoint>> mounts;
