@@ -9,6 +9,13 @@
 // on Windows one alias per drive letter, and "/exedir/" on the executable's
 // folder, and takes the process's current directory as its own.
 //
+// On POSIX /disks/ is the root of the file system: /home/ann/a.txt is
+// /disks/home/ann/a.txt. ResolveLocalPath turns a path of the system into
+// its virtual form; a relative path is already one, relative to the current
+// directory, which is the process's at construction (a later chdir does
+// not move it). So "config.txt" names config.txt of the folder the program
+// started in.
+//
 // Virtual paths are not folded: callers write them with '/' separators,
 // and a path that does not begin with '/' is taken relative to the current
 // directory. Names are UTF-8 on every platform and keep the case the caller
