@@ -31,7 +31,8 @@ class Discard : public qel::Provider
 {
 public:
     Discard() { m_Open = true; }
-    void Request(u32, unsigned char*& block, unsigned char*& current, unsigned char*& end) override
+    void Request(qel::u64, unsigned char*& block, unsigned char*& current,
+                 unsigned char*& end) override
     {
         block = current = m_Scratch;
         end = m_Scratch + sizeof m_Scratch;

@@ -27,7 +27,7 @@ class Collect : public qel::Provider
 {
 public:
     Collect() { m_Open = true; }
-    void Request(qel::u32, unsigned char*& block, unsigned char*& current,
+    void Request(qel::u64, unsigned char*& block, unsigned char*& current,
                  unsigned char*& end) override
     {
         block = current = m_Block;

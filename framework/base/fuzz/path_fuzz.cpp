@@ -8,9 +8,14 @@
 //   L path          turn a system path into its virtual form
 //   C path          make a directory current
 //   E path          ask whether a file or a directory is there
-// After each command the table must still be in order, and a resolved
-// path must fit its buffer. At the end the mounts made are taken down again
-// and the table and current directory must be what they were.
+//   O path          open a path longer than 255 characters for reading
+// After each command the table must still be in order, a resolved path must
+// fit its buffer, and a path that does not fit must never resolve nor reach
+// a drive (it would name another file): opening it throws "Path too long",
+// and a local path turned virtual is cut only when it says so. At the end
+// the mounts made are taken down again and the table and current directory
+// must be what they were.
+#include <qel/fileexception.h>
 #include <qel/filemanager.h>
 #include <qel/pathobject.h>
 
@@ -133,6 +138,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             qel::PathObject path;
             if (manager.ResolveVirtualPath(text, path) == FileManager::MountOk)
             {
+                if (std::strlen(text) >= qel::PathObject::PathSize)
+                    Fail("a path that does not fit resolved", text);
                 if (std::strlen(path.GetNativePath()) >= qel::PathObject::PathSize ||
                     std::strlen(path.GetVirtualPath()) >= qel::PathObject::PathSize)
                     Fail("a resolved path overruns its buffer", text);
@@ -145,11 +152,31 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         {
             char out[FileManager::PathSize + 1];
             out[FileManager::PathSize] = '\x7F';
-            manager.ResolveLocalPath(text, out, FileManager::PathSize);
+            const bool whole = manager.ResolveLocalPath(text, out, FileManager::PathSize);
             if (out[FileManager::PathSize] != '\x7F' || std::strlen(out) >= FileManager::PathSize)
                 Fail("a local path overruns its buffer", text);
+            char roomy[sizeof line + 16];
+            manager.ResolveLocalPath(text, roomy, sizeof roomy);
+            if (whole != (std::strcmp(out, roomy) == 0))
+                Fail("a local path was cut without saying so", text);
             break;
         }
+        case 'O':
+            // Shorter paths would reach the system: a fifo would block.
+            if (std::strlen(text) >= qel::PathObject::PathSize)
+            {
+                try
+                {
+                    delete manager.OpenFile(text, qel::File::OpenRead | qel::File::OpenExisting);
+                    Fail("a path that does not fit was opened", text);
+                }
+                catch (const qel::FileException& e)
+                {
+                    if (e.GetError() != qel::DiskDrive::DiskErrorPathTooLong)
+                        Fail("a path that does not fit was taken for another", text);
+                }
+            }
+            break;
         case 'C':
             manager.SetCurrentDirectory(text);
             break;

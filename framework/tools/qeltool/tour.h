@@ -4,6 +4,11 @@
 
 #include <string>
 
+namespace qel
+{
+class FileException;
+}
+
 namespace qeltool
 {
 
@@ -16,6 +21,12 @@ struct TourContext
 void Banner(const char* title);
 // The virtual path of a path of the system (made absolute first).
 std::string VirtualPath(const std::string& local);
+// What a file error says to the user after "FILE: ": the system's reason,
+// or the library's own text ("Path too long") when the system gave none.
+std::string FileReason(const qel::FileException& error);
+// Why the file at `virtualPath` cannot be opened for reading, as above;
+// empty when it can.
+std::string WhyUnreadable(const std::string& virtualPath);
 
 void TourCore(const TourContext& context);
 void TourMemory(const TourContext& context);

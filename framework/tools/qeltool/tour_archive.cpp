@@ -9,6 +9,7 @@
 #include <qel/classdescriptor.h>
 #include <qel/exception.h>
 #include <qel/filearchive.h>
+#include <qel/fileexception.h>
 #include <qel/filemanager.h>
 #include <qel/genericreader.h>
 #include <qel/inputfilestream.h>
@@ -247,6 +248,11 @@ int DescribeFiles(int count, char** paths)
         catch (const qel::UnknownFormat&)
         {
             std::fprintf(stderr, "%s: not a resource file (unknown header)\n", paths[i]);
+            status = 1;
+        }
+        catch (const qel::FileException& e)
+        {
+            std::fprintf(stderr, "%s: %s\n", paths[i], FileReason(e).c_str());
             status = 1;
         }
         catch (const qel::Exception& e)

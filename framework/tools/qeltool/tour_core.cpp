@@ -24,11 +24,15 @@ void Banner(const char* title)
 
 std::string VirtualPath(const std::string& local)
 {
+    // Whole, however long: the file manager refuses a path too long for it,
+    // where a cut one would name another file. UTF-8, as the library's
+    // names are.
     std::error_code ignored;
-    const std::string absolute = std::filesystem::absolute(local, ignored).string();
-    char path[qel::FileManager::PathSize];
-    qel::FileManager::GetSingletonInstance().ResolveLocalPath(absolute.c_str(), path, sizeof path);
-    return path;
+    const std::string absolute = std::filesystem::absolute(local, ignored).u8string();
+    std::vector<char> path(absolute.size() + 16);
+    qel::FileManager::GetSingletonInstance().ResolveLocalPath(absolute.c_str(), path.data(),
+                                                              qel::u32(path.size()));
+    return path.data();
 }
 
 namespace

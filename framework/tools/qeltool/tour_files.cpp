@@ -32,6 +32,28 @@ std::string VirtualFolder(const std::string& local)
 
 } // namespace
 
+std::string FileReason(const qel::FileException& error)
+{
+    if (error.GetSystemReason()[0] != '\0')
+        return error.GetSystemReason();
+    const std::string reason = error.GetReason();
+    return reason.substr(0, reason.rfind(" - Virtual Path: "));
+}
+
+std::string WhyUnreadable(const std::string& virtualPath)
+{
+    try
+    {
+        delete FileManager::GetSingletonInstance().OpenFile(
+            virtualPath.c_str(), qel::File::OpenRead | qel::File::OpenExisting);
+    }
+    catch (const qel::FileException& e)
+    {
+        return FileReason(e);
+    }
+    return std::string();
+}
+
 void PrintMountTable()
 {
     std::vector<qel::RefPtr<FileManager::MountPoint>> mounts;
@@ -55,14 +77,17 @@ int ResolvePaths(int count, char** paths)
     for (int i = 0; i < count; ++i)
     {
         qel::PathObject resolved;
-        if (FileManager::GetSingletonInstance().ResolveVirtualPath(paths[i], resolved) ==
-            FileManager::MountOk)
+        const FileManager::MountResultCodes code =
+            FileManager::GetSingletonInstance().ResolveVirtualPath(paths[i], resolved);
+        if (code == FileManager::MountOk)
             std::printf("%s -> \"%s\" on %s\n", paths[i], resolved.GetNativePath(),
                         resolved.GetMountPoint()->GetName());
         else
         {
             std::fflush(stdout); // the lines stay in order when both streams go to one place
-            std::fprintf(stderr, "%s: Virtual path not found\n", paths[i]);
+            std::fprintf(stderr, "%s: %s\n", paths[i],
+                         code == FileManager::MountPathTooLong ? "Path too long"
+                                                               : "Virtual path not found");
             ++failures;
         }
     }

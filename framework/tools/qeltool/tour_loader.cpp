@@ -3,6 +3,7 @@
 #include "command.h"
 #include "tour.h"
 
+#include <qel/fileexception.h>
 #include <qel/filemanager.h>
 #include <qel/loader.h>
 #include <qel/outputmemorystream.h>
@@ -84,7 +85,8 @@ int CheckFiles(int count, char** paths)
     for (int i = 0; i < count; ++i)
     {
         qel::ParseError error{};
-        qel::ParsedFile* file = qel::Parser::CheckFile(VirtualPath(paths[i]).c_str(), error);
+        const std::string path = VirtualPath(paths[i]);
+        qel::ParsedFile* file = qel::Parser::CheckFile(path.c_str(), error);
         if (file != nullptr)
         {
             delete file;
@@ -92,7 +94,11 @@ int CheckFiles(int count, char** paths)
         }
         status = 1;
         if (error.line == 0)
-            std::fprintf(stderr, "%s: cannot be read\n", paths[i]);
+        {
+            const std::string reason = WhyUnreadable(path);
+            std::fprintf(stderr, "%s: %s\n", paths[i],
+                         reason.empty() ? "cannot be read" : reason.c_str());
+        }
         else
             std::fprintf(stderr, "%s:%u:%u: %s\n  tree trace: %s\n", paths[i], unsigned(error.line),
                          unsigned(error.column), error.message, error.trace);

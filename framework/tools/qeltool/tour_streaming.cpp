@@ -75,22 +75,25 @@ template <class Show>
 StreamProgress Stream(StreamingRequest& request, double limit, Show show)
 {
     StreamProgress progress;
-    progress.total = request.BytesRemaining();
+    progress.total = request.BytesRemaining64();
     progress.capacity = request.BufferCapacity();
     std::vector<unsigned char> sink(progress.capacity < (1u << 20) ? progress.capacity : 1u << 20);
     const double rate = request.Datarate();
     const u64 start = qel::Clock::Read();
-    while (request.BytesRemaining() > 0 || request.DataAvailable() > 0)
+    while (request.BytesRemaining64() > 0 || request.DataAvailable() > 0)
     {
         progress.seconds = Seconds(start);
         if (limit > 0 && progress.seconds >= limit)
             break;
+        // Due by the clock, at most the whole file: a target that the
+        // request can reach whatever the size.
         const double due = rate * progress.seconds;
-        const qel::s32 target = qel::s32(due < 2147483647.0 ? due : 2147483647.0);
-        const bool behind = u32(target) > request.BytesRead();
+        const double whole = double(progress.total);
+        const qel::s64 target = qel::s64(due < whole ? due : whole);
+        const bool behind = u64(target) > request.BytesRead64();
         const u32 read = behind ? request.Read(target) : 0;
         StreamingManager::GetSingletonInstance().Execute(10);
-        progress.bytesRead = request.BytesRead();
+        progress.bytesRead = request.BytesRead64();
         progress.fill = request.DataAvailable();
         progress.fillSum += progress.capacity ? double(progress.fill) / progress.capacity : 0;
         ++progress.steps;
@@ -98,12 +101,12 @@ StreamProgress Stream(StreamingRequest& request, double limit, Show show)
         while (request.Copy(sink.data(), u32(sink.size())) > 0)
         {
         }
-        if (behind && read == 0 && request.BytesRemaining() > 0)
+        if (behind && read == 0 && request.BytesRemaining64() > 0)
             break; // the file ended before its size said
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     progress.seconds = Seconds(start);
-    progress.bytesRead = request.BytesRead();
+    progress.bytesRead = request.BytesRead64();
     return progress;
 }
 
@@ -152,7 +155,7 @@ int StreamFile(int count, char** args)
     }
     catch (const qel::FileException& e)
     {
-        std::fprintf(stderr, "qeltool: %s: %s\n", path.c_str(), e.GetReason());
+        std::fprintf(stderr, "%s: %s\n", args[0], FileReason(e).c_str());
         return 1;
     }
     if (request == nullptr)

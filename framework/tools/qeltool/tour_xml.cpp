@@ -112,10 +112,14 @@ int XmlTree(int count, char** paths, bool strict)
     {
         qel::MarkupSTL doc;
         doc.SetStrict(strict);
-        if (!doc.Load(VirtualPath(paths[i]).c_str()))
+        const std::string path = VirtualPath(paths[i]);
+        if (!doc.Load(path.c_str()))
         {
             status = 1;
-            if (doc.GetErrorLine() == 0)
+            const std::string reason = doc.GetErrorLine() == 0 ? WhyUnreadable(path) : "";
+            if (!reason.empty())
+                std::fprintf(stderr, "%s: %s\n", paths[i], reason.c_str());
+            else if (doc.GetErrorLine() == 0)
                 std::fprintf(stderr, "%s: %s\n", paths[i], doc.GetError());
             else
                 std::fprintf(stderr, "%s:%u:%u: %s\n", paths[i], unsigned(doc.GetErrorLine()),

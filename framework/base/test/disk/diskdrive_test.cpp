@@ -1,6 +1,7 @@
 // The platform's disk drive called directly with native paths in a
 // temporary folder: existence tests and their quirks, and the exceptions
 // that its failures become.
+#include <qel/file.h>
 #include <qel/fileexception.h>
 
 #include "disk/disktest.h"
@@ -9,7 +10,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <filesystem>
+#include <functional>
 #include <string>
 
 namespace
@@ -102,18 +105,57 @@ TEST_F(DiskDriveTest, DirectoryOperationsThrowWhatWentWrong)
 
     disktest::WriteFile(folder.Path() + "sub/inside.bin", "x");
     EXPECT_THROW(drive.DeleteDirectory(At("sub/")), FileException); // not empty
-    try
-    {
-        drive.DeleteFile(At("sub"));
-        FAIL() << "no exception";
-    }
-    catch (const FileException& e)
-    {
-        EXPECT_EQ(e.GetError(), DiskDrive::DiskErrorAccessDenied) << e.GetReason();
-    }
     std::filesystem::remove(folder.Path() + "sub/inside.bin");
     EXPECT_EQ(drive.DeleteDirectory(At("sub/")), 0u);
     EXPECT_FALSE(std::filesystem::exists(folder.Path() + "sub"));
+}
+
+// The system's reason rides along with the error, and a directory taken for
+// a file says so, where Windows only says that access is denied.
+TEST_F(DiskDriveTest, ErrorsCarryTheSystemsReason)
+{
+    std::filesystem::create_directory(folder.Path() + "sub");
+    struct Case
+    {
+        const char* what;
+        std::function<void()> operation;
+        DiskDrive::DiskError error;
+        const char* reason; // null: the system's own text for the error
+    };
+    const Case cases[] = {
+        {"read a directory", [&] { drive.OpenFile(At("sub"), qel::File::OpenRead); },
+         DiskDrive::DiskErrorAccessDenied, "Is a directory"},
+        {"write a directory", [&] { drive.OpenFile(At("sub"), qel::File::OpenCreateAlways); },
+         DiskDrive::DiskErrorAccessDenied, "Is a directory"},
+        {"delete a directory", [&] { drive.DeleteFile(At("sub")); },
+         DiskDrive::DiskErrorAccessDenied, "Is a directory"},
+        {"read a missing file", [&] { drive.OpenFile(At("missing"), qel::File::OpenRead); },
+         DiskDrive::DiskErrorFileNotFound, nullptr},
+    };
+    for (const Case& c : cases)
+    {
+        try
+        {
+            c.operation();
+            ADD_FAILURE() << c.what << ": no exception";
+        }
+        catch (const FileException& e)
+        {
+            EXPECT_EQ(e.GetError(), c.error) << c.what;
+            const std::string reason = e.GetSystemReason();
+#if defined(_WIN32)
+            const char* own = nullptr; // FormatMessage's, which differs between versions
+#else
+            const char* own = std::strerror(int(e.GetSystemError()));
+#endif
+            if (c.reason != nullptr || own != nullptr)
+            {
+                EXPECT_EQ(reason, c.reason ? c.reason : own) << c.what;
+            }
+            EXPECT_FALSE(reason.empty() || reason.back() == '\n' || reason.back() == '\r')
+                << c.what << ": \"" << reason << "\"";
+        }
+    }
 }
 
 TEST_F(DiskDriveTest, RefusedCreationAnsweredRetryBreaksAndReturnsTheSystemError)

@@ -5,6 +5,7 @@
 #include <qel/file.h>
 #include <qel/fileexception.h>
 #include <qel/filemanager.h>
+#include <qel/outputfilestream.h>
 
 #include "disk/disktest.h"
 #include "support/environment.h"
@@ -14,6 +15,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -24,6 +26,7 @@ namespace
 using qel::DiskDrive;
 using qel::File;
 using qel::FileManager;
+using qel::u32;
 
 class FileManagerTest : public ::testing::Test
 {
@@ -128,16 +131,74 @@ TEST_F(FileManagerTest, WrittenFileReadsBackAndKeepsItsOpeningSize)
     EXPECT_EQ(in->Read(text, 8), 2u);
 }
 
-TEST_F(FileManagerTest, SeekPastFourGigabytesKeepsTheHighWord)
+// A sparse file whose size has the low word all ones: its size, seeks and
+// reads past 4 GB, and a write there.
+TEST_F(FileManagerTest, FilesOf4GBAndMoreKeepTheirWholeSizeAndPositions)
 {
-    disktest::WriteFile(folder.Path() + "small.bin", "abc");
-    std::unique_ptr<File> in(manager.OpenFile((root + "small.bin").c_str(), File::OpenRead));
-    ASSERT_TRUE(in);
-    const qel::u64 far = (qel::u64(5) << 30) + 7; // past the end: nothing is read or written
-    EXPECT_EQ(in->Seek(File::SeekBegin, far), far);
-    EXPECT_EQ(in->Seek(File::SeekCurrent, 1), far + 1);
-    char byte;
-    EXPECT_EQ(in->Read(&byte, 1), 0u);
+    const qel::u64 size = 0x1FFFFFFFFull, low = 0xFFFFFFFCull;
+    std::string why;
+    if (!qeltest::MakeSparseFile(folder.Path() + "big.bin", size,
+                                 {{low, "ABCDEFGH"}, {size - 4, "END!"}}, why))
+        GTEST_SKIP() << why;
+    const std::string path = root + "big.bin";
+    char text[16] = {};
+    {
+        std::unique_ptr<File> in(manager.OpenFile(path.c_str(), File::OpenRead));
+        EXPECT_EQ(in->GetFileSize(), size);
+        EXPECT_EQ(in->Seek(File::SeekBegin, low), low);
+        EXPECT_EQ(in->Read(text, 8), 8u);
+        EXPECT_EQ(std::string(text, 8), "ABCDEFGH");
+        EXPECT_EQ(in->GetFilePosition(), low + 8);
+        EXPECT_EQ(in->Seek(File::SeekEnd, 4), size - 4);
+        EXPECT_EQ(in->Read(text, 8), 4u);
+        EXPECT_EQ(std::string(text, 4), "END!");
+    }
+    {
+        std::unique_ptr<File> out(manager.OpenFile(path.c_str(), File::OpenAlways));
+        EXPECT_EQ(out->Seek(File::SeekBegin, low + 2), low + 2);
+        EXPECT_EQ(out->Write("cd", 2), 2u);
+    }
+    std::ifstream check(folder.Path() + "big.bin", std::ios::binary);
+    check.seekg(std::streamoff(low)).read(text, 8);
+    EXPECT_EQ(std::string(text, 8), "ABcdEFGH");
+}
+
+// Cut to its first 255 characters, the path would name this other file.
+TEST_F(FileManagerTest, PathTooLongNeverReachesTheFileItsCutTextNames)
+{
+    const std::string name(255 - root.size(), 'n');
+    disktest::WriteFile(folder.Path() + name, "keep");
+    for (const qel::u32 flags : {u32(File::OpenCreateAlways), u32(File::OpenRead)})
+        EXPECT_EQ(Open(name + "x", flags), "10 Path too long - Virtual Path: " + root + name);
+    EXPECT_THROW(qel::OutputFileStream((root + name + "x").c_str()), qel::FileException);
+    EXPECT_THROW(manager.DeleteFile((root + name + "x").c_str()), qel::FileException);
+    EXPECT_EQ(disktest::ReadFile(folder.Path() + name), "keep");
+    EXPECT_EQ(Open(name, File::OpenRead), "ok 4");
+}
+
+// UTF-8 names make the same files on every system, in the case given:
+// folders made on the way included.
+TEST_F(FileManagerTest, NamesAreUtf8AndKeepTheirCaseOnDisk)
+{
+    for (const char* name : {u8"Räume/Lämpe.bin", "Upper/Case.bin", u8"日本/語.bin"})
+    {
+        delete manager.OpenFile((root + name).c_str(),
+                                File::OpenCreateAlways | File::OpenCreatePath);
+        EXPECT_TRUE(manager.FileExists((root + name).c_str())) << name;
+    }
+    std::vector<std::string> onDisk;
+    const std::filesystem::path base = std::filesystem::u8path(folder.Path());
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(base))
+        onDisk.push_back(entry.path().lexically_relative(base).generic_u8string());
+    std::sort(onDisk.begin(), onDisk.end());
+    EXPECT_EQ(onDisk,
+              (std::vector<std::string>{u8"R\u00e4ume", u8"R\u00e4ume/L\u00e4mpe.bin", "Upper",
+                                        "Upper/Case.bin", u8"日本", u8"日本/語.bin"}));
+
+    qel::PathObjectList list;
+    manager.GetFileList((root + u8"Räume/*").c_str(), list);
+    ASSERT_EQ(list.size(), 1u);
+    EXPECT_STREQ(list.front().GetNativePath(), u8"Lämpe.bin");
 }
 
 TEST_F(FileManagerTest, ReadingAWriteOnlyFileIsAFatalError)

@@ -14,6 +14,7 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <random>
 #include <string>
 #include <thread>
@@ -27,7 +28,8 @@ using qel::FileManager;
 using qel::PathObject;
 using qel::RefPtr;
 
-// Serves nothing; every directory exists, no file does.
+// Serves nothing; every directory exists, no file does. Records the calls
+// that act on files.
 class RecordingDrive : public DiskDrive
 {
 public:
@@ -35,15 +37,31 @@ public:
     {
         if (onOpen)
             onOpen();
-        calls.push_back(std::string("open ") + path.GetNativePath());
+        Note("open", path);
         return nullptr;
     }
-    void DeleteFile(const PathObject&) override {}
+    void DeleteFile(const PathObject& path) override { Note("delete", path); }
     bool FileExists(const PathObject&) override { return false; }
     bool DirectoryExists(const PathObject&) override { return true; }
-    void GetDirectoryList(const PathObject&, qel::PathObjectList&) override {}
-    qel::u32 CreateDirectory(const PathObject&) override { return 0; }
-    qel::u32 DeleteDirectory(const PathObject&) override { return 0; }
+    void GetDirectoryList(const PathObject& path, qel::PathObjectList&) override
+    {
+        Note("list", path);
+    }
+    qel::u32 CreateDirectory(const PathObject& path) override
+    {
+        Note("mkdir", path);
+        return 0;
+    }
+    qel::u32 DeleteDirectory(const PathObject& path) override
+    {
+        Note("rmdir", path);
+        return 0;
+    }
+
+    void Note(const char* call, const PathObject& path)
+    {
+        calls.push_back(std::string(call) + " " + path.GetNativePath());
+    }
 
     std::vector<std::string> calls;
     void (*onOpen)() = nullptr;
@@ -119,6 +137,89 @@ TEST_F(MountTableTest, AliasesOfAliasesAreResolvedOnceWhenMounted)
     // The alias it was mounted on can go: the resolution stays.
     EXPECT_EQ(manager.Unmount("/qe/"), FileManager::MountOk);
     EXPECT_EQ(Resolve("/qf/x.bin"), "/qd/ base/deeper/x.bin");
+}
+
+TEST_F(MountTableTest, NamesAndTargetsWithoutTheirSlashesOrTooLongAreRefused)
+{
+    ASSERT_EQ(manager.Mount("/qd/", Drive()), FileManager::MountOk);
+    const std::string longName = "/q" + std::string(300, 'n') + "/";
+    const std::string deep = "/qd/" + std::string(240, 'd') + "/"; // 245 characters
+    struct Case
+    {
+        std::string name, target; // an empty target mounts a drive
+        FileManager::MountResultCodes expected;
+    };
+    const Case cases[] = {
+        {"/qx", "", FileManager::MountBadName},
+        {"qx/", "", FileManager::MountBadName},
+        {"/qx", "/qd/", FileManager::MountBadName},
+        {"/qx/", "/qd/sub", FileManager::MountBadName},
+        {longName, "", FileManager::MountPathTooLong},
+        {"/qx/", "/qd/" + std::string(300, 't') + "/", FileManager::MountPathTooLong},
+        {"/qx/", deep, FileManager::MountOk},
+    };
+    for (const Case& c : cases)
+    {
+        const FileManager::MountResultCodes code =
+            c.target.empty() ? manager.Mount(c.name.c_str(), Drive())
+                             : manager.Mount(c.name.c_str(), c.target.c_str());
+        EXPECT_EQ(code, c.expected) << c.name << " on " << c.target;
+    }
+    // An alias of that alias would put more than 255 characters in front.
+    EXPECT_EQ(manager.Mount("/qy/", ("/qx/" + std::string(20, 'e') + "/").c_str()),
+              FileManager::MountPathTooLong);
+    EXPECT_EQ(manager.SetCurrentDirectory(longName.c_str()), FileManager::MountPathTooLong);
+}
+
+// A path that does not fit, cut, would name another file: it never reaches
+// the drive, whichever step made it too long.
+TEST_F(MountTableTest, PathsThatDoNotFitAreRefusedWithoutReachingTheDrive)
+{
+    RecordingDrive* drive = new RecordingDrive;
+    ASSERT_EQ(manager.Mount("/qd/", RefPtr<DiskDrive>(drive)), FileManager::MountOk);
+    const std::string deep = "/qd/" + std::string(200, 'd') + "/";
+    ASSERT_EQ(manager.Mount("/qa/", deep.c_str()), FileManager::MountOk);
+    ASSERT_EQ(manager.SetCurrentDirectory(deep.c_str()), FileManager::MountOk);
+    const std::string fits = "/qd/" + std::string(251, 'f');
+    EXPECT_EQ(Resolve(fits.c_str()), "/qd/ " + fits.substr(4));
+
+    const std::string cut[] = {
+        fits + "x",                    // as written
+        std::string(60, 'r'),          // joined to the current directory
+        "/qa/" + std::string(60, 'n'), // behind the alias's native base
+    };
+    for (const std::string& path : cut)
+    {
+        PathObject resolved;
+        EXPECT_EQ(manager.ResolveVirtualPath(path.c_str(), resolved),
+                  FileManager::MountPathTooLong);
+        EXPECT_FALSE(resolved.GetMountPoint());
+        EXPECT_FALSE(manager.FileExists(path.c_str()));
+        EXPECT_FALSE(manager.DirectoryExists(path.c_str()));
+        qel::PathObjectList list;
+        const std::function<void()> operations[] = {
+            [&] { manager.OpenFile(path.c_str(), qel::File::OpenCreatePath); },
+            [&] { manager.DeleteFile(path.c_str()); },
+            [&] { manager.CreateDirectory(path.c_str(), true); },
+            [&] { manager.DeleteDirectory(path.c_str()); },
+            [&] { manager.GetFileList(path.c_str(), list); },
+            [&] { manager.GetDirectoryList(path.c_str(), list); },
+        };
+        for (const auto& operation : operations)
+        {
+            try
+            {
+                operation();
+                ADD_FAILURE() << "no exception for " << path;
+            }
+            catch (const qel::FileException& e)
+            {
+                EXPECT_EQ(e.GetError(), DiskDrive::DiskErrorPathTooLong);
+                EXPECT_EQ(e.GetReason(), "Path too long - Virtual Path: " + path.substr(0, 255));
+            }
+        }
+    }
+    EXPECT_EQ(drive->calls, std::vector<std::string>{});
 }
 
 TEST_F(MountTableTest, UnmountedMountLivesWhileAPathHoldsIt)
@@ -262,8 +363,9 @@ TEST_F(MountTableTest, PosixPathsGoUnderDisksWithTheirCase)
     EXPECT_STREQ(local, "/disks/home/Ann/X.bin");
     manager.ResolveLocalPath("Data\\A.bin", local, sizeof local);
     EXPECT_STREQ(local, "Data\\A.bin");
-    manager.ResolveLocalPath("/home/ann/x.bin", local, 10);
-    EXPECT_STREQ(local, "/disks/ho");
+    EXPECT_TRUE(manager.ResolveLocalPath("/home/ann", local, 16));
+    EXPECT_FALSE(manager.ResolveLocalPath("/home/ann/", local, 16));
+    EXPECT_STREQ(local, "/disks/home/ann"); // cut, and said so
     EXPECT_EQ(Resolve("/disks/home/Ann/X.bin"), "/disks/ home/Ann/X.bin");
 }
 #endif

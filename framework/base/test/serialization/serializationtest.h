@@ -32,7 +32,7 @@ private:
     struct Source : qel::Provider
     {
         explicit Source(const Bytes& bytes) : data(bytes) { m_Open = true; }
-        void Request(qel::u32 position, unsigned char*& block, unsigned char*& current,
+        void Request(qel::u64 position, unsigned char*& block, unsigned char*& current,
                      unsigned char*& end) override
         {
             block = current = data.data() + (position < data.size() ? position : data.size());

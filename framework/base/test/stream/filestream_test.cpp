@@ -6,6 +6,7 @@
 #include <qel/filemanager.h>
 #include <qel/inputfilestream.h>
 #include <qel/outputfilestream.h>
+#include <qel/streamingrequest.h>
 
 #include "roundtrip.h"
 #include "support/environment.h"
@@ -13,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -152,6 +154,37 @@ TEST_F(FileStreamTest, OpeningAMissingFileThrowsTheFileManagersException)
     EXPECT_FALSE(later.GetProvider()->IsOpen());
     EXPECT_THROW(OutputFileStream(Virtual("no/such/folder/x.bin").c_str(), File::OpenCreateNew),
                  qel::FileException);
+}
+
+// Past 4 GB of a sparse file: a stream's position and a streaming request's
+// counts go on in 64 bits, and their 32-bit accessors stay at the top.
+TEST_F(FileStreamTest, FilesOf4GBAndMoreStreamPastTheLowWord)
+{
+    const u64 size = 0x100000020ull, mark = 0x100000010ull;
+    std::string why;
+    if (!qeltest::MakeSparseFile(folder.Path() + "big.bin", size, {{mark, "MARK"}}, why))
+        GTEST_SKIP() << why;
+    char text[8] = {};
+    InputFileStream in(Virtual("big.bin").c_str());
+    EXPECT_EQ(in.GetSize(), size);
+    in.Skip(0xFFFFFFF0u);
+    in.Skip(0x20u);
+    EXPECT_EQ(in.Read(text, 4), 4u);
+    EXPECT_EQ(std::string(text, 4), "MARK");
+    EXPECT_EQ(in.GetPosition64(), mark + 4);
+    EXPECT_EQ(in.GetPosition(), 0xFFFFFFFFu);
+
+    std::unique_ptr<qel::StreamingRequest> request(
+        qel::StreamingRequest::Create(Virtual("big.bin").c_str(), 1000));
+    ASSERT_TRUE(request);
+    EXPECT_EQ(request->BytesRemaining64(), size);
+    EXPECT_EQ(request->BytesRemaining(), 0xFFFFFFFFu);
+    request->Reset(mark);
+    EXPECT_EQ(request->Read(qel::s64(size)), 32u - 16u);
+    EXPECT_EQ(request->Copy(text, 8), 8u);
+    EXPECT_EQ(std::string(text, 4), "MARK");
+    EXPECT_EQ(request->BytesRead64(), 16u);
+    EXPECT_EQ(request->BytesRemaining64(), 0u);
 }
 
 TEST_F(FileStreamTest, ReopeningAnOutputStreamWritesTheTailToTheFirstFile)

@@ -26,12 +26,12 @@ public:
     {
         m_Open = true;
     }
-    void Request(u32 position, unsigned char*& block, unsigned char*& current,
+    void Request(u64 position, unsigned char*& block, unsigned char*& current,
                  unsigned char*& end) override
     {
         requests.push_back(position);
         const u32 size = u32(data.size());
-        const u32 start = position < size ? position : size;
+        const u32 start = u32(position < size ? position : size);
         const u32 stop = start + m_BlockSize < size ? start + m_BlockSize : size;
         block = current = data.data() + start;
         end = data.data() + stop;
@@ -39,7 +39,7 @@ public:
     void Return(void*) override { ++returns; }
 
     std::vector<unsigned char> data;
-    std::vector<u32> requests;
+    std::vector<u64> requests;
     int returns = 0;
 
 private:
@@ -51,7 +51,7 @@ class SmallBlockOutput : public qel::Provider
 {
 public:
     explicit SmallBlockOutput(u32 blockSize) : m_Block(blockSize) { m_Open = true; }
-    void Request(u32, unsigned char*& block, unsigned char*& current, unsigned char*& end) override
+    void Request(u64, unsigned char*& block, unsigned char*& current, unsigned char*& end) override
     {
         block = current = m_Block.data();
         end = m_Block.data() + m_Block.size();
@@ -146,7 +146,7 @@ TEST(InputStream, SkipPastTheBlockMakesTheNextReadAskAtTheNewPosition)
     EXPECT_FALSE(stream.HasPendingBlock());
     stream.Read(c);
     EXPECT_EQ(c, Bytes(20)[13]);
-    EXPECT_EQ(provider.requests, (std::vector<u32>{0, 13}));
+    EXPECT_EQ(provider.requests, (std::vector<u64>{0, 13}));
 }
 
 TEST(OutputStream, FullBlocksGoBackAtOnceAndTheTailOnDestruction)

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <random>
 
 #if defined(_WIN32)
@@ -44,6 +45,28 @@ std::string ModulePathOf(const void* address)
     Dl_info info{};
     return dladdr(address, &info) && info.dli_fname ? info.dli_fname : "";
 #endif
+}
+
+bool MakeSparseFile(const std::string& path, unsigned long long size,
+                    const std::vector<std::pair<unsigned long long, std::string>>& marks,
+                    std::string& why)
+{
+    std::error_code error;
+    std::ofstream(path, std::ios::binary).close();
+    std::filesystem::resize_file(path, size, error);
+    std::fstream file(path, std::ios::binary | std::ios::in | std::ios::out);
+    for (const auto& mark : marks)
+        if (!error && file)
+            file.seekp(std::streamoff(mark.first))
+                .write(mark.second.data(), std::streamsize(mark.second.size()));
+    if (error || !file.flush() || std::filesystem::file_size(path, error) != size)
+    {
+        why = "no sparse file of " + std::to_string(size) + " bytes here: " + error.message();
+        file.close();
+        std::filesystem::remove(path, error);
+        return false;
+    }
+    return true;
 }
 
 TemporaryFolder::TemporaryFolder()

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace qeltest
 {
@@ -13,6 +15,13 @@ void SetEnvironment(const char* name, const char* value);
 // The full path of the file of the module (executable or library) that
 // contains `address`.
 std::string ModulePathOf(const void* address);
+
+// Makes `path` a sparse file of `size` bytes, zeros but for the texts of
+// `marks` at their offsets. False, with the reason in `why`, where the file
+// system refuses such a file.
+bool MakeSparseFile(const std::string& path, unsigned long long size,
+                    const std::vector<std::pair<unsigned long long, std::string>>& marks,
+                    std::string& why);
 
 // A fresh empty folder under the system's temporary folder, removed with its
 // contents when the object dies. Path ends with a separator.

@@ -24,7 +24,7 @@ public:
     DebuggerProvider();
 
     // Hands out the whole buffer; the size is ignored.
-    void Request(u32 size, unsigned char*& begin, unsigned char*& cursor,
+    void Request(u64 size, unsigned char*& begin, unsigned char*& cursor,
                  unsigned char*& end) override;
     // Terminates the text at `end` and sends it to the debugger.
     void Return(void* cursor, void* end) override;

@@ -42,6 +42,9 @@ public:
         DiskErrorDevice = 7,           // the device or a sharing rule refused
         DiskErrorUnused8 = 8,          // produced by no operation
         DiskErrorUnknown = 9,          // "Unknown error"
+        // "Path too long": the path did not fit its 255 characters, as
+        // written or once resolved (see <qel/filemanager.h>).
+        DiskErrorPathTooLong = 10,
     };
 
     // Interface and RefCounted both bring them: one set for the drive.

@@ -1,10 +1,13 @@
 // The disk drive of the Win32 file API (Windows only). Native paths are
-// Win32 paths with '/' separators, such as c:/game/data/levels.bin.
+// Win32 paths in UTF-8 with '/' separators, such as c:/game/data/levels.bin;
+// the drive hands them to the wide API (CreateFileW, FindFirstFileW, ...) in
+// UTF-16, so a UTF-8 name makes the same file as on POSIX. A native path
+// that is not UTF-8 names no file.
 //
 // Files are opened for reading or for writing, never both, shared for
 // reading and writing, for sequential access; the dispositions follow the
-// open flags (see File::OpenFlags). Listings run FindFirstFileA with the
-// native path as the pattern.
+// open flags (see File::OpenFlags). Listings run FindFirstFileW with the
+// native path as the pattern, and give the names in UTF-8.
 #pragma once
 
 #if defined(_WIN32)

@@ -9,9 +9,32 @@
 // on Windows one alias per drive letter, and "/exedir/" on the executable's
 // folder, and takes the process's current directory as its own.
 //
-// Virtual paths are not folded: callers write them in lower case (on
-// Windows) with '/' separators. A path that does not begin with '/' is
-// taken relative to the current directory.
+// On POSIX /disks/ is the root of the file system: /home/ann/a.txt is
+// /disks/home/ann/a.txt. ResolveLocalPath turns a path of the system into
+// its virtual form; a relative path is already one, relative to the current
+// directory, which is the process's at construction (a later chdir does
+// not move it). So "config.txt" names config.txt of the folder the program
+// started in.
+//
+// Virtual paths are not folded: callers write them with '/' separators,
+// and a path that does not begin with '/' is taken relative to the current
+// directory. Names are UTF-8 on every platform and keep the case the caller
+// gives them: the file layer never changes the case of a name it creates,
+// so a file written on Windows under the name Upper/Case.bin is found by
+// that name on POSIX. Windows itself ignores case, so there names that
+// differ only in case are one file. The texts made from the system's own
+// paths (the current directory, /exedir/, ResolveLocalPath, the names of a
+// listing) are lower-cased on Windows, ASCII letters only.
+//
+// Path texts live in 255-character buffers. A path that does not fit, as
+// written, joined to the current directory or once an alias put its native
+// base in front, is never cut onto another file: every operation that
+// opens, creates, deletes or lists through it throws FileException
+// "Path too long" (DiskErrorPathTooLong), ResolveVirtualPath answers
+// MountPathTooLong, FileExists and DirectoryExists answer false. Mount
+// texts and ResolveLocalPath refuse or report such texts the same way.
+// This departs on purpose from the silent truncation of the library's other
+// fixed texts: a cut path names a different file.
 //
 // The mount table is sorted by the prefix order: a mount name N sorts
 // against a key K as N against the first length(N) characters of K. A key
@@ -71,6 +94,13 @@ public:
         // ResolveVirtualPath: the path lies under no mount;
         // SetCurrentDirectory: the directory does not exist.
         MountPathNotFound = 5,
+        // A path, a mount name or a target does not fit its 255 characters,
+        // as given or once resolved: nothing was done.
+        MountPathTooLong = 6,
+        // Mount: the name does not begin and end with '/', or the target
+        // does not end with '/'. Such a mount would never match a path (or
+        // would match paths it was not meant for), so it is not made.
+        MountBadName = 7,
     };
 
     // The mount table's entries (<qel/mountpoint.h>).
@@ -95,6 +125,8 @@ public:
 
     // ---- mount table --------------------------------------------------------
 
+    // A name begins and ends with '/' (/data/), a target ends with '/'
+    // (/disks/home/ann/data/); without them the answer is MountBadName.
     MountResultCodes Mount(const char* name, const RefPtr<DiskDrive>& drive);
     MountResultCodes Mount(const char* name, const char* targetVirtualPath);
     MountResultCodes Unmount(const char* name);
@@ -109,21 +141,27 @@ public:
 
     // ---- paths --------------------------------------------------------------
 
+    // MountOk, MountPathNotFound, or MountPathTooLong with only the virtual
+    // text filled in (cut) and no mount.
     MountResultCodes ResolveVirtualPath(const char* path, PathObject& out);
     // Turns a path of the system into its virtual form (at most size - 1
-    // characters): on Windows lower case with '/', C:\Data\A.txt becoming
-    // /c/data/a.txt; on POSIX an absolute path goes under /disks/, so
-    // /home/ann/a.txt becomes /disks/home/ann/a.txt. Relative text keeps
-    // its place.
-    void ResolveLocalPath(const char* localPath, char* out, u32 size);
+    // characters): on Windows '/' separators and ASCII lower case,
+    // C:\Data\A.txt becoming /c/data/a.txt; on POSIX an absolute path goes
+    // under /disks/, so /home/ann/a.txt becomes /disks/home/ann/a.txt.
+    // Relative text keeps its place, and resolves against the current
+    // directory, which starts as the process's. False when the text was cut
+    // to fit `size`: the cut text names another file.
+    bool ResolveLocalPath(const char* localPath, char* out, u32 size);
     // `directory` ends in '/'; it is kept as given when it exists.
+    // MountPathTooLong when it does not fit.
     MountResultCodes SetCurrentDirectory(const char* directory);
     // Copies at most size - 1 characters, always terminated.
     void GetCurrentDirectory(char* out, u32 size);
 
     // ---- files and directories ----------------------------------------------
     // A path under no mount throws FileNotFoundException "Virtual path not
-    // found"; the drives' own failures pass through as they come.
+    // found", a path that does not fit FileException "Path too long"; the
+    // drives' own failures pass through as they come.
 
     // The file belongs to the caller, who deletes it to close it. With
     // File::OpenCreatePath, an open that fails because a directory on the
@@ -136,12 +174,13 @@ public:
     // that was not thrown.
     u32 CreateDirectory(const char* path, bool recursive);
     u32 DeleteDirectory(const char* path);
-    // False under no mount.
+    // False under no mount and for a path that does not fit.
     bool FileExists(const char* path);
     bool DirectoryExists(const char* path);
     // Append the bare names found, each with its native text as the system
     // gave it and its virtual text as ResolveLocalPath makes it, and no
-    // mount; nothing under no mount.
+    // mount; nothing under no mount. A name that does not fit its 255
+    // characters is left out.
     void GetDirectoryList(const char* path, PathObjectList& list);
     void GetFileList(const char* path, PathObjectList& list);
 
@@ -164,7 +203,8 @@ private:
     // The mount that prefixes `key`, or null.
     MountPoint* Lookup(const char* key);
     MountResultCodes Insert(const char* name, MountPoint* mount);
-    // Resolves `path`, throwing "Virtual path not found" under no mount.
+    // Resolves `path`, throwing "Virtual path not found" under no mount and
+    // "Path too long" for a path that does not fit.
     void ResolveOrThrow(const char* path, PathObject& out);
     // GetDirectoryList or GetFileList, the entries' virtual texts filled in.
     void List(const char* path, PathObjectList& list, bool directories);

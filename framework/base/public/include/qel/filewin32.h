@@ -13,7 +13,7 @@ namespace qel
 class QEL_API FileWin32 : public File
 {
 public:
-    // Takes over `handle`, a HANDLE of CreateFileA, and closes it when
+    // Takes over `handle`, a HANDLE of CreateFileW, and closes it when
     // deleted.
     FileWin32(const char* fileName, DiskDrive* owner, void* handle, u64 size, u32 openFlags);
     ~FileWin32() override;

@@ -17,7 +17,7 @@ public:
     InputBufferProvider(const void* begin, const void* end) { SetBuffer(begin, end); }
 
     void SetBuffer(const void* begin, const void* end);
-    void Request(u32 position, unsigned char*& block, unsigned char*& current,
+    void Request(u64 position, unsigned char*& block, unsigned char*& current,
                  unsigned char*& end) override;
 
 private:

@@ -43,8 +43,8 @@ public:
     u64 GetSize() const;
 
     // Reads of a whole block or more go straight to the caller's memory.
-    bool ReadDirect(u32 position, void* buffer, u32 count, u32& read) override;
-    void Request(u32 position, unsigned char*& block, unsigned char*& current,
+    bool ReadDirect(u64 position, void* buffer, u32 count, u32& read) override;
+    void Request(u64 position, unsigned char*& block, unsigned char*& current,
                  unsigned char*& end) override;
 
 private:

@@ -21,7 +21,7 @@ public:
     InputMemoryProvider(const unsigned char* data, u32 size) { Initialize(data, size); }
 
     void Initialize(const unsigned char* data, u32 size);
-    void Request(u32 position, unsigned char*& block, unsigned char*& current,
+    void Request(u64 position, unsigned char*& block, unsigned char*& current,
                  unsigned char*& end) override;
     u32 GetSize() const { return m_Size; }
 

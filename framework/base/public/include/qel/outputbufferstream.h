@@ -21,7 +21,7 @@ public:
     }
 
     void SetBuffer(void* begin, void* writtenEnd, void* capacityEnd);
-    void Request(u32 position, unsigned char*& block, unsigned char*& current,
+    void Request(u64 position, unsigned char*& block, unsigned char*& current,
                  unsigned char*& end) override;
     // Records `end` as the written end.
     void Return(void* block, void* end) override;

@@ -39,7 +39,7 @@ public:
     File* GetFile() const { return m_File; }
 
     // The whole buffer, whatever the position: blocks are written in order.
-    void Request(u32 position, unsigned char*& block, unsigned char*& current,
+    void Request(u64 position, unsigned char*& block, unsigned char*& current,
                  unsigned char*& end) override;
     // Writes the bytes from `block` up to `end`.
     void Return(void* block, void* end) override;

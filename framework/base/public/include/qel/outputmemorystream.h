@@ -34,7 +34,7 @@ public:
     OutputMemoryProvider(const OutputMemoryProvider&) = delete;
     OutputMemoryProvider& operator=(const OutputMemoryProvider&) = delete;
 
-    void Request(u32 position, unsigned char*& block, unsigned char*& current,
+    void Request(u64 position, unsigned char*& block, unsigned char*& current,
                  unsigned char*& end) override;
     // Counts the bytes from `block` up to `end` (a lent tail), or appends
     // them (any other block).
@@ -43,7 +43,7 @@ public:
     // Appends whole staging blocks' worth of `data` at once (an even count),
     // growing the data as 2-byte blocks would, when they do not fit in the
     // free tail.
-    bool WriteDirect(u32 position, const void* data, u32 count, u32& written) override;
+    bool WriteDirect(u64 position, const void* data, u32 count, u32& written) override;
 
     // The data, owned by the provider, and in `size` the bytes it holds.
     unsigned char* GetBuffer(u32& size) const

@@ -25,7 +25,7 @@ public:
     Provider() : m_Open(false) {}
     ~Provider() override;
 
-    virtual void Request(u32 position, unsigned char*& block, unsigned char*& current,
+    virtual void Request(u64 position, unsigned char*& block, unsigned char*& current,
                          unsigned char*& end) = 0;
     virtual void Return(void* block, void* end);
     virtual void Return(void* block);
@@ -33,13 +33,13 @@ public:
     // the blocks, when the provider can do that with less work (a file, for
     // reads of a whole block or more). Returns false when it cannot; `read`
     // is then untouched.
-    virtual bool ReadDirect(u32 position, void* buffer, u32 count, u32& read);
+    virtual bool ReadDirect(u64 position, void* buffer, u32 count, u32& read);
     // Takes up to `count` bytes for `position` straight from `data`, bypassing
     // the blocks, when the provider can do that with less work (a growing
     // memory buffer); `written` says how many it took, and the stream sends
     // the rest through blocks. Only asked while the stream holds no block.
     // Returns false when it cannot; `written` is then untouched.
-    virtual bool WriteDirect(u32 position, const void* data, u32 count, u32& written);
+    virtual bool WriteDirect(u64 position, const void* data, u32 count, u32& written);
 
     // True once the provider has a source or a sink.
     bool IsOpen() const { return m_Open; }

@@ -22,8 +22,11 @@ template <class Base>
 class GenericStream : public Base
 {
 public:
-    // Bytes consumed or produced since the start.
-    u32 GetPosition() const { return m_Position; }
+    // Bytes consumed or produced since the start. GetPosition stays at
+    // 0xFFFFFFFF once a stream is 4 GB or more past its start, where
+    // GetPosition64 goes on.
+    u32 GetPosition() const { return m_Position < 0xFFFFFFFFu ? u32(m_Position) : 0xFFFFFFFFu; }
+    u64 GetPosition64() const { return m_Position; }
     Provider* GetProvider() const { return m_Provider; }
     // True while the stream holds a block that it has not given back.
     bool HasPendingBlock() const { return m_Block != nullptr; }
@@ -45,7 +48,7 @@ protected:
     unsigned char* m_Block = nullptr;
     unsigned char* m_Current = nullptr;
     unsigned char* m_End = nullptr;
-    u32 m_Position = 0;
+    u64 m_Position = 0;
 };
 
 } // namespace qel

@@ -40,14 +40,14 @@ class CheckedFileProvider : public InputFileProvider
 {
 public:
     explicit CheckedFileProvider(const char* path) : InputFileProvider(path) {}
-    void Request(u32 position, unsigned char*& block, unsigned char*& current,
+    void Request(u64 position, unsigned char*& block, unsigned char*& current,
                  unsigned char*& end) override
     {
         InputFileProvider::Request(position, block, current, end);
         if (current == end)
             m_PastEnd = true;
     }
-    bool ReadDirect(u32 position, void* buffer, u32 count, u32& read) override
+    bool ReadDirect(u64 position, void* buffer, u32 count, u32& read) override
     {
         const bool direct = InputFileProvider::ReadDirect(position, buffer, count, read);
         if (direct && read < count)

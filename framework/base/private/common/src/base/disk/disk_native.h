@@ -1,6 +1,6 @@
 // The file system's conventions, one implementation per platform: Win32
-// drive letters and case folding on Windows; on POSIX one tree under
-// /disks/, no letters, no folding.
+// drive letters, and the system's own paths lower-cased, on Windows; on
+// POSIX one tree under /disks/, no letters, no folding.
 #pragma once
 
 #include <qel/types.h>
@@ -30,11 +30,17 @@ bool DriveHasRoot(char letter);
 bool GetExecutablePath(char* out, u32 size);
 bool GetProcessCurrentDirectory(char* out, u32 size);
 
-// FileManager::ResolveLocalPath: the virtual form of a system path.
-void LocalToVirtual(const char* local, char* out, u32 size);
-// The folding that FileManager::CreateDirectory applies to a virtual path
-// before it walks it (Windows: as LocalToVirtual, in place; POSIX: none).
+// FileManager::ResolveLocalPath: the virtual form of a system path; false
+// when it was cut to fit `size`.
+bool LocalToVirtual(const char* local, char* out, u32 size);
+// The normalisation that FileManager::CreateDirectory applies to a virtual
+// path before it walks it, in place (Windows: '\' to '/' and c:/ to /c/,
+// case kept; POSIX: none).
 void FoldVirtualPath(char* path);
+
+// What the system says of its error `number` (errno, GetLastError), in
+// UTF-8 without a line end; at most size - 1 bytes, terminated.
+void DescribeSystemError(u32 number, char* out, u32 size);
 
 } // namespace native
 } // namespace qel

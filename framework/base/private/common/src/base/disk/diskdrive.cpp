@@ -17,18 +17,20 @@ DiskDrive::DiskError DiskDrive::GetError(bool)
     return DiskErrorAlreadyExists;
 }
 
+const char kIsADirectory[] = "Is a directory";
+
 void ThrowDiskError(const PathObject& path, DiskDrive::DiskError error, const char* text,
-                    u32 systemError)
+                    u32 systemError, const char* systemReason)
 {
     switch (error)
     {
     case DiskDrive::DiskErrorFileNotFound:
     case DiskDrive::DiskErrorPathNotFound:
-        throw FileNotFoundException(text, path, error, systemError);
+        throw FileNotFoundException(text, path, error, systemError, systemReason);
     case DiskDrive::DiskErrorAlreadyExists:
-        throw FileExistsException(text, path, error, systemError);
+        throw FileExistsException(text, path, error, systemError, systemReason);
     default:
-        throw FileException(text, path, error, systemError);
+        throw FileException(text, path, error, systemError, systemReason);
     }
 }
 

@@ -36,19 +36,30 @@ int ComparePrefix(const char* name, const char* key)
 }
 
 // Copies at most capacity - 1 characters and terminates (capacity > 0).
-void CopyText(char* dest, const char* source, std::size_t capacity)
+// False when the text was cut.
+bool CopyText(char* dest, const char* source, std::size_t capacity)
 {
     std::size_t length = source ? std::strlen(source) : 0;
-    if (length > capacity - 1)
+    const bool fits = length < capacity;
+    if (!fits)
         length = capacity - 1;
     std::memmove(dest, source ? source : "", length);
     dest[length] = '\0';
+    return fits;
 }
 
-void AppendText(char* dest, const char* source, std::size_t capacity)
+bool AppendText(char* dest, const char* source, std::size_t capacity)
 {
     std::size_t length = std::strlen(dest);
-    CopyText(dest + length, source, capacity - length);
+    return CopyText(dest + length, source, capacity - length);
+}
+
+// A mount name begins and ends with '/', a target ends with '/': anything
+// else would never match the paths it was meant for.
+bool Slashed(const char* text, bool leading)
+{
+    const std::size_t length = std::strlen(text);
+    return length > 0 && text[length - 1] == '/' && (!leading || text[0] == '/');
 }
 
 } // namespace
@@ -108,10 +119,10 @@ void FileManager::AutoMount()
 void FileManager::MountExecutableDirectory()
 {
     char local[PathSize];
-    if (!native::GetExecutablePath(local, sizeof local))
-        return;
     char directory[PathSize];
-    ResolveLocalPath(local, directory, sizeof directory);
+    if (!native::GetExecutablePath(local, sizeof local) ||
+        !ResolveLocalPath(local, directory, sizeof directory))
+        return;
     char* lastSlash = std::strrchr(directory, '/');
     *(lastSlash ? lastSlash + 1 : directory) = '\0';
     Mount("/exedir/", directory);
@@ -120,13 +131,14 @@ void FileManager::MountExecutableDirectory()
 void FileManager::TakeProcessCurrentDirectory()
 {
     char local[PathSize];
-    if (!native::GetProcessCurrentDirectory(local, sizeof local))
-        return;
     char directory[PathSize];
-    ResolveLocalPath(local, directory, sizeof directory);
+    if (!native::GetProcessCurrentDirectory(local, sizeof local) ||
+        !ResolveLocalPath(local, directory, sizeof directory))
+        return;
     std::size_t length = std::strlen(directory);
-    if (length == 0 || directory[length - 1] != '/')
-        AppendText(directory, "/", sizeof directory);
+    if ((length == 0 || directory[length - 1] != '/') &&
+        !AppendText(directory, "/", sizeof directory))
+        return;
     SetCurrentDirectory(directory);
 }
 
@@ -184,7 +196,10 @@ FileManager::MountResultCodes FileManager::Mount(const char* name, const RefPtr<
 {
     Locked locked(m_Lock);
     char copy[PathSize];
-    CopyText(copy, name, sizeof copy);
+    if (!CopyText(copy, name, sizeof copy))
+        return MountPathTooLong;
+    if (!Slashed(copy, true))
+        return MountBadName;
     if (Lookup(copy))
         return MountAlreadyMounted;
     QEL_USAGE_ASSERT(ErrorManager::BaseCategory, drive);
@@ -204,11 +219,13 @@ FileManager::MountResultCodes FileManager::Mount(const char* name, const char* t
 {
     Locked locked(m_Lock);
     char copy[PathSize];
-    CopyText(copy, name, sizeof copy);
+    char target[PathSize];
+    if (!CopyText(copy, name, sizeof copy) || !CopyText(target, targetVirtualPath, sizeof target))
+        return MountPathTooLong;
+    if (!Slashed(copy, true) || !Slashed(target, false))
+        return MountBadName;
     if (Lookup(copy))
         return MountAlreadyMounted;
-    char target[PathSize];
-    CopyText(target, targetVirtualPath, sizeof target);
     MountPoint* under = Lookup(target);
     if (under == nullptr)
         return MountTargetNotFound;
@@ -217,7 +234,8 @@ FileManager::MountResultCodes FileManager::Mount(const char* name, const char* t
     char nativeBase[PathSize] = "";
     if (under->GetKind() == MountPoint::AliasKind)
         CopyText(nativeBase, static_cast<AliasMount*>(under)->GetNativeBase(), sizeof nativeBase);
-    AppendText(nativeBase, target + under->GetNameLength(), sizeof nativeBase);
+    if (!AppendText(nativeBase, target + under->GetNameLength(), sizeof nativeBase))
+        return MountPathTooLong;
     try
     {
         return Insert(copy, new AliasMount(copy, target, nativeBase, under->GetDriveMount()));
@@ -262,7 +280,7 @@ FileManager::MountResultCodes FileManager::ResolveVirtualPath(const char* path, 
     Locked locked(m_Lock);
     // `path` may be out's own text: copy it before clearing.
     char virtualPath[PathSize];
-    CopyText(virtualPath, path, sizeof virtualPath);
+    bool fits = CopyText(virtualPath, path, sizeof virtualPath);
     out.Clear();
     out.SetVirtualPath(virtualPath);
 
@@ -270,10 +288,10 @@ FileManager::MountResultCodes FileManager::ResolveVirtualPath(const char* path, 
     if (virtualPath[0] == '/')
         CopyText(key, virtualPath, sizeof key);
     else
-    {
-        CopyText(key, m_CurrentDirectory, sizeof key);
-        AppendText(key, virtualPath, sizeof key);
-    }
+        fits = fits && CopyText(key, m_CurrentDirectory, sizeof key) &&
+               AppendText(key, virtualPath, sizeof key);
+    if (!fits)
+        return MountPathTooLong;
     MountPoint* mount = Lookup(key);
     if (mount == nullptr)
         return MountPathNotFound;
@@ -285,22 +303,27 @@ FileManager::MountResultCodes FileManager::ResolveVirtualPath(const char* path, 
     {
         char native[PathSize];
         CopyText(native, static_cast<AliasMount*>(mount)->GetNativeBase(), sizeof native);
-        AppendText(native, rest, sizeof native);
+        if (!AppendText(native, rest, sizeof native))
+            return MountPathTooLong;
         out.SetNativePath(native);
     }
     out.SetMountPoint(mount->GetDriveMount());
     return MountOk;
 }
 
-void FileManager::ResolveLocalPath(const char* localPath, char* out, u32 size)
+bool FileManager::ResolveLocalPath(const char* localPath, char* out, u32 size)
 {
-    native::LocalToVirtual(localPath, out, size);
+    return native::LocalToVirtual(localPath, out, size);
 }
 
 FileManager::MountResultCodes FileManager::SetCurrentDirectory(const char* directory)
 {
     Locked locked(m_Lock);
-    if (!DirectoryExists(directory))
+    PathObject resolved;
+    const MountResultCodes code = ResolveVirtualPath(directory, resolved);
+    if (code == MountPathTooLong)
+        return code;
+    if (code != MountOk || !resolved.GetDrive()->DirectoryExists(resolved))
         return MountPathNotFound;
     CopyText(m_CurrentDirectory, directory, sizeof m_CurrentDirectory);
     return MountOk;
@@ -315,11 +338,25 @@ void FileManager::GetCurrentDirectory(char* out, u32 size)
 
 // ---- files and directories ---------------------------------------------------
 
+namespace
+{
+
+// The exception of a path that did not resolve.
+[[noreturn]] void ThrowUnresolved(FileManager::MountResultCodes code, const PathObject& path)
+{
+    if (code == FileManager::MountPathTooLong)
+        throw FileException("Path too long", path, DiskDrive::DiskErrorPathTooLong, 0);
+    throw FileNotFoundException("Virtual path not found", path, DiskDrive::DiskErrorPathNotFound,
+                                0);
+}
+
+} // namespace
+
 void FileManager::ResolveOrThrow(const char* path, PathObject& out)
 {
-    if (ResolveVirtualPath(path, out) != MountOk)
-        throw FileNotFoundException("Virtual path not found", out, DiskDrive::DiskErrorPathNotFound,
-                                    0);
+    const MountResultCodes code = ResolveVirtualPath(path, out);
+    if (code != MountOk)
+        ThrowUnresolved(code, out);
 }
 
 File* FileManager::OpenFile(const char* path, u32 openFlags)
@@ -428,7 +465,10 @@ void FileManager::List(const char* path, PathObjectList& list, bool directories)
 {
     Locked locked(m_Lock);
     PathObject resolved;
-    if (ResolveVirtualPath(path, resolved) != MountOk)
+    const MountResultCodes code = ResolveVirtualPath(path, resolved);
+    if (code == MountPathTooLong)
+        ThrowUnresolved(code, resolved);
+    if (code != MountOk)
         return;
     // The drive appends native names; each gets its virtual form here.
     const PathObjectList::iterator last = list.empty() ? list.end() : std::prev(list.end());

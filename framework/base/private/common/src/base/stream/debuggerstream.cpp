@@ -15,7 +15,7 @@ DebuggerProvider::DebuggerProvider() : m_Buffer()
     m_Open = true;
 }
 
-void DebuggerProvider::Request(u32, unsigned char*& begin, unsigned char*& cursor,
+void DebuggerProvider::Request(u64, unsigned char*& begin, unsigned char*& cursor,
                                unsigned char*& end)
 {
     begin = cursor = m_Buffer;

@@ -11,13 +11,13 @@ void InputBufferProvider::SetBuffer(const void* begin, const void* end)
     m_Open = m_Begin != nullptr;
 }
 
-void InputBufferProvider::Request(u32 position, unsigned char*& block, unsigned char*& current,
+void InputBufferProvider::Request(u64 position, unsigned char*& block, unsigned char*& current,
                                   unsigned char*& end)
 {
-    if (position >= static_cast<u32>(m_End - m_Begin))
+    if (position >= u64(m_End - m_Begin))
         throw BufferOverflow();
     block = m_Begin;
-    current = m_Begin + position;
+    current = m_Begin + std::size_t(position);
     end = m_End;
 }
 

@@ -32,7 +32,7 @@ u64 InputFileProvider::GetSize() const
     return m_File != nullptr ? m_File->GetFileSize() : 0;
 }
 
-void InputFileProvider::Request(u32 position, unsigned char*& block, unsigned char*& current,
+void InputFileProvider::Request(u64 position, unsigned char*& block, unsigned char*& current,
                                 unsigned char*& end)
 {
     if (m_File == nullptr)
@@ -49,7 +49,7 @@ void InputFileProvider::Request(u32 position, unsigned char*& block, unsigned ch
     end = m_Buffer + count;
 }
 
-bool InputFileProvider::ReadDirect(u32 position, void* buffer, u32 count, u32& read)
+bool InputFileProvider::ReadDirect(u64 position, void* buffer, u32 count, u32& read)
 {
     if (m_File == nullptr || count < BufferSize)
         return false;

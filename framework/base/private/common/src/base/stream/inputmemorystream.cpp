@@ -11,10 +11,10 @@ void InputMemoryProvider::Initialize(const unsigned char* data, u32 size)
     m_Open = data != nullptr;
 }
 
-void InputMemoryProvider::Request(u32 position, unsigned char*& block, unsigned char*& current,
+void InputMemoryProvider::Request(u64 position, unsigned char*& block, unsigned char*& current,
                                   unsigned char*& end)
 {
-    block = current = m_Data + position;
+    block = current = m_Data + std::size_t(position);
     end = current + m_Size;
 }
 

@@ -12,13 +12,13 @@ void OutputBufferProvider::SetBuffer(void* begin, void* writtenEnd, void* capaci
     m_Open = m_Begin != nullptr;
 }
 
-void OutputBufferProvider::Request(u32 position, unsigned char*& block, unsigned char*& current,
+void OutputBufferProvider::Request(u64 position, unsigned char*& block, unsigned char*& current,
                                    unsigned char*& end)
 {
-    if (position >= static_cast<u32>(m_CapacityEnd - m_Begin))
+    if (position >= u64(m_CapacityEnd - m_Begin))
         throw BufferOverflow();
     block = m_Begin;
-    current = m_Begin + position;
+    current = m_Begin + std::size_t(position);
     end = m_CapacityEnd;
 }
 

@@ -27,7 +27,7 @@ void OutputFileProvider::Set(File* file)
     m_Open = file != nullptr;
 }
 
-void OutputFileProvider::Request(u32, unsigned char*& block, unsigned char*& current,
+void OutputFileProvider::Request(u64, unsigned char*& block, unsigned char*& current,
                                  unsigned char*& end)
 {
     if (m_File != nullptr && m_Buffer == nullptr)

@@ -49,7 +49,7 @@ bool OutputMemoryProvider::Append(const void* bytes, u32 count)
     return true;
 }
 
-void OutputMemoryProvider::Request(u32, unsigned char*& block, unsigned char*& current,
+void OutputMemoryProvider::Request(u64, unsigned char*& block, unsigned char*& current,
                                    unsigned char*& end)
 {
     if (!Reserve(StagingSize) && m_Capacity == m_Used)
@@ -78,7 +78,7 @@ void OutputMemoryProvider::Return(void* block)
         Return(block, m_LentEnd);
 }
 
-bool OutputMemoryProvider::WriteDirect(u32, const void* data, u32 count, u32& written)
+bool OutputMemoryProvider::WriteDirect(u64, const void* data, u32 count, u32& written)
 {
     // What fits in the free tail goes through a lent block, so that the
     // values after it are written in place too.

@@ -9,12 +9,12 @@ void Provider::Return(void*, void*) {}
 
 void Provider::Return(void*) {}
 
-bool Provider::ReadDirect(u32, void*, u32, u32&)
+bool Provider::ReadDirect(u64, void*, u32, u32&)
 {
     return false;
 }
 
-bool Provider::WriteDirect(u32, const void*, u32, u32&)
+bool Provider::WriteDirect(u64, const void*, u32, u32&)
 {
     return false;
 }

@@ -24,19 +24,19 @@ StreamingRequest* StreamingRequest::Create(File* file, u32 dataRate, u32 bufferS
     return Make(file, dataRate, bufferSize, 0, 0, true, true);
 }
 
-StreamingRequest* StreamingRequest::Create(File* file, u32 dataRate, u32 bufferSize, u32 offset)
+StreamingRequest* StreamingRequest::Create(File* file, u32 dataRate, u32 bufferSize, u64 offset)
 {
     return Make(file, dataRate, bufferSize, offset, 0, true, true);
 }
 
-StreamingRequest* StreamingRequest::Create(File* file, u32 dataRate, u32 bufferSize, u32 offset,
-                                           u32 total)
+StreamingRequest* StreamingRequest::Create(File* file, u32 dataRate, u32 bufferSize, u64 offset,
+                                           u64 total)
 {
     return Make(file, dataRate, bufferSize, offset, total, false, true);
 }
 
-StreamingRequest* StreamingRequest::Create(File* file, u32 dataRate, u32 bufferSize, u32 offset,
-                                           u32 total, bool active)
+StreamingRequest* StreamingRequest::Create(File* file, u32 dataRate, u32 bufferSize, u64 offset,
+                                           u64 total, bool active)
 {
     return Make(file, dataRate, bufferSize, offset, total, false, active);
 }
@@ -52,13 +52,13 @@ StreamingRequest* StreamingRequest::Create(const char* path, u32 dataRate, u32 b
 }
 
 StreamingRequest* StreamingRequest::Create(const char* path, u32 dataRate, u32 bufferSize,
-                                           u32 offset)
+                                           u64 offset)
 {
     return Open(path, dataRate, bufferSize, offset, 0, true);
 }
 
 StreamingRequest* StreamingRequest::Create(const char* path, u32 dataRate, u32 bufferSize,
-                                           u32 offset, u32 total)
+                                           u64 offset, u64 total)
 {
     return Open(path, dataRate, bufferSize, offset, total, false);
 }
@@ -73,14 +73,14 @@ bool StreamingRequest::Acceptable(File* file, u32 dataRate, u32 bufferSize)
     return file != nullptr && dataRate >= 4 && bufferSize >= 2;
 }
 
-StreamingRequest* StreamingRequest::Make(File* file, u32 dataRate, u32 bufferSize, u32 offset,
-                                         u32 total, bool wholeFile, bool active)
+StreamingRequest* StreamingRequest::Make(File* file, u32 dataRate, u32 bufferSize, u64 offset,
+                                         u64 total, bool wholeFile, bool active)
 {
     StreamingRequest* request = nullptr;
     if (Acceptable(file, dataRate, bufferSize))
     {
         if (wholeFile)
-            total = u32(file->GetFileSize());
+            total = file->GetFileSize();
         request = new StreamingRequest(file, dataRate, bufferSize, offset, total, active);
     }
     if (request == nullptr)
@@ -88,8 +88,8 @@ StreamingRequest* StreamingRequest::Make(File* file, u32 dataRate, u32 bufferSiz
     return request;
 }
 
-StreamingRequest* StreamingRequest::Open(const char* path, u32 dataRate, u32 bufferSize, u32 offset,
-                                         u32 total, bool wholeFile)
+StreamingRequest* StreamingRequest::Open(const char* path, u32 dataRate, u32 bufferSize, u64 offset,
+                                         u64 total, bool wholeFile)
 {
     // Refused arguments do not open the file; a missing one throws.
     QEL_USAGE_ASSERT(ErrorManager::BaseCategory, path != nullptr);
@@ -100,7 +100,7 @@ StreamingRequest* StreamingRequest::Open(const char* path, u32 dataRate, u32 buf
     return Make(file, dataRate, bufferSize, offset, total, wholeFile, true);
 }
 
-StreamingRequest::StreamingRequest(File* file, u32 dataRate, u32 bufferSize, u32 offset, u32 total,
+StreamingRequest::StreamingRequest(File* file, u32 dataRate, u32 bufferSize, u64 offset, u64 total,
                                    bool active)
     : m_File(file), m_Paused(false), m_Active(active), m_Total(total), m_Spare(0),
       m_DataRate(dataRate), m_Remaining(total), m_BufferSize(bufferSize), m_BytesRead(0),
@@ -129,13 +129,13 @@ StreamingRequest::~StreamingRequest()
 
 // ---- reading ----------------------------------------------------------------
 
-u32 StreamingRequest::Read(s32 target)
+u32 StreamingRequest::Read(s64 target)
 {
     Locked locked(m_Lock);
     QEL_ASSERT(ErrorManager::BaseCategory, m_Marker == Marker);
     if (m_Buffer == nullptr)
         return 0;
-    s64 chunk = s64(target) - s64(m_BytesRead);
+    s64 chunk = target - s64(m_BytesRead);
     if (chunk > s64(m_DataRate / 2))
         chunk = m_DataRate / 2;
     if (chunk < 1) // ahead of the target: keep the ring topped up anyway
@@ -160,7 +160,7 @@ u32 StreamingRequest::DataAvailable()
     return m_Buffer != nullptr ? m_Buffer->DataAvailable() : 0;
 }
 
-void StreamingRequest::Reset(u32 offset)
+void StreamingRequest::Reset(u64 offset)
 {
     Locked locked(m_Lock);
     m_BytesRead = 0;
@@ -184,13 +184,33 @@ bool StreamingRequest::Paused()
     return m_Paused;
 }
 
+namespace
+{
+
+u32 Saturated(u64 count)
+{
+    return count < 0xFFFFFFFFu ? u32(count) : 0xFFFFFFFFu;
+}
+
+} // namespace
+
 u32 StreamingRequest::BytesRead()
+{
+    return Saturated(BytesRead64());
+}
+
+u32 StreamingRequest::BytesRemaining()
+{
+    return Saturated(BytesRemaining64());
+}
+
+u64 StreamingRequest::BytesRead64()
 {
     Locked locked(m_Lock);
     return m_BytesRead;
 }
 
-u32 StreamingRequest::BytesRemaining()
+u64 StreamingRequest::BytesRemaining64()
 {
     Locked locked(m_Lock);
     return m_Remaining;

@@ -4,6 +4,7 @@
 
 #include <qel/diskdriveposix.h>
 
+#include <cstdio>
 #include <cstring>
 
 #include <unistd.h>
@@ -51,22 +52,52 @@ bool GetProcessCurrentDirectory(char* out, u32 size)
     return true;
 }
 
-void LocalToVirtual(const char* local, char* out, u32 size)
+bool LocalToVirtual(const char* local, char* out, u32 size)
 {
     if (size == 0)
-        return;
+        return false;
     if (local == nullptr)
         local = "";
     // /home/ann/a.bin is /disks/home/ann/a.bin; relative text stays as it is.
     const char* prefix = local[0] == '/' ? "/disks" : "";
     std::size_t length = 0;
     for (const char* piece : {prefix, local})
-        for (; *piece != '\0' && length + 1 < size; ++piece)
+        for (; *piece != '\0'; ++piece)
+        {
+            if (length + 1 == size)
+            {
+                out[length] = '\0';
+                return false;
+            }
             out[length++] = *piece;
+        }
     out[length] = '\0';
+    return true;
 }
 
 void FoldVirtualPath(char*) {}
+
+namespace
+{
+
+// strerror_r answers in one of two ways, by the C library's choice.
+struct ErrorText
+{
+    const char* buffer;
+    const char* operator()(int result) const { return result == 0 ? buffer : ""; } // XSI
+    const char* operator()(const char* result) const { return result; }            // GNU
+};
+
+} // namespace
+
+void DescribeSystemError(u32 number, char* out, u32 size)
+{
+    if (size == 0)
+        return;
+    char buffer[256] = "";
+    const char* text = ErrorText{buffer}(strerror_r(int(number), buffer, sizeof buffer));
+    std::snprintf(out, size, "%s", text);
+}
 
 } // namespace native
 } // namespace qel

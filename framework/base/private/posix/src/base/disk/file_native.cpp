@@ -278,10 +278,10 @@ File* DiskDrivePosix::OpenFile(const PathObject& path, u32 openFlags)
     struct stat status;
     if (fd >= 0 && (fstat(fd, &status) != 0 || S_ISDIR(status.st_mode)))
     {
-        // CreateFileA does not open a directory as a file.
+        // A directory is not opened as a file (Windows refuses it too).
         close(fd);
         fd = -1;
-        errno = EACCES;
+        errno = EISDIR;
     }
     if (fd < 0)
         AnalyzeError(path);

@@ -1,4 +1,5 @@
-// The Win32 disk drive and file.
+// The Win32 disk drive and file. Native paths are UTF-8; every call to the
+// system goes through the wide API with the path in UTF-16.
 #include <qel/diskdrivewin32.h>
 #include <qel/filewin32.h>
 
@@ -7,6 +8,7 @@
 #include <qel/report.h>
 
 #include "base/disk/diskerror.h"
+#include "base/disk/widetext_native.h"
 #include "base/platform/windows.h"
 
 #include <cstring>
@@ -45,14 +47,14 @@ u32 FileWin32::DoWrite(const void* buffer, u32 count)
 
 u64 FileWin32::DoSeek(u64 target)
 {
-    LONG high = LONG(target >> 32);
-    DWORD low = SetFilePointer(m_Handle, LONG(target & 0xFFFFFFFFu), &high, FILE_BEGIN);
-    if (low == INVALID_SET_FILE_POINTER && GetLastError() != NO_ERROR)
+    LARGE_INTEGER distance, position;
+    distance.QuadPart = LONGLONG(target);
+    if (!SetFilePointerEx(m_Handle, distance, &position, FILE_BEGIN))
     {
         QEL_FATAL_ERROR(ErrorManager::BaseCategory, "TODO: trow exceptions");
         return GetFilePosition();
     }
-    return (u64(DWORD(high)) << 32) | low;
+    return u64(position.QuadPart);
 }
 
 bool FileWin32::DoFlush()
@@ -87,24 +89,66 @@ const ErrorText kErrors[] = {
     {ERROR_ALREADY_EXISTS, DiskDrive::DiskErrorAlreadyExists, "File already exists"},
 };
 
-// Runs FindFirstFileA/FindNextFileA over `pattern` and appends the entries
+// A native path in UTF-16. Every native path fits: a UTF-8 text never has
+// more UTF-16 units than bytes.
+struct WidePath
+{
+    explicit WidePath(const char* native)
+        : valid(native::ToWide(native, text, PathObject::PathSize))
+    {
+    }
+    wchar_t text[PathObject::PathSize];
+    bool valid; // false for a text that is not UTF-8 (the last error says so)
+};
+
+// Runs FindFirstFileW/FindNextFileW over `pattern` and appends the entries
 // whose directory attribute is `directories`, skipping names that begin
-// with '.'.
+// with '.' and names whose UTF-8 form does not fit a path.
 void List(const char* pattern, bool directories, PathObjectList& list)
 {
-    WIN32_FIND_DATAA entry;
-    HANDLE search = FindFirstFileA(pattern, &entry);
+    const WidePath wide(pattern);
+    WIN32_FIND_DATAW entry;
+    HANDLE search = wide.valid ? FindFirstFileW(wide.text, &entry) : INVALID_HANDLE_VALUE;
     if (search == INVALID_HANDLE_VALUE)
         return;
     do
     {
         const bool isDirectory = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-        if (entry.cFileName[0] == '.' || isDirectory != directories)
+        char name[PathObject::PathSize];
+        if (entry.cFileName[0] == L'.' || isDirectory != directories ||
+            !native::ToUtf8(entry.cFileName, name, sizeof name))
             continue;
         list.emplace_back();
-        list.back().SetNativePath(entry.cFileName);
-    } while (FindNextFileA(search, &entry));
+        list.back().SetNativePath(name);
+    } while (FindNextFileW(search, &entry));
     FindClose(search);
+}
+
+// Whether anything matches `path`, and whether the first match is a
+// directory.
+bool Find(const WidePath& path, bool& isDirectory)
+{
+    WIN32_FIND_DATAW entry;
+    HANDLE search = path.valid ? FindFirstFileW(path.text, &entry) : INVALID_HANDLE_VALUE;
+    if (search == INVALID_HANDLE_VALUE)
+        return false;
+    FindClose(search);
+    isDirectory = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    return true;
+}
+
+// Throws the error of a file operation on `path`. Windows refuses a
+// directory taken for a file as access denied; the reason says what it is.
+[[noreturn]] void AnalyzeFileError(const PathObject& path, const WidePath& wide)
+{
+    const DWORD number = GetLastError();
+    const DWORD attributes = wide.valid ? GetFileAttributesW(wide.text) : INVALID_FILE_ATTRIBUTES;
+    if (number == ERROR_ACCESS_DENIED && attributes != INVALID_FILE_ATTRIBUTES &&
+        (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
+        ThrowDiskError(path, DiskDrive::DiskErrorAccessDenied, "Access denied", number,
+                       kIsADirectory);
+    SetLastError(number);
+    DiskDriveWin32::AnalyzeError(path);
 }
 
 } // namespace
@@ -145,15 +189,19 @@ File* DiskDriveWin32::OpenFile(const PathObject& path, u32 openFlags)
         SetLastError(ERROR_INVALID_PARAMETER);
         AnalyzeError(path);
     }
-    HANDLE handle = CreateFileA(path.GetNativePath(), access, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                nullptr, disposition, FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+    const WidePath wide(path.GetNativePath());
+    HANDLE handle = wide.valid
+                        ? CreateFileW(wide.text, access, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                      nullptr, disposition, FILE_FLAG_SEQUENTIAL_SCAN, nullptr)
+                        : INVALID_HANDLE_VALUE;
     if (handle == INVALID_HANDLE_VALUE)
-        AnalyzeError(path);
+        AnalyzeFileError(path, wide);
 
-    DWORD high = 0;
-    DWORD low = GetFileSize(handle, &high);
-    const u64 size = low == INVALID_FILE_SIZE ? 0 : (u64(high) << 32) | low;
-    File* file = new FileWin32(path.GetVirtualPath(), this, handle, size, openFlags);
+    // The whole size: the low word all ones is a size like any other.
+    LARGE_INTEGER size;
+    if (!GetFileSizeEx(handle, &size))
+        size.QuadPart = 0;
+    File* file = new FileWin32(path.GetVirtualPath(), this, handle, u64(size.QuadPart), openFlags);
     if (file == nullptr)
         CloseHandle(handle); // the allocation reported it
     return file;
@@ -161,18 +209,15 @@ File* DiskDriveWin32::OpenFile(const PathObject& path, u32 openFlags)
 
 void DiskDriveWin32::DeleteFile(const PathObject& path)
 {
-    if (!DeleteFileA(path.GetNativePath()))
-        AnalyzeError(path);
+    const WidePath wide(path.GetNativePath());
+    if (!wide.valid || !DeleteFileW(wide.text))
+        AnalyzeFileError(path, wide);
 }
 
 bool DiskDriveWin32::FileExists(const PathObject& path)
 {
-    WIN32_FIND_DATAA entry;
-    HANDLE search = FindFirstFileA(path.GetNativePath(), &entry);
-    if (search == INVALID_HANDLE_VALUE)
-        return false;
-    FindClose(search);
-    return (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+    bool isDirectory = false;
+    return Find(WidePath(path.GetNativePath()), isDirectory) && !isDirectory;
 }
 
 bool DiskDriveWin32::DirectoryExists(const PathObject& path)
@@ -189,12 +234,8 @@ bool DiskDriveWin32::DirectoryExists(const PathObject& path)
         return drive >= 0 && drive < 26 && ((GetLogicalDrives() >> drive) & 1) != 0;
     }
     directory[length - 1] = '\0'; // the trailing '/'
-    WIN32_FIND_DATAA entry;
-    HANDLE search = FindFirstFileA(directory, &entry);
-    if (search == INVALID_HANDLE_VALUE)
-        return false;
-    FindClose(search);
-    return true;
+    bool isDirectory = false;
+    return Find(WidePath(directory), isDirectory);
 }
 
 void DiskDriveWin32::GetDirectoryList(const PathObject& path, PathObjectList& list)
@@ -209,7 +250,8 @@ void DiskDriveWin32::GetFileList(const PathObject& path, PathObjectList& list)
 
 u32 DiskDriveWin32::CreateDirectory(const PathObject& path)
 {
-    if (CreateDirectoryA(path.GetNativePath(), nullptr))
+    const WidePath wide(path.GetNativePath());
+    if (wide.valid && CreateDirectoryW(wide.text, nullptr))
         return 0;
     const DWORD number = GetLastError();
     static ErrorManager::QueryUserFlag flag = 0;
@@ -226,7 +268,8 @@ u32 DiskDriveWin32::CreateDirectory(const PathObject& path)
 
 u32 DiskDriveWin32::DeleteDirectory(const PathObject& path)
 {
-    if (!RemoveDirectoryA(path.GetNativePath()))
+    const WidePath wide(path.GetNativePath());
+    if (!wide.valid || !RemoveDirectoryW(wide.text))
         AnalyzeError(path);
     return 0;
 }
