@@ -231,4 +231,25 @@ u32 DiskDriveWin32::DeleteDirectory(const PathObject& path)
     return 0;
 }
 
+namespace
+{
+
+// MoveFileExW over two UTF-8 paths, converted to UTF-16. False with the
+// system's error set when a path is no UTF-8 or the move is refused.
+bool MoveReplacing(const char* source, const char* target)
+{
+    wchar_t from[MAX_PATH], to[MAX_PATH];
+    return MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, source, -1, from, MAX_PATH) != 0 &&
+           MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, target, -1, to, MAX_PATH) != 0 &&
+           MoveFileExW(from, to, MOVEFILE_REPLACE_EXISTING) != FALSE;
+}
+
+} // namespace
+
+void DiskDriveWin32::ReplaceFile(const PathObject& source, const PathObject& target)
+{
+    if (!MoveReplacing(source.GetNativePath(), target.GetNativePath()))
+        AnalyzeError(target);
+}
+
 } // namespace qel
