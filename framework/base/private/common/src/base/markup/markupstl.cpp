@@ -2,7 +2,7 @@
 
 #include <qel/fileexception.h>
 #include <qel/inputfilestream.h>
-#include <qel/outputfilestream.h>
+#include <qel/safeoutputfilestream.h>
 
 #include "base/markup/xmltext.h"
 #include "base/serialization/textformat.h"
@@ -444,8 +444,12 @@ bool MarkupSTL::Save(const char* path) const
 {
     try
     {
-        OutputFileStream stream(path);
-        return stream.Write(m_Text.data(), u32(m_Text.size())) == m_Text.size();
+        // Written beside the file and put in its place whole.
+        SafeOutputFileStream stream(path);
+        if (stream.Write(m_Text.data(), u32(m_Text.size())) != m_Text.size())
+            return false;
+        stream.Commit();
+        return true;
     }
     catch (const FileException&)
     {
