@@ -95,7 +95,7 @@ TEST(XmlRoundTrip, EveryTypeAndArrayFormReadsBackAndWritesTheSameDocument)
     again.Serialize(bounded);
     bounded.Finish();
     EXPECT_EQ(memory.GetPosition(), u32(document.size()));
-    EXPECT_EQ(read.hostLongs[1], LONG_MAX);
+    EXPECT_EQ(read.hostLongs[1], INT32_MAX);
     EXPECT_EQ(std::memcmp(read.chars, "a\0b\nc", 5), 0);
     EXPECT_STREQ(read.name, "sample");
 }

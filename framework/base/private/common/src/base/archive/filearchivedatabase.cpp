@@ -52,6 +52,7 @@ void FileArchiveDatabase::Formatted(const char* type, const char* text, int leng
 
 void FileArchiveDatabase::Identify(const char* name)
 {
+    SetLabel(name);
     Indent();
     Put(name, u32(std::strlen(name)));
     Put(": ", 2);

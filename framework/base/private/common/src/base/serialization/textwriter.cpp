@@ -51,6 +51,7 @@ void TextWriter::PrintOpening()
 
 void TextWriter::Identify(const char* name)
 {
+    SetLabel(name);
     if (m_OpeningPending)
         PrintOpening();
     Tabulate();

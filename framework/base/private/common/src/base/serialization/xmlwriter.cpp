@@ -96,6 +96,7 @@ void XMLWriter::Finish()
 void XMLWriter::Identify(const char* name)
 {
     Release();
+    SetLabel(name);
     m_Label.assign(name ? name : "");
     m_Labelled = true;
 }
