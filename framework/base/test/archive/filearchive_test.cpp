@@ -284,6 +284,57 @@ TEST_F(FileArchiveTest, ChainsOfNamedFilesTakeNoStackPerFile)
     EXPECT_EQ(length, depth);
 }
 
+// A file of unnamed items each holding the next, `depth` deep, as the
+// archive writes them.
+std::string InlineChain(u32 depth)
+{
+    std::string bytes = "qel/b0-l";
+    auto word = [&](u32 v) { bytes.append(reinterpret_cast<const char*>(&v), 4); };
+    word(7);
+    for (u32 i = 0; i < depth; ++i)
+    {
+        if (i != 0)
+            word(0); // "Resource Identifier": none, the item follows inline
+        word(15);
+        bytes += "ArchiveTestItem";
+        word(i);
+        bytes += char(i + 1 < depth); // a first link
+    }
+    bytes += '\0';                 // the innermost one's second link
+    bytes.append(depth - 1, '\0'); // every other one's second link
+    return bytes;
+}
+
+// Unnamed items held inside each other are read by their routines called
+// from each other's: as deep as the stack holds, and deeper than that a
+// clean error that leaves nothing behind.
+TEST_F(FileArchiveTest, InlineNestingDeeperThanTheStackIsAnError)
+{
+    FileArchive reader(7, archive.GetRoot(), nullptr);
+    disktest::WriteFile(folder.Path() + "shallow.bin", InlineChain(300));
+    u32 length = 0;
+    for (Item* item = ItemOf(reader.Load("shallow")); item; item = item->first, ++length)
+        owned.push_back(item);
+    EXPECT_EQ(length, 300u);
+
+    Item probe;
+    const u32 next = ResourceManager::Insert(Handle(&probe));
+    ResourceManager::Remove(Handle(&probe));
+    disktest::WriteFile(folder.Path() + "deep.bin", InlineChain(200000));
+    try
+    {
+        reader.Load("deep");
+        ADD_FAILURE() << "loaded";
+    }
+    catch (const qel::Exception& error)
+    {
+        EXPECT_EQ(error.GetReason(), "Resources nested too deeply for the stack: " +
+                                         std::string(archive.GetRoot()) + "deep.bin");
+    }
+    EXPECT_EQ(ResourceManager::Insert(Handle(&probe)), next) << "an object was left behind";
+    ResourceManager::Remove(Handle(&probe));
+}
+
 TEST_F(FileArchiveTest, NamingRules)
 {
     Item* one = Make(1, nullptr);

@@ -395,6 +395,35 @@ TEST(XmlReader, CutOrDamagedDocumentsRaiseErrorsNeverCrash)
     }
 }
 
+// Blocks nested a million deep, read on the thread's default stack: the
+// reader keeps the open blocks in a list of its own. Cut inside, the
+// document is an error like any other.
+TEST(XmlReader, AMillionNestedBlocks)
+{
+    const u32 depth = 1000000;
+    std::string document = "<qel>\n";
+    document.reserve(depth * 7 + 32);
+    for (u32 i = 0; i < depth; ++i)
+        document += "<b>";
+    document += "<v>42</v>";
+    for (u32 i = 0; i < depth; ++i)
+        document += "</b>";
+    document += "\n</qel>\n";
+    u32 value = 0;
+    const auto routine = [&](qel::Serializer& s)
+    {
+        for (u32 i = 0; i < depth; ++i)
+            s.Identify("b"), s.Begin();
+        s.Identify("v"), s.Serialize(value);
+        for (u32 i = 0; i < depth; ++i)
+            s.End();
+    };
+    Read(document, routine);
+    EXPECT_EQ(value, 42u);
+    EXPECT_EQ(ErrorOf(document.substr(0, document.size() / 2), routine),
+              "XML line 2: the document ends inside 'b'");
+}
+
 #ifdef QEL_TEST_PUGIXML
 TEST(XmlFormat, PugixmlReadsTheSameTree)
 {

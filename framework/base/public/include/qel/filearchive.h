@@ -51,7 +51,10 @@
 // names were met, however deep they are nested, and has filled every one
 // when it returns. So a routine gets the named resources it loads made but
 // maybe not filled yet: it keeps the pointer and reads nothing through it.
-// An unnamed resource is filled where it stands, inside its parent's data.
+// An unnamed resource is filled where it stands, inside its parent's data,
+// by its routine called from its parent's: their nesting takes the thread's
+// stack, and once seven eighths of it are used a load refuses to go deeper,
+// throwing "Resources nested too deeply for the stack: " and the path.
 // Files that refer to each other (A names B, B names A) load once each,
 // and B's reference is A's object itself. A load that throws (a missing
 // file, a class not registered, a file cut short or damaged) removes from

@@ -11,6 +11,9 @@
 #include <qel/safeoutputfilestream.h>
 #include <qel/serializer.h>
 
+#include "base/thread/thread_native.h"
+
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -96,6 +99,25 @@ struct LoadingName
     ~LoadingName() { tl_LoadingName = previous; }
     const char* previous;
 };
+
+// Whether the calling thread has used up seven eighths of its stack. An
+// unnamed resource is read inside the routine of the one that holds it, so
+// nesting them takes stack that the archive cannot spare: past that point a
+// load refuses to go deeper rather than overflow.
+bool StackIsLow()
+{
+    thread_local std::uintptr_t low = 0;
+    thread_local std::size_t size = 0;
+    thread_local bool asked = false;
+    if (!asked)
+    {
+        asked = true;
+        if (!native::GetStackBounds(low, size))
+            size = 0;
+    }
+    const std::uintptr_t frame = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
+    return size != 0 && frame - low < size / 8;
+}
 
 // An object whose memory could not be had (the allocator reported it) ends
 // the load as the library's containers do when the process goes on.
@@ -452,6 +474,8 @@ void* FileArchive::Load(Serializer& serializer)
             u32 index;
             if (!identifier.empty())
                 return LoadFromFile(identifier, index);
+            if (StackIsLow())
+                Throw("Resources nested too deeply for the stack: ", path.c_str());
             serializer.Identify("Class Name");
             const Text className = ReadName(serializer, path.c_str());
             const ClassDescriptor* cls = ClassDescriptor::Find(className.c_str());
