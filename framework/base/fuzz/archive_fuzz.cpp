@@ -3,8 +3,9 @@
 // "a" is loaded: a header, a version, a class name, then fields that may
 // name "a" or "b" (or nest resources inline). Every load either gives a
 // graph of objects or throws (an unknown format or class, a file cut short
-// or damaged, a missing file); a failed load leaves no object in the
-// resource manager, and a loaded graph is taken down again completely.
+// or damaged, a missing file, unnamed resources nested deeper than the
+// stack allows); a failed load leaves no object in the resource manager,
+// and a loaded graph is taken down again completely.
 #include <qel/bufferoverflow.h>
 #include <qel/classdescriptor.h>
 #include <qel/exception.h>
@@ -20,6 +21,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <set>
 #include <string>
 #include <utility>
@@ -59,12 +61,18 @@ public:
 
 NodeClass nodeClass;
 
-void Collect(Node* node, std::set<Node*>& seen)
+// Every node reachable from `top`, however deep: a list, not recursion.
+void Collect(Node* top, std::set<Node*>& seen)
 {
-    if (node == nullptr || !seen.insert(node).second)
-        return;
-    for (Node* child : node->children)
-        Collect(child, seen);
+    std::vector<Node*> left{top};
+    while (!left.empty())
+    {
+        Node* node = left.back();
+        left.pop_back();
+        if (node == nullptr || !seen.insert(node).second)
+            continue;
+        left.insert(left.end(), std::begin(node->children), std::end(node->children));
+    }
 }
 
 struct Folder

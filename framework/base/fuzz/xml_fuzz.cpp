@@ -1,7 +1,9 @@
 // The XML classes on any bytes. The first byte picks the class:
 // - even: XMLReader reads a structure of every value type, array form and
 //   string from the rest; a document that does not hold it raises
-//   XMLFormatError, which is an outcome and not a crash.
+//   XMLFormatError, which is an outcome and not a crash. When the byte is
+//   2 modulo 4, the structure lies inside as many blocks named "b" as the
+//   root's start tag is followed by "<b>" tags: deep documents.
 // - odd: MarkupSTL checks the rest. A well-formed document is walked whole
 //   (names, data, attributes), then edited (attributes set, data set,
 //   elements added and removed); the edited text must still be well-formed
@@ -15,17 +17,34 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 namespace
 {
 
-void ReadXml(const std::uint8_t* data, std::size_t size)
+// The number of "<b>" tags right after the start tag of the root.
+std::size_t Depth(const std::uint8_t* data, std::size_t size)
+{
+    const std::string_view text(reinterpret_cast<const char*>(data), size);
+    std::size_t at = text.find('>', text.find("<qel"));
+    std::size_t depth = 0;
+    while (at != std::string_view::npos && text.compare(at + 1, 3, "<b>") == 0)
+        ++depth, at += 3;
+    return depth;
+}
+
+void ReadXml(const std::uint8_t* data, std::size_t size, bool nested)
 {
     qel::InputBufferStream stream(data, data + size);
     qel::XMLReader reader(&stream, size);
+    const std::size_t depth = nested ? Depth(data, size) : 0;
     try
     {
+        for (std::size_t i = 0; i < depth; ++i)
+            reader.Identify("b"), reader.Begin();
         qelfuzz::ReadAll(reader);
+        for (std::size_t i = 0; i < depth; ++i)
+            reader.End();
         reader.Finish();
     }
     catch (const qel::XMLFormatError&)
@@ -124,7 +143,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size == 0)
         return 0;
     if (data[0] % 2 == 0)
-        ReadXml(data + 1, size - 1);
+        ReadXml(data + 1, size - 1, data[0] % 4 == 2);
     else
         EditMarkup(data + 1, size - 1);
     return 0;

@@ -221,18 +221,32 @@ int DescribeFiles(int count, char** paths)
         const std::string path = VirtualPath(local);
         try
         {
+            // A file that ends before its class name is whole is damaged,
+            // not of another kind: its length is checked before each read.
+            const qel::Exception truncated("truncated resource file");
             qel::InputFileStream stream(path.c_str());
+            const qel::u64 size = stream.GetSize();
             char tag[9] = {};
-            if (stream.Read(tag, 8) != 8)
+            stream.Read(tag, 8);
+            if (size < 8)
+            {
+                for (const char* known : {"qel/b0-l", "qel/b0-b"})
+                    if (std::strncmp(tag, known, std::size_t(size)) == 0)
+                        throw truncated;
                 throw qel::UnknownFormat();
+            }
             qel::InputFileStream again(path.c_str());
             std::unique_ptr<qel::Reader> reader(qel::GenericReader::Create(&again, nullptr));
+            if (size < 16)
+                throw truncated;
             qel::u32 version = 0;
             reader->Serialize(version);
             qel::u32 length = 0;
             reader->Serialize(length);
-            if (length > 1024 || length > stream.GetSize())
+            if (length > 1024)
                 throw qel::Exception("not a resource file (its class name is too long)");
+            if (size < 16 + length)
+                throw truncated;
             std::string name(length, '\0');
             reader->Serialize(&name[0], length, 1);
             std::printf("%s\n  header: %s (%s byte order)\n  File Version: %u\n  Class Name: %s\n",

@@ -9,6 +9,7 @@
 #include <qel/genericreader.h>
 #include <qel/resourcemanager.h>
 #include <qel/serializer.h>
+#include <qel/threadmanager.h>
 
 #include "disk/disktest.h"
 #include "support/environment.h"
@@ -18,6 +19,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -236,6 +238,103 @@ TEST_F(FileArchiveTest, FilesNamingEachOtherLoadOnceEach)
     EXPECT_EQ(loaded->first->first, loaded);
 }
 
+// Runs `work` on a thread of a 256 KB stack (on Windows the process's
+// default, the larger): a save or load that took stack for each level of
+// nesting would overflow it long before the depths of these tests.
+template <class Work>
+void OnSmallStack(Work work)
+{
+    struct Call
+    {
+        Work* work;
+        static void Run(void* call) { (*static_cast<Call*>(call)->work)(); }
+    } call{&work};
+    const u32 id = qel::ThreadManager::Create(&Call::Run, &call, 256 * 1024, 0, false);
+    ASSERT_NE(id, u32(qel::ThreadManager::InvalidThreadId));
+    qel::ThreadManager::Wait(qel::s32(id));
+}
+
+// A chain of files each naming the next, saved and loaded whole.
+TEST_F(FileArchiveTest, ChainsOfNamedFilesTakeNoStackPerFile)
+{
+    const u32 depth = 1000;
+    archive.EnableScriptOutput(false);
+    Item* top = nullptr;
+    for (u32 i = depth; i-- > 0;)
+    {
+        Item* item = Make(i, ("c" + std::to_string(i)).c_str());
+        item->first = top;
+        top = item;
+    }
+    FileArchive reader(7, archive.GetRoot(), nullptr);
+    Item* loaded = nullptr;
+    OnSmallStack(
+        [&]
+        {
+            archive.Save(itemClass, Handle(top));
+            loaded = ItemOf(reader.Load("c0"));
+        });
+    u32 length = 0;
+    for (Item* item = loaded; item != nullptr; item = item->first, ++length)
+    {
+        owned.push_back(item);
+        ASSERT_EQ(item->value, length);
+        ASSERT_STREQ(reader.GetFilename(Handle(item)), ("c" + std::to_string(length)).c_str());
+    }
+    EXPECT_EQ(length, depth);
+}
+
+// A file of unnamed items each holding the next, `depth` deep, as the
+// archive writes them.
+std::string InlineChain(u32 depth)
+{
+    std::string bytes = "qel/b0-l";
+    auto word = [&](u32 v) { bytes.append(reinterpret_cast<const char*>(&v), 4); };
+    word(7);
+    for (u32 i = 0; i < depth; ++i)
+    {
+        if (i != 0)
+            word(0); // "Resource Identifier": none, the item follows inline
+        word(15);
+        bytes += "ArchiveTestItem";
+        word(i);
+        bytes += char(i + 1 < depth); // a first link
+    }
+    bytes += '\0';                 // the innermost one's second link
+    bytes.append(depth - 1, '\0'); // every other one's second link
+    return bytes;
+}
+
+// Unnamed items held inside each other are read by their routines called
+// from each other's: as deep as the stack holds, and deeper than that a
+// clean error that leaves nothing behind.
+TEST_F(FileArchiveTest, InlineNestingDeeperThanTheStackIsAnError)
+{
+    FileArchive reader(7, archive.GetRoot(), nullptr);
+    disktest::WriteFile(folder.Path() + "shallow.bin", InlineChain(300));
+    u32 length = 0;
+    for (Item* item = ItemOf(reader.Load("shallow")); item; item = item->first, ++length)
+        owned.push_back(item);
+    EXPECT_EQ(length, 300u);
+
+    Item probe;
+    const u32 next = ResourceManager::Insert(Handle(&probe));
+    ResourceManager::Remove(Handle(&probe));
+    disktest::WriteFile(folder.Path() + "deep.bin", InlineChain(200000));
+    try
+    {
+        reader.Load("deep");
+        ADD_FAILURE() << "loaded";
+    }
+    catch (const qel::Exception& error)
+    {
+        EXPECT_EQ(error.GetReason(), "Resources nested too deeply for the stack: " +
+                                         std::string(archive.GetRoot()) + "deep.bin");
+    }
+    EXPECT_EQ(ResourceManager::Insert(Handle(&probe)), next) << "an object was left behind";
+    ResourceManager::Remove(Handle(&probe));
+}
+
 TEST_F(FileArchiveTest, NamingRules)
 {
     Item* one = Make(1, nullptr);
@@ -285,6 +384,18 @@ TEST_F(FileArchiveTest, NamingRules)
     EXPECT_EQ(archive.GetResourceNamed("last"), nullptr);
 }
 
+// A descriptor whose class cannot be made.
+class NullDescriptor : public ItemDescriptor
+{
+public:
+    NullDescriptor() : ItemDescriptor("ArchiveTestNull") {}
+    qel::Interface* CreateInstance() const override { return nullptr; }
+};
+
+NullDescriptor nullClass;
+
+// Damage to the file loaded or to the one it names: an error naming what
+// is wrong, and nothing loaded stays behind.
 TEST_F(FileArchiveTest, FailedLoadsLeaveNothingBehind)
 {
     Item* good = Make(5, "good");
@@ -293,14 +404,15 @@ TEST_F(FileArchiveTest, FailedLoadsLeaveNothingBehind)
     archive.BeginSave();
     archive.Save(itemClass, Handle(top));
     archive.EndSave();
-    const std::string whole = File("top.bin");
+    const std::map<std::string, std::string> whole = {{"top", File("top.bin")},
+                                                      {"good", File("good.bin")}};
 
     FileArchive reader(7, archive.GetRoot(), nullptr);
-    auto reason = [&](const char* name)
+    auto reason = [&]
     {
         try
         {
-            reader.Load(name);
+            reader.Load("top");
         }
         catch (const qel::Exception& e)
         {
@@ -312,48 +424,46 @@ TEST_F(FileArchiveTest, FailedLoadsLeaveNothingBehind)
         }
         return std::string("loaded");
     };
-    auto nothingNamed = [&]
-    {
-        EXPECT_EQ(reader.GetResourceNamed("top"), nullptr);
-        EXPECT_EQ(reader.GetResourceNamed("good"), nullptr);
-    };
     // The index the manager hands out next: a failed load that left an
     // object behind would have taken it.
     Item probe;
     const u32 next = ResourceManager::Insert(Handle(&probe));
     ResourceManager::Remove(Handle(&probe));
-    auto nothingLeft = [&]
+    auto expectFailure =
+        [&](const std::string& name, const std::string& bytes, const std::string& expected)
     {
+        SCOPED_TRACE(name + " holding " + std::to_string(bytes.size()) + " bytes");
+        disktest::WriteFile(folder.Path() + name + ".bin", bytes);
+        EXPECT_EQ(reason(), expected);
+        EXPECT_EQ(reader.GetResourceNamed("top"), nullptr);
+        EXPECT_EQ(reader.GetResourceNamed("good"), nullptr);
         EXPECT_EQ(ResourceManager::Insert(Handle(&probe)), next) << "an object was left behind";
         ResourceManager::Remove(Handle(&probe));
+        disktest::WriteFile(folder.Path() + name + ".bin", whole.at(name));
     };
-
-    EXPECT_EQ(reason("missing").find("File not found"), 0u);
-    // Cut short anywhere: an error, and the objects it made are gone.
-    for (std::size_t length : {std::size_t(4), std::size_t(12), whole.size() - 1})
+    const std::string unknown =
+        "Type of resource unknown!\nMake sure the ClassDescriptor is registered.";
+    for (const auto& file : whole)
     {
-        disktest::WriteFile(folder.Path() + "top.bin", whole.substr(0, length));
-        const std::string why = reason("top");
-        EXPECT_TRUE(why == "UnknownFormat" || why.rfind("Resource file cut short: ", 0) == 0)
-            << length << ": " << why;
-        nothingNamed();
-        nothingLeft();
+        const std::string path = archive.GetRoot() + file.first + ".bin";
+        // Cut short anywhere, its header included.
+        for (std::size_t length = 0; length < file.second.size(); ++length)
+            expectFailure(file.first, file.second.substr(0, length),
+                          "Resource file cut short: " + path);
+        // A class nobody registered, and one that cannot be made.
+        for (const char* className : {"ArchiveTestIteX", "ArchiveTestNull"})
+        {
+            std::string renamed = file.second;
+            renamed.replace(renamed.find("ArchiveTestItem"), 15, className);
+            expectFailure(file.first, renamed, unknown);
+        }
+        // A name length that lies.
+        std::string lying = file.second;
+        lying[14] = '\x7F'; // the class name's length, little-endian
+        expectFailure(file.first, lying, "Resource file damaged: " + path);
     }
-    // A class name nobody registered.
-    std::string renamed = whole;
-    renamed.replace(renamed.find("ArchiveTestItem"), 15, "ArchiveTestIteX");
-    disktest::WriteFile(folder.Path() + "top.bin", renamed);
-    EXPECT_EQ(reason("top"),
-              "Type of resource unknown!\nMake sure the ClassDescriptor is registered.");
-    nothingNamed();
-    nothingLeft();
-    // A name length that lies.
-    std::string lying = whole;
-    lying[14] = '\x7F'; // the class name's length, little-endian
-    disktest::WriteFile(folder.Path() + "top.bin", lying);
-    EXPECT_EQ(reason("top").rfind("Resource file damaged: ", 0), 0u);
-    nothingNamed();
-    nothingLeft();
+    std::remove((folder.Path() + "good.bin").c_str());
+    EXPECT_EQ(reason().find("File not found"), 0u);
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <string>
 
 namespace
@@ -42,7 +43,7 @@ TEST(FileArchiveDatabase, EveryTypeNamesBlocksAndSecondValues)
     qel::u64 u64 = 18446744073709551615ull;
     qel::s64 s64 = -9223372036854775807ll - 1;
     float f = 0.1f;
-    double d = 0.1;
+    double d = 0.1, nan = std::copysign(NAN, -1.0); // "nan" on Windows if left to the runtime
     db.Identify("Flags");
     db.Serialize(on);
     db.Serialize(off); // a second value after one name: its own line
@@ -62,6 +63,7 @@ TEST(FileArchiveDatabase, EveryTypeNamesBlocksAndSecondValues)
     db.Identify("Real");
     db.Serialize(f);
     db.Serialize(d);
+    db.Serialize(nan);
     char pair[4] = {'a', 0, 'b', 0};
     db.Identify("Strided");
     db.Serialize(pair, 2, 2); // not a string: element by element
@@ -84,6 +86,7 @@ TEST(FileArchiveDatabase, EveryTypeNamesBlocksAndSecondValues)
                          "  s64(-9223372036854775808)\n"
                          "  Real: f32(0.1000000015)\n"
                          "  f64(0.10000000000000000555)\n"
+                         "  f64(-nan)\n"
                          "  Strided: char(a)\n"
                          "  char(b)\n"
                          "  Inner: {\n"

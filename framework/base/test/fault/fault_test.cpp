@@ -9,10 +9,12 @@
 #include <qel/exception.h>
 #include <qel/file.h>
 #include <qel/filearchive.h>
+#include <qel/fileexception.h>
 #include <qel/filemanager.h>
 #include <qel/genericreader.h>
 #include <qel/inputfilestream.h>
 #include <qel/interface.h>
+#include <qel/markupstl.h>
 #include <qel/mem.h>
 #include <qel/outputfilestream.h>
 #include <qel/outputmemorystream.h>
@@ -34,6 +36,7 @@
 #include <cstring>
 #include <exception>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -198,13 +201,21 @@ public:
     qel::File* OpenFile(const qel::PathObject& path, u32 flags) override
     {
         const std::string name = path.GetNativePath();
+        if ((flags & qel::File::OpenCreateNew) != 0 && files.count(name) != 0)
+            throw qel::FileExistsException("File already exists", path,
+                                           qel::DiskDrive::DiskErrorAlreadyExists, 0);
         if ((flags & qel::File::OpenRead) == 0)
             files[name].clear();
         else if (files.count(name) == 0)
             return nullptr;
         return new FailingFile(*this, path.GetVirtualPath(), files[name], flags);
     }
-    void DeleteFile(const qel::PathObject&) override {}
+    void DeleteFile(const qel::PathObject& path) override { files.erase(path.GetNativePath()); }
+    void ReplaceFile(const qel::PathObject& source, const qel::PathObject& target) override
+    {
+        files[target.GetNativePath()] = files[source.GetNativePath()];
+        files.erase(source.GetNativePath());
+    }
     bool FileExists(const qel::PathObject& path) override
     {
         return files.count(path.GetNativePath()) != 0;
@@ -534,6 +545,78 @@ TEST_F(FailingFileTest, LoadingAResourceGetsItOrAnError)
                          return false;
                      }
                  });
+}
+
+// Saves over files written before, failing at each byte in turn: every
+// file is its previous bytes or its new ones, never a mix, and no temporary
+// is left, neither the failed save's own nor one that an earlier save left.
+TEST_F(FailingFileTest, ASaveThatFailsLeavesEachPreviousFileWhole)
+{
+    Lamp lamp;
+    void* handle = static_cast<qel::Interface*>(&lamp);
+    qel::ResourceManager::Insert(handle);
+    qel::FileArchive archive(1, "/qfailing/", ".res");
+    archive.SetResourceName(handle, "lamp");
+    struct Writer
+    {
+        const char* name;
+        std::function<bool(bool second)> save; // false when it failed
+    };
+    const Writer writers[] = {
+        {"the archive",
+         [&](bool second)
+         {
+             lamp.watts = second ? 60 : 40;
+             lamp.label = second ? "a label longer than the first one" : "first";
+             try
+             {
+                 archive.Save(lampClass, handle);
+             }
+             catch (const qel::FileException&)
+             {
+                 return false;
+             }
+             archive.SetSaved("lamp", false); // a failed save does not count
+             return true;
+         }},
+        {"MarkupSTL::Save",
+         [&](bool second)
+         {
+             qel::MarkupSTL document;
+             document.SetDocument(second ? "<lamp watts=\"60\">a longer text</lamp>" : "<lamp/>");
+             return document.Save("/qfailing/lamp.xml");
+         }},
+    };
+    for (const Writer& writer : writers)
+    {
+        SCOPED_TRACE(writer.name);
+        drive->failAt = ~qel::u64(0);
+        drive->files.clear();
+        ASSERT_TRUE(writer.save(false));
+        const std::map<std::string, std::string> previous = drive->files;
+        ASSERT_TRUE(writer.save(true));
+        const std::map<std::string, std::string> next = drive->files;
+        std::size_t longest = 0;
+        for (const auto& file : next)
+            longest = std::max(longest, file.second.size());
+        FailEachByte(longest,
+                     [&]
+                     {
+                         drive->files = previous;
+                         for (const auto& file : previous)
+                             drive->files[file.first + ".qeltmp"] = "left by a killed save";
+                         const bool saved = writer.save(true);
+                         for (const auto& file : next)
+                         {
+                             const std::string& now = drive->files[file.first];
+                             EXPECT_TRUE(now == previous.at(file.first) || now == file.second)
+                                 << file.first << " holds " << now;
+                         }
+                         EXPECT_EQ(drive->files.size(), next.size()) << "a temporary is left";
+                         return saved;
+                     });
+    }
+    qel::ResourceManager::Remove(handle);
 }
 
 TEST_F(FailingFileTest, WritingThroughAStreamKeepsWhatWentBeforeTheFailure)

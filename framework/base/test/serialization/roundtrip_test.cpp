@@ -1,6 +1,7 @@
 // Every value and array form through each writer, read back through the
 // reader that GenericReader::Create picks from the stream's header.
 #include "serialization/serializationtest.h"
+#include "support/scriptedhost.h"
 
 #include <qel/binaryreader.h>
 #include <qel/binaryswapperwriter.h>
@@ -59,7 +60,7 @@ void CheckRoundTrip(const char* tag)
         });
     EXPECT_EQ(again, bytes);
     EXPECT_EQ(read.d, -1.0 / 3);
-    EXPECT_EQ(read.hostLongs[0], LONG_MIN);
+    EXPECT_EQ(read.hostLongs[0], INT32_MIN);
     EXPECT_EQ(read.hostUnsigned, 4000000000u);
     EXPECT_EQ(std::memcmp(read.chars, "a\0b\nc", 5), 0);
     EXPECT_STREQ(read.name, "sample");
@@ -157,15 +158,94 @@ TEST(BaseArrayLoop, CopiesThroughLocalsAndTouchesOnlyTheStridedElements)
 
     EXPECT_EQ(reader.Serialize(reinterpret_cast<u32*>(bytes), 0, 4), 0u);
     EXPECT_EQ(reader.calls, 3);
+}
 
-    // The host's own integer types go through their fixed-width slot.
-    long wide[2] = {};
-    unsigned int narrow = 0;
-    EXPECT_EQ(reader.Serialize(wide, 2, u32(sizeof(long))), 2u);
-    reader.Serialize(narrow);
-    EXPECT_EQ(wide[0], 4);
-    EXPECT_EQ(wide[1], 5);
-    EXPECT_EQ(narrow, 6u);
+// A host long is 4 bytes in every stream on every host, read back
+// sign-extended (unsigned zero-extended). Where it is wider, a value that
+// does not fit is reported with its field's label, its low 32 bits are
+// written and the caller's variable is left as it was.
+struct HostCase
+{
+    long long value;
+    bool isUnsigned;
+    const char* label;
+    Bytes bytes;
+    long long back;
+    const char* warning; // "" for none
+};
+
+// Writes the value singly and as an array of two, and reads both back.
+template <class T>
+void CheckHostInteger(const HostCase& test)
+{
+    qeltest::ScriptedHost host;
+    T single = T(test.value), pair[2] = {T(test.value), T(test.value)};
+    const Bytes bytes = qeltest::Written(
+        [&](qel::OutputStream& stream)
+        {
+            qel::BinaryWriter writer(&stream, nullptr);
+            writer.Identify(test.label);
+            writer.Serialize(single);
+            writer.Serialize(pair, 2, sizeof(T));
+        });
+    Bytes expected;
+    for (int i = 0; i < 3; ++i)
+        expected.insert(expected.end(), test.bytes.begin(), test.bytes.end());
+    EXPECT_EQ(bytes, expected);
+    EXPECT_EQ(single, T(test.value));
+    EXPECT_EQ(pair[1], T(test.value));
+    std::vector<std::string> warnings;
+    for (const auto& question : host.questions)
+        if (question.text.rfind("The value", 0) == 0)
+            warnings.push_back(question.text.substr(0, question.text.find('\n')));
+    EXPECT_EQ(warnings, std::vector<std::string>(*test.warning ? 3 : 0, test.warning));
+
+    qeltest::BytesInputStream stream(bytes);
+    qel::BinaryReader reader(&stream, nullptr);
+    reader.Serialize(single);
+    reader.Serialize(pair, 2, sizeof(T));
+    for (T each : {single, pair[0], pair[1]})
+        EXPECT_EQ((long long)(each), test.back);
+}
+
+TEST(HostIntegers, AreFourBytesEverywhereAndTooWideOnesAreReported)
+{
+    std::vector<HostCase> cases = {
+        {-5, false, "a", {0xFB, 0xFF, 0xFF, 0xFF}, -5, ""},
+        {INT32_MIN, false, "a", {0x00, 0x00, 0x00, 0x80}, INT32_MIN, ""},
+        {4000000000ll, true, "a", {0x00, 0x28, 0x6B, 0xEE}, 4000000000ll, ""},
+    };
+    if (sizeof(long) == 8)
+        cases.insert(cases.end(),
+                     {{0x100000005ll,
+                       false,
+                       "Count",
+                       {0x05, 0, 0, 0},
+                       5,
+                       "The value 4294967301 of the field \"Count\" does not fit in 32 bits: its "
+                       "low 32 bits are written."},
+                      {-0x100000001ll,
+                       false,
+                       "Offset",
+                       {0xFF, 0xFF, 0xFF, 0xFF},
+                       -1,
+                       "The value -4294967297 of the field \"Offset\" does not fit in 32 bits: "
+                       "its low 32 bits are written."},
+                      {0x1FFFFFFFFll,
+                       true,
+                       nullptr,
+                       {0xFF, 0xFF, 0xFF, 0xFF},
+                       0xFFFFFFFFll,
+                       "The value 8589934591 does not fit in 32 bits: its low 32 bits are "
+                       "written."}});
+    for (const HostCase& test : cases)
+    {
+        SCOPED_TRACE(test.value);
+        if (test.isUnsigned)
+            CheckHostInteger<unsigned long>(test);
+        else
+            CheckHostInteger<long>(test);
+    }
 }
 
 } // namespace

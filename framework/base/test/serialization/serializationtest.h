@@ -212,7 +212,7 @@ inline Record Sample()
     r.i64s[0] = -1, r.i64s[1] = 0x0102030405060708ll, r.u64s[1] = 1;
     r.i32s[0] = INT32_MIN, r.i32s[1] = 1, r.u32s[0] = 1, r.u32s[2] = 3;
     r.i16s[0] = -1, r.u16s[1] = 0x1234, r.i8s[1] = 127, r.u8s[0] = 0x80;
-    r.hostLongs[0] = LONG_MIN, r.hostLongs[1] = LONG_MAX;
+    r.hostLongs[0] = INT32_MIN, r.hostLongs[1] = INT32_MAX; // 4 bytes in every stream
     std::strcpy(r.name, "sample");
     return r;
 }

@@ -9,6 +9,7 @@
 
 #include <cfloat>
 #include <climits>
+#include <cmath>
 #include <functional>
 
 namespace
@@ -112,6 +113,9 @@ TEST(TextWriter, NumbersPrintTheSameOnEveryPlatform)
                   {
                       float f = 0.1f, big = 1e20f;
                       double d = 0.1, e = 1e20, tiny = -DBL_MIN;
+                      // The runtimes disagree on these: the library does not.
+                      double nan = std::copysign(NAN, -1.0), inf = HUGE_VAL;
+                      float fnan = std::copysign(NAN, 1.0f), finf = -HUGE_VALF;
                       qel::s64 i64 = LLONG_MIN;
                       qel::u64 u64 = ULLONG_MAX;
                       qel::s32 i32 = INT32_MIN;
@@ -125,7 +129,8 @@ TEST(TextWriter, NumbersPrintTheSameOnEveryPlatform)
                       w.Serialize(f), w.Serialize(big), w.Serialize(d), w.Serialize(e);
                       w.Serialize(tiny), w.Serialize(i64), w.Serialize(u64), w.Serialize(i32);
                       w.Serialize(u32v), w.Serialize(us), w.Serialize(sc), w.Serialize(uc);
-                      w.Serialize(c);
+                      w.Serialize(c), w.Serialize(nan), w.Serialize(inf), w.Serialize(fnan);
+                      w.Serialize(finf);
                       w.End();
                   }),
               "{\n"
@@ -142,6 +147,10 @@ TEST(TextWriter, NumbersPrintTheSameOnEveryPlatform)
               "    -5\n"
               "    200\n"
               "    z\n"
+              "    -nan\n"
+              "    inf\n"
+              "    nan\n"
+              "    -inf\n"
               "}\n");
 
     char text[48];

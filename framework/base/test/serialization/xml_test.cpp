@@ -11,7 +11,9 @@
 
 #include <cmath>
 #include <functional>
+#include <iterator>
 #include <limits>
+#include <vector>
 
 #ifdef QEL_TEST_PUGIXML
 #include <pugixml.hpp>
@@ -93,41 +95,126 @@ TEST(XmlRoundTrip, EveryTypeAndArrayFormReadsBackAndWritesTheSameDocument)
     again.Serialize(bounded);
     bounded.Finish();
     EXPECT_EQ(memory.GetPosition(), u32(document.size()));
-    EXPECT_EQ(read.hostLongs[1], LONG_MAX);
+    EXPECT_EQ(read.hostLongs[1], INT32_MAX);
     EXPECT_EQ(std::memcmp(read.chars, "a\0b\nc", 5), 0);
     EXPECT_STREQ(read.name, "sample");
 }
 
-TEST(XmlRoundTrip, FloatingPointValuesComeBackBitForBit)
+// Doubles and floats by their bits, and the text each is written as, on
+// every platform; then the bits read back, single and as arrays.
+TEST(XmlRoundTrip, RealsAreTheSameTextEverywhereAndComeBackBitForBit)
 {
-    const double doubles[] = {0.1,
-                              -0.0,
-                              5e-324,
-                              DBL_MIN,
-                              DBL_MAX,
-                              -1e20,
-                              1.0 / 3,
-                              std::numeric_limits<double>::infinity(),
-                              -std::numeric_limits<double>::infinity()};
-    const float floats[] = {0.1f, -0.0f, 1e-45f, FLT_MIN, FLT_MAX, 16777217.0f, 3.4028e38f};
-    for (double d : doubles)
+    struct Real
     {
-        double back = 7;
-        const std::string document = Xml([&](qel::Serializer& s) { s.Serialize(d); });
-        Read(document, [&](qel::Serializer& s) { s.Serialize(back); });
-        EXPECT_EQ(Bits(back), Bits(d)) << document;
-    }
-    for (float f : floats)
+        u64 bits;
+        const char* text;
+    };
+    const Real doubles[] = {
+        {0x3FB999999999999Aull, "0.10000000000000000555"},
+        {0x8000000000000000ull, "-0"},
+        {0x0000000000000001ull, "4.9406564584124654418e-324"},
+        {0x0010000000000000ull, "2.2250738585072013831e-308"},
+        {0x7FEFFFFFFFFFFFFFull, "1.7976931348623157081e+308"},
+        {0xC415AF1D78B58C40ull, "-1e+20"},
+        {0x7FF0000000000000ull, "inf"},
+        {0xFFF0000000000000ull, "-inf"},
+        {0x7FF8000000000000ull, "nan"},
+        {0xFFF8000000000000ull, "-nan"},
+        {0x7FF8000000000123ull, "nan(0x8000000000123)"}, // a payload
+        {0x7FF0000000000001ull, "nan(0x1)"},             // signalling
+        {0xFFF4000000000000ull, "-nan(0x4000000000000)"},
+    };
+    const Real floats[] = {
+        {0x3DCCCCCD, "0.1000000015"},
+        {0x80000000, "-0"},
+        {0x00000001, "1.401298464e-45"},
+        {0x7F7FFFFF, "3.402823466e+38"},
+        {0x4B800001, "16777218"},
+        {0xFF800000, "-inf"},
+        {0x7FC00000, "nan"},
+        {0xFFC00000, "-nan"},
+        {0x7FC00123, "nan(0x400123)"},
+        {0x7F800001, "nan(0x1)"},
+    };
+    // The values, kept in memory as bytes only.
+    std::vector<double> d(std::size(doubles));
+    std::vector<float> f(std::size(floats));
+    std::string expected =
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<qel format=\"qel/xml0\">\n";
+    std::string array;
+    for (std::size_t i = 0; i < d.size(); ++i)
     {
-        float back = 7;
-        const std::string document = Xml([&](qel::Serializer& s) { s.Serialize(f); });
-        Read(document, [&](qel::Serializer& s) { s.Serialize(back); });
-        EXPECT_EQ(Bits(back), Bits(f)) << document;
+        std::memcpy(&d[i], &doubles[i].bits, 8);
+        expected += std::string("    <value>") + doubles[i].text + "</value>\n";
+        array += (i ? " " : "") + std::string(doubles[i].text);
     }
-    double nan = std::numeric_limits<double>::quiet_NaN(), back = 0;
-    Read(Xml([&](qel::Serializer& s) { s.Serialize(nan); }),
-         [&](qel::Serializer& s) { s.Serialize(back); });
-    EXPECT_TRUE(std::isnan(back));
+    expected += "    <value count=\"" + std::to_string(d.size()) + "\">" + array + "</value>\n";
+    array.clear();
+    for (std::size_t i = 0; i < f.size(); ++i)
+    {
+        const u32 bits = u32(floats[i].bits);
+        std::memcpy(&f[i], &bits, 4);
+        expected += std::string("    <value>") + floats[i].text + "</value>\n";
+        array += (i ? " " : "") + std::string(floats[i].text);
+    }
+    expected +=
+        "    <value count=\"" + std::to_string(f.size()) + "\">" + array + "</value>\n</qel>\n";
+
+    auto routine = [](std::vector<double>& d, std::vector<float>& f)
+    {
+        return [&](qel::Serializer& s)
+        {
+            for (double& each : d)
+                s.Serialize(each);
+            s.Serialize(d.data(), u32(d.size()), 8);
+            for (float& each : f)
+                s.Serialize(each);
+            s.Serialize(f.data(), u32(f.size()), 4);
+        };
+    };
+    EXPECT_EQ(Xml(routine(d, f)), expected);
+
+    std::vector<double> dBack(d.size());
+    std::vector<float> fBack(f.size());
+    const auto same = [](const auto& a, const auto& b)
+    { return std::memcmp(a.data(), b.data(), a.size() * sizeof a[0]) == 0; };
+    // Each single value, then the array, into the same places.
+    Read(expected,
+         [&](qel::Serializer& s)
+         {
+             for (double& each : dBack)
+                 s.Serialize(each);
+             EXPECT_TRUE(same(dBack, d));
+             dBack.assign(d.size(), 7.0);
+             s.Serialize(dBack.data(), u32(dBack.size()), 8);
+             for (float& each : fBack)
+                 s.Serialize(each);
+             EXPECT_TRUE(same(fBack, f));
+             fBack.assign(f.size(), 7.0f);
+             s.Serialize(fBack.data(), u32(fBack.size()), 4);
+         });
+    EXPECT_TRUE(same(dBack, d));
+    EXPECT_TRUE(same(fBack, f));
+
+    // Hand-written forms, and NaNs whose fraction cannot be.
+    const Real written[] = {
+        {0x7FF8000000000000ull, " NaN "},
+        {0xFFF0000000000001ull, "-NAN(0X1)"},
+        {0x7FF0000000000000ull, "Infinity"},
+        {0, "nan(0x0)"},
+        {0, "nan(0x10000000000000)"},
+        {0, "nan(1)"},
+        {0, "nan()"},
+        {0, "nan(0x1"},
+    };
+    for (const Real& real : written)
+    {
+        const std::string document = std::string("<qel><value>") + real.text + "</value></qel>";
+        double v = 0;
+        const std::string error = ErrorOf(document, [&](qel::Serializer& s) { s.Serialize(v); });
+        EXPECT_EQ(error.empty(), real.bits != 0) << real.text << ": " << error;
+        EXPECT_EQ(Bits(v), real.bits) << real.text;
+    }
 }
 
 TEST(XmlFormat, TheDocumentOfASmallStructure)
@@ -306,6 +393,35 @@ TEST(XmlReader, CutOrDamagedDocumentsRaiseErrorsNeverCrash)
             }
         }
     }
+}
+
+// Blocks nested a million deep, read on the thread's default stack: the
+// reader keeps the open blocks in a list of its own. Cut inside, the
+// document is an error like any other.
+TEST(XmlReader, AMillionNestedBlocks)
+{
+    const u32 depth = 1000000;
+    std::string document = "<qel>\n";
+    document.reserve(depth * 7 + 32);
+    for (u32 i = 0; i < depth; ++i)
+        document += "<b>";
+    document += "<v>42</v>";
+    for (u32 i = 0; i < depth; ++i)
+        document += "</b>";
+    document += "\n</qel>\n";
+    u32 value = 0;
+    const auto routine = [&](qel::Serializer& s)
+    {
+        for (u32 i = 0; i < depth; ++i)
+            s.Identify("b"), s.Begin();
+        s.Identify("v"), s.Serialize(value);
+        for (u32 i = 0; i < depth; ++i)
+            s.End();
+    };
+    Read(document, routine);
+    EXPECT_EQ(value, 42u);
+    EXPECT_EQ(ErrorOf(document.substr(0, document.size() / 2), routine),
+              "XML line 2: the document ends inside 'b'");
 }
 
 #ifdef QEL_TEST_PUGIXML

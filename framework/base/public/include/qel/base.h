@@ -90,6 +90,7 @@
 #include <qel/refcounted.h>
 #include <qel/report.h>
 #include <qel/resourcemanager.h>
+#include <qel/safeoutputfilestream.h>
 #include <qel/semaphore.h>
 #include <qel/semaphorebase.h>
 #include <qel/serializer.h>

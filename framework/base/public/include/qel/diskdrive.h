@@ -74,6 +74,10 @@ public:
     virtual u32 DeleteDirectory(const PathObject& path) = 0;
     // The base always answers 0.
     virtual DiskError GetError(bool clear);
+    // Puts the file `source` in the place of `target` in one step: the
+    // target, when there is one, is replaced whole or left as it was. Both
+    // lie on this drive. The base throws FileException DiskErrorDevice.
+    virtual void ReplaceFile(const PathObject& source, const PathObject& target);
 };
 
 } // namespace qel

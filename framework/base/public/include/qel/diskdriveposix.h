@@ -34,6 +34,7 @@ public:
     // errno is returned then.
     u32 CreateDirectory(const PathObject& path) override;
     u32 DeleteDirectory(const PathObject& path) override;
+    void ReplaceFile(const PathObject& source, const PathObject& target) override;
 
     // Throws the file exception of errno for `path`.
     [[noreturn]] static void AnalyzeError(const PathObject& path);

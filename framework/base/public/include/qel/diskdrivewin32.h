@@ -35,6 +35,7 @@ public:
     // the system's error number is returned then.
     u32 CreateDirectory(const PathObject& path) override;
     u32 DeleteDirectory(const PathObject& path) override;
+    void ReplaceFile(const PathObject& source, const PathObject& target) override;
 
     // Throws the file exception of GetLastError() for `path`.
     [[noreturn]] static void AnalyzeError(const PathObject& path);

@@ -23,29 +23,56 @@
 // no ".dat" is written. In a save pass (BeginSave to EndSave) each file is
 // written at most once however often it is referred to; outside a pass a
 // name once saved is skipped until SetSaved(name, false) or the next pass.
-// With logging on, BeginSave creates root + "filearchive.log" and each file
-// written in the pass adds its name and CR LF.
+// A file whose save failed does not count as saved. With logging on, each
+// file the pass sets out to write adds its name and CR LF to the log, root
+// + "filearchive.log".
+//
+// Saving never destroys the previous files. Each file (resource, ".dat",
+// log) is written to a temporary beside it and replaces it whole only when
+// complete (SafeOutputFileStream): a save that throws, a full disk or a
+// killed process leave the previous file as it was, and a temporary left
+// behind is deleted by the next save. A resource file is replaced when it
+// is written, its ".dat" right after it; a named resource met in another's
+// fields is written after the file that names it, so one file is open at a
+// time however deep the names are nested. The log is one file per pass: it
+// replaces the previous pass's log at EndSave, and a pass that does not
+// reach EndSave (the archive destroyed, BeginSave called again, the
+// process killed) leaves the previous log whole. With durable saves on
+// (EnableDurableSaves), each file's data is flushed to the disk before it
+// replaces the old one, which survives a crash of the system too; this
+// costs a disk flush per file.
 //
 // Loading makes the object with the descriptor's CreateInstance, inserts it
 // into the ResourceManager and names it before its fields are read (so a
 // parent's index is lower than its children's), then fills it with
-// SerializeInstance. Files that refer to each other (A names B, B names A)
-// therefore load once each, and B's reference is A's object itself. A load
-// that throws (a missing file, a class not registered, a file cut short or
-// damaged) removes from the ResourceManager and deletes every object that
-// load made, and leaves the names as they were; no stream or reader stays
-// open. Reload refills the existing object in place: a failure may leave
-// it partly refilled.
+// SerializeInstance. A named resource met in another's fields is made when
+// it is met (its file read up to its "Class Name") and filled after the
+// file that names it: a load reads one file at a time, in the order the
+// names were met, however deep they are nested, and has filled every one
+// when it returns. So a routine gets the named resources it loads made but
+// maybe not filled yet: it keeps the pointer and reads nothing through it.
+// An unnamed resource is filled where it stands, inside its parent's data,
+// by its routine called from its parent's: their nesting takes the thread's
+// stack, and once seven eighths of it are used a load refuses to go deeper,
+// throwing "Resources nested too deeply for the stack: " and the path.
+// Files that refer to each other (A names B, B names A) load once each,
+// and B's reference is A's object itself. A load that throws (a missing
+// file, a class not registered, a file cut short or damaged) removes from
+// the ResourceManager and deletes every object that load made, and leaves
+// the names as they were; no stream or reader stays open. Reload refills
+// the existing object in place: a failure may leave it partly refilled.
 //
 // Errors thrown as qel::Exception: "Resource isn't identified." (saving or
 // reloading a resource without a name), "This resource name is already in
 // use!" (renaming onto a taken name; renaming to a fresh name throws too
 // unless the resource's index is 0, and leaves the fresh name bound to
 // index 0), "Type of resource unknown!\nMake sure the ClassDescriptor is
-// registered.", and for a file that ends early or holds a name longer than
-// 1024 characters "Resource file cut short: " or "Resource file damaged: "
-// followed by the path. A missing file throws the file manager's exception;
-// a file that is not a binary resource file throws UnknownFormat.
+// registered." (also for a descriptor whose CreateInstance gives null), and
+// "Resource file cut short: " followed by the path for a file that ends
+// before what its reader asks for (its header included), or "Resource file
+// damaged: " and the path for one that holds a name longer than 1024
+// characters. A missing file throws the file manager's exception; a file
+// that is not a binary resource file throws UnknownFormat.
 //
 // An archive is used by one thread at a time.
 #pragma once
@@ -55,6 +82,7 @@
 #include <qel/generalallocator.h>
 #include <qel/types.h>
 
+#include <deque>
 #include <map>
 #include <set>
 #include <string>
@@ -64,7 +92,8 @@ namespace qel
 {
 
 class ClassDescriptor;
-class OutputFileStream;
+struct Interface;
+class SafeOutputFileStream;
 class Serializer;
 
 class QEL_API FileArchive : public Archive
@@ -115,6 +144,9 @@ public:
     void SetLoggingMode(bool logging) { m_LoggingMode = logging; }
     void EnableScriptOutput(bool enable) { m_ScriptOutput = enable; }
     bool IsScriptOutputEnabled() const { return m_ScriptOutput; }
+    // Off by default: see "Saving never destroys" at the top of this file.
+    void EnableDurableSaves(bool enable) { m_Durable = enable; }
+    bool IsDurableSaveEnabled() const { return m_Durable; }
     // False between BeginSave and EndSave.
     bool IsOutsideSavePass() const { return m_OutsidePass; }
 
@@ -142,12 +174,24 @@ private:
     // The name of a resource the manager knows, null when it has none (or
     // the manager does not know it).
     const Text* NameOf(void* resource);
+    // Writes the file of `name`, and after it those it names, unless a file
+    // is being written: then it is written after that one.
     void SaveToFile(const Text& name, ClassDescriptor& cls, void* resource);
+    void WriteFile(const Text& name, ClassDescriptor& cls, void* resource);
     void SaveToStream(Serializer& serializer, ClassDescriptor& cls, void* resource);
     void* LoadFromFile(const Text& name, u32& index);
-    // Makes and fills one resource; `name` names it at once when not null.
-    void* LoadFromStream(Serializer& serializer, u32& index, const Text* name);
-    // Runs a load; the outermost one rolls back what it made if it throws.
+    // Makes an object of the class, lists it as made by this load and
+    // inserts it into the ResourceManager; `name` names it when not null.
+    Interface* Make(const ClassDescriptor& cls, u32& index, const Text* name);
+    // Opens the resource file of `name`, reads up to its class and calls
+    // read(reader, cls); a file that ends early throws "cut short".
+    template <class Read>
+    void ReadFile(const Text& name, Read read);
+    // Reads the fields of the file of `name` into `object`, made of `cls`
+    // (any class when null).
+    void Fill(const Text& name, Interface* object, const ClassDescriptor* cls);
+    // Runs a load; the outermost one fills the resources left pending and
+    // rolls back what it made if it throws.
     template <class Body>
     void* Transaction(Body body);
 
@@ -156,13 +200,31 @@ private:
     Text m_Extension;
     bool m_OutsidePass;
     bool m_LoggingMode;
-    OutputFileStream* m_Log;
+    SafeOutputFileStream* m_Log;
     Names m_Names;
     Identities m_Identities;
     NameSet m_Saved;
     bool m_ScriptOutput;
+    bool m_Durable = false;
     u32 m_LoadDepth;
     std::vector<Made, GeneralAllocator<Made>> m_Made;
+    // Named resources made during a load, whose files are read after it.
+    struct Pending
+    {
+        Text name;
+        Interface* object;
+        const ClassDescriptor* cls;
+    };
+    std::deque<Pending, GeneralAllocator<Pending>> m_Pending;
+    // Named resources met while a file is written, written after it.
+    struct Unwritten
+    {
+        Text name;
+        ClassDescriptor* cls;
+        void* resource;
+    };
+    std::deque<Unwritten, GeneralAllocator<Unwritten>> m_Unwritten;
+    bool m_Writing = false;
 };
 
 } // namespace qel

@@ -18,7 +18,8 @@
 // (0.1f is f32(0.1000000015)), f64 with 20. A char array of stride 1 is a
 // string: char[](text), the characters up to the count or the first zero,
 // unquoted and unescaped. Other char arrays, and every other array, print
-// element by element. Numbers print the same on every platform.
+// element by element. Numbers print the same on every platform, infinities
+// and NaNs as "inf", "-inf", "nan" and "-nan" (f64(-nan)).
 //
 // A string written by WriteString shows as its length, then its characters:
 //   File Version: u32(3)
@@ -72,6 +73,9 @@ private:
     void Value(const char* type, const char* text, u32 length);
     template <class T>
     void Number(const char* type, const char* format, T value);
+    // A value as the formatter wrote it in a 48-character buffer, `length`
+    // being its result.
+    void Formatted(const char* type, const char* text, int length);
     void Put(const char* text, u32 length);
 
     OutputStream* m_Output;

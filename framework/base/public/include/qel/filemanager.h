@@ -169,6 +169,10 @@ public:
     // '/') with its parents, and the path is resolved and opened once more.
     File* OpenFile(const char* path, u32 openFlags);
     void DeleteFile(const char* path);
+    // Puts the file `source` in the place of `target` in one step (rename,
+    // MoveFileExW): the target is replaced whole or left as it was. Both
+    // must lie on one drive; two drives throw FileException DiskErrorDevice.
+    void ReplaceFile(const char* source, const char* target);
     // Creates the directory, and with `recursive` every missing one on its
     // way; existing ones are passed over. 0, or the first drive's refusal
     // that was not thrown.

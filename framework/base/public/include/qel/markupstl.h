@@ -135,8 +135,10 @@ public:
     // Reads the file at the virtual path through the file layer; false when
     // it cannot be read (the error says so) or is not well-formed.
     bool Load(const char* path);
-    // Writes the document, in the encoding it came in, to a new file at the
-    // virtual path; false when the file cannot be written.
+    // Writes the document, in the encoding it came in, to the virtual path
+    // through a temporary beside it that replaces the file once written whole
+    // (SafeOutputFileStream); false when it cannot be written, the previous
+    // file then left whole.
     bool Save(const char* path) const;
 
     bool IsWellFormed() const { return m_Error.empty(); }

@@ -14,9 +14,17 @@
 // float, s64, u64, s32 and u32 (4 bytes everywhere), short, unsigned short,
 // signed char, unsigned char. The host's other integer types (`long` and
 // `unsigned long` on 64-bit Linux, `int` and `unsigned int` where u32 is
-// `unsigned long`) have non-virtual overloads that go through a temporary
-// of the same width, so a `long` field saves as 8 bytes where it is 8 bytes
-// wide: prefer the fixed types for data that moves between hosts.
+// `unsigned long`) have non-virtual overloads that go through the s32 and
+// u32 slots, so that a `long` is 4 bytes in every stream on every host:
+// read back, it is sign-extended (`unsigned long` zero-extended). Written,
+// a value that does not fit in 32 bits is reported as a warning in the
+// category GetErrorCategory() ("Serializer"), naming the field by the label
+// of the last Identify when the writer keeps it, and its low 32 bits are
+// written; the caller's variable is left as it is.
+//
+// Labels. The library's writers keep the text given to Identify, not a
+// copy, to name the field in that report: it must live until the value it
+// labels has been written (a literal always does).
 //
 // Arrays. Serialize(p, count, stride) moves `count` elements, the element i
 // lying `i * stride` bytes after `p`, so that one field of an array of
@@ -94,16 +102,13 @@ public:
     virtual void Begin() = 0;
     virtual void End() = 0;
 
-    // The host's integer types outside the twelve, through a temporary of the
-    // same width (see the top of this file).
+    // The host's integer types outside the twelve, through the 32-bit slots
+    // (see the top of this file).
     typedef std::conditional_t<std::is_same<s32, int>::value, long, int> HostSigned;
     typedef std::conditional_t<std::is_same<u32, unsigned int>::value, unsigned long, unsigned int>
         HostUnsigned;
-    void Serialize(HostSigned& v) { SerializeAs<std::conditional_t<sizeof(v) == 8, s64, s32>>(v); }
-    void Serialize(HostUnsigned& v)
-    {
-        SerializeAs<std::conditional_t<sizeof(v) == 8, u64, u32>>(v);
-    }
+    void Serialize(HostSigned& v) { SerializeHost<s32>(v); }
+    void Serialize(HostUnsigned& v) { SerializeHost<u32>(v); }
     u32 Serialize(HostSigned* p, u32 count, u32 stride) { return SerializeEach(p, count, stride); }
     u32 Serialize(HostUnsigned* p, u32 count, u32 stride)
     {
@@ -132,7 +137,14 @@ public:
     void EnableScriptOutput(bool enable) { m_ScriptOutput = enable; }
     bool IsScriptOutputEnabled() const { return m_ScriptOutput; }
 
+    // "Serializer", under "Base": the category of the serializers' reports,
+    // registered on first use.
+    static u32 GetErrorCategory();
+
 protected:
+    // The writers' Identify keeps the label here for the reports.
+    void SetLabel(const char* name) { m_Label = name; }
+
     // The base element loop of the array forms: each element is copied to a
     // local, handed to the single-value form and, when reading, copied back.
     template <class T>
@@ -147,17 +159,25 @@ private:
         return value;
     }
 
-    template <class Wide, class T>
-    void SerializeAs(T& v)
+    template <class Fixed, class T>
+    void SerializeHost(T& v)
     {
-        Wide wide = static_cast<Wide>(v);
-        Serialize(wide);
-        v = static_cast<T>(wide);
+        Fixed fixed = static_cast<Fixed>(v);
+        const bool fits = static_cast<T>(fixed) == v;
+        if (!fits && IsWriting())
+            ReportCut(static_cast<std::conditional_t<std::is_signed<T>::value, s64, u64>>(v));
+        Serialize(fixed);
+        if (fits || IsReading())
+            v = static_cast<T>(fixed);
     }
+    // A host integer too wide for its 32-bit slot, written cut.
+    void ReportCut(s64 value) const;
+    void ReportCut(u64 value) const;
 
     u32 m_Version = 0;
     Archive* m_Archive = nullptr;
     bool m_ScriptOutput = false;
+    const char* m_Label = nullptr;
 };
 
 // A bool in memory may hold any byte: only 0 is false.

@@ -11,7 +11,8 @@
 //
 // Values: bool as "True" or "False", char as the character itself, the
 // integers in decimal (signed char as a number, like unsigned char), float with 10 significant
-// digits ("%.10g") and double with 20 ("%.20lg"), the same text on every platform.
+// digits ("%.10g") and double with 20 ("%.20lg"), and the values that are no
+// numbers as "inf", "-inf", "nan" and "-nan": the same text on every platform.
 //
 // Strings: a char array of stride 1 is text, printed on one line. It also
 // cancels the block around it: a Begin/End pair around a string prints no
@@ -97,6 +98,9 @@ private:
     // `format` of the one argument, through the library's formatter.
     template <class T>
     void PrintNumber(const char* format, T value);
+    // A value the formatter wrote in a 48-character buffer, `length` being
+    // its result: a text that did not fit is written as the whole buffer.
+    void PrintFormatted(const char* text, int length);
     void Put(char c) { m_Stream->Write(static_cast<unsigned char>(c)); }
 
     u32 m_Depth = 0;

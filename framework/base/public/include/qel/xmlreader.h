@@ -129,8 +129,10 @@ private:
     const char* OpenBlock() const;
     template <class T>
     void Number(T& v);
+    // The number in `text` (white space around it allowed) into `v`, or
+    // Fail.
     template <class T>
-    T Parse(const char* text, std::size_t length);
+    void Parse(const char* text, std::size_t length, T& v);
     template <class T>
     u32 Array(T* p, u32 count, u32 stride);
 

@@ -24,9 +24,14 @@
 // unlabelled value or block is a bare "value" or "block".
 //
 // Values are the element's text, in the text writer's forms: bool as
-// "True" or "False", integers in decimal, float as "%.10g" and double as
-// "%.20lg" (both read back bit for bit; "inf", "-inf" and "nan" for the
-// values that are no numbers), a char as the character itself.
+// "True" or "False", integers in decimal, a char as the character itself,
+// float as "%.10g" and double as "%.20lg", "inf" and "-inf". Every float
+// and double reads back bit for bit, NaNs too: the default quiet NaN is
+// "nan" or "-nan", and any other NaN (a signalling one, one with a
+// payload) carries its fraction field in hexadecimal, quiet bit included
+// (23 bits for a float, 52 for a double): the double 7FF8000000000123 is
+// "nan(0x8000000000123)", the float FF800001 "-nan(0x1)". The text is the
+// same on every platform.
 //
 // Arrays: a char array is text, with the attribute `count`; any other
 // array is its elements separated by single spaces, with `count`. A u32

@@ -7,10 +7,13 @@
 #include <qel/genericreader.h>
 #include <qel/inputfilestream.h>
 #include <qel/interface.h>
-#include <qel/outputfilestream.h>
 #include <qel/resourcemanager.h>
+#include <qel/safeoutputfilestream.h>
 #include <qel/serializer.h>
 
+#include "base/thread/thread_native.h"
+
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -89,12 +92,32 @@ FileArchive::Text ReadName(Serializer& serializer, const char* path)
     return FileArchive::Text(name, length);
 }
 
-// Sets the name of the file being loaded for the scope of one load.
+// Sets the name of the file being read for the scope of one read.
 struct LoadingName
 {
-    explicit LoadingName(const char* name) { tl_LoadingName = name; }
-    ~LoadingName() { tl_LoadingName = nullptr; }
+    explicit LoadingName(const char* name) : previous(tl_LoadingName) { tl_LoadingName = name; }
+    ~LoadingName() { tl_LoadingName = previous; }
+    const char* previous;
 };
+
+// Whether the calling thread has used up seven eighths of its stack. An
+// unnamed resource is read inside the routine of the one that holds it, so
+// nesting them takes stack that the archive cannot spare: past that point a
+// load refuses to go deeper rather than overflow.
+bool StackIsLow()
+{
+    thread_local std::uintptr_t low = 0;
+    thread_local std::size_t size = 0;
+    thread_local bool asked = false;
+    if (!asked)
+    {
+        asked = true;
+        if (!native::GetStackBounds(low, size))
+            size = 0;
+    }
+    const std::uintptr_t frame = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
+    return size != 0 && frame - low < size / 8;
+}
 
 // An object whose memory could not be had (the allocator reported it) ends
 // the load as the library's containers do when the process goes on.
@@ -211,20 +234,20 @@ void FileArchive::BeginSave()
 {
     m_OutsidePass = false;
     m_Saved.clear();
+    delete m_Log; // the log of a pass that did not end is dropped
+    m_Log = nullptr;
     if (m_LoggingMode)
-    {
-        delete m_Log;
-        m_Log = nullptr;
-        m_Log = new OutputFileStream((m_Root + "filearchive.log").c_str());
-    }
+        m_Log = Allocated(new SafeOutputFileStream((m_Root + "filearchive.log").c_str()));
 }
 
 void FileArchive::EndSave()
 {
     m_OutsidePass = true;
     m_Saved.clear();
-    delete m_Log;
+    std::unique_ptr<SafeOutputFileStream> log(m_Log);
     m_Log = nullptr;
+    if (log)
+        log->Commit(m_Durable);
 }
 
 void FileArchive::SetSaved(const char* name, bool saved)
@@ -273,21 +296,60 @@ void FileArchive::SaveToFile(const Text& name, ClassDescriptor& cls, void* resou
     if (!m_Saved.insert(name).second)
         return; // written once per pass
     WriteToLog(name.c_str());
+    if (m_Writing)
+    {
+        // Named inside the file being written: written after it, so that
+        // nesting takes no stack and one file is open at a time.
+        m_Unwritten.push_back({name, &cls, resource});
+        return;
+    }
+    m_Writing = true;
+    Unwritten next{name, &cls, resource};
+    try
+    {
+        for (;;)
+        {
+            WriteFile(next.name, *next.cls, next.resource);
+            if (m_Unwritten.empty())
+                break;
+            next = m_Unwritten.front();
+            m_Unwritten.pop_front();
+        }
+    }
+    catch (...)
+    {
+        // The files not written do not count as saved.
+        m_Saved.erase(next.name);
+        for (const Unwritten& unwritten : m_Unwritten)
+            m_Saved.erase(unwritten.name);
+        m_Unwritten.clear();
+        m_Writing = false;
+        throw;
+    }
+    m_Writing = false;
+}
 
+void FileArchive::WriteFile(const Text& name, ClassDescriptor& cls, void* resource)
+{
     const Text path = PathOf(name);
-    OutputFileStream main(path.c_str());
-    std::unique_ptr<OutputFileStream> description;
+    SafeOutputFileStream main(path.c_str());
+    std::unique_ptr<SafeOutputFileStream> description;
     if (m_ScriptOutput)
-        description.reset(new OutputFileStream((path + ".dat").c_str()));
-    FileArchiveDatabase database(description ? description.get() : &main);
-    BinaryWriter writer(&main, &database);
-    writer.EnableScriptOutput(m_ScriptOutput);
-    writer.SetContext(m_Version, this);
-    writer.WriteUniqueHeader();
-    writer.Identify("File Version");
-    u32 version = m_Version;
-    writer.Serialize(version);
-    SaveToStream(writer, cls, resource);
+        description.reset(Allocated(new SafeOutputFileStream((path + ".dat").c_str())));
+    {
+        FileArchiveDatabase database(description ? description.get() : &main);
+        BinaryWriter writer(&main, &database);
+        writer.EnableScriptOutput(m_ScriptOutput);
+        writer.SetContext(m_Version, this);
+        writer.WriteUniqueHeader();
+        writer.Identify("File Version");
+        u32 version = m_Version;
+        writer.Serialize(version);
+        SaveToStream(writer, cls, resource);
+    }
+    main.Commit(m_Durable);
+    if (description)
+        description->Commit(m_Durable);
 }
 
 void FileArchive::SaveToStream(Serializer& serializer, ClassDescriptor& cls, void* resource)
@@ -306,9 +368,20 @@ void* FileArchive::Transaction(Body body)
     try
     {
         void* resource = body();
-        --m_LoadDepth;
         if (outermost)
+        {
+            // The named resources met on the way were made and wait for
+            // their fields: one file at a time, in the order they were met,
+            // however deep they are nested.
+            while (!m_Pending.empty())
+            {
+                const Pending next = m_Pending.front();
+                m_Pending.pop_front();
+                Fill(next.name, next.object, next.cls);
+            }
             m_Made.clear();
+        }
+        --m_LoadDepth;
         return resource;
     }
     catch (...)
@@ -316,6 +389,7 @@ void* FileArchive::Transaction(Body body)
         --m_LoadDepth;
         if (outermost)
         {
+            m_Pending.clear();
             // Newest first: each removal tells every archive to forget the
             // index, so the names go with the objects.
             for (auto made = m_Made.rbegin(); made != m_Made.rend(); ++made)
@@ -327,6 +401,55 @@ void* FileArchive::Transaction(Body body)
         }
         throw;
     }
+}
+
+template <class Read>
+void FileArchive::ReadFile(const Text& name, Read read)
+{
+    const Text path = PathOf(name);
+    ResourceInput stream(path.c_str());
+    LoadingName loading(name.c_str());
+    try
+    {
+        std::unique_ptr<Reader> reader(Allocated(GenericReader::Create(&stream, nullptr)));
+        u32 version = 0;
+        reader->Identify("File Version");
+        reader->Serialize(version);
+        reader->SetContext(version, this);
+        reader->Identify("Class Name");
+        const Text className = ReadName(*reader, path.c_str());
+        const ClassDescriptor* cls = ClassDescriptor::Find(className.c_str());
+        if (cls == nullptr)
+            throw Exception(kTypeUnknown);
+        read(*reader, *cls);
+    }
+    // Whatever went wrong past the end of the file was the cut.
+    catch (const Exception&)
+    {
+        if (stream.IsPastEnd())
+            Throw("Resource file cut short: ", path.c_str());
+        throw;
+    }
+    catch (const UnknownFormat&)
+    {
+        if (stream.IsPastEnd())
+            Throw("Resource file cut short: ", path.c_str());
+        throw;
+    }
+    if (stream.IsPastEnd())
+        Throw("Resource file cut short: ", path.c_str());
+}
+
+void FileArchive::Fill(const Text& name, Interface* object, const ClassDescriptor* cls)
+{
+    ReadFile(name,
+             [&](Reader& reader, const ClassDescriptor& found)
+             {
+                 // The file was read for its class when the object was made.
+                 if (cls != nullptr && cls != &found)
+                     Throw("Resource file damaged: ", PathOf(name).c_str());
+                 found.SerializeInstance(*object, reader);
+             });
 }
 
 void* FileArchive::Load(const char* name)
@@ -344,12 +467,23 @@ void* FileArchive::Load(Serializer& serializer)
     return Transaction(
         [&]() -> void*
         {
+            // The file being read, for the errors of its names.
+            const Text path = tl_LoadingName ? PathOf(tl_LoadingName) : Text();
             serializer.Identify("Resource Identifier");
-            const Text identifier = ReadName(serializer, tl_LoadingName ? tl_LoadingName : "");
+            const Text identifier = ReadName(serializer, path.c_str());
             u32 index;
             if (!identifier.empty())
                 return LoadFromFile(identifier, index);
-            return LoadFromStream(serializer, index, nullptr);
+            if (StackIsLow())
+                Throw("Resources nested too deeply for the stack: ", path.c_str());
+            serializer.Identify("Class Name");
+            const Text className = ReadName(serializer, path.c_str());
+            const ClassDescriptor* cls = ClassDescriptor::Find(className.c_str());
+            if (cls == nullptr)
+                throw Exception(kTypeUnknown);
+            Interface* object = Make(*cls, index, nullptr);
+            cls->SerializeInstance(*object, serializer);
+            return object;
         });
 }
 
@@ -361,39 +495,29 @@ void* FileArchive::LoadFromFile(const Text& name, u32& index)
         index = known->second;
         return ResourceManager::GetResource(index);
     }
-    const Text path = PathOf(name);
-    ResourceInput stream(path.c_str());
-    std::unique_ptr<Reader> reader(Allocated(GenericReader::Create(&stream, nullptr)));
-    u32 version = 0;
-    reader->Identify("File Version");
-    reader->Serialize(version);
-    reader->SetContext(version, this);
-    void* resource;
-    try
-    {
-        LoadingName loading(name.c_str());
-        resource = LoadFromStream(*reader, index, &name);
-    }
-    catch (const Exception&)
-    {
-        // Whatever went wrong past the end of the file was the cut.
-        if (stream.IsPastEnd())
-            Throw("Resource file cut short: ", path.c_str());
-        throw;
-    }
-    if (stream.IsPastEnd())
-        Throw("Resource file cut short: ", path.c_str());
-    return resource;
+    Interface* object = nullptr;
+    ReadFile(name,
+             [&](Reader& reader, const ClassDescriptor& cls)
+             {
+                 object = Make(cls, index, &name);
+                 // Met inside another resource's fields: filled once the
+                 // outermost load gets to it, so that nesting takes no
+                 // stack and one file is open at a time.
+                 if (m_LoadDepth > 1)
+                     m_Pending.push_back({name, object, &cls});
+                 else
+                     cls.SerializeInstance(*object, reader);
+             });
+    return object;
 }
 
-void* FileArchive::LoadFromStream(Serializer& serializer, u32& index, const Text* name)
+Interface* FileArchive::Make(const ClassDescriptor& cls, u32& index, const Text* name)
 {
-    serializer.Identify("Class Name");
-    const Text className = ReadName(serializer, tl_LoadingName ? tl_LoadingName : "");
-    const ClassDescriptor* cls = ClassDescriptor::Find(className.c_str());
-    if (cls == nullptr)
+    // A class that cannot make an object (or whose memory ran out, which
+    // was reported) is as unknown to the archive as one not registered.
+    Interface* object = cls.CreateInstance();
+    if (object == nullptr)
         throw Exception(kTypeUnknown);
-    Interface* object = Allocated(cls->CreateInstance());
     void* resource = object;
     // Listed first, so that a failed load (this one included) takes it back
     // out of the manager and deletes it.
@@ -419,8 +543,7 @@ void* FileArchive::LoadFromStream(Serializer& serializer, u32& index, const Text
     m_Made.back().index = index;
     if (name != nullptr)
         Bind(*name, index); // before its fields: a file naming it finds it
-    cls->SerializeInstance(*object, serializer);
-    return resource;
+    return object;
 }
 
 void FileArchive::Reload(void* resource)
@@ -429,27 +552,12 @@ void FileArchive::Reload(void* resource)
     if (known == nullptr)
         throw Exception(kNotIdentified);
     const Text name(*known);
-    const Text path = PathOf(name);
-    ResourceInput stream(path.c_str());
-    std::unique_ptr<Reader> reader(Allocated(GenericReader::Create(&stream, nullptr)));
-    u32 version = 0;
-    reader->Identify("File Version");
-    reader->Serialize(version);
-    reader->SetContext(version, this);
-    LoadingName loading(name.c_str());
-    reader->Identify("Class Name");
-    const Text className = ReadName(*reader, path.c_str());
-    const ClassDescriptor* cls = ClassDescriptor::Find(className.c_str());
-    if (cls == nullptr)
-        throw Exception(kTypeUnknown);
     Transaction(
         [&]
         {
-            cls->SerializeInstance(*static_cast<Interface*>(resource), *reader);
+            Fill(name, static_cast<Interface*>(resource), nullptr);
             return resource;
         });
-    if (stream.IsPastEnd())
-        Throw("Resource file cut short: ", path.c_str());
 }
 
 } // namespace qel

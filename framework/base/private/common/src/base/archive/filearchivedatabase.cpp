@@ -39,15 +39,20 @@ void FileArchiveDatabase::Value(const char* type, const char* text, u32 length)
 template <class T>
 void FileArchiveDatabase::Number(const char* type, const char* format, T value)
 {
-    // A text that does not fit (none of these formats can overflow 48
-    // characters) would be written as the whole buffer.
     char text[48];
-    const int length = TextFormat::Print(text, sizeof text, format, value);
-    Value(type, text, length > 0 && length < int(sizeof text) ? u32(length) : u32(sizeof text));
+    Formatted(type, text, TextFormat::Print(text, sizeof text, format, value));
+}
+
+void FileArchiveDatabase::Formatted(const char* type, const char* text, int length)
+{
+    // A text that does not fit (none of the formats can overflow 48
+    // characters) would be written as the whole buffer.
+    Value(type, text, length > 0 && length < 48 ? u32(length) : 48u);
 }
 
 void FileArchiveDatabase::Identify(const char* name)
 {
+    SetLabel(name);
     Indent();
     Put(name, u32(std::strlen(name)));
     Put(": ", 2);
@@ -93,12 +98,14 @@ void FileArchiveDatabase::Serialize(bool& v)
 
 void FileArchiveDatabase::Serialize(double& v)
 {
-    Number("f64", "%.20lg", v);
+    char text[48];
+    Formatted("f64", text, TextFormat::Double(text, sizeof text, v));
 }
 
 void FileArchiveDatabase::Serialize(float& v)
 {
-    Number("f32", "%.10g", static_cast<double>(v));
+    char text[48];
+    Formatted("f32", text, TextFormat::Float(text, sizeof text, v));
 }
 
 void FileArchiveDatabase::Serialize(s64& v)

@@ -19,6 +19,11 @@ DiskDrive::DiskError DiskDrive::GetError(bool)
 
 const char kIsADirectory[] = "Is a directory";
 
+void DiskDrive::ReplaceFile(const PathObject&, const PathObject& target)
+{
+    ThrowDiskError(target, DiskErrorDevice, "The device doen't recognize the command.", 0);
+}
+
 void ThrowDiskError(const PathObject& path, DiskDrive::DiskError error, const char* text,
                     u32 systemError, const char* systemReason)
 {

@@ -397,6 +397,18 @@ void FileManager::DeleteFile(const char* path)
     resolved.GetDrive()->DeleteFile(resolved);
 }
 
+void FileManager::ReplaceFile(const char* source, const char* target)
+{
+    Locked locked(m_Lock);
+    PathObject from, to;
+    ResolveOrThrow(source, from);
+    ResolveOrThrow(target, to);
+    if (from.GetDrive() != to.GetDrive())
+        throw FileException("The system cannot move the file to a different disk drive.", to,
+                            DiskDrive::DiskErrorDevice, 0);
+    to.GetDrive()->ReplaceFile(from, to);
+}
+
 u32 FileManager::CreateDirectory(const char* path, bool recursive)
 {
     Locked locked(m_Lock);

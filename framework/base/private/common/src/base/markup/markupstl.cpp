@@ -2,7 +2,7 @@
 
 #include <qel/fileexception.h>
 #include <qel/inputfilestream.h>
-#include <qel/outputfilestream.h>
+#include <qel/safeoutputfilestream.h>
 
 #include "base/markup/markupencoding.h"
 #include "base/markup/markuptext.h"
@@ -137,8 +137,12 @@ bool MarkupSTL::WriteFile(const char* path, const String& bytes)
 {
     try
     {
-        OutputFileStream stream(path);
-        return stream.Write(bytes.data(), u32(bytes.size())) == bytes.size();
+        // Written beside the file and put in its place whole.
+        SafeOutputFileStream stream(path);
+        if (stream.Write(bytes.data(), u32(bytes.size())) != bytes.size())
+            return false;
+        stream.Commit();
+        return true;
     }
     catch (const FileException&)
     {

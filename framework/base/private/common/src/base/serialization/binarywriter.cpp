@@ -173,6 +173,7 @@ void BinaryWriter::Serialize(unsigned char& v)
 
 void BinaryWriter::Identify(const char* name)
 {
+    SetLabel(name);
     if (Serializer* mirror = Mirror())
         mirror->Identify(name);
 }

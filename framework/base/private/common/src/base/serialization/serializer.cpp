@@ -2,8 +2,12 @@
 #include <qel/binaryreader.h>
 #include <qel/binaryswapperreader.h>
 #include <qel/binaryswapperwriter.h>
+#include <qel/errormanager.h>
 #include <qel/reader.h>
+#include <qel/report.h>
 #include <qel/writer.h>
+
+#include "base/serialization/textformat.h"
 
 #include <cstring>
 
@@ -13,6 +17,48 @@ namespace qel
 {
 
 Serializer::~Serializer() = default;
+
+u32 Serializer::GetErrorCategory()
+{
+    static const u32 category = []
+    {
+        ErrorManager& manager = ErrorManager::GetSingletonInstance();
+        ScopedLock<CriticalSection> lock(manager.GetMutex());
+        return manager.RegisterCategory(ErrorManager::BaseCategory, "Serializer");
+    }();
+    return category;
+}
+
+namespace
+{
+
+void ReportCutValue(const char* label, const char* value)
+{
+    if (label != nullptr)
+        QEL_WARNING(Serializer::GetErrorCategory(),
+                    "The value %s of the field \"%s\" does not fit in 32 bits: its low 32 bits "
+                    "are written.",
+                    value, label);
+    else
+        QEL_WARNING(Serializer::GetErrorCategory(),
+                    "The value %s does not fit in 32 bits: its low 32 bits are written.", value);
+}
+
+} // namespace
+
+void Serializer::ReportCut(s64 value) const
+{
+    char text[32];
+    TextFormat::Print(text, sizeof text, "%I64i", static_cast<long long>(value));
+    ReportCutValue(m_Label, text);
+}
+
+void Serializer::ReportCut(u64 value) const
+{
+    char text[32];
+    TextFormat::Print(text, sizeof text, "%I64u", static_cast<unsigned long long>(value));
+    ReportCutValue(m_Label, text);
+}
 
 u32 Serializer::Serialize(char* p, u32 count, u32 stride)
 {

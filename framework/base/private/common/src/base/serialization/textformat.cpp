@@ -1,5 +1,6 @@
 #include "base/serialization/textformat.h"
 
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 
@@ -36,6 +37,34 @@ int Print(char* buffer, u32 size, const char* format, ...)
 #endif
     va_end(arguments);
     return result;
+}
+
+namespace
+{
+
+// The texts of infinities and NaNs, or null for a number.
+const char* Special(double value)
+{
+    if (std::isnan(value))
+        return std::signbit(value) ? "-nan" : "nan";
+    if (std::isinf(value))
+        return value < 0 ? "-inf" : "inf";
+    return nullptr;
+}
+
+} // namespace
+
+int Double(char* buffer, u32 size, double value)
+{
+    const char* special = Special(value);
+    return special ? Print(buffer, size, "%s", special) : Print(buffer, size, "%.20lg", value);
+}
+
+int Float(char* buffer, u32 size, float value)
+{
+    const double wide = value;
+    const char* special = Special(wide);
+    return special ? Print(buffer, size, "%s", special) : Print(buffer, size, "%.10g", wide);
 }
 
 } // namespace TextFormat

@@ -51,6 +51,7 @@ void TextWriter::PrintOpening()
 
 void TextWriter::Identify(const char* name)
 {
+    SetLabel(name);
     if (m_OpeningPending)
         PrintOpening();
     Tabulate();
@@ -108,8 +109,12 @@ template <class T>
 void TextWriter::PrintNumber(const char* format, T value)
 {
     char text[48] = {};
-    const int length = TextFormat::Print(text, sizeof text, format, value);
-    PrintValue(text, length >= 0 && length < int(sizeof text) ? u32(length) : u32(sizeof text));
+    PrintFormatted(text, TextFormat::Print(text, sizeof text, format, value));
+}
+
+void TextWriter::PrintFormatted(const char* text, int length)
+{
+    PrintValue(text, length >= 0 && length < 48 ? u32(length) : 48u);
 }
 
 void TextWriter::Translate(bool& v)
@@ -163,12 +168,14 @@ void TextWriter::Serialize(bool& v)
 
 void TextWriter::Serialize(double& v)
 {
-    PrintNumber("%.20lg", v);
+    char text[48] = {};
+    PrintFormatted(text, TextFormat::Double(text, sizeof text, v));
 }
 
 void TextWriter::Serialize(float& v)
 {
-    PrintNumber("%.10g", static_cast<double>(v));
+    char text[48] = {};
+    PrintFormatted(text, TextFormat::Float(text, sizeof text, v));
 }
 
 void TextWriter::Serialize(s64& v)

@@ -2,6 +2,7 @@
 
 #include "base/markup/xmltext.h"
 #include "base/serialization/textformat.h"
+#include "base/serialization/xmlreal.h"
 
 #include <cerrno>
 #include <charconv>
@@ -467,23 +468,24 @@ QEL_XML_TYPE_NAME(unsigned char)
 template <class T>
 bool ParseNumber(const char* text, std::size_t length, T& v)
 {
-    if constexpr (std::is_floating_point<T>::value)
-    {
-        const std::from_chars_result result = std::from_chars(text, text + length, v);
-        return result.ec == std::errc() && result.ptr == text + length;
-    }
-    else
-    {
-        typedef std::conditional_t<std::is_signed<T>::value, long long, unsigned long long> Wide;
-        Wide wide = 0;
-        const std::from_chars_result result = std::from_chars(text, text + length, wide);
-        if (result.ec != std::errc() || result.ptr != text + length ||
-            wide < Wide(std::numeric_limits<T>::min()) ||
-            wide > Wide(std::numeric_limits<T>::max()))
-            return false;
-        v = T(wide);
-        return true;
-    }
+    typedef std::conditional_t<std::is_signed<T>::value, long long, unsigned long long> Wide;
+    Wide wide = 0;
+    const std::from_chars_result result = std::from_chars(text, text + length, wide);
+    if (result.ec != std::errc() || result.ptr != text + length ||
+        wide < Wide(std::numeric_limits<T>::min()) || wide > Wide(std::numeric_limits<T>::max()))
+        return false;
+    v = T(wide);
+    return true;
+}
+
+bool ParseNumber(const char* text, std::size_t length, double& v)
+{
+    return XmlReal::Parse(text, length, v);
+}
+
+bool ParseNumber(const char* text, std::size_t length, float& v)
+{
+    return XmlReal::Parse(text, length, v);
 }
 
 bool ParseNumber(const char* text, std::size_t length, bool& v)
@@ -501,21 +503,19 @@ bool ParseNumber(const char* text, std::size_t length, bool& v)
 } // namespace
 
 template <class T>
-T XMLReader::Parse(const char* text, std::size_t length)
+void XMLReader::Parse(const char* text, std::size_t length, T& v)
 {
     text = Trimmed(text, length);
-    T v{};
     if (!ParseNumber(text, length, v))
         Fail("'%s' holds '%.*s', which is no %s", m_Element.c_str(), int(length < 64 ? length : 64),
              text, TypeName<T>());
-    return v;
 }
 
 template <class T>
 void XMLReader::Number(T& v)
 {
     ReadValue();
-    v = Parse<T>(m_Text.data(), m_Text.size());
+    Parse(m_Text.data(), m_Text.size(), v);
 }
 
 void XMLReader::Serialize(char& v)
@@ -533,11 +533,11 @@ void XMLReader::Serialize(u32& v)
     const char* length = Attribute("length");
     if (length == nullptr)
     {
-        v = Parse<u32>(m_Text.data(), m_Text.size());
+        Parse(m_Text.data(), m_Text.size(), v);
         return;
     }
     // A string: its characters wait for the char arrays that follow.
-    v = Parse<u32>(length, std::strlen(length));
+    Parse(length, std::strlen(length), v);
     if (v != m_Text.size())
         Fail("'%s' holds %u characters, not its length %u", m_Element.c_str(),
              unsigned(m_Text.size()), unsigned(v));
@@ -592,7 +592,10 @@ u32 XMLReader::Array(T* p, u32 count, u32 stride)
 {
     ReadValue();
     const char* stored = Attribute("count");
-    if (stored != nullptr && Parse<u32>(stored, std::strlen(stored)) != count)
+    u32 storedCount = count;
+    if (stored != nullptr)
+        Parse(stored, std::strlen(stored), storedCount);
+    if (storedCount != count)
         Fail("'%s' holds %s values where %u were expected", m_Element.c_str(), stored,
              unsigned(count));
     const char* at = m_Text.data();
@@ -608,7 +611,8 @@ u32 XMLReader::Array(T* p, u32 count, u32 stride)
         if (word == at)
             Fail("'%s' holds %u values where %u were expected", m_Element.c_str(), unsigned(i),
                  unsigned(count));
-        const T value = Parse<T>(word, std::size_t(at - word));
+        T value;
+        Parse(word, std::size_t(at - word), value);
         std::memcpy(to, &value, sizeof value);
     }
     std::size_t rest = std::size_t(end - at);

@@ -2,6 +2,7 @@
 
 #include "base/markup/xmltext.h"
 #include "base/serialization/textformat.h"
+#include "base/serialization/xmlreal.h"
 
 #include <charconv>
 #include <cstring>
@@ -21,13 +22,14 @@ u32 Format(char* buffer, bool v)
     std::memcpy(buffer, v ? "True" : "False", v ? 4 : 5);
     return v ? 4 : 5;
 }
-u32 Format(char* buffer, double v)
+// Reals by reference: a signalling NaN must not pass through a register.
+u32 Format(char* buffer, const double& v)
 {
-    return u32(TextFormat::Print(buffer, 64, "%.20lg", v));
+    return XmlReal::Format(buffer, v);
 }
-u32 Format(char* buffer, float v)
+u32 Format(char* buffer, const float& v)
 {
-    return u32(TextFormat::Print(buffer, 64, "%.10g", double(v)));
+    return XmlReal::Format(buffer, v);
 }
 template <class T>
 u32 Format(char* buffer, T v)
@@ -41,16 +43,13 @@ u32 Format(char* buffer, T v)
 // An array element, copied out so that it need not be aligned; a bool in
 // memory may hold any byte, and only 0 is false.
 template <class T>
-T Element(const unsigned char* at)
+void Element(const unsigned char* at, T& value)
 {
-    T value;
     std::memcpy(&value, at, sizeof value);
-    return value;
 }
-template <>
-bool Element<bool>(const unsigned char* at)
+void Element(const unsigned char* at, bool& value)
 {
-    return *at != 0;
+    value = *at != 0;
 }
 
 } // namespace
@@ -97,6 +96,7 @@ void XMLWriter::Finish()
 void XMLWriter::Identify(const char* name)
 {
     Release();
+    SetLabel(name);
     m_Label.assign(name ? name : "");
     m_Labelled = true;
 }
@@ -301,7 +301,9 @@ u32 XMLWriter::Array(T* p, u32 count, u32 stride)
     const unsigned char* at = reinterpret_cast<const unsigned char*>(p);
     for (u32 i = 0; i < count; ++i, at += stride)
     {
-        const u32 length = Format(buffer + 1, Element<T>(at));
+        T value;
+        Element(at, value);
+        const u32 length = Format(buffer + 1, value);
         if (i != 0)
         {
             buffer[0] = ' ';

@@ -8,6 +8,9 @@
 
 #include <qel/types.h>
 
+#include <cstddef>
+#include <cstdint>
+
 namespace qel
 {
 namespace native
@@ -34,6 +37,10 @@ bool EventWait(void* object, u32 milliseconds);
 
 // The calling thread's id; never 0.
 u32 GetCurrentThreadId();
+
+// The calling thread's stack: its lowest usable address and its size. False
+// when the system does not tell.
+bool GetStackBounds(std::uintptr_t& low, std::size_t& size);
 
 } // namespace native
 } // namespace qel

@@ -12,6 +12,7 @@
 #include "base/disk/diskerror.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -363,6 +364,13 @@ u32 DiskDrivePosix::DeleteDirectory(const PathObject& path)
     if (rmdir(SystemPath(path.GetNativePath()).c_str()) != 0)
         AnalyzeError(path);
     return 0;
+}
+
+void DiskDrivePosix::ReplaceFile(const PathObject& source, const PathObject& target)
+{
+    if (rename(SystemPath(source.GetNativePath()).c_str(),
+               SystemPath(target.GetNativePath()).c_str()) != 0)
+        AnalyzeError(target);
 }
 
 } // namespace qel

@@ -155,5 +155,17 @@ u32 GetCurrentThreadId()
     return static_cast<u32>(syscall(SYS_gettid));
 }
 
+bool GetStackBounds(std::uintptr_t& low, std::size_t& size)
+{
+    pthread_attr_t attributes;
+    if (pthread_getattr_np(pthread_self(), &attributes) != 0)
+        return false;
+    void* address = nullptr;
+    const bool known = pthread_attr_getstack(&attributes, &address, &size) == 0;
+    pthread_attr_destroy(&attributes);
+    low = reinterpret_cast<std::uintptr_t>(address);
+    return known;
+}
+
 } // namespace native
 } // namespace qel

@@ -274,4 +274,12 @@ u32 DiskDriveWin32::DeleteDirectory(const PathObject& path)
     return 0;
 }
 
+void DiskDriveWin32::ReplaceFile(const PathObject& source, const PathObject& target)
+{
+    const WidePath from(source.GetNativePath());
+    const WidePath to(target.GetNativePath());
+    if (!from.valid || !to.valid || !MoveFileExW(from.text, to.text, MOVEFILE_REPLACE_EXISTING))
+        AnalyzeError(target);
+}
+
 } // namespace qel

@@ -13,6 +13,7 @@
 #undef FormatMessage
 #undef GetClassName
 #undef DeleteFile
+#undef ReplaceFile
 #undef CreateDirectory
 #undef RemoveDirectory
 #undef SetCurrentDirectory

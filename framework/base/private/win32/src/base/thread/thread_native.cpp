@@ -78,5 +78,17 @@ u32 GetCurrentThreadId()
     return static_cast<u32>(::GetCurrentThreadId());
 }
 
+bool GetStackBounds(std::uintptr_t& low, std::size_t& size)
+{
+    // The stack is one reservation: from its base up to the end of the
+    // committed pages that hold this frame's variable.
+    MEMORY_BASIC_INFORMATION region{};
+    if (VirtualQuery(&region, &region, sizeof region) == 0)
+        return false;
+    low = reinterpret_cast<std::uintptr_t>(region.AllocationBase);
+    size = reinterpret_cast<std::uintptr_t>(region.BaseAddress) + region.RegionSize - low;
+    return true;
+}
+
 } // namespace native
 } // namespace qel
