@@ -201,15 +201,22 @@ bool MarkupSTL::Checker::CheckText(const char* from, const char* to, bool attrib
     }
 }
 
+const char* MarkupSTL::Checker::EntityReferenceEnd(const char* at, const char* to)
+{
+    const char* end = at + 1;
+    while (end != to && XmlText::IsNameChar(*end))
+        ++end;
+    return end == at + 1 || !XmlText::IsNameStart(at[1]) || end == to || *end != ';' ? nullptr
+                                                                                     : end;
+}
+
 bool MarkupSTL::Checker::CheckEntityReference(const char* at, const char* to, bool attribute,
                                               std::size_t& used)
 {
     m_At = at;
     const char* name = at + 1;
-    const char* end = name;
-    while (end != to && XmlText::IsNameChar(*end))
-        ++end;
-    if (end == name || !XmlText::IsNameStart(*name) || end == to || *end != ';')
+    const char* end = EntityReferenceEnd(at, to);
+    if (end == nullptr)
         return Fail("an unknown or malformed reference");
     used = std::size_t(end + 1 - at);
     Entity* entity = m_Document.FindEntity(name, std::size_t(end - name));
@@ -508,6 +515,7 @@ bool MarkupSTL::Parse(const char* failure, u32 offset)
     m_Count = 0;
     m_Position = Position{0, 0, 0};
     m_Entities.clear();
+    m_Declarations.clear();
     m_KeepUnknownEntities = false;
     if (failure != nullptr)
         SetError(failure, offset);

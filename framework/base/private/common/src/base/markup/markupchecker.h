@@ -51,7 +51,8 @@ private:
 
     bool Fail(const char* message)
     {
-        m_Document.SetError(message, u32(m_At - m_Begin));
+        if (!m_Quiet)
+            m_Document.SetError(message, u32(m_At - m_Begin));
         return false;
     }
 
@@ -93,11 +94,47 @@ private:
     // hold markup, and their errors.
     bool CheckEntity(Entity& entity);
 
+    // ---- attribute-list declarations (markupdoctype.cpp)
+    // An attribute an attribute-list declaration declares, until the
+    // DOCTYPE ends: offsets in the text.
+    struct Pending
+    {
+        u32 declaration; // its "<!ATTLIST"
+        u32 element;
+        u32 elementLength;
+        u32 name;
+        u32 nameLength;
+        u32 value; // the default, between its quotes
+        u32 valueEnd;
+        bool tokenized;
+        bool defaulted;
+    };
+    // A declaration that is not well-formed is an error in strict mode;
+    // lenient mode skips it.
+    bool ReadAttributeList();
+    bool ReadAttributeDefinitions();
+    // CDATA, a tokenized type, NOTATION and its names, or an enumeration.
+    bool ReadAttributeType(bool& tokenized);
+    // '(', names or name tokens separated by '|', ')'.
+    bool ReadEnumeration(bool names);
+    // A default value between quotes: no '<', and well-formed references.
+    bool ReadDefaultValue(Pending& attribute);
+    // The DOCTYPE's attributes join the document's declarations, their
+    // defaults read.
+    bool TakeDeclarations();
+    // Reads a default value as a value in a tag is read: its references
+    // checked and counted against the bound (their entities declared
+    // before it), then decoded.
+    bool ReadDefault(const Pending& attribute, String& value);
+
     // ---- elements (markupcheck.cpp)
     // Checks the references in [from, to), whose '&' characters are the
     // only ones that need a look, and in strict mode that the text holds
     // no "]]>".
     bool CheckText(const char* from, const char* to, bool attribute);
+    // The ';' of the entity reference "&name;" at `at`, which ends before
+    // `to`; null when it is malformed.
+    static const char* EntityReferenceEnd(const char* at, const char* to);
     // A reference to a declared entity at `at`.
     bool CheckEntityReference(const char* at, const char* to, bool attribute, std::size_t& used);
     bool ReadAttributes(const char* tag);
@@ -120,6 +157,15 @@ private:
     const char* m_Start = nullptr; // after the byte order mark
     const bool m_Strict;
     bool m_ParameterReference = false;
+    bool m_Standalone = false;
+    // Whether declarations are used: not after a parameter entity
+    // reference, which is not read, unless the document is standalone.
+    bool m_Processing = true;
+    // Whether a failure is kept from the document: lenient mode trying a
+    // declaration it may skip.
+    bool m_Quiet = false;
+    std::vector<Pending, GeneralAllocator<Pending>> m_Pending;
+    u32 m_Declared = 0; // attributes declared so far
     u64 m_Expanded = 0; // bytes the document's entity references expand to
 };
 

@@ -1,13 +1,28 @@
 // The DOCTYPE of the markup document's check: the external identifier and
-// the internal subset, whose general entities are read and checked.
+// the internal subset, whose general entities and attribute-list
+// declarations are read and checked.
 #include "base/markup/markupchecker.h"
 
 #include "base/markup/markupencoding.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace qel
 {
+
+namespace
+{
+
+// Whether the `length` bytes at `word` are `text`.
+bool Is(const char* word, std::size_t length, const char* text)
+{
+    return std::strlen(text) == length && std::memcmp(word, text, length) == 0;
+}
+
+} // namespace
+
+// ---- the DOCTYPE and its internal subset -----------------------------------------
 
 bool MarkupSTL::Checker::ReadExternalId(bool& found)
 {
@@ -30,6 +45,10 @@ bool MarkupSTL::Checker::ReadDoctype()
     const char* name;
     u32 length;
     bool external;
+    std::size_t at, valueLength;
+    m_Standalone = MarkupEncoding::DeclaredValue(m_Begin, std::size_t(m_End - m_Begin),
+                                                 "standalone", at, valueLength) &&
+                   valueLength == 3 && std::memcmp(m_Begin + at, "yes", 3) == 0;
     m_At += 9;
     if (!NeedSpace("white space was expected after DOCTYPE") || !ReadName(name, length))
         return false;
@@ -50,12 +69,8 @@ bool MarkupSTL::Checker::ReadDoctype()
         return Fail("'>' was expected to close the DOCTYPE");
     ++m_At;
 
-    std::size_t at, valueLength;
-    const bool standalone = MarkupEncoding::DeclaredValue(m_Begin, std::size_t(m_End - m_Begin),
-                                                          "standalone", at, valueLength) &&
-                            valueLength == 3 && std::memcmp(m_Begin + at, "yes", 3) == 0;
     m_Document.m_KeepUnknownEntities =
-        m_Document.m_KeepUnknownEntities || ((external || m_ParameterReference) && !standalone);
+        m_Document.m_KeepUnknownEntities || ((external || m_ParameterReference) && !m_Standalone);
     // By name; the first declaration of a name binds.
     Entities& entities = m_Document.m_Entities;
     std::stable_sort(entities.begin(), entities.end(),
@@ -63,7 +78,7 @@ bool MarkupSTL::Checker::ReadDoctype()
     entities.erase(std::unique(entities.begin(), entities.end(),
                                [](const Entity& a, const Entity& b) { return a.name == b.name; }),
                    entities.end());
-    return true;
+    return TakeDeclarations();
 }
 
 bool MarkupSTL::Checker::ReadInternalSubset()
@@ -90,6 +105,7 @@ bool MarkupSTL::Checker::ReadInternalSubset()
                 return Fail("';' was expected after a parameter entity reference");
             ++m_At;
             m_ParameterReference = true;
+            m_Processing = m_Standalone;
             continue;
         }
         if (StartsWith("<!--"))
@@ -98,6 +114,8 @@ bool MarkupSTL::Checker::ReadInternalSubset()
             good = ReadInstruction();
         else if (StartsWith("<!ENTITY"))
             good = ReadEntity();
+        else if (StartsWith("<!ATTLIST"))
+            good = ReadAttributeList();
         else if (StartsWith("<!"))
             good = SkipDeclaration();
         else
@@ -128,8 +146,11 @@ bool MarkupSTL::Checker::SkipDeclaration()
     return Fail("a markup declaration is not closed");
 }
 
+// ---- entities --------------------------------------------------------------------
+
 bool MarkupSTL::Checker::ReadEntity()
 {
+    const u32 declared = u32(m_At - m_Begin);
     m_At += 8;
     if (!NeedSpace("white space was expected after ENTITY"))
         return false;
@@ -144,7 +165,7 @@ bool MarkupSTL::Checker::ReadEntity()
     u32 length;
     if (!ReadName(name, length) || !NeedSpace("white space was expected after the entity name"))
         return false;
-    Entity entity{String(name, length), String(), 0, kUnchecked, false, false, nullptr};
+    Entity entity{String(name, length), String(), 0, kUnchecked, declared, false, false, nullptr};
     bool external = false;
     if (*m_At == '"' || *m_At == '\'')
     {
@@ -181,7 +202,7 @@ bool MarkupSTL::Checker::ReadEntity()
     const MarkupSTL::String reference = '&' + entity.name + ';';
     const bool predefined =
         XmlText::DecodeReference(reference.data(), reference.size(), bytes, written) != 0;
-    if (!parameter && !predefined)
+    if (!parameter && !predefined && m_Processing)
         m_Document.m_Entities.push_back(entity);
     return true;
 }
@@ -322,6 +343,244 @@ bool MarkupSTL::Checker::CheckEntity(Entity& entity)
         frame.entity->error = error;
     }
     return entity.state == kGood;
+}
+
+// ---- attribute-list declarations -------------------------------------------------
+
+bool MarkupSTL::Checker::ReadAttributeList()
+{
+    const char* start = m_At;
+    const std::size_t pending = m_Pending.size();
+    m_Quiet = !m_Strict;
+    const bool good = ReadAttributeDefinitions();
+    m_Quiet = false;
+    if (good || m_Strict)
+        return good;
+    m_Pending.resize(pending);
+    m_At = start;
+    return SkipDeclaration();
+}
+
+bool MarkupSTL::Checker::ReadAttributeDefinitions()
+{
+    Pending attribute{u32(m_At - m_Begin), 0, 0, 0, 0, 0, 0, false, false};
+    m_At += 9;
+    const char* element;
+    u32 elementLength;
+    if (!NeedSpace("white space was expected after ATTLIST") || !ReadName(element, elementLength))
+        return false;
+    attribute.element = u32(element - m_Begin);
+    attribute.elementLength = elementLength;
+    for (;;)
+    {
+        const char* before = m_At;
+        SkipSpace();
+        if (m_At == m_End)
+            return Fail("the DOCTYPE is not closed");
+        if (*m_At == '>')
+        {
+            ++m_At;
+            return true;
+        }
+        if (m_At == before)
+            return Fail("'>' was expected to close an attribute-list declaration");
+        const char* name;
+        if (!ReadName(name, attribute.nameLength) ||
+            !NeedSpace("white space was expected after the attribute name") ||
+            !ReadAttributeType(attribute.tokenized) ||
+            !NeedSpace("white space was expected after the attribute type"))
+            return false;
+        attribute.name = u32(name - m_Begin);
+        attribute.defaulted = true;
+        if (m_At != m_End && *m_At == '#')
+        {
+            const char* keyword = m_At;
+            for (++m_At; m_At != m_End && XmlText::IsNameChar(*m_At);)
+                ++m_At;
+            const std::size_t length = std::size_t(m_At - keyword);
+            if (Is(keyword, length, "#REQUIRED") || Is(keyword, length, "#IMPLIED"))
+                attribute.defaulted = false;
+            else if (!Is(keyword, length, "#FIXED"))
+            {
+                m_At = keyword;
+                return Fail("#REQUIRED, #IMPLIED, #FIXED or a default value was expected");
+            }
+            else if (!NeedSpace("white space was expected after #FIXED"))
+                return false;
+        }
+        if (attribute.defaulted && !ReadDefaultValue(attribute))
+            return false;
+        if (m_Processing)
+            m_Pending.push_back(attribute);
+    }
+}
+
+bool MarkupSTL::Checker::ReadAttributeType(bool& tokenized)
+{
+    tokenized = true;
+    if (m_At != m_End && *m_At == '(')
+        return ReadEnumeration(false);
+    const char* word = m_At;
+    while (m_At != m_End && XmlText::IsNameChar(*m_At))
+        ++m_At;
+    const std::size_t length = std::size_t(m_At - word);
+    tokenized = !Is(word, length, "CDATA");
+    if (Is(word, length, "NOTATION"))
+    {
+        if (!NeedSpace("white space was expected after NOTATION"))
+            return false;
+        if (m_At == m_End || *m_At != '(')
+            return Fail("'(' was expected after NOTATION");
+        return ReadEnumeration(true);
+    }
+    for (const char* type :
+         {"CDATA", "ID", "IDREF", "IDREFS", "ENTITY", "ENTITIES", "NMTOKEN", "NMTOKENS"})
+        if (Is(word, length, type))
+            return true;
+    m_At = word;
+    return Fail("an attribute type was expected");
+}
+
+bool MarkupSTL::Checker::ReadEnumeration(bool names)
+{
+    for (++m_At;; ++m_At)
+    {
+        SkipSpace();
+        const char* token = m_At;
+        while (m_At != m_End && XmlText::IsNameChar(*m_At))
+            ++m_At;
+        if (m_At == token || (names && !XmlText::IsNameStart(*token)))
+        {
+            m_At = token;
+            return Fail(names ? "a notation name was expected" : "a name token was expected");
+        }
+        SkipSpace();
+        if (m_At == m_End)
+            return Fail("the DOCTYPE is not closed");
+        if (*m_At == ')')
+        {
+            ++m_At;
+            return true;
+        }
+        if (*m_At != '|')
+            return Fail("'|' or ')' was expected in an enumeration");
+    }
+}
+
+bool MarkupSTL::Checker::ReadDefaultValue(Pending& attribute)
+{
+    const char* value;
+    const char* close;
+    if (!ReadLiteral(value, close))
+        return false;
+    for (const char* at = value; at != close; ++at)
+    {
+        char bytes[4];
+        u32 written;
+        if (*at == '<')
+        {
+            m_At = at;
+            return Fail("'<' in an attribute value");
+        }
+        if (*at != '&')
+            continue;
+        const std::size_t used =
+            XmlText::DecodeReference(at, std::size_t(close - at), bytes, written);
+        const char* end = used != 0 ? at + used - 1 : EntityReferenceEnd(at, close);
+        if (end == nullptr)
+        {
+            m_At = at;
+            return Fail("an unknown or malformed reference");
+        }
+        at = end;
+    }
+    attribute.value = u32(value - m_Begin);
+    attribute.valueEnd = u32(close - m_Begin);
+    return true;
+}
+
+bool MarkupSTL::Checker::TakeDeclarations()
+{
+    Declarations& declarations = m_Document.m_Declarations;
+    const char* const after = m_At; // errors are placed in the declarations
+    for (const Pending& p : m_Pending)
+    {
+        Declaration declared{String(m_Begin + p.element, p.elementLength),
+                             String(m_Begin + p.name, p.nameLength),
+                             String(),
+                             m_Declared++,
+                             p.tokenized,
+                             p.defaulted};
+        if (p.defaulted)
+        {
+            m_Quiet = !m_Strict;
+            declared.defaulted = ReadDefault(p, declared.value);
+            m_Quiet = false;
+            if (!declared.defaulted && m_Strict)
+                return false;
+            if (!declared.defaulted)
+                declared.value.clear();
+            else if (p.tokenized)
+                CollapseSpaces(declared.value);
+        }
+        declarations.push_back(std::move(declared));
+    }
+    m_Pending.clear();
+    m_At = after;
+    // The first declaration of an attribute binds; each element's
+    // attributes stay in the order declared.
+    const auto byName = [](const Declaration& a, const Declaration& b)
+    { return a.element < b.element || (a.element == b.element && a.name < b.name); };
+    std::stable_sort(declarations.begin(), declarations.end(), byName);
+    declarations.erase(std::unique(declarations.begin(), declarations.end(),
+                                   [](const Declaration& a, const Declaration& b)
+                                   { return a.element == b.element && a.name == b.name; }),
+                       declarations.end());
+    std::sort(declarations.begin(), declarations.end(),
+              [](const Declaration& a, const Declaration& b)
+              { return a.element < b.element || (a.element == b.element && a.order < b.order); });
+    return true;
+}
+
+bool MarkupSTL::Checker::ReadDefault(const Pending& attribute, String& value)
+{
+    const char* const to = m_Begin + attribute.valueEnd;
+    const char* run = m_Begin + attribute.value;
+    for (const char* at = run;;)
+    {
+        at = static_cast<const char*>(std::memchr(at, '&', std::size_t(to - at)));
+        if (at == nullptr)
+            break;
+        char bytes[4];
+        u32 written;
+        std::size_t used = XmlText::DecodeReference(at, std::size_t(to - at), bytes, written);
+        if (used != 0)
+        {
+            at += used;
+            continue;
+        }
+        const char* name = at + 1;
+        const char* semicolon = EntityReferenceEnd(at, to); // checked when read
+        const Entity* entity = m_Document.FindEntity(name, std::size_t(semicolon - name));
+        if (entity != nullptr && entity->declared > attribute.declaration)
+        {
+            m_At = at;
+            if (!m_Document.m_KeepUnknownEntities)
+                return Fail(Quoted("the entity", name, std::size_t(semicolon - name),
+                                   "is declared after the default value that refers to it")
+                                .c_str());
+            // Not declared yet where it is used: kept as text.
+            m_Document.Decode(run, at, true, value);
+            value.append(at, std::size_t(semicolon + 1 - at));
+            at = run = semicolon + 1;
+            continue;
+        }
+        if (!CheckEntityReference(at, to, true, used))
+            return false;
+        at += used;
+    }
+    m_Document.Decode(run, to, true, value);
+    return true;
 }
 
 } // namespace qel
