@@ -211,6 +211,8 @@ TEST(MarkupXml, EncodingsEntitiesLineEndsAndStrictness)
         {"<!DOCTYPE a [<!ENTITY a '&b;'><!ENTITY b '&a;'>]>\n<a>&a;</a>", false, "", "", 2, 4,
          "itself"},
         {"<!DOCTYPE a [<!ENTITY m '<b/>'>]><a>&m;</a>", false, "", "", 1, 37, "markup"},
+        {"<!DOCTYPE a [<!ENTITY l '&lt;'><!ENTITY m '&#38;#60;'>]><a a='&l;&m;'>&l;&m;</a>", true,
+         "<<", "a='<<'", 0, 0, ""},
         {"<!DOCTYPE a [<!ENTITY x SYSTEM 'x.xml'>]><a>&x;y</a>", false, "&x;y", "", 0, 0, ""},
         {"<!DOCTYPE a [<!ENTITY x SYSTEM 'x.xml'>]><a a='&x;'/>", false, "", "", 1, 48, "external"},
         {"<!DOCTYPE a [<!ENTITY u SYSTEM 'u' NDATA n>]><a>&u;</a>", false, "", "", 1, 49,

@@ -300,8 +300,7 @@ bool MarkupSTL::Checker::CheckEntity(Entity& entity)
             XmlText::DecodeReference(text.data() + amp, text.size() - amp, bytes, written);
         if (used != 0)
         {
-            e.length += written;
-            e.markup = e.markup || bytes[0] == '<';
+            e.length += written; // a character, '<' too: not markup
             frame.at = amp + used;
             continue;
         }
