@@ -113,59 +113,6 @@ bool MarkupSTL::Checker::NeedSpace(const char* what)
     return true;
 }
 
-bool MarkupSTL::Checker::SkipPast(const char* terminator, const char* what)
-{
-    const char* found = Find(m_At + 2, m_End, terminator);
-    if (found == nullptr)
-    {
-        MarkupSTL::String message(what);
-        message += " is not closed";
-        return Fail(message.c_str());
-    }
-    m_At = found + std::strlen(terminator);
-    return true;
-}
-
-bool MarkupSTL::Checker::ReadComment()
-{
-    const char* comment = m_At;
-    if (!SkipPast("-->", "a comment"))
-        return false;
-    if (m_Strict)
-    {
-        // The first "--" must be the one that closes it.
-        const char* dashes = Find(comment + 4, m_At, "--");
-        if (dashes != m_At - 3)
-        {
-            m_At = dashes;
-            return Fail("'--' inside a comment");
-        }
-    }
-    return true;
-}
-
-bool MarkupSTL::Checker::ReadInstruction()
-{
-    if (m_Strict && m_At != m_Start && m_End - m_At >= 6 && (m_At[2] | 0x20) == 'x' &&
-        (m_At[3] | 0x20) == 'm' && (m_At[4] | 0x20) == 'l' &&
-        (XmlText::IsSpace(m_At[5]) || m_At[5] == '?'))
-        return Fail("an XML declaration that is not at the start of the document");
-    return SkipPast("?>", "a processing instruction");
-}
-
-bool MarkupSTL::Checker::ReadName(const char*& name, u32& length)
-{
-    name = m_At;
-    if (m_At == m_End || !XmlText::IsNameStart(*m_At))
-        return Fail(m_At == m_End ? "the document ends where a name was expected"
-                                  : "a name was expected");
-    ++m_At;
-    while (m_At != m_End && XmlText::IsNameChar(*m_At))
-        ++m_At;
-    length = u32(m_At - name);
-    return true;
-}
-
 bool MarkupSTL::Checker::ReadLiteral(const char*& value, const char*& close)
 {
     if (m_At == m_End || (*m_At != '"' && *m_At != '\''))
@@ -179,7 +126,7 @@ bool MarkupSTL::Checker::ReadLiteral(const char*& value, const char*& close)
     return true;
 }
 
-bool MarkupSTL::Checker::CheckText(const char* from, const char* to, bool attribute)
+inline bool MarkupSTL::Checker::CheckText(const char* from, const char* to, bool attribute)
 {
     if (m_Strict && !attribute)
         if (const char* cdataEnd = Find(from, to, "]]>"))
@@ -242,7 +189,7 @@ bool MarkupSTL::Checker::CheckEntityReference(const char* at, const char* to, bo
     return true;
 }
 
-bool MarkupSTL::Checker::ReadAttributes(const char* tag)
+inline bool MarkupSTL::Checker::ReadAttributes(const char* tag)
 {
     for (bool first = true;; first = false)
     {
@@ -289,7 +236,7 @@ bool MarkupSTL::Checker::ReadAttributes(const char* tag)
     }
 }
 
-const char* MarkupSTL::Checker::FindAttributeName(const char* tag, const char* name) const
+inline const char* MarkupSTL::Checker::FindAttributeName(const char* tag, const char* name) const
 {
     const std::size_t length = std::size_t(m_At - name);
     // Skip the tag's name, then look at every attribute name before
@@ -319,7 +266,7 @@ const char* MarkupSTL::Checker::FindAttributeName(const char* tag, const char* n
     return nullptr;
 }
 
-bool MarkupSTL::Checker::ReadStartTag(u32 parent, u32& index, bool& open)
+inline bool MarkupSTL::Checker::ReadStartTag(u32 parent, u32& index, bool& open)
 {
     Index& elements = m_Document.m_Elements;
     const char* tag = m_At;
@@ -353,7 +300,7 @@ bool MarkupSTL::Checker::ReadStartTag(u32 parent, u32& index, bool& open)
     return true;
 }
 
-bool MarkupSTL::Checker::ReadEndTag(u32 element)
+inline bool MarkupSTL::Checker::ReadEndTag(u32 element)
 {
     Element& done = m_Document.m_Elements[element];
     done.close = u32(m_At - m_Begin);
@@ -376,7 +323,7 @@ bool MarkupSTL::Checker::ReadEndTag(u32 element)
     return true;
 }
 
-bool MarkupSTL::Checker::ReadElement()
+inline bool MarkupSTL::Checker::ReadElement()
 {
     const Index& elements = m_Document.m_Elements;
     u32 open = 0; // the innermost open element

@@ -68,13 +68,63 @@ private:
             ++m_At;
     }
 
-    // ---- reading (markupcheck.cpp)
+    // ---- reading
     // White space that XML requires, then any more.
     bool NeedSpace(const char* what);
-    bool SkipPast(const char* terminator, const char* what);
-    bool ReadComment();
-    bool ReadInstruction();
-    bool ReadName(const char*& name, u32& length);
+
+    bool SkipPast(const char* terminator, const char* what)
+    {
+        const char* found = Find(m_At + 2, m_End, terminator);
+        if (found == nullptr)
+        {
+            MarkupSTL::String message(what);
+            message += " is not closed";
+            return Fail(message.c_str());
+        }
+        m_At = found + std::strlen(terminator);
+        return true;
+    }
+
+    bool ReadComment()
+    {
+        const char* comment = m_At;
+        if (!SkipPast("-->", "a comment"))
+            return false;
+        if (m_Strict)
+        {
+            // The first "--" must be the one that closes it.
+            const char* dashes = Find(comment + 4, m_At, "--");
+            if (dashes != m_At - 3)
+            {
+                m_At = dashes;
+                return Fail("'--' inside a comment");
+            }
+        }
+        return true;
+    }
+
+    bool ReadInstruction()
+    {
+        if (m_Strict && m_At != m_Start && m_End - m_At >= 6 && (m_At[2] | 0x20) == 'x' &&
+            (m_At[3] | 0x20) == 'm' && (m_At[4] | 0x20) == 'l' &&
+            (XmlText::IsSpace(m_At[5]) || m_At[5] == '?'))
+            return Fail("an XML declaration that is not at the start of the document");
+        return SkipPast("?>", "a processing instruction");
+    }
+
+    bool ReadName(const char*& name, u32& length)
+    {
+        name = m_At;
+        if (m_At == m_End || !XmlText::IsNameStart(*m_At))
+            return Fail(m_At == m_End ? "the document ends where a name was expected"
+                                      : "a name was expected");
+        ++m_At;
+        while (m_At != m_End && XmlText::IsNameChar(*m_At))
+            ++m_At;
+        length = u32(m_At - name);
+        return true;
+    }
+
     bool ReadLiteral(const char*& value, const char*& close);
 
     // ---- the DOCTYPE (markupdoctype.cpp)
@@ -127,28 +177,28 @@ private:
     // before it), then decoded.
     bool ReadDefault(const Pending& attribute, String& value);
 
-    // ---- elements (markupcheck.cpp)
+    // ---- elements (markupcheck.cpp, inline there: the hot path)
     // Checks the references in [from, to), whose '&' characters are the
     // only ones that need a look, and in strict mode that the text holds
     // no "]]>".
-    bool CheckText(const char* from, const char* to, bool attribute);
+    inline bool CheckText(const char* from, const char* to, bool attribute);
     // The ';' of the entity reference "&name;" at `at`, which ends before
     // `to`; null when it is malformed.
     static const char* EntityReferenceEnd(const char* at, const char* to);
     // A reference to a declared entity at `at`.
     bool CheckEntityReference(const char* at, const char* to, bool attribute, std::size_t& used);
-    bool ReadAttributes(const char* tag);
+    inline bool ReadAttributes(const char* tag);
     // An attribute of the tag starting at `tag` named as the one at `name`
     // (which ends at m_At), found before it.
-    const char* FindAttributeName(const char* tag, const char* name) const;
+    inline const char* FindAttributeName(const char* tag, const char* name) const;
     // Reads the start tag at m_At into the index, under `parent`; `open`
     // is false for an empty-element tag.
-    bool ReadStartTag(u32 parent, u32& index, bool& open);
+    inline bool ReadStartTag(u32 parent, u32& index, bool& open);
     // Reads the end tag at m_At ("</"), which closes `element`.
-    bool ReadEndTag(u32 element);
+    inline bool ReadEndTag(u32 element);
     // Reads the root element and all it holds. The open elements are the
     // chain of parents in the index, so depth costs no stack.
-    bool ReadElement();
+    inline bool ReadElement();
 
     MarkupSTL& m_Document;
     const char* m_Begin;
