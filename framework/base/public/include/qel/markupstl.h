@@ -326,6 +326,9 @@ private:
     u32 NextNamed(u32 at, const char* name) const;
     String TagName(u32 element) const;
     String Data(u32 element) const;
+    // The attribute as the element's tag has it (false when it has not),
+    // and as it reads, its declaration applied.
+    bool SpecifiedAttribute(u32 element, const char* name, String& value) const;
     String Attribute(u32 element, const char* name) const;
     Entity* FindEntity(const char* name, std::size_t length) const;
     // The declarations of the element's attributes: [first, last).

@@ -528,16 +528,24 @@ bool MarkupSTL::Checker::TakeDeclarations()
     m_At = after;
     // The first declaration of an attribute binds; each element's
     // attributes stay in the order declared.
-    const auto byName = [](const Declaration& a, const Declaration& b)
-    { return a.element < b.element || (a.element == b.element && a.name < b.name); };
-    std::stable_sort(declarations.begin(), declarations.end(), byName);
+    struct Order
+    {
+        bool byName;
+        bool operator()(const Declaration& a, const Declaration& b) const
+        {
+            if (const int element = a.element.compare(b.element))
+                return element < 0;
+            if (const int name = byName ? a.name.compare(b.name) : 0)
+                return name < 0;
+            return a.order < b.order;
+        }
+    };
+    std::sort(declarations.begin(), declarations.end(), Order{true});
     declarations.erase(std::unique(declarations.begin(), declarations.end(),
                                    [](const Declaration& a, const Declaration& b)
                                    { return a.element == b.element && a.name == b.name; }),
                        declarations.end());
-    std::sort(declarations.begin(), declarations.end(),
-              [](const Declaration& a, const Declaration& b)
-              { return a.element < b.element || (a.element == b.element && a.order < b.order); });
+    std::sort(declarations.begin(), declarations.end(), Order{false});
     return true;
 }
 

@@ -385,18 +385,25 @@ void MarkupSTL::CollapseSpaces(String& value)
     value.resize(kept);
 }
 
+bool MarkupSTL::SpecifiedAttribute(u32 element, const char* name, String& value) const
+{
+    Span found;
+    if (!FindAttribute(element, name, found))
+        return false;
+    const char* tag = m_Text->At(m_Elements[element].start);
+    Decode(tag + found.start, tag + found.end, true, value);
+    return true;
+}
+
 MarkupSTL::String MarkupSTL::Attribute(u32 element, const char* name) const
 {
     String value;
-    Span found;
-    const bool specified = FindAttribute(element, name, found);
-    if (specified)
-    {
-        const char* tag = m_Text->At(m_Elements[element].start);
-        Decode(tag + found.start, tag + found.end, true, value);
-    }
     if (m_Declarations.empty())
+    {
+        SpecifiedAttribute(element, name, value);
         return value;
+    }
+    const bool specified = SpecifiedAttribute(element, name, value);
     if (const Declaration* declared = FindDeclaration(element, name))
     {
         if (!specified && declared->defaulted)
