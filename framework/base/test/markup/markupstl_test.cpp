@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -33,12 +34,13 @@ std::string S(const MarkupSTL::String& s)
 }
 
 const char* const kScene = "\xEF\xBB\xBF<?xml version=\"1.0\"?>\n"
-                           "<!DOCTYPE scene [ <!ELEMENT scene ANY> ]>\n"
+                           "<!DOCTYPE scene [ <!ELEMENT scene ANY>\n"
+                           "  <!ATTLIST lamp power NMTOKEN #REQUIRED shade CDATA 'paper'> ]>\n"
                            "<!-- a room -->\n"
                            "<scene name='Room &amp; hall' lights=\"2\">\n"
                            "  <lamp power=\"60\" shade='linen'>Desk &lt;left&gt;</lamp>\n"
                            "  <?editor keep?>\n"
-                           "  <lamp power=\"40\"><![CDATA[<raw> & ]]>&#x41;&#66;</lamp>\n"
+                           "  <lamp power=\" 40 \"><![CDATA[<raw> & ]]>&#x41;&#66;</lamp>\n"
                            "  <chair/>\n"
                            "  <table legs='4'>\r\n    <top>oak</top>\r\n  </table>\n"
                            "</scene>\n";
@@ -63,8 +65,9 @@ TEST(MarkupRead, NavigatesAndDecodesWhatUsersMeet)
     doc.ResetMainPosition();
     std::vector<std::string> data;
     while (doc.FindElement("lamp"))
-        data.push_back(S(doc.GetData()) + "/" + S(doc.GetAttribute("power")));
-    EXPECT_EQ(data, (std::vector<std::string>{"Desk <left>/60", "<raw> & AB/40"}));
+        data.push_back(S(doc.GetData()) + "/" + S(doc.GetAttribute("power")) + "/" +
+                       S(doc.GetAttribute("shade")));
+    EXPECT_EQ(data, (std::vector<std::string>{"Desk <left>/60/linen", "<raw> & AB/40/paper"}));
     doc.ResetMainPosition();
     ASSERT_TRUE(doc.FindElement("table"));
     const MarkupSTL::Position table = doc.GetPosition();
@@ -78,6 +81,20 @@ TEST(MarkupRead, NavigatesAndDecodesWhatUsersMeet)
     EXPECT_EQ(S(doc.GetTagName()), "scene");
     EXPECT_FALSE(doc.OutOfElement());
     EXPECT_FALSE(doc.HasAttribute("power"));
+
+    // The second lamp's shade is its declared default, listed after its own
+    // attributes until it is set, which writes it into the tag; an added
+    // lamp takes the default too.
+    doc.IntoElement();
+    doc.ResetMainPosition();
+    ASSERT_TRUE(doc.FindElement("lamp") && doc.FindElement("lamp"));
+    EXPECT_EQ(S(doc.GetAttributeName(1)), "shade");
+    ASSERT_TRUE(doc.SetAttribute("shade", "silk"));
+    EXPECT_EQ(S(doc.GetAttributeName(2)), "");
+    EXPECT_NE(S(doc.GetDocument()).find("<lamp power=\" 40 \" shade=\"silk\">"), std::string::npos);
+    ASSERT_TRUE(doc.AddElement("lamp"));
+    EXPECT_EQ(S(doc.GetAttributeName(0)), "shade");
+    EXPECT_EQ(S(doc.GetAttribute("shade")), "paper");
 }
 
 TEST(MarkupCheck, TheFirstErrorWithItsLineAndColumn)
@@ -144,7 +161,8 @@ std::string Utf16(const std::string& ascii, bool little, bool mark)
     return bytes;
 }
 
-std::string Laughs()
+// Ten levels of ten references each to "lol", then `rest`.
+std::string Laughs(const char* rest)
 {
     std::string text = "<!DOCTYPE a [<!ENTITY l0 \"lol\">";
     for (int i = 1; i <= 10; ++i)
@@ -154,12 +172,13 @@ std::string Laughs()
             text += "&l" + std::to_string(i - 1) + ";";
         text += "\">";
     }
-    return text + "]>\n<a>&l10;</a>";
+    return text + rest;
 }
 
-// Each document read (line 0) with the root's data and attribute "a", or
-// refused at LINE:COLUMN with a message holding `error`. A row refused in
-// strict mode is read in lenient mode.
+// Each document read (line 0) with the root's data and attributes, listed
+// as GetAttributeName gives them, and its text unchanged; or refused at
+// LINE:COLUMN with a message holding `error`. A row refused in strict mode
+// is read in lenient mode.
 TEST(MarkupXml, EncodingsEntitiesLineEndsAndStrictness)
 {
     const struct
@@ -167,44 +186,67 @@ TEST(MarkupXml, EncodingsEntitiesLineEndsAndStrictness)
         std::string text;
         bool strict;
         const char* data;
-        const char* attribute;
+        const char* attributes;
         unsigned line, column;
         const char* error;
     } cases[] = {
         // encodings
-        {Utf16("<a a='\xE9'>z</a>", true, true), false, "z", "\xC3\xA9", 0, 0, ""},
+        {Utf16("<a a='\xE9'>z</a>", true, true), false, "z", "a='\xC3\xA9'", 0, 0, ""},
         {Utf16("<?xml version='1.0' encoding='UTF-16'?><a>z</a>", false, false), true, "z", "", 0,
          0, ""},
         {"<?xml version='1.0' encoding='ISO-8859-1'?>\n<a a='\xE9'>\xFF</a>", true, "\xC3\xBF",
-         "\xC3\xA9", 0, 0, ""},
+         "a='\xC3\xA9'", 0, 0, ""},
         {"<?xml version='1.0' encoding='Shift_JIS'?><a/>", false, "", "", 1, 31, "Shift_JIS"},
         {"<?xml version='1.0' encoding='utf-16'?><a/>", false, "", "", 1, 31, "utf-16"},
         {Utf16("<?xml version='1.0' encoding='UTF-8'?><a/>", true, true), false, "", "", 1, 31,
          "UTF-8"},
         {std::string("<\0a\0\0\xDC", 6), false, "", "", 1, 3, "UTF-16"},
         // the internal subset
-        {"<!DOCTYPE a [<!ENTITY e 'p&#10;q'>]><a a='&e;'>&e;</a>", true, "p\nq", "p q", 0, 0, ""},
+        {"<!DOCTYPE a [<!ENTITY e 'p&#10;q'>]><a a='&e;'>&e;</a>", true, "p\nq", "a='p q'", 0, 0,
+         ""},
         {"<!DOCTYPE a [<!ENTITY e '&f;!'><!ENTITY f '&#38;amp;'>]><a>&e;</a>", false, "&!", "", 0,
          0, ""},
         {"<!DOCTYPE a [<!ENTITY x ']'><!-- ] --><?p ]?><!ATTLIST a b CDATA ']'>]><a>&x;</a>", true,
-         "]", "", 0, 0, ""},
-        {Laughs(), false, "", "", 2, 4, "expan"},
+         "]", "b=']'", 0, 0, ""},
+        {Laughs("]>\n<a>&l10;</a>"), false, "", "", 2, 4, "expan"},
         {"<!DOCTYPE a [<!ENTITY a '&b;'><!ENTITY b '&a;'>]>\n<a>&a;</a>", false, "", "", 2, 4,
          "itself"},
         {"<!DOCTYPE a [<!ENTITY m '<b/>'>]><a>&m;</a>", false, "", "", 1, 37, "markup"},
+        {"<!DOCTYPE a [<!ENTITY l '&lt;'><!ENTITY m '&#38;#60;'>]><a a='&l;&m;'>&l;&m;</a>", true,
+         "<<", "a='<<'", 0, 0, ""},
         {"<!DOCTYPE a [<!ENTITY x SYSTEM 'x.xml'>]><a>&x;y</a>", false, "&x;y", "", 0, 0, ""},
         {"<!DOCTYPE a [<!ENTITY x SYSTEM 'x.xml'>]><a a='&x;'/>", false, "", "", 1, 48, "external"},
         {"<!DOCTYPE a [<!ENTITY u SYSTEM 'u' NDATA n>]><a>&u;</a>", false, "", "", 1, 49,
          "unparsed"},
-        {"<!DOCTYPE a SYSTEM 'a.dtd'><a a='&nbsp;'>&nbsp;x</a>", false, "&nbsp;x", "&nbsp;", 0, 0,
-         ""},
+        {"<!DOCTYPE a SYSTEM 'a.dtd'><a a='&nbsp;'>&nbsp;x</a>", false, "&nbsp;x", "a='&nbsp;'", 0,
+         0, ""},
         {"<?xml version='1.0' standalone='yes'?><!DOCTYPE a SYSTEM 'a.dtd'><a>&nbsp;</a>", false,
          "", "", 1, 69, "nbsp"},
         {"<a>\n &nbsp;</a>", false, "", "", 2, 2, "nbsp"},
         {"<!DOCTYPE a [<!ENTITY e 'x'>", false, "", "", 1, 29, "DOCTYPE"},
         // line ends and attribute values
         {"<a a='x\r\ny\tz&#10;&#13;w'>x\r\ny\rz<![CDATA[1\r\n2\r3]]></a>", false, "x\ny\nz1\n2\n3",
-         "x y z\n\rw", 0, 0, ""},
+         "a='x y z\n\rw'", 0, 0, ""},
+        // attribute-list declarations: defaults after the element's own attributes, in the
+        // order declared; the first declaration binds; types other than CDATA collapse spaces
+        {"<!DOCTYPE a [<!ATTLIST a b CDATA 'x' c CDATA #FIXED 'y' d CDATA #IMPLIED e ID "
+         "#REQUIRED>\n<!ATTLIST a f CDATA 'w' c CDATA 'late'><!ATTLIST z g CDATA 'z'>]>"
+         "<a e=' 1 ' b='2'/>",
+         true, "", "e='1' b='2' c='y' f='w'", 0, 0, ""},
+        {"<!DOCTYPE a [<!ATTLIST a a NMTOKENS #IMPLIED b (x|y) ' y ' c CDATA ' p  q '>]>"
+         "<a a='\t x&#32;&#32;y\r\n z&#10;'/>",
+         true, "", "a='x y z\n' b='y' c=' p  q '", 0, 0, ""},
+        {"<!DOCTYPE a [<!ENTITY e 'p&#10;q'><!ATTLIST a a ID ' &e;&#10;&amp;'>]><a/>", true, "",
+         "a='p q\n&'", 0, 0, ""},
+        {"<!DOCTYPE a SYSTEM 'a.dtd' [<!ATTLIST a a CDATA '&e;&f;!'><!ENTITY e 'x'>]><a/>", true,
+         "", "a='&e;&f;!'", 0, 0, ""},
+        // declarations after a parameter entity reference are used only when standalone
+        {"<!DOCTYPE a [<!ATTLIST a b CDATA 'x'>%p;<!ATTLIST a c CDATA 'y'><!ENTITY e 'z'>]>"
+         "<a>&e;</a>",
+         true, "&e;", "b='x'", 0, 0, ""},
+        {"<?xml version='1.0' standalone='yes'?><!DOCTYPE a [%p;<!ATTLIST a c CDATA 'y'>"
+         "<!ENTITY e 'z'>]><a>&e;</a>",
+         true, "z", "c='y'", 0, 0, ""},
         // lenient unless strict
         {"", true, "", "", 1, 1, "root"},
         {"<!-- c -->", true, "", "", 1, 11, "root"},
@@ -215,6 +257,26 @@ TEST(MarkupXml, EncodingsEntitiesLineEndsAndStrictness)
         {"<a>x]]></a>", true, "", "", 1, 5, "]]>"},
         {"<a/><?xml version='1.0'?>", true, "", "", 1, 5, "declaration"},
         {"<!DOCTYPE a><!DOCTYPE a><a/>", true, "", "", 1, 13, "DOCTYPE"},
+        {"<!DOCTYPE a [<!ATTLIST a b CDATA 'x' c BOGUS 'y'><!ATTLIST a d CDATA 'w'>]><a/>", false,
+         "", "d='w'", 0, 0, ""},
+        {"<!DOCTYPE a [<!ATTLIST a b CDATA 'x' c BOGUS 'y'>]><a/>", true, "", "", 1, 40, "type"},
+        {"<!DOCTYPE a [<!ATTLIST a b CDATA>]><a/>", true, "", "", 1, 33, "white space"},
+        {"<!DOCTYPE a [<!ATTLIST a b CDATA 'x'c CDATA 'y'>]><a/>", true, "", "", 1, 37, "'>'"},
+        {"<!DOCTYPE a [<!ATTLIST a b (x|) 'x'>]><a/>", true, "", "", 1, 31, "name token"},
+        {"<!DOCTYPE a [<!ATTLIST a b (x y) 'x'>]><a/>", true, "", "", 1, 31, "'|'"},
+        {"<!DOCTYPE a [<!ATTLIST a b NOTATION (1x) #IMPLIED>]><a/>", true, "", "", 1, 38,
+         "notation"},
+        {"<!DOCTYPE a [<!ATTLIST a b CDATA #DEFAULT>]><a/>", true, "", "", 1, 34, "#FIXED"},
+        {"<!DOCTYPE a [<!ATTLIST a b CDATA #FIXED>]><a/>", true, "", "", 1, 40, "white space"},
+        {"<!DOCTYPE a [<!ATTLIST a %p;>]><a/>", true, "", "", 1, 26, "name"},
+        {"<!DOCTYPE a [<!ATTLIST a b CDATA 'x<'>]><a/>", true, "", "", 1, 36, "'<'"},
+        {"<!DOCTYPE a [<!ATTLIST a b CDATA '&x'>]><a/>", true, "", "", 1, 35, "reference"},
+        {"<!DOCTYPE a [<!ATTLIST a b CDATA '&u;'>]><a/>", true, "", "", 1, 35, "'u'"},
+        {"<!DOCTYPE a [<!ATTLIST a b CDATA '&e;'><!ENTITY e 'x'>]><a/>", true, "", "", 1, 35,
+         "after"},
+        {"<!DOCTYPE a [<!ENTITY x SYSTEM 'x'><!ATTLIST a b CDATA '&x;'>]><a/>", true, "", "", 1, 57,
+         "external"},
+        {Laughs("\n<!ATTLIST a a CDATA '&l10;'>]>\n<a/>"), true, "", "", 2, 22, "expan"},
     };
     for (const auto& c : cases)
     {
@@ -226,7 +288,19 @@ TEST(MarkupXml, EncodingsEntitiesLineEndsAndStrictness)
             ASSERT_TRUE(good) << c.text << ": " << doc.GetError();
             ASSERT_TRUE(doc.FindElement("a")) << c.text;
             EXPECT_EQ(S(doc.GetData()), c.data) << c.text;
-            EXPECT_EQ(S(doc.GetAttribute("a")), c.attribute) << c.text;
+            std::string attributes;
+            for (qel::u32 i = 0; !doc.GetAttributeName(i).empty(); ++i)
+            {
+                const std::string name = S(doc.GetAttributeName(i));
+                EXPECT_TRUE(doc.HasAttribute(name.c_str())) << c.text;
+                attributes +=
+                    (i ? " " : "") + name + "='" + S(doc.GetAttribute(name.c_str())) + "'";
+            }
+            EXPECT_EQ(attributes, c.attributes) << c.text;
+            if (std::string(doc.GetEncoding()) == "UTF-8")
+            {
+                EXPECT_EQ(S(doc.GetDocument()), c.text);
+            }
             continue;
         }
         EXPECT_FALSE(good) << c.text;
@@ -472,11 +546,59 @@ TEST(MarkupEdit, SeededEditsMatchAModelAndTheDocumentLoadedAfresh)
     }
 }
 
+#ifdef QEL_TEST_EXPAT
+// The element tree expat reads, the internal subset's defaults and entities
+// applied; an entity it does not read (external, or not declared in a
+// document with an external DTD) stays a reference in the data, as
+// MarkupSTL keeps it. False for a document expat refuses.
+bool ReadWithExpat(const std::string& bytes, Node& root)
+{
+    std::vector<Node> open(1); // the document at the bottom
+    XML_Parser expat = XML_ParserCreate(nullptr);
+    XML_SetUserData(expat, &open);
+    XML_SetElementHandler(
+        expat,
+        [](void* user, const char* name, const char** attributes)
+        {
+            Node node{name, "", {}, {}};
+            for (; *attributes != nullptr; attributes += 2)
+                node.attributes.emplace_back(attributes[0], attributes[1]);
+            static_cast<std::vector<Node>*>(user)->push_back(node);
+        },
+        [](void* user, const char*)
+        {
+            auto& nodes = *static_cast<std::vector<Node>*>(user);
+            Node done = std::move(nodes.back());
+            nodes.pop_back();
+            nodes.back().children.push_back(std::move(done));
+        });
+    XML_SetCharacterDataHandler(
+        expat, [](void* user, const char* text, int length)
+        { static_cast<std::vector<Node>*>(user)->back().data.append(text, std::size_t(length)); });
+    // What expat does not read (comments, an entity it skips...) goes to
+    // the default handler as it stands.
+    XML_SetDefaultHandlerExpand(expat,
+                                [](void* user, const char* text, int length)
+                                {
+                                    if (text[0] == '&')
+                                        static_cast<std::vector<Node>*>(user)->back().data.append(
+                                            text, std::size_t(length));
+                                });
+    const bool good = XML_Parse(expat, bytes.data(), int(bytes.size()), 1) == XML_STATUS_OK;
+    XML_ParserFree(expat);
+    if (good)
+        root = open[0].children.at(0);
+    return good;
+}
+#endif
+
 // Every XML file the machine has: the strict check refuses the files expat
-// refuses and no others, and where pugixml reads a file too, the element
-// tree is the same (pugixml does not expand the internal subset's
-// entities: files that declare some are not compared) and the text comes
-// back byte for byte.
+// refuses and no others (but those where an entity holds elements, which
+// MarkupSTL refuses, as its header says: they are listed), and reads the
+// same element tree as expat, with the same defaulted attributes; an
+// unedited document comes back byte for byte. Where pugixml reads a file too, the lenient tree is
+// pugixml's (pugixml reads no entity or attribute-list declaration: files that have some are not
+// compared).
 TEST(MarkupCorpus, TheMachinesXmlFilesReadAsExpatAndPugixmlReadThem)
 {
 #if !defined(QEL_TEST_PUGIXML) || !defined(QEL_TEST_EXPAT)
@@ -494,7 +616,7 @@ TEST(MarkupCorpus, TheMachinesXmlFilesReadAsExpatAndPugixmlReadThem)
     if (files.empty())
         GTEST_SKIP() << "no XML files under /usr/share";
     std::size_t compared = 0;
-    std::vector<std::string> differ;
+    std::vector<std::string> differ, markupEntities;
     for (const std::string& path : files)
     {
         std::ifstream in(path, std::ios::binary);
@@ -503,25 +625,33 @@ TEST(MarkupCorpus, TheMachinesXmlFilesReadAsExpatAndPugixmlReadThem)
         MarkupSTL strict;
         strict.SetStrict(true);
         const bool ours = strict.SetDocument(bytes.data(), qel::u32(bytes.size()));
-        XML_Parser expat = XML_ParserCreate(nullptr);
-        const bool judged = XML_Parse(expat, bytes.data(), int(bytes.size()), 1) == XML_STATUS_OK;
-        XML_ParserFree(expat);
-        if (ours != judged)
+        Node judged;
+        const bool expat = ReadWithExpat(bytes, judged);
+        if (!ours && expat &&
+            std::string(strict.GetError()).find("holds markup") != std::string::npos)
+            markupEntities.push_back(path); // elements in an entity are not read, as documented
+        else if (ours != expat)
             differ.push_back(path + (ours ? ": expat refuses it" : ": ") + strict.GetError());
+        else if (ours)
+        {
+            ++compared;
+            ASSERT_TRUE(strict.FindElement());
+            if (!(Walk(strict) == judged))
+                differ.push_back(path + ": another tree than expat's");
+            if (std::string(strict.GetEncoding()) == "UTF-8")
+            {
+                EXPECT_EQ(S(strict.GetDocument()), bytes) << path;
+            }
+        }
         MarkupSTL doc;
         pugi::xml_document parsed;
-        if (!doc.SetDocument(bytes.data(), qel::u32(bytes.size())) ||
+        if (bytes.find("<!ENTITY") != std::string::npos ||
+            bytes.find("<!ATTLIST") != std::string::npos ||
+            !doc.SetDocument(bytes.data(), qel::u32(bytes.size())) ||
             !parsed.load_buffer(bytes.data(), bytes.size(),
                                 pugi::parse_default | pugi::parse_ws_pcdata) ||
             !parsed.document_element() || !doc.FindElement())
             continue;
-        if (std::string(doc.GetEncoding()) == "UTF-8")
-        {
-            EXPECT_EQ(S(doc.GetDocument()), bytes) << path;
-        }
-        if (bytes.find("<!ENTITY") != std::string::npos)
-            continue;
-        ++compared;
         if (!(Walk(doc) == FromPugi(parsed.document_element())))
             differ.push_back(path + ": another tree than pugixml's");
     }
@@ -531,6 +661,8 @@ TEST(MarkupCorpus, TheMachinesXmlFilesReadAsExpatAndPugixmlReadThem)
     EXPECT_TRUE(differ.empty()) << differ.size() << " of " << files.size() << " files differ:\n"
                                 << list;
     EXPECT_GT(compared, files.size() / 2);
+    for (const std::string& path : markupEntities)
+        std::printf("not compared (an entity holds elements): %s\n", path.c_str());
 #endif
 }
 

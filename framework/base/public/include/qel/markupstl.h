@@ -42,19 +42,40 @@
 // declares any other encoding than these, "UTF-8" and "US-ASCII", or
 // UTF-16 while it is not, is an error that names the encoding.
 //
-// The DOCTYPE. Its internal subset is read: the general entities it
-// declares with a literal value are expanded in data and attribute values
-// (their character references when declared, their entity references when
-// used). Entity references expand to at most kMaxEntityExpansion bytes in
-// all, over the whole document, nested ones included: past that ("billion
-// laughs") the document is refused at the reference. An entity that refers
-// to itself, is external or unparsed, or holds markup ('<') where it is
-// used is an error at the reference. Attribute-list declarations are
-// skipped: attributes read as CDATA and get no default values. In a
-// document with an external DTD (or a parameter entity reference in its
-// internal subset) and not declared standalone, a reference to an entity
-// that is not declared is well-formed: its data keeps the reference as
-// text ("&nbsp;"). Elsewhere it is an error at the reference.
+// The DOCTYPE. Its internal subset is read; no external entity is. The
+// general entities it declares with a literal value are expanded in data
+// and attribute values (their character references when declared, their
+// entity references when used). Entity references expand to at most
+// kMaxEntityExpansion bytes in all, over the whole document, nested ones
+// and default values included: past that ("billion laughs") the document
+// is refused at the reference. An entity that refers to itself, is
+// external or unparsed, or holds markup ('<') where it is used is an error
+// at the reference.
+//
+// Its attribute-list declarations give attributes default values and
+// types. An element without an attribute declared with a default (a plain
+// or #FIXED one, not #REQUIRED or #IMPLIED) reads as if it had it:
+// GetAttribute returns the default, HasAttribute is true, and
+// GetAttributeName lists such attributes after the element's own, in the
+// order they are declared. Defaults are not written into the text:
+// GetDocument and Save give the document as it came, and the index counts
+// elements only, so element search and GetElementCount do not change.
+// SetAttribute writes a defaulted attribute into the tag, where it becomes
+// the element's own. Elements added by an edit take their defaults too. A
+// value of an attribute declared with a type other than CDATA (ID,
+// NMTOKENS, an enumeration...) reads without leading and trailing spaces
+// and with each run of spaces as one. A default value is read as a value
+// in a tag is, once, when the document is loaded; the entities it refers
+// to must be declared before it. The first declaration of an attribute
+// binds. Declarations after a reference to a parameter entity, which is
+// not read, are checked but not used (the entity might have declared
+// otherwise), unless the document is declared standalone.
+//
+// In a document with an external DTD (or a parameter entity reference in
+// its internal subset) and not declared standalone, a reference to an
+// entity that is not declared is well-formed: its data and attribute
+// values keep the reference as text ("&nbsp;"). Elsewhere it is an error
+// at the reference.
 //
 // Strictness. The check is lenient by default, as most XML readers are,
 // in these cases, which SetStrict(true) makes errors with their line and
@@ -68,7 +89,11 @@
 // - "]]>" in text: lenient reads it as text;
 // - an XML declaration that is not at the very start: lenient reads it as
 //   a processing instruction;
-// - a second DOCTYPE: lenient reads the second as the first was read.
+// - a second DOCTYPE: lenient reads the second as the first was read;
+// - an attribute-list declaration that is not well-formed: lenient skips
+//   it; a default value that refers to an entity in error (not declared
+//   before it, external, holding '<', past the bound): lenient reads the
+//   attribute without a default.
 // Everything else that is not well-formed is an error in both modes.
 //
 // A document that is not well-formed keeps its text and the first error
@@ -255,19 +280,33 @@ private:
     };
     typedef std::vector<Element, GeneralAllocator<Element>> Index;
 
-    // A general entity of the internal subset: its replacement text and,
-    // once a reference has checked it, its expanded length.
+    // A general entity of the internal subset: its replacement text, where
+    // its declaration starts in the text and, once a reference has checked
+    // it, its expanded length.
     struct Entity
     {
         String name;
         String text;
         u64 length;
         u32 state;
+        u32 declared;
         bool external;
         bool markup;
         const char* error;
     };
     typedef std::vector<Entity, GeneralAllocator<Entity>> Entities;
+
+    // An attribute that the internal subset declares for an element.
+    struct Declaration
+    {
+        String element;
+        String name;
+        String value;   // the default, read
+        u32 order;      // among the document's declarations
+        bool tokenized; // of a type other than CDATA
+        bool defaulted;
+    };
+    typedef std::vector<Declaration, GeneralAllocator<Declaration>> Declarations;
 
     class Checker;
 
@@ -289,8 +328,17 @@ private:
     u32 NextNamed(u32 at, const char* name) const;
     String TagName(u32 element) const;
     String Data(u32 element) const;
+    // The attribute as the element's tag has it (false when it has not),
+    // and as it reads, its declaration applied.
+    bool SpecifiedAttribute(u32 element, const char* name, String& value) const;
     String Attribute(u32 element, const char* name) const;
     Entity* FindEntity(const char* name, std::size_t length) const;
+    // The declarations of the element's attributes: [first, last).
+    void DeclarationsOf(u32 element, const Declaration*& first, const Declaration*& last) const;
+    const Declaration* FindDeclaration(u32 element, const char* name) const;
+    // Drops leading and trailing spaces and makes each run of them one, as
+    // a value of a type other than CDATA reads.
+    static void CollapseSpaces(String& value);
     // Appends the decoded text of [from, to) to `out`: references expanded
     // (entities too), line ends read as LF and, for an attribute value, white
     // space as spaces; comments and processing instructions left out.
@@ -324,7 +372,8 @@ private:
 
     MarkupText* m_Text;
     Index m_Elements;
-    Entities m_Entities; // by name
+    Entities m_Entities;         // by name
+    Declarations m_Declarations; // by element name, each element's in the order declared
     bool m_KeepUnknownEntities = false;
     bool m_Strict = false;
     u32 m_Encoding = 0;

@@ -8,6 +8,7 @@
 #include "base/markup/markuptext.h"
 #include "base/markup/xmltext.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace qel
@@ -39,10 +40,10 @@ MarkupSTL::MarkupSTL(const char* document) : m_Text(new MarkupText)
 
 MarkupSTL::MarkupSTL(const MarkupSTL& other)
     : m_Text(new MarkupText(*other.m_Text)), m_Elements(other.m_Elements),
-      m_Entities(other.m_Entities), m_KeepUnknownEntities(other.m_KeepUnknownEntities),
-      m_Strict(other.m_Strict), m_Encoding(other.m_Encoding), m_Count(other.m_Count),
-      m_Position(other.m_Position), m_Error(other.m_Error), m_ErrorLine(other.m_ErrorLine),
-      m_ErrorColumn(other.m_ErrorColumn)
+      m_Entities(other.m_Entities), m_Declarations(other.m_Declarations),
+      m_KeepUnknownEntities(other.m_KeepUnknownEntities), m_Strict(other.m_Strict),
+      m_Encoding(other.m_Encoding), m_Count(other.m_Count), m_Position(other.m_Position),
+      m_Error(other.m_Error), m_ErrorLine(other.m_ErrorLine), m_ErrorColumn(other.m_ErrorColumn)
 {
 }
 
@@ -54,6 +55,7 @@ MarkupSTL& MarkupSTL::operator=(const MarkupSTL& other)
         std::swap(m_Text, copy.m_Text);
         m_Elements.swap(copy.m_Elements);
         m_Entities.swap(copy.m_Entities);
+        m_Declarations.swap(copy.m_Declarations);
         m_KeepUnknownEntities = copy.m_KeepUnknownEntities;
         m_Strict = copy.m_Strict;
         m_Encoding = copy.m_Encoding;
@@ -347,14 +349,71 @@ bool MarkupSTL::FindAttribute(u32 element, const char* name, Span& value) const
     return false;
 }
 
+void MarkupSTL::DeclarationsOf(u32 element, const Declaration*& first,
+                               const Declaration*& last) const
+{
+    first = last = m_Declarations.data();
+    if (element == 0 || m_Declarations.empty())
+        return;
+    const Element& e = m_Elements[element];
+    const char* name = m_Text->At(e.start) + 1;
+    const std::size_t length = e.nameLength;
+    const Declaration* const end = m_Declarations.data() + m_Declarations.size();
+    first = std::lower_bound(m_Declarations.data(), end, 0,
+                             [name, length](const Declaration& d, int)
+                             { return d.element.compare(0, d.element.size(), name, length) < 0; });
+    for (last = first; last != end && last->element.size() == length &&
+                       std::memcmp(last->element.data(), name, length) == 0;)
+        ++last;
+}
+
+const MarkupSTL::Declaration* MarkupSTL::FindDeclaration(u32 element, const char* name) const
+{
+    const Declaration* first;
+    const Declaration* last;
+    DeclarationsOf(element, first, last);
+    for (; first != last; ++first)
+        if (first->name == name)
+            return first;
+    return nullptr;
+}
+
+void MarkupSTL::CollapseSpaces(String& value)
+{
+    std::size_t kept = 0;
+    for (const char c : value)
+        if (c != ' ' || (kept != 0 && value[kept - 1] != ' '))
+            value[kept++] = c;
+    if (kept != 0 && value[kept - 1] == ' ')
+        --kept;
+    value.resize(kept);
+}
+
+bool MarkupSTL::SpecifiedAttribute(u32 element, const char* name, String& value) const
+{
+    Span found;
+    if (!FindAttribute(element, name, found))
+        return false;
+    const char* tag = m_Text->At(m_Elements[element].start);
+    Decode(tag + found.start, tag + found.end, true, value);
+    return true;
+}
+
 MarkupSTL::String MarkupSTL::Attribute(u32 element, const char* name) const
 {
     String value;
-    Span found;
-    if (FindAttribute(element, name, found))
+    if (m_Declarations.empty())
     {
-        const char* tag = m_Text->At(m_Elements[element].start);
-        Decode(tag + found.start, tag + found.end, true, value);
+        SpecifiedAttribute(element, name, value);
+        return value;
+    }
+    const bool specified = SpecifiedAttribute(element, name, value);
+    if (const Declaration* declared = FindDeclaration(element, name))
+    {
+        if (!specified && declared->defaulted)
+            value = declared->value;
+        else if (specified && declared->tokenized)
+            CollapseSpaces(value);
     }
     return value;
 }
@@ -362,7 +421,10 @@ MarkupSTL::String MarkupSTL::Attribute(u32 element, const char* name) const
 bool MarkupSTL::HasAttribute(const char* name) const
 {
     Span value;
-    return FindAttribute(m_Position.main, name, value);
+    if (FindAttribute(m_Position.main, name, value))
+        return true;
+    const Declaration* declared = FindDeclaration(m_Position.main, name);
+    return declared != nullptr && declared->defaulted;
 }
 
 MarkupSTL::String MarkupSTL::GetAttributeName(u32 index) const
@@ -373,9 +435,18 @@ MarkupSTL::String MarkupSTL::GetAttributeName(u32 index) const
     const char* tag = m_Text->At(e.start);
     Span name, value;
     u32 at = 1 + e.nameLength;
-    for (u32 n = 0; NextAttribute(tag, at, name, value); ++n)
+    u32 n = 0;
+    for (; NextAttribute(tag, at, name, value); ++n)
         if (n == index)
             return String(tag + name.start, name.end - name.start);
+    // Then those the element takes from their defaults.
+    const Declaration* first;
+    const Declaration* last;
+    DeclarationsOf(m_Position.main, first, last);
+    for (; first != last; ++first)
+        if (first->defaulted && !FindAttribute(m_Position.main, first->name.c_str(), value) &&
+            n++ == index)
+            return first->name;
     return String();
 }
 
