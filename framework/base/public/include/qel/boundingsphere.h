@@ -1,6 +1,7 @@
 // A sphere; radius 0 is a point.
 #pragma once
 
+#include <qel/boundingbox.h>
 #include <qel/boundingvolume.h>
 
 #include <algorithm>
@@ -24,30 +25,60 @@ public:
     float GetRadius() const { return m_Radius; }
     void Set(const Vector3& center, float radius);
 
-    bool Contains(const Vector3& point) const override;
-    float Distance(const Vector3& point) const override;
-    // Inline, so that bulk tests on a known sphere compile to straight code.
+    // Inline, like the ray test: bulk tests on a known sphere compile to
+    // straight code.
+    bool Contains(const Vector3& point) const override
+    {
+        return (point - m_Center).LengthSquared() <= m_Radius * m_Radius;
+    }
+    float Distance(const Vector3& point) const override
+    {
+        return (std::max)((point - m_Center).Length() - m_Radius, 0.0f);
+    }
+    // The inside is decided as Contains decides it. Outside, the discriminant
+    // is taken in double precision, where the products of floats are exact:
+    // b * b - a * c then keeps its digits for a small sphere far from the
+    // origin, and costs fewer operations than the cross product that would
+    // keep them in float.
     bool IntersectRay(const Ray& ray, float& t) const override
     {
         const Vector3 o = ray.origin - m_Center;
-        const float c = o.LengthSquared() - m_Radius * m_Radius;
-        if (c <= 0.0f)
+        if (!(o.LengthSquared() > m_Radius * m_Radius))
         {
             t = 0.0f;
             return true;
         }
-        const float a = ray.direction.LengthSquared();
-        const float b = o.Dot(ray.direction);
-        if (b >= 0.0f || a == 0.0f)
-            return false; // outside and moving away (or not moving)
-        // a times the squared half chord, from the cross product rather than
-        // b * b - a * c, which cancels catastrophically for distant spheres; no
-        // division on the way to a miss.
-        const float h = a * m_Radius * m_Radius - o.Cross(ray.direction).LengthSquared();
-        if (h < 0.0f)
+        const double ox = o.x, oy = o.y, oz = o.z;
+        const double dx = ray.direction.x, dy = ray.direction.y, dz = ray.direction.z;
+        const double b = ox * dx + oy * dy + oz * dz;
+        if (!(b < 0.0))
+            return false; // moving away (or not moving)
+        const double a = dx * dx + dy * dy + dz * dz;
+        const double c = ox * ox + oy * oy + oz * oz - double(m_Radius) * m_Radius;
+        const double h = b * b - a * c;
+        if (h < 0.0)
             return false;
-        t = (std::max)((-b - std::sqrt(h)) / a, 0.0f);
+        // The near root (-b - sqrt(h)) / a without its cancellation.
+        t = float((std::max)(c / (std::sqrt(h) - b), 0.0));
         return true;
+    }
+    using BoundingVolume::Intersects;
+    // The pairs with a test of their own, without the dispatch on kinds.
+    // Spheres meet when their centers are no farther apart than the sum of
+    // the radii, widened by 1e-6 of itself so that touching survives the
+    // rounding of the squares.
+    bool Intersects(const BoundingSphere& other) const
+    {
+        const float reach = (m_Radius + other.m_Radius) * (1.0f + 1e-6f);
+        return (m_Center - other.m_Center).LengthSquared() <= reach * reach;
+    }
+    // A sphere meets a box, or any volume with an exact distance, when that
+    // distance from its center is at most the radius, widened by 1e-6 of the
+    // larger of the two.
+    bool Intersects(const BoundingBox& box) const
+    {
+        const float d = box.Distance(m_Center);
+        return d <= m_Radius + (std::max)(m_Radius, d) * 1e-6f;
     }
     void Transform(const Matrix4& m) override;
     void GetBounds(Vector3& min, Vector3& max) const override;
