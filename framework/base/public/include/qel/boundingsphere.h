@@ -35,31 +35,30 @@ public:
     {
         return (std::max)((point - m_Center).Length() - m_Radius, 0.0f);
     }
-    // The inside is decided as Contains decides it. Outside, the discriminant
-    // is taken in double precision, where the products of floats are exact:
-    // b * b - a * c then keeps its digits for a small sphere far from the
-    // origin, and costs fewer operations than the cross product that would
-    // keep them in float.
+    // In double precision, where the products of floats are exact: the
+    // discriminant b * b - a * c keeps its digits for a small sphere far from
+    // the origin (in float it would need a cross product), and the inside is
+    // decided without rounding, where Contains rounds in float.
     bool IntersectRay(const Ray& ray, float& t) const override
     {
-        const Vector3 o = ray.origin - m_Center;
-        if (!(o.LengthSquared() > m_Radius * m_Radius))
+        const double ox = double(ray.origin.x) - m_Center.x, oy = double(ray.origin.y) - m_Center.y,
+                     oz = double(ray.origin.z) - m_Center.z;
+        const double c = ox * ox + oy * oy + oz * oz - double(m_Radius) * m_Radius;
+        if (!(c > 0.0))
         {
             t = 0.0f;
             return true;
         }
-        const double ox = o.x, oy = o.y, oz = o.z;
         const double dx = ray.direction.x, dy = ray.direction.y, dz = ray.direction.z;
         const double b = ox * dx + oy * dy + oz * dz;
         if (!(b < 0.0))
             return false; // moving away (or not moving)
-        const double a = dx * dx + dy * dy + dz * dz;
-        const double c = ox * ox + oy * oy + oz * oz - double(m_Radius) * m_Radius;
-        const double h = b * b - a * c;
+        const double h = b * b - (dx * dx + dy * dy + dz * dz) * c;
         if (h < 0.0)
             return false;
-        // The near root (-b - sqrt(h)) / a without its cancellation.
-        t = float((std::max)(c / (std::sqrt(h) - b), 0.0));
+        // The near root (-b - sqrt(h)) / a without its cancellation, in float:
+        // a sum of magnitudes needs no more.
+        t = float(c) / (std::sqrt(float(h)) - float(b));
         return true;
     }
     using BoundingVolume::Intersects;

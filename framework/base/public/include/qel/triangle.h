@@ -97,15 +97,17 @@ struct QEL_API Triangle
     }
 
 private:
-    // Twice the area against the squared longest edge, for edges ab and ac.
-    // The comparison is squared on both sides: no root, so that it costs a
-    // loop over one triangle nothing after the first pass.
+    // Twice the area against the squared longest edge, for edges ab and ac,
+    // both sides squared: no root, so a loop over one triangle asks once. In
+    // double, where the fourth powers of float lengths neither overflow nor
+    // vanish.
     static bool IsFlat(const Vector3& ab, const Vector3& ac)
     {
-        const Vector3 bc = ac - ab;
-        const float longest =
+        const Vector3 bc = ac - ab, n = ab.Cross(ac);
+        const double longest =
             (std::max)(ab.LengthSquared(), (std::max)(ac.LengthSquared(), bc.LengthSquared()));
-        return !(ab.Cross(ac).LengthSquared() > longest * longest * 1e-12f);
+        const double area = double(n.x) * n.x + double(n.y) * n.y + double(n.z) * n.z;
+        return !(area > longest * longest * 1e-12);
     }
     // The closest point of the three edges. Static, with the corners by
     // value: the triangle's address does not escape from callers' loops.
