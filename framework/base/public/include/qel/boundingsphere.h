@@ -35,10 +35,11 @@ public:
     {
         return (std::max)((point - m_Center).Length() - m_Radius, 0.0f);
     }
-    // In double precision, where the products of floats are exact: the
-    // discriminant b * b - a * c keeps its digits for a small sphere far from
-    // the origin (in float it would need a cross product), and the inside is
-    // decided without rounding, where Contains rounds in float.
+    // In double precision: there the differences and products of float
+    // coordinates lose (next to) nothing, so the discriminant b * b - a * c
+    // keeps its digits for a small sphere far from the origin (in float that
+    // takes a cross product), and the inside is decided without the rounding
+    // that Contains has.
     bool IntersectRay(const Ray& ray, float& t) const override
     {
         const double ox = double(ray.origin.x) - m_Center.x, oy = double(ray.origin.y) - m_Center.y,
@@ -56,9 +57,8 @@ public:
         const double h = b * b - (dx * dx + dy * dy + dz * dz) * c;
         if (h < 0.0)
             return false;
-        // The near root (-b - sqrt(h)) / a without its cancellation, in float:
-        // a sum of magnitudes needs no more.
-        t = float(c) / (std::sqrt(float(h)) - float(b));
+        // The near root (-b - sqrt(h)) / a without its cancellation.
+        t = float(c / (std::sqrt(h) - b));
         return true;
     }
     using BoundingVolume::Intersects;
@@ -71,13 +71,13 @@ public:
         const float reach = (m_Radius + other.m_Radius) * (1.0f + 1e-6f);
         return (m_Center - other.m_Center).LengthSquared() <= reach * reach;
     }
-    // A sphere meets a box, or any volume with an exact distance, when that
-    // distance from its center is at most the radius, widened by 1e-6 of the
-    // larger of the two.
-    bool Intersects(const BoundingBox& box) const
+    bool Intersects(const BoundingBox& box) const { return Reaches(box.Distance(m_Center)); }
+    // True when a volume this far from the center meets the sphere: the
+    // radius is widened by 1e-6 of the larger of the two, for the rounding of
+    // the distance.
+    bool Reaches(float distance) const
     {
-        const float d = box.Distance(m_Center);
-        return d <= m_Radius + (std::max)(m_Radius, d) * 1e-6f;
+        return distance <= m_Radius + (std::max)(m_Radius, distance) * 1e-6f;
     }
     void Transform(const Matrix4& m) override;
     void GetBounds(Vector3& min, Vector3& max) const override;

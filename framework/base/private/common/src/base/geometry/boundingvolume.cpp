@@ -104,17 +104,6 @@ struct Bounds
     }
 };
 
-// Sphere against anything with an exact distance: compare with the radius,
-// leaving room for the rounding of that distance. A template, so that a box
-// known as one has its distance inline.
-template <class Volume>
-bool SphereAgainst(const BoundingSphere& sphere, const Volume& other)
-{
-    const float r = sphere.GetRadius();
-    const float d = other.Distance(sphere.GetCenter());
-    return d <= r + std::max(r, d) * 1e-6f;
-}
-
 bool MeshAgainstConvex(const BoundingMesh& mesh, const BoundingVolume& volume,
                        const ConvexShape& shape)
 {
@@ -217,7 +206,7 @@ bool BoundingVolume::Intersects(const BoundingVolume& other) const
             return sphere.Intersects(*static_cast<const BoundingSphere*>(b));
         if (b->GetType() == BoundingVolumeType::Box)
             return sphere.Intersects(*static_cast<const BoundingBox*>(b));
-        return SphereAgainst(sphere, *b);
+        return sphere.Reaches(b->Distance(sphere.GetCenter()));
     }
     case BoundingVolumeType::Box:
     {
