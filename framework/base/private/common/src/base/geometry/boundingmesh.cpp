@@ -25,8 +25,11 @@ namespace
 {
 
 // Twice the signed area of the triangle (0, p, q) in the xy plane: positive
-// when the origin lies to the left of p -> q.
-float Side(float px, float py, float qx, float qy)
+// when the origin lies to the left of p -> q. The coordinates are differences
+// of floats, exact in double, and so are their products in all but extreme
+// cases: the sign is exact, and the same whatever precision the compiler
+// keeps intermediate values in (x87 keeps more than a float).
+double Side(double px, double py, double qx, double qy)
 {
     return px * qy - py * qx;
 }
@@ -46,20 +49,20 @@ bool LeftWhenOn(const Vector3& p, const Vector3& q)
 // an edge see the point on exactly opposite sides of it.
 bool CrossesUpward(const Triangle& t, const Vector3& point)
 {
-    const float ax = t.a.x - point.x, ay = t.a.y - point.y;
-    const float bx = t.b.x - point.x, by = t.b.y - point.y;
-    const float cx = t.c.x - point.x, cy = t.c.y - point.y;
-    const float sab = Side(ax, ay, bx, by), sbc = Side(bx, by, cx, cy), sca = Side(cx, cy, ax, ay);
-    const bool lab = sab > 0.0f || (sab == 0.0f && LeftWhenOn(t.a, t.b));
-    const bool lbc = sbc > 0.0f || (sbc == 0.0f && LeftWhenOn(t.b, t.c));
-    const bool lca = sca > 0.0f || (sca == 0.0f && LeftWhenOn(t.c, t.a));
+    const double x = point.x, y = point.y;
+    const double ax = t.a.x - x, ay = t.a.y - y, bx = t.b.x - x, by = t.b.y - y;
+    const double cx = t.c.x - x, cy = t.c.y - y;
+    const double sab = Side(ax, ay, bx, by), sbc = Side(bx, by, cx, cy), sca = Side(cx, cy, ax, ay);
+    const bool lab = sab > 0.0 || (sab == 0.0 && LeftWhenOn(t.a, t.b));
+    const bool lbc = sbc > 0.0 || (sbc == 0.0 && LeftWhenOn(t.b, t.c));
+    const bool lca = sca > 0.0 || (sca == 0.0 && LeftWhenOn(t.c, t.a));
     if (lab != lbc || lbc != lca)
         return false;
     // Above the point: the height of the crossing, weighted by the areas,
     // has the sign of their sum.
-    const float height =
-        sbc * (t.a.z - point.z) + sca * (t.b.z - point.z) + sab * (t.c.z - point.z);
-    return lab ? height > 0.0f : height < 0.0f;
+    const double z = point.z;
+    const double height = sbc * (t.a.z - z) + sca * (t.b.z - z) + sab * (t.c.z - z);
+    return lab ? height > 0.0 : height < 0.0;
 }
 
 } // namespace
