@@ -1,7 +1,8 @@
 // The geometry library's intersection and distance tests on the same data as
-// their peers, in one program and run: glm's tests where glm has one (ray
-// against sphere, triangle and plane, point distance to a sphere), and a
-// straightforward version written here on glm's types for the others.
+// their peers, in one program and run: glm's tests where glm has one (rays
+// against a sphere, a triangle and a plane, points against a sphere and a
+// plane), and a straightforward version written here on glm's types for the
+// others (the mesh's calls glm's triangle test).
 //
 // Every pair times the same work: the same rays, points and volumes, and
 // every answer (hit or not, and the distance of a hit) is stored, so neither
