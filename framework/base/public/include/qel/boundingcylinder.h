@@ -50,14 +50,38 @@ public:
         const float radial = (std::max)((offset - m_Axis * along).Length() - m_Radius, 0.0f);
         return std::sqrt(axial * axial + radial * radial);
     }
-    // The ray's interval between the caps, intersected with its interval
-    // inside the infinite cylinder. A direction within 1e-6 of the axis (by
-    // the sine of their angle) is taken as along it; otherwise exact.
+    // The ray's interval inside the infinite cylinder, intersected with its
+    // interval between the caps. A direction within 1e-6 of the axis (by the
+    // sine of their angle) is taken as along it; otherwise exact.
     bool IntersectRay(const Ray& ray, float& t) const override
     {
         const Vector3 offset = ray.origin - m_Center;
         const float oa = offset.Dot(m_Axis), da = ray.direction.Dot(m_Axis);
+        // Across the axis first, where most misses end, and without a
+        // division before the answer: the ray's line passes the axis at the
+        // distance |axis . (offset x d)| / |d|, d the direction across it.
+        const Vector3 d = ray.direction - m_Axis * da;
+        const float a = d.LengthSquared();
         float enter = 0.0f, leave = FLT_MAX;
+        if (a <= ray.direction.LengthSquared() * 1e-12f)
+        {
+            // Along the axis: inside the infinite cylinder everywhere or nowhere.
+            if ((offset - m_Axis * oa).LengthSquared() > m_Radius * m_Radius)
+                return false;
+        }
+        else
+        {
+            const float passing = m_Axis.Dot(offset.Cross(d));
+            // a times the squared half chord.
+            const float h = m_Radius * m_Radius * a - passing * passing;
+            if (h < 0.0f)
+                return false;
+            const float inverse = 1.0f / a;
+            const float closest = -offset.Dot(d) * inverse, half = std::sqrt(h) * inverse;
+            enter = (std::max)(enter, closest - half);
+            leave = closest + half;
+        }
+        // Between the caps.
         if (da == 0.0f)
         {
             if (std::fabs(oa) > m_HalfHeight)
@@ -70,30 +94,7 @@ public:
             if (t0 > t1)
                 std::swap(t0, t1);
             enter = (std::max)(enter, t0);
-            leave = t1;
-        }
-        // Across the axis: o + s d stays within the radius for s in
-        // [closest - half chord, closest + half chord].
-        const Vector3 o = offset - m_Axis * oa, d = ray.direction - m_Axis * da;
-        const float a = d.LengthSquared();
-        if (a <= ray.direction.LengthSquared() * 1e-12f)
-        {
-            // Along the axis: inside the infinite cylinder everywhere or nowhere.
-            if (o.LengthSquared() > m_Radius * m_Radius)
-                return false;
-        }
-        else
-        {
-            const float inverse = 1.0f / a;
-            const float closest = -o.Dot(d) * inverse;
-            // The squared distance at the closest point, from that point itself
-            // rather than by a difference of squares that would cancel.
-            const float h = m_Radius * m_Radius - (o + d * closest).LengthSquared();
-            if (h < 0.0f)
-                return false;
-            const float half = std::sqrt(h * inverse);
-            enter = (std::max)(enter, closest - half);
-            leave = (std::min)(leave, closest + half);
+            leave = (std::min)(leave, t1);
         }
         if (enter > leave)
             return false;
