@@ -1,19 +1,14 @@
 // The geometry library against glm on the same data, in one program and run:
-// 4x4 matrix products, point transforms and quaternion rotations of vectors,
-// then the ray tests against a sphere, an oriented box and a triangle (glm's
-// ray-sphere and ray-triangle tests beside ours) in rays per second.
-#include <qel/boundingbox.h>
-#include <qel/boundingsphere.h>
+// 4x4 matrix products, point transforms, quaternion rotations of vectors and
+// quaternion products. The intersection and distance tests are in
+// geometry_query_bench.cpp, in the same program.
 #include <qel/matrix4.h>
 #include <qel/quaternion.h>
-#include <qel/triangle.h>
 
 #include <benchmark/benchmark.h>
 
-#define GLM_ENABLE_EXPERIMENTAL
 #include <glm/glm.hpp>
 #include <glm/gtc/quaternion.hpp>
-#include <glm/gtx/intersect.hpp>
 
 #include <cstring>
 #include <random>
@@ -186,102 +181,6 @@ void QuaternionProduct_glm(benchmark::State& state)
     state.SetItemsProcessed(state.iterations() * (kCount - 1));
 }
 BENCHMARK(QuaternionProduct_glm);
-
-// ---- ray tests: items are rays, about half of them hit ----------------------
-
-void RaySphere_qel(benchmark::State& state)
-{
-    Data& d = GetData();
-    const qel::BoundingSphere sphere(qel::Vector3(0.0f), 0.8f);
-    for (auto _ : state)
-    {
-        int hits = 0;
-        for (int i = 0; i < kCount; ++i)
-        {
-            float t;
-            hits += sphere.IntersectRay(qel::Ray(d.points[i], d.directions[i]), t);
-        }
-        benchmark::DoNotOptimize(hits);
-    }
-    state.SetItemsProcessed(state.iterations() * kCount);
-}
-BENCHMARK(RaySphere_qel);
-
-void RaySphere_glm(benchmark::State& state)
-{
-    Data& d = GetData();
-    for (auto _ : state)
-    {
-        int hits = 0;
-        for (int i = 0; i < kCount; ++i)
-        {
-            float t;
-            hits +=
-                glm::intersectRaySphere(d.gpoints[i], d.gdirections[i], glm::vec3(0.0f), 0.64f, t);
-        }
-        benchmark::DoNotOptimize(hits);
-    }
-    state.SetItemsProcessed(state.iterations() * kCount);
-}
-BENCHMARK(RaySphere_glm);
-
-void RayBox_qel(benchmark::State& state)
-{
-    Data& d = GetData();
-    const qel::BoundingBox box(qel::Vector3(0.0f),
-                               qel::Matrix3::Rotation(qel::Vector3(1, 1, 0), 0.6f),
-                               qel::Vector3(0.7f, 0.5f, 0.6f));
-    for (auto _ : state)
-    {
-        int hits = 0;
-        for (int i = 0; i < kCount; ++i)
-        {
-            float t;
-            hits += box.IntersectRay(qel::Ray(d.points[i], d.directions[i]), t);
-        }
-        benchmark::DoNotOptimize(hits);
-    }
-    state.SetItemsProcessed(state.iterations() * kCount);
-}
-BENCHMARK(RayBox_qel);
-
-void RayTriangle_qel(benchmark::State& state)
-{
-    Data& d = GetData();
-    const qel::Triangle triangle(qel::Vector3(-1, -1, 0), qel::Vector3(1, -1, 0),
-                                 qel::Vector3(0, 1, 0.2f));
-    for (auto _ : state)
-    {
-        int hits = 0;
-        for (int i = 0; i < kCount; ++i)
-        {
-            float t;
-            hits += triangle.IntersectRay(qel::Ray(d.points[i], d.directions[i]), t);
-        }
-        benchmark::DoNotOptimize(hits);
-    }
-    state.SetItemsProcessed(state.iterations() * kCount);
-}
-BENCHMARK(RayTriangle_qel);
-
-void RayTriangle_glm(benchmark::State& state)
-{
-    Data& d = GetData();
-    const glm::vec3 a(-1, -1, 0), b(1, -1, 0), c(0, 1, 0.2f);
-    for (auto _ : state)
-    {
-        int hits = 0;
-        for (int i = 0; i < kCount; ++i)
-        {
-            glm::vec2 uv;
-            float t;
-            hits += glm::intersectRayTriangle(d.gpoints[i], d.gdirections[i], a, b, c, uv, t);
-        }
-        benchmark::DoNotOptimize(hits);
-    }
-    state.SetItemsProcessed(state.iterations() * kCount);
-}
-BENCHMARK(RayTriangle_glm);
 
 } // namespace
 

@@ -101,6 +101,70 @@ TEST(BoundingMesh, ContainsAgreesWithTheSolidsItsSurfacesBound)
     EXPECT_FALSE(empty.Intersects(BoundingSphere(Vector3(0.0f), 10)));
 }
 
+// Rays from outside whose +z line passes exactly through edges and corners
+// that triangles share: each must be crossed once, not twice or never.
+TEST(BoundingMesh, CrossingsThroughSharedEdgesAndCornersCountOnce)
+{
+    // The cube's faces are cut along x == y (top and bottom) and the
+    // octahedron's faces meet on the planes x == 0 and y == 0.
+    const VolumePtr cube = MakeMesh(CubeTriangles(Vector3(0.0f), 1.0f));
+    const VolumePtr octahedron = MakeMesh(OctahedronTriangles(Vector3(0.0f), 1.0f));
+    const struct
+    {
+        const BoundingVolume* mesh;
+        Vector3 point;
+        bool inside;
+    } cases[] = {
+        {cube.get(), {0.3f, 0.3f, 0.5f}, true},
+        {cube.get(), {-0.7f, -0.7f, 0}, true},
+        {cube.get(), {0, 0, 0}, true},
+        {cube.get(), {0.3f, 0.3f, -1.5f}, false},
+        {cube.get(), {0, 0, -3}, false},
+        {octahedron.get(), {0, 0, 0.5f}, true},
+        {octahedron.get(), {0, 0, -2}, false},
+        {octahedron.get(), {0.3f, 0, 0.2f}, true},
+        {octahedron.get(), {0.3f, 0, -1.5f}, false},
+        {octahedron.get(), {0, -0.4f, 0.1f}, true},
+        {octahedron.get(), {0, -0.4f, -0.7f}, false},
+        {octahedron.get(), {0.5f, 0, -0.6f}, false},
+    };
+    for (const auto& c : cases)
+    {
+        EXPECT_EQ(c.mesh->Contains(c.point), c.inside)
+            << c.point.x << " " << c.point.y << " " << c.point.z;
+        EXPECT_EQ(c.mesh->Distance(c.point) == 0.0f, c.inside);
+    }
+}
+
+// A small volume far from the ray's origin, hit and missed by a tenth of its
+// size: a ray test whose terms cancel (b * b - a * c in float for a sphere)
+// answers by rounding there.
+TEST(BoundingVolume, SmallVolumesFarAwayAreHitAndMissedByATenthOfTheirSize)
+{
+    const Vector3 center(1e4f, 0, 0), up(0, 0, 0.1f);
+    const float size = 0.1f;
+    const VolumePtr volumes[] = {
+        VolumePtr(new BoundingSphere(center, size)),
+        VolumePtr(new BoundingBox(center - Vector3(size), center + Vector3(size))),
+        VolumePtr(new BoundingCylinder(center - up, center + up, size)),
+        MakeMesh(CubeTriangles(center, size)),
+    };
+    for (int kind = 0; kind < 4; ++kind)
+        for (const float offset : {0.9f, -0.9f, 1.1f, -1.1f})
+        {
+            const Ray ray(Vector3(0.0f), Vector3(1e4f, offset * size, 0));
+            float t = -1;
+            const bool hit = volumes[kind]->IntersectRay(ray, t);
+            EXPECT_EQ(hit, std::fabs(offset) < 1) << kKinds[kind] << " " << offset;
+            if (hit)
+            {
+                // Within two float steps of 1e4 of the surface.
+                EXPECT_LE(volumes[kind]->Distance(ray.At(t)), 2e-3f) << kKinds[kind];
+                EXPECT_GT(t, 0.999f) << kKinds[kind];
+            }
+        }
+}
+
 TEST(BoundingVolume, EveryPairTestAgreesWithSampledSeparation)
 {
     GeometryRandom random(33);

@@ -14,6 +14,8 @@
 namespace qel
 {
 
+class BoundingSphere;
+
 class QEL_API BoundingBox final : public BoundingVolume
 {
 public:
@@ -38,10 +40,30 @@ public:
     // The point of the box closest to point (point itself when inside).
     Vector3 ClosestPoint(const Vector3& point) const;
 
-    bool Contains(const Vector3& point) const override;
-    float Distance(const Vector3& point) const override;
-    // Slabs in the box's frame; inline, so that bulk tests on a known box
-    // compile to straight code.
+    // The point tests and the ray test are inline, so that bulk tests on a
+    // known box compile to straight code; all three work in the box's frame.
+    bool Contains(const Vector3& point) const override
+    {
+        // The largest excess over a half extent: no branch per axis.
+        const Vector3 offset = point - m_Center;
+        float excess = std::fabs(m_Axes.columns[0].Dot(offset)) - m_HalfExtents.x;
+        excess = (std::max)(excess, std::fabs(m_Axes.columns[1].Dot(offset)) - m_HalfExtents.y);
+        excess = (std::max)(excess, std::fabs(m_Axes.columns[2].Dot(offset)) - m_HalfExtents.z);
+        return excess <= 0.0f;
+    }
+    float Distance(const Vector3& point) const override
+    {
+        const Vector3 offset = point - m_Center;
+        float squared = 0.0f;
+        for (int i = 0; i < 3; ++i)
+        {
+            const float outside =
+                (std::max)(std::fabs(m_Axes.columns[i].Dot(offset)) - m_HalfExtents[i], 0.0f);
+            squared += outside * outside;
+        }
+        return std::sqrt(squared);
+    }
+    // Slabs.
     bool IntersectRay(const Ray& ray, float& t) const override
     {
         const Vector3 offset = ray.origin - m_Center;
@@ -69,6 +91,10 @@ public:
         t = enter;
         return true;
     }
+    using BoundingVolume::Intersects;
+    // The pairs with a test of their own, without the dispatch on kinds.
+    bool Intersects(const BoundingBox& other) const;
+    bool Intersects(const BoundingSphere& sphere) const;
     void Transform(const Matrix4& m) override;
     void GetBounds(Vector3& min, Vector3& max) const override;
     BoundingVolume* Clone() const override;

@@ -4,6 +4,11 @@
 
 #include <qel/boundingvolume.h>
 
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+#include <utility>
+
 namespace qel
 {
 
@@ -27,9 +32,75 @@ public:
     // The point of the cylinder farthest along direction.
     Vector3 Support(const Vector3& direction) const;
 
-    bool Contains(const Vector3& point) const override;
-    float Distance(const Vector3& point) const override;
-    bool IntersectRay(const Ray& ray, float& t) const override;
+    // The point tests and the ray test are inline, so that bulk tests on a
+    // known cylinder compile to straight code.
+    bool Contains(const Vector3& point) const override
+    {
+        const Vector3 offset = point - m_Center;
+        const float along = offset.Dot(m_Axis);
+        // Both excesses at once: no branch.
+        return (std::max)(std::fabs(along) - m_HalfHeight,
+                          (offset - m_Axis * along).LengthSquared() - m_Radius * m_Radius) <= 0.0f;
+    }
+    float Distance(const Vector3& point) const override
+    {
+        const Vector3 offset = point - m_Center;
+        const float along = offset.Dot(m_Axis);
+        const float axial = (std::max)(std::fabs(along) - m_HalfHeight, 0.0f);
+        const float radial = (std::max)((offset - m_Axis * along).Length() - m_Radius, 0.0f);
+        return std::sqrt(axial * axial + radial * radial);
+    }
+    // The ray's interval inside the infinite cylinder, intersected with its
+    // interval between the caps. A direction within 1e-6 of the axis (by the
+    // sine of their angle) is taken as along it; otherwise exact.
+    bool IntersectRay(const Ray& ray, float& t) const override
+    {
+        const Vector3 offset = ray.origin - m_Center;
+        const float oa = offset.Dot(m_Axis), da = ray.direction.Dot(m_Axis);
+        // Across the axis first, where most misses end, and without a
+        // division before the answer: the ray's line passes the axis at the
+        // distance |axis . (offset x d)| / |d|, d the direction across it.
+        const Vector3 d = ray.direction - m_Axis * da;
+        const float a = d.LengthSquared();
+        float enter = 0.0f, leave = FLT_MAX;
+        if (a <= ray.direction.LengthSquared() * 1e-12f)
+        {
+            // Along the axis: inside the infinite cylinder everywhere or nowhere.
+            if ((offset - m_Axis * oa).LengthSquared() > m_Radius * m_Radius)
+                return false;
+        }
+        else
+        {
+            const float passing = m_Axis.Dot(offset.Cross(d));
+            // a times the squared half chord.
+            const float h = m_Radius * m_Radius * a - passing * passing;
+            if (h < 0.0f)
+                return false;
+            const float inverse = 1.0f / a;
+            const float closest = -offset.Dot(d) * inverse, half = std::sqrt(h) * inverse;
+            enter = (std::max)(enter, closest - half);
+            leave = closest + half;
+        }
+        // Between the caps.
+        if (da == 0.0f)
+        {
+            if (std::fabs(oa) > m_HalfHeight)
+                return false;
+        }
+        else
+        {
+            const float inverse = 1.0f / da;
+            float t0 = (-m_HalfHeight - oa) * inverse, t1 = (m_HalfHeight - oa) * inverse;
+            if (t0 > t1)
+                std::swap(t0, t1);
+            enter = (std::max)(enter, t0);
+            leave = (std::min)(leave, t1);
+        }
+        if (enter > leave)
+            return false;
+        t = enter;
+        return true;
+    }
     void Transform(const Matrix4& m) override;
     void GetBounds(Vector3& min, Vector3& max) const override;
     BoundingVolume* Clone() const override;

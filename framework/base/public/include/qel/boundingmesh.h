@@ -1,8 +1,12 @@
 // A closed triangle mesh and the axis-aligned box around it. The volume is
 // the inside of the surface: a point is contained when it lies on a triangle
-// or when rays from it cross the surface an odd number of times. An open
-// mesh still answers, but its inside is then only as meaningful as the
-// crossing count.
+// (within 1e-6 of the box's largest half extent) or when the ray from it
+// along +z crosses the surface an odd number of times. The crossings are
+// counted so that a ray through an edge or a corner shared by triangles
+// crosses exactly one of them (or none, where the surface only touches the
+// ray), however the float values round: for a closed mesh whose triangles
+// share their corners exactly, the count is exact. An open mesh still
+// answers, but its inside is then only as meaningful as the crossing count.
 #pragma once
 
 #include <qel/boundingbox.h>
@@ -38,11 +42,27 @@ public:
     BoundingVolume* Clone() const override;
 
 private:
+    // The axis-aligned box of each triangle, to skip most of them in every
+    // query.
+    struct Bounds
+    {
+        Vector3 min, max;
+    };
+    typedef std::vector<Bounds, GeneralAllocator<Bounds>> BoundsList;
+
     void UpdateBox();
+    // The number of triangles the ray from point along +z crosses.
+    int CountCrossings(const Vector3& point) const;
+    // Points this close to a triangle are on the surface.
+    float SurfaceTolerance() const;
+    // The smallest squared distance from point to a triangle, or limit when
+    // no triangle is nearer.
+    float NearestSquared(const Vector3& point, float limit) const;
     // The first triangle hit along the ray, ignoring the inside.
     bool FirstSurfaceHit(const Ray& ray, float& t) const;
 
     TriangleList m_Triangles;
+    BoundsList m_Bounds;
     BoundingBox m_Box;
 };
 

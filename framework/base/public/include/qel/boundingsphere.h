@@ -1,6 +1,7 @@
 // A sphere; radius 0 is a point.
 #pragma once
 
+#include <qel/boundingbox.h>
 #include <qel/boundingvolume.h>
 
 #include <algorithm>
@@ -24,30 +25,59 @@ public:
     float GetRadius() const { return m_Radius; }
     void Set(const Vector3& center, float radius);
 
-    bool Contains(const Vector3& point) const override;
-    float Distance(const Vector3& point) const override;
-    // Inline, so that bulk tests on a known sphere compile to straight code.
+    // Inline, like the ray test: bulk tests on a known sphere compile to
+    // straight code.
+    bool Contains(const Vector3& point) const override
+    {
+        return (point - m_Center).LengthSquared() <= m_Radius * m_Radius;
+    }
+    float Distance(const Vector3& point) const override
+    {
+        return (std::max)((point - m_Center).Length() - m_Radius, 0.0f);
+    }
+    // In double precision: there the differences and products of float
+    // coordinates lose (next to) nothing, so the discriminant b * b - a * c
+    // keeps its digits for a small sphere far from the origin (in float that
+    // takes a cross product), and the inside is decided without the rounding
+    // that Contains has.
     bool IntersectRay(const Ray& ray, float& t) const override
     {
-        const Vector3 o = ray.origin - m_Center;
-        const float c = o.LengthSquared() - m_Radius * m_Radius;
-        if (c <= 0.0f)
+        const double ox = double(ray.origin.x) - m_Center.x, oy = double(ray.origin.y) - m_Center.y,
+                     oz = double(ray.origin.z) - m_Center.z;
+        const double c = ox * ox + oy * oy + oz * oz - double(m_Radius) * m_Radius;
+        if (!(c > 0.0))
         {
             t = 0.0f;
             return true;
         }
-        const float a = ray.direction.LengthSquared();
-        const float b = o.Dot(ray.direction);
-        if (b >= 0.0f || a == 0.0f)
-            return false; // outside and moving away (or not moving)
-        // a times the squared half chord, from the cross product rather than
-        // b * b - a * c, which cancels catastrophically for distant spheres; no
-        // division on the way to a miss.
-        const float h = a * m_Radius * m_Radius - o.Cross(ray.direction).LengthSquared();
-        if (h < 0.0f)
+        const double dx = ray.direction.x, dy = ray.direction.y, dz = ray.direction.z;
+        const double b = ox * dx + oy * dy + oz * dz;
+        if (!(b < 0.0))
+            return false; // moving away (or not moving)
+        const double h = b * b - (dx * dx + dy * dy + dz * dz) * c;
+        if (h < 0.0)
             return false;
-        t = (std::max)((-b - std::sqrt(h)) / a, 0.0f);
+        // The near root (-b - sqrt(h)) / a without its cancellation.
+        t = float(c / (std::sqrt(h) - b));
         return true;
+    }
+    using BoundingVolume::Intersects;
+    // The pairs with a test of their own, without the dispatch on kinds.
+    // Spheres meet when their centers are no farther apart than the sum of
+    // the radii, widened by 1e-6 of itself so that touching survives the
+    // rounding of the squares.
+    bool Intersects(const BoundingSphere& other) const
+    {
+        const float reach = (m_Radius + other.m_Radius) * (1.0f + 1e-6f);
+        return (m_Center - other.m_Center).LengthSquared() <= reach * reach;
+    }
+    bool Intersects(const BoundingBox& box) const { return Reaches(box.Distance(m_Center)); }
+    // True when a volume this far from the center meets the sphere: the
+    // radius is widened by 1e-6 of the larger of the two, for the rounding of
+    // the distance.
+    bool Reaches(float distance) const
+    {
+        return distance <= m_Radius + (std::max)(m_Radius, distance) * 1e-6f;
     }
     void Transform(const Matrix4& m) override;
     void GetBounds(Vector3& min, Vector3& max) const override;

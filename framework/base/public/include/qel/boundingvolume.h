@@ -2,10 +2,31 @@
 // cylinder, closed triangle mesh, and the infinite volume.
 //
 // Volumes are closed sets: a point on the surface is contained, and two
-// volumes that only touch intersect. Every pair of kinds has its own exact
-// test (the infinite volume intersects everything); the convex pairs without
-// a closed form use a GJK distance query, so touching, zero-size and parallel
+// volumes that only touch intersect. Every pair of kinds has its own test
+// (the infinite volume intersects everything); the convex pairs without a
+// closed form use a GJK distance query, so touching, zero-size and parallel
 // configurations need no extra handling from the caller.
+//
+// Exact tests compare the float results themselves, with no tolerance: they
+// can differ from the true answer only by the rounding of those results.
+// - Sphere: Contains, Distance and IntersectRay are exact (the ray test works
+//   in double precision). Sphere and sphere: the sum of the radii is widened
+//   by 1e-6 of itself. Sphere and any other volume: the volume's exact
+//   Distance from the center against the radius widened by 1e-6 of the
+//   larger of the two.
+// - Box: Contains, Distance and IntersectRay are exact. Box and box
+//   (separating axes): 1e-6 is added to every term of the rotation between
+//   the boxes, and a separation must exceed 1e-6 of the sum of their largest
+//   half extents and the distance between their centers.
+// - Cylinder: Contains and Distance are exact; IntersectRay takes a
+//   direction within 1e-6 (the sine of the angle) of the axis as along it.
+// - Mesh: the crossing count is exact (see BoundingMesh); a point within 1e-6
+//   of its box's largest half extent from a triangle is on the surface; rays
+//   hit triangles as Triangle::IntersectRay decides.
+// - Box and cylinder, two cylinders, and a mesh's triangles against a box, a
+//   cylinder or another mesh (GJK): shapes within 1e-5 of the pair's size
+//   touch.
+// - Infinite: exact.
 #pragma once
 
 #include <qel/allocationoperators.h>

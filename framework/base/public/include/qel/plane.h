@@ -30,8 +30,22 @@ struct QEL_API Plane
     // The plane as (normal, d), for dot products with homogeneous points.
     Vector4 ToVector4() const { return {normal, d}; }
     // The first hit of the ray with the plane (either side). A ray in the
-    // plane hits at 0; a parallel ray off the plane misses.
-    bool IntersectRay(const Ray& ray, float& t) const;
+    // plane hits at 0; a parallel ray off the plane misses. Exact: decided by
+    // the signs of the origin's distance and of the direction's speed.
+    bool IntersectRay(const Ray& ray, float& t) const
+    {
+        const float distance = SignedDistance(ray.origin);
+        const float speed = normal.Dot(ray.direction);
+        if (distance == 0.0f)
+        {
+            t = 0.0f;
+            return true;
+        }
+        if (!(distance > 0.0f ? speed < 0.0f : distance < 0.0f && speed > 0.0f))
+            return false; // moving away, parallel, or not a number
+        t = -distance / speed;
+        return true;
+    }
     // The plane carried by an invertible affine transform.
     Plane Transformed(const Matrix4& m) const;
 };

@@ -89,28 +89,6 @@ Vector3 BoundingBox::ClosestPoint(const Vector3& point) const
     return p;
 }
 
-bool BoundingBox::Contains(const Vector3& point) const
-{
-    const Vector3 offset = point - m_Center;
-    for (int i = 0; i < 3; ++i)
-        if (std::fabs(m_Axes.columns[i].Dot(offset)) > m_HalfExtents[i])
-            return false;
-    return true;
-}
-
-float BoundingBox::Distance(const Vector3& point) const
-{
-    const Vector3 offset = point - m_Center;
-    float squared = 0.0f;
-    for (int i = 0; i < 3; ++i)
-    {
-        const float outside = std::fabs(m_Axes.columns[i].Dot(offset)) - m_HalfExtents[i];
-        if (outside > 0.0f)
-            squared += outside * outside;
-    }
-    return std::sqrt(squared);
-}
-
 void BoundingBox::Transform(const Matrix4& m)
 {
     // The image is a parallelepiped with edges e; fit an orthonormal frame to

@@ -54,16 +54,6 @@ void BoundingSphere::Set(const Vector3& center, float radius)
     m_Radius = std::max(radius, 0.0f);
 }
 
-bool BoundingSphere::Contains(const Vector3& point) const
-{
-    return (point - m_Center).LengthSquared() <= m_Radius * m_Radius;
-}
-
-float BoundingSphere::Distance(const Vector3& point) const
-{
-    return std::max((point - m_Center).Length() - m_Radius, 0.0f);
-}
-
 void BoundingSphere::Transform(const Matrix4& m)
 {
     m_Center = m.TransformPoint(m_Center);

@@ -104,24 +104,48 @@ struct Bounds
     }
 };
 
-// Sphere against anything with an exact distance: compare with the radius,
-// leaving room for the rounding of that distance.
-bool SphereAgainst(const BoundingSphere& sphere, const BoundingVolume& other)
+bool MeshAgainstConvex(const BoundingMesh& mesh, const BoundingVolume& volume,
+                       const ConvexShape& shape)
 {
-    const float r = sphere.GetRadius();
-    const float d = other.Distance(sphere.GetCenter());
-    return d <= r + std::max(r, d) * 1e-6f;
+    const Bounds bounds(volume);
+    if (mesh.GetTriangles().empty() || !Bounds(mesh).Overlaps(bounds))
+        return false;
+    for (const Triangle& t : mesh.GetTriangles())
+        if (Bounds(t).Overlaps(bounds) && ConvexDistance(TriangleShape(t), shape) == 0.0f)
+            return true;
+    // No triangle meets the volume: either apart or wholly inside the mesh.
+    return mesh.Contains(shape.Inside());
 }
+
+bool MeshAgainstMesh(const BoundingMesh& a, const BoundingMesh& b)
+{
+    if (a.GetTriangles().empty() || b.GetTriangles().empty() || !Bounds(a).Overlaps(Bounds(b)))
+        return false;
+    const Bounds bBounds(b);
+    for (const Triangle& ta : a.GetTriangles())
+    {
+        const Bounds taBounds(ta);
+        if (!taBounds.Overlaps(bBounds))
+            continue;
+        const TriangleShape sa(ta);
+        for (const Triangle& tb : b.GetTriangles())
+            if (taBounds.Overlaps(Bounds(tb)) && ConvexDistance(sa, TriangleShape(tb)) == 0.0f)
+                return true;
+    }
+    return a.Contains(b.GetTriangles()[0].a) || b.Contains(a.GetTriangles()[0].a);
+}
+
+} // namespace
 
 // Separating axes of two oriented boxes: the six face normals and the nine
 // edge cross products. A small term on the rotation keeps nearly parallel
 // edges from inventing a separation out of rounding.
-bool BoxAgainstBox(const BoundingBox& a, const BoundingBox& b)
+bool BoundingBox::Intersects(const BoundingBox& other) const
 {
-    const Matrix3& axesA = a.GetAxes();
-    const Matrix3& axesB = b.GetAxes();
-    const Vector3 ea = a.GetHalfExtents(), eb = b.GetHalfExtents();
-    const Vector3 offset = b.GetCenter() - a.GetCenter();
+    const Matrix3& axesA = m_Axes;
+    const Matrix3& axesB = other.m_Axes;
+    const Vector3 ea = m_HalfExtents, eb = other.m_HalfExtents;
+    const Vector3 offset = other.m_Center - m_Center;
     float r[3][3], absR[3][3];
     Vector3 t;
     for (int i = 0; i < 3; ++i)
@@ -159,38 +183,10 @@ bool BoxAgainstBox(const BoundingBox& a, const BoundingBox& b)
     return true;
 }
 
-bool MeshAgainstConvex(const BoundingMesh& mesh, const BoundingVolume& volume,
-                       const ConvexShape& shape)
+bool BoundingBox::Intersects(const BoundingSphere& sphere) const
 {
-    const Bounds bounds(volume);
-    if (mesh.GetTriangles().empty() || !Bounds(mesh).Overlaps(bounds))
-        return false;
-    for (const Triangle& t : mesh.GetTriangles())
-        if (Bounds(t).Overlaps(bounds) && ConvexDistance(TriangleShape(t), shape) == 0.0f)
-            return true;
-    // No triangle meets the volume: either apart or wholly inside the mesh.
-    return mesh.Contains(shape.Inside());
+    return sphere.Intersects(*this);
 }
-
-bool MeshAgainstMesh(const BoundingMesh& a, const BoundingMesh& b)
-{
-    if (a.GetTriangles().empty() || b.GetTriangles().empty() || !Bounds(a).Overlaps(Bounds(b)))
-        return false;
-    const Bounds bBounds(b);
-    for (const Triangle& ta : a.GetTriangles())
-    {
-        const Bounds taBounds(ta);
-        if (!taBounds.Overlaps(bBounds))
-            continue;
-        const TriangleShape sa(ta);
-        for (const Triangle& tb : b.GetTriangles())
-            if (taBounds.Overlaps(Bounds(tb)) && ConvexDistance(sa, TriangleShape(tb)) == 0.0f)
-                return true;
-    }
-    return a.Contains(b.GetTriangles()[0].a) || b.Contains(a.GetTriangles()[0].a);
-}
-
-} // namespace
 
 bool BoundingVolume::Intersects(const BoundingVolume& other) const
 {
@@ -204,14 +200,21 @@ bool BoundingVolume::Intersects(const BoundingVolume& other) const
     switch (a->GetType())
     {
     case BoundingVolumeType::Sphere:
-        return SphereAgainst(*static_cast<const BoundingSphere*>(a), *b);
+    {
+        const BoundingSphere& sphere = *static_cast<const BoundingSphere*>(a);
+        if (b->GetType() == BoundingVolumeType::Sphere)
+            return sphere.Intersects(*static_cast<const BoundingSphere*>(b));
+        if (b->GetType() == BoundingVolumeType::Box)
+            return sphere.Intersects(*static_cast<const BoundingBox*>(b));
+        return sphere.Reaches(b->Distance(sphere.GetCenter()));
+    }
     case BoundingVolumeType::Box:
     {
         const BoundingBox& box = *static_cast<const BoundingBox*>(a);
         if (b->GetType() == BoundingVolumeType::Mesh)
             return MeshAgainstConvex(*static_cast<const BoundingMesh*>(b), box, BoxShape(box));
         if (b->GetType() == BoundingVolumeType::Box)
-            return BoxAgainstBox(box, *static_cast<const BoundingBox*>(b));
+            return box.Intersects(*static_cast<const BoundingBox*>(b));
         return ConvexDistance(BoxShape(box),
                               CylinderShape(*static_cast<const BoundingCylinder*>(b))) == 0.0f;
     }

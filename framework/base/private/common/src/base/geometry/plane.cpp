@@ -15,24 +15,6 @@ Plane Plane::FromPoints(const Vector3& a, const Vector3& b, const Vector3& c)
     return Plane(a, (b - a).Cross(c - a));
 }
 
-bool Plane::IntersectRay(const Ray& ray, float& t) const
-{
-    const float distance = SignedDistance(ray.origin);
-    const float speed = normal.Dot(ray.direction);
-    if (distance == 0.0f)
-    {
-        t = 0.0f;
-        return true;
-    }
-    if (speed == 0.0f)
-        return false;
-    const float hit = -distance / speed;
-    if (!(hit >= 0.0f))
-        return false;
-    t = hit;
-    return true;
-}
-
 Plane Plane::Transformed(const Matrix4& m) const
 {
     // Normals go through the inverse transpose; points simply through m.
