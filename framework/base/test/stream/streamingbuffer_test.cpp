@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
 
 namespace
@@ -102,6 +103,31 @@ TEST(StreamingBufferTest, ManyLapsOfOddSizesDeliverTheWholeFile)
     }
     ASSERT_EQ(all.size(), length);
     ExpectFileBytes(all, 0);
+}
+
+// The copy out takes another path when the caller's buffer lies just past
+// the ring's bytes modulo 4 KB: every distance, with sizes around its 64-byte
+// blocks, must deliver the bytes and touch nothing beside them.
+TEST(StreamingBufferTest, CopyDeliversExactlyTheBytesAtEveryDistanceFromTheRing)
+{
+    const u32 sizes[] = {1, 63, 64, 65, 200, 1000};
+    MemoryFile file(1u << 20);
+    StreamingBuffer buffer(1024 + 1);
+    std::vector<unsigned char> out(4096 + 1024 + 1);
+    u32 from = 0;
+    for (u32 offset = 0; offset < 4096; ++offset)
+    {
+        const u32 size = sizes[offset % 6];
+        buffer.Reset(); // the ring's bytes start at its storage again
+        ASSERT_EQ(buffer.Read(&file, size), size);
+        std::fill(out.begin(), out.end(), 0xA5);
+        ASSERT_EQ(buffer.Copy(out.data() + 1 + offset, size), size);
+        for (u32 i = 0; i < size; ++i)
+            ASSERT_EQ(out[1 + offset + i], PatternByte(from + i)) << "offset " << offset;
+        ASSERT_EQ(out[offset], 0xA5) << "offset " << offset;
+        ASSERT_EQ(out[1 + offset + size], 0xA5) << "offset " << offset;
+        from += size;
+    }
 }
 
 TEST(StreamingBufferTest, ShortReadAtTheEndOfTheFileStopsAndResetEmpties)
