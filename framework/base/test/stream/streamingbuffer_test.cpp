@@ -1,5 +1,6 @@
 // The streaming ring: its capacity, the byte kept free, the lazy wraps of
-// both pointers, and the data surviving many laps of the ring.
+// both pointers, the restart of an emptied ring, and the data surviving many
+// laps of the ring.
 #include <qel/streamingbuffer.h>
 
 #include "memoryfile.h"
@@ -44,23 +45,31 @@ TEST(StreamingBufferTest, SizeOf1024HoldsAtMost1023BytesAndAFullRingReadsNothing
     EXPECT_EQ(buffer.Copy(out.data(), 1), 0u);
 }
 
-TEST(StreamingBufferTest, RingEmptiedAtItsEndIsEmptyAndRefillsAcrossTheWrap)
+// An emptied ring, wherever its pointers stood, takes its whole capacity
+// again in one file read.
+TEST(StreamingBufferTest, RingEmptiedAnywhereIsEmptyAndRefillsWholeInOneRead)
 {
-    MemoryFile file(4096);
-    StreamingBuffer buffer(16); // capacity 15
-    std::vector<unsigned char> out(32);
-    ASSERT_EQ(buffer.Read(&file, 15), 15u);
-    ASSERT_EQ(buffer.Copy(out.data(), 15), 15u);
-    // Both pointers now stand at the end of the storage.
-    EXPECT_EQ(buffer.DataAvailable(), 0u);
+    const struct
+    {
+        u32 first; // read and copied out before the refill
+        u32 refill;
+    } cases[] = {{15, 15}, {10, 15}, {1, 15}, {14, 7}};
+    for (const auto& c : cases)
+    {
+        MemoryFile file(4096);
+        StreamingBuffer buffer(16); // capacity 15
+        std::vector<unsigned char> out(32);
+        ASSERT_EQ(buffer.Read(&file, c.first), c.first);
+        ASSERT_EQ(buffer.Copy(out.data(), 32), c.first);
+        EXPECT_EQ(buffer.DataAvailable(), 0u) << "after " << c.first;
 
-    // The write pointer wraps; the read pointer still at the end keeps one
-    // byte free behind it.
-    EXPECT_EQ(buffer.Read(&file, 15), 14u);
-    EXPECT_EQ(buffer.DataAvailable(), 14u);
-    out.assign(14, 0);
-    EXPECT_EQ(buffer.Copy(out.data(), 14), 14u);
-    ExpectFileBytes(out, 15);
+        file.reads.clear();
+        EXPECT_EQ(buffer.Read(&file, c.refill), c.refill) << "after " << c.first;
+        EXPECT_EQ(file.reads, (std::vector<u32>{c.refill})) << "after " << c.first;
+        out.assign(c.refill, 0);
+        EXPECT_EQ(buffer.Copy(out.data(), c.refill), c.refill);
+        ExpectFileBytes(out, c.first);
+    }
 }
 
 TEST(StreamingBufferTest, ReadAndCopySplitAtTheWrapKeepTheBytesInOrder)

@@ -4,8 +4,9 @@
 // A buffer made for `size` bytes holds at most size - 1 of them. The write
 // pointer may stand at the end of the storage until the next read wraps it,
 // and the read pointer likewise until the next copy: so a ring filled to its
-// end and then emptied is empty, not full. Every operation holds the
-// buffer's lock.
+// end and then emptied is empty, not full. A read into an empty ring starts
+// at the storage's start, so it fills the whole capacity in one piece. Every
+// operation holds the buffer's lock.
 #pragma once
 
 #include <qel/allocationoperators.h>

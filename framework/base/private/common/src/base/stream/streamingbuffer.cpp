@@ -116,6 +116,11 @@ u32 StreamingBuffer::Read(File* file, u32 count)
     const u32 room = m_Capacity - AvailableLocked();
     if (count > room)
         count = room;
+    // An empty ring starts again at its start: its whole capacity is then one
+    // piece, read in one call at the file's alignment, where an emptied ring
+    // left its pointers near the end would read a few bytes up to it first.
+    if (m_Read == m_Write)
+        m_Read = m_Write = m_Start;
     u32 total = 0;
     while (total < count)
     {
