@@ -94,7 +94,9 @@ TEST(StreamingBufferTest, ReadAndCopySplitAtTheWrapKeepTheBytesInOrder)
     EXPECT_EQ(buffer.DataAvailable(), 0u);
 }
 
-TEST(StreamingBufferTest, ManyLapsOfOddSizesDeliverTheWholeFile)
+// Bytes taken by Copy, or looked at in place by Peek and passed by Skip
+// after a Read has filled the room around them, in odd sizes over many laps.
+TEST(StreamingBufferTest, ManyLapsOfOddSizesDeliverTheWholeFileCopiedOrInPlace)
 {
     const u32 length = 100000;
     MemoryFile file(length);
@@ -105,13 +107,32 @@ TEST(StreamingBufferTest, ManyLapsOfOddSizesDeliverTheWholeFile)
     while (all.size() < length)
     {
         buffer.Read(&file, 1 + (step * 37) % 300);
-        const u32 got = buffer.Copy(out.data(), 1 + (step * 53) % 300);
-        all.insert(all.end(), out.begin(), out.begin() + got);
+        const u32 wanted = 1 + (step * 53) % 300;
+        if (step % 2 == 0)
+        {
+            const u32 got = buffer.Copy(out.data(), wanted);
+            all.insert(all.end(), out.begin(), out.begin() + got);
+        }
+        else
+        {
+            const unsigned char* data = nullptr;
+            const u32 piece = buffer.Peek(data);
+            ASSERT_EQ(piece == 0, data == nullptr);
+            ASSERT_LE(piece, buffer.DataAvailable());
+            buffer.Read(&file, 300); // must leave the peeked bytes alone
+            const u32 used = std::min(piece, wanted);
+            all.insert(all.end(), data, data + used);
+            ASSERT_EQ(buffer.Skip(used), used);
+        }
         ASSERT_LE(buffer.DataAvailable(), buffer.Size());
         ASSERT_LT(++step, 100000u) << "the ring stopped moving";
     }
     ASSERT_EQ(all.size(), length);
     ExpectFileBytes(all, 0);
+    EXPECT_EQ(buffer.Skip(10), 0u);
+    const unsigned char* data = &out[0];
+    EXPECT_EQ(buffer.Peek(data), 0u);
+    EXPECT_EQ(data, nullptr);
 }
 
 // The copy out takes another path when the caller's buffer lies just past

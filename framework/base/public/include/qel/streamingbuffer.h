@@ -48,12 +48,25 @@ public:
     // Copies up to `count` bytes out of the ring, in at most two pieces, and
     // returns how many.
     u32 Copy(unsigned char* out, u32 count);
+    // The bytes the next Copy would take first, left in the ring: points
+    // `data` at them and returns how many lie in one piece there (0 and
+    // null when the ring is empty). Read writes only into the free room, so
+    // they stay as they are until Skip, Copy or Reset passes them.
+    u32 Peek(const unsigned char*& data);
+    // Passes over up to `count` bytes as Copy would take them, without
+    // copying them, and returns how many.
+    u32 Skip(u32 count);
     // Reads up to `count` bytes from `file` into the free room, in at most
     // two pieces, and returns how many. Stops at a short read of the file.
     u32 Read(File* file, u32 count);
 
 private:
     u32 AvailableLocked() const;
+    // Wraps the read pointer when bytes wait past the end, and returns how
+    // many lie in one piece from it.
+    u32 PieceLocked();
+    // Copy's work, under the lock; a null `out` skips the bytes.
+    u32 TakeLocked(unsigned char* out, u32 count);
 
     unsigned char* m_Storage;
     unsigned char* m_Read;

@@ -86,25 +86,50 @@ u32 StreamingBuffer::AvailableLocked() const
     return u32((m_End - m_Start) - (m_Read - m_Write));
 }
 
-u32 StreamingBuffer::Copy(unsigned char* out, u32 count)
+u32 StreamingBuffer::PieceLocked()
 {
-    Locked locked(m_Lock);
+    // The read pointer wraps only when bytes wait past the end.
+    if (m_Read == m_End && m_Write != m_Read)
+        m_Read = m_Start;
+    return u32((m_Write >= m_Read ? m_Write : m_End) - m_Read);
+}
+
+u32 StreamingBuffer::TakeLocked(unsigned char* out, u32 count)
+{
     const u32 available = AvailableLocked();
     if (count > available)
         count = available;
-    u32 copied = 0;
-    while (copied < count)
+    u32 taken = 0;
+    while (taken < count)
     {
-        // The read pointer wraps only when a copy starts from the end.
-        if (m_Read == m_End)
-            m_Read = m_Start;
-        const u32 contiguous = u32((m_Write >= m_Read ? m_Write : m_End) - m_Read);
-        const u32 piece = count - copied < contiguous ? count - copied : contiguous;
-        CopyOut(out + copied, m_Read, piece);
+        const u32 contiguous = PieceLocked();
+        const u32 piece = count - taken < contiguous ? count - taken : contiguous;
+        if (out != nullptr)
+            CopyOut(out + taken, m_Read, piece);
         m_Read += piece;
-        copied += piece;
+        taken += piece;
     }
-    return copied;
+    return taken;
+}
+
+u32 StreamingBuffer::Copy(unsigned char* out, u32 count)
+{
+    Locked locked(m_Lock);
+    return TakeLocked(out, count);
+}
+
+u32 StreamingBuffer::Peek(const unsigned char*& data)
+{
+    Locked locked(m_Lock);
+    const u32 piece = PieceLocked();
+    data = piece != 0 ? m_Read : nullptr;
+    return piece;
+}
+
+u32 StreamingBuffer::Skip(u32 count)
+{
+    Locked locked(m_Lock);
+    return TakeLocked(nullptr, count);
 }
 
 u32 StreamingBuffer::Read(File* file, u32 count)
