@@ -1,21 +1,25 @@
 // Streaming requests against plain read() of the same page-cached file, in
 // one program and run.
 //
-// Unmetered: every iteration reads the 64 MB file three ways, starting with
+// Unmetered: every iteration reads the 64 MB file four ways, starting with
 // another each time, into one page-aligned buffer of R bytes: plain read();
 // plain read() into a buffer of its own, each piece then copied over (the
-// least a reader that keeps the bytes in a ring of its own can do); and a
-// request with a ring of R bytes, copied out after every read. Counters: the
-// rates of plain read() and of the request over their own CPU time, and the
-// other two ways' rates over plain read()'s. The file sits in the page cache,
-// so this times the request's own work, not the disk.
+// least a reader that keeps the bytes in a ring of its own can do); a
+// request with a ring of R bytes, copied out after every read; and the same
+// request whose bytes are used where they lie in the ring (Peek, Skip).
+// Counters: the rates of plain read() and of the request over their own CPU
+// time, and the other three ways' rates over plain read()'s. The file sits in
+// the page cache, so this times the request's own work, not the disk.
 //
-// Metered: a request at 16M, 64M, 1000M and 4000M bytes per second for two
-// seconds each. The benchmark's thread, like a game's frame loop, wakes every
-// 10 ms, reads what its clock says is due in slices the ring takes, copies
-// each slice out, and wakes the manager's worker; the file starts over when
-// it ends. Counters: the rate achieved over the rate asked, and the CPU time
-// of this thread and of the manager's worker, each as a share of one core.
+// Metered: a request at 16M, 64M, 256M, 1000M and 4000M bytes per second for
+// two seconds each. The benchmark's thread, like a game's frame loop, wakes
+// every 10 ms, reads what its clock says is due in slices the ring takes,
+// passes over each slice in place, as qeltool stream does, and wakes the
+// manager's worker; the file starts over when it ends. Counters: the rate
+// achieved over the rate asked and in MB/s, and the CPU time of this thread
+// and of the manager's worker, each as a share of one core. Beside them,
+// plain read() of the file for two seconds gives the rate this machine
+// reaches at the time (MB/s of wall time).
 #include <qel/filemanager.h>
 #include <qel/streamingmanager.h>
 #include <qel/streamingrequest.h>
@@ -125,19 +129,37 @@ u64 RequestRead(unsigned char* buffer, u32 size)
     return total;
 }
 
+// The same, the bytes used where they lie in the ring.
+u64 RequestInPlace(u32 size)
+{
+    StreamingRequest* request = StreamingRequest::Create(g_Virtual.c_str(), 0xFFFFFFFFu, size + 1);
+    u64 total = 0;
+    while (request->Read(0x7FFFFFFFFFFFFFFF) > 0)
+    {
+        const void* data = nullptr;
+        while (u32 piece = request->Peek(data))
+        {
+            benchmark::DoNotOptimize(data);
+            total += request->Skip(piece);
+        }
+    }
+    delete request;
+    return total;
+}
+
 void BM_Unmetered(benchmark::State& state)
 {
     const u32 size = u32(state.range(0));
     Buffer buffer(size), own(size);
-    double cpu[3] = {};
+    double cpu[4] = {};
     u64 checked = 0, rounds = 0;
     for (auto _ : state)
     {
-        // The three ways in turn, starting with another one each round.
-        for (u64 pass = rounds; pass < rounds + 3; ++pass)
+        // The four ways in turn, starting with another one each round.
+        for (u64 pass = rounds; pass < rounds + 4; ++pass)
         {
             const double before = ThreadCpuSeconds();
-            switch (pass % 3)
+            switch (pass % 4)
             {
             case 0:
                 checked += PlainRead(buffer.data, size);
@@ -145,23 +167,32 @@ void BM_Unmetered(benchmark::State& state)
             case 1:
                 checked += PlainReadCopied(buffer.data, own.data, size);
                 break;
-            default:
+            case 2:
                 checked += RequestRead(buffer.data, size);
                 break;
+            default:
+                checked += RequestInPlace(size);
+                break;
             }
-            cpu[pass % 3] += ThreadCpuSeconds() - before;
+            cpu[pass % 4] += ThreadCpuSeconds() - before;
         }
         ++rounds;
     }
-    if (checked != 3 * FileSize * rounds)
+    if (checked != 4 * FileSize * rounds)
         state.SkipWithError("a read came short of the file");
     const double bytes = double(FileSize) * double(rounds);
     state.counters["plain_GBps"] = bytes / cpu[0] * 1e-9;
     state.counters["request_GBps"] = bytes / cpu[2] * 1e-9;
-    state.counters["request_over_plain"] = cpu[0] / cpu[2];
     state.counters["copied_over_plain"] = cpu[0] / cpu[1];
+    state.counters["request_over_plain"] = cpu[0] / cpu[2];
+    state.counters["inplace_over_plain"] = cpu[0] / cpu[3];
 }
-BENCHMARK(BM_Unmetered)->Arg(64 << 10)->Arg(256 << 10)->Arg(1 << 20)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Unmetered)
+    ->Arg(16 << 10)
+    ->Arg(64 << 10)
+    ->Arg(256 << 10)
+    ->Arg(1 << 20)
+    ->Unit(benchmark::kMillisecond);
 
 // ---- metered ----------------------------------------------------------------
 
@@ -180,7 +211,6 @@ MeteredRun StreamFor(u32 rate, double seconds)
     const u32 ring = std::min(rate / 2, MeteredRing);
     StreamingRequest* request = StreamingRequest::Create(g_Virtual.c_str(), rate, ring + 1);
     manager.Add(request);
-    Buffer sink(ring);
 
     MeteredRun run;
     u64 laps = 0; // the bytes of the file's earlier passes
@@ -202,8 +232,11 @@ MeteredRun StreamFor(u32 rate, double seconds)
                 request->Reset(0);
             }
             request->Read(qel::s64(due - laps));
-            while (request->Copy(sink.data, ring) > 0)
+            const void* data = nullptr;
+            while (u32 piece = request->Peek(data))
             {
+                benchmark::DoNotOptimize(data);
+                request->Skip(piece);
             }
         }
         manager.Execute(10);
@@ -229,17 +262,39 @@ void BM_Metered(benchmark::State& state)
         state.SetIterationTime(run.seconds);
     }
     state.counters["achieved_over_asked"] = double(run.bytes) / run.seconds / rate;
+    state.counters["achieved_MBps"] = double(run.bytes) / run.seconds / double(1u << 20);
     state.counters["owner_cpu_pct"] = 100 * run.ownerCpu / run.seconds;
     state.counters["worker_cpu_pct"] = 100 * run.workerCpu / run.seconds;
 }
 BENCHMARK(BM_Metered)
     ->Arg(16)
     ->Arg(64)
+    ->Arg(256)
     ->Arg(1000)
     ->Arg(4000)
     ->Iterations(1)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
+
+// Plain read() of the file over and over for two seconds, in pieces of the
+// metered ring's size: the rate the machine reaches at the time.
+void BM_PlainReadFor2s(benchmark::State& state)
+{
+    Buffer buffer(MeteredRing);
+    u64 bytes = 0;
+    double seconds = 0;
+    for (auto _ : state)
+    {
+        const Clock::time_point start = Clock::now();
+        const Clock::time_point end = start + std::chrono::seconds(2);
+        while (Clock::now() < end)
+            bytes += PlainRead(buffer.data, MeteredRing);
+        seconds = std::chrono::duration<double>(Clock::now() - start).count();
+        state.SetIterationTime(seconds);
+    }
+    state.counters["achieved_MBps"] = double(bytes) / seconds / double(1u << 20);
+}
+BENCHMARK(BM_PlainReadFor2s)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 } // namespace
 
