@@ -16,7 +16,6 @@
 #include <filesystem>
 #include <string>
 #include <thread>
-#include <vector>
 
 #if defined(_WIN32)
 #include <io.h>
@@ -77,7 +76,7 @@ double Seconds(u64 from)
 // Streams `request` (listed in the manager) at its rate until its bytes
 // have all arrived or `limit` seconds passed (0: no limit). Every step it
 // reads what the clock says is due, in slices the ring can take, wakes the
-// manager's worker, and copies out what arrived. A Read made ahead of its
+// manager's worker, and takes out what arrived. A Read made ahead of its
 // target would still take a quarter of the rate, so Read is called only when
 // bytes are due. At the limit it reads the last bytes due and stops, caught
 // up or not, so a rate the machine cannot keep still ends on time. `show` is
@@ -88,13 +87,8 @@ StreamProgress Stream(StreamingRequest& request, double limit, Show show)
     StreamProgress progress;
     progress.total = request.BytesRemaining64();
     progress.capacity = request.BufferCapacity();
-    std::vector<unsigned char> sink(progress.capacity);
-    auto drain = [&]
-    {
-        while (request.Copy(sink.data(), u32(sink.size())) > 0)
-        {
-        }
-    };
+    // The bytes are not used: they are passed over where they lie.
+    auto drain = [&] { request.Skip(progress.capacity); };
     const double rate = request.Datarate();
     const u64 start = qel::Clock::Read();
     for (double next = StreamStep;; next += StreamStep)
@@ -157,12 +151,13 @@ void PrintSummary(const char* path, double rate, const StreamProgress& progress)
                 Bytes(achieved).c_str(), rate > 0 ? 100.0 * achieved / rate : 0.0,
                 Bytes(rate).c_str(), Bytes(progress.capacity).c_str(),
                 progress.steps ? 100.0 * progress.fillSum / progress.steps : 0.0);
-    // Reading what the clock says is due keeps within a step of it; a
-    // stream further behind was held back by the machine.
-    const double due = rate * (progress.seconds - StreamStep);
+    // Reading what the clock says is due keeps within a step of it: a
+    // stream that took longer than that for its bytes, whether it stopped at
+    // the limit or at the file's end, was held back by the machine.
+    const double kept = double(progress.bytesRead) / rate / 0.98 + StreamStep;
     if (progress.cut)
         std::printf("the file ended before its size\n");
-    else if (double(progress.bytesRead) < 0.98 * std::min(due, double(progress.total)))
+    else if (progress.seconds > kept)
         std::printf("the rate asked is above what this machine reached: %s/s\n",
                     Bytes(achieved).c_str());
 }
@@ -177,9 +172,9 @@ int StreamFile(int count, char** args)
         return UsageError("stream", "RATE is bytes per second from 4 up (\"16M\", \"512k\"), "
                                     "SECONDS a positive number");
     const std::string path = VirtualPath(args[0]);
-    // Each slice is copied out as soon as it arrives, so the ring needs to
+    // Each slice is taken out as soon as it arrives, so the ring needs to
     // hold one slice only; a small one stays in the processor's cache, where
-    // reading into it and copying out of it are cheapest.
+    // reading into it is cheapest.
     const u32 ring = u32(std::min<u64>(rate / 2, StreamRing + 1));
     StreamingRequest* request = nullptr;
     try
