@@ -2,12 +2,14 @@
 //
 // The owner calls Read with the number of bytes that should have arrived by
 // now (the rate times the time since the start, say) and Copy to take what
-// has arrived, or Peek and Skip to use it where it lies in the ring. Read never asks the file for
-// more than half the rate at once and, when the request is ahead of its target, still reads a
-// quarter of the rate (a prefetch that the ring bounds): an owner that copies out at once and wants
-// the rate exactly calls Read only when bytes are due. The ring takes what room it has. Every
-// public operation holds the request's lock, so Copy and the availability questions may come from
-// another thread than Read.
+// has arrived, or Peek and Skip to use it where it lies in the ring. Read
+// never asks the file for more than half the rate at once and, when the
+// request is ahead of its target, still reads a quarter of the rate (a
+// prefetch that the ring bounds): an owner that takes the bytes out at once
+// and wants the rate exactly calls Read only when bytes are due. The ring
+// takes what room it has. Every public operation holds the request's lock,
+// so Copy and the availability questions may come from another thread than
+// Read.
 //
 // Positions and counts are 64-bit, so files of 4 GB and more stream whole.
 // BytesRead and BytesRemaining stay at 0xFFFFFFFF while the true count is
