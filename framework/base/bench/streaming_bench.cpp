@@ -16,9 +16,10 @@
 // every 10 ms, reads what its clock says is due in slices the ring takes,
 // passes over each slice in place, as qeltool stream does, and wakes the
 // manager's worker; the file starts over when it ends. Counters: the rate
-// achieved over the rate asked and in MB/s, and the CPU time of this thread
-// and of the manager's worker, each as a share of one core. Beside them,
-// plain read() of the file for two seconds gives the rate this machine
+// achieved over the rate asked and in MB/s, the CPU time of this thread and
+// of the manager's worker, each as a share of one core, and the time this
+// thread waited for a core, ready to run (what a busy machine takes). Beside
+// them, plain read() of the file for two seconds gives the rate this machine
 // reaches at the time (MB/s of wall time).
 #include <qel/filemanager.h>
 #include <qel/streamingmanager.h>
@@ -61,18 +62,26 @@ double ThreadCpuSeconds()
     return double(now.tv_sec) + double(now.tv_nsec) * 1e-9;
 }
 
-// The CPU time of a thread of this process, from the scheduler's records.
-double TaskCpuSeconds(u32 tid)
+// The scheduler's records of a thread of this process: the time it ran and
+// the time it waited, ready, for a core.
+struct TaskTimes
+{
+    double cpu = 0;
+    double waited = 0;
+};
+
+TaskTimes ReadTaskTimes(long tid)
 {
     const std::string path = "/proc/self/task/" + std::to_string(tid) + "/schedstat";
-    unsigned long long ns = 0;
+    unsigned long long ran = 0, waited = 0;
+    TaskTimes times;
     if (std::FILE* f = std::fopen(path.c_str(), "r"))
     {
-        if (std::fscanf(f, "%llu", &ns) != 1)
-            ns = 0;
+        if (std::fscanf(f, "%llu %llu", &ran, &waited) == 2)
+            times = {double(ran) * 1e-9, double(waited) * 1e-9};
         std::fclose(f);
     }
-    return double(ns) * 1e-9;
+    return times;
 }
 
 // A page-aligned buffer, the kind a program reading files in bulk uses.
@@ -201,6 +210,7 @@ struct MeteredRun
     double seconds = 0;
     u64 bytes = 0;
     double ownerCpu = 0;
+    double ownerWaited = 0; // ready to run but without a core
     double workerCpu = 0;
 };
 
@@ -214,8 +224,8 @@ MeteredRun StreamFor(u32 rate, double seconds)
 
     MeteredRun run;
     u64 laps = 0; // the bytes of the file's earlier passes
-    const double workerCpu = TaskCpuSeconds(manager.GetWorkerThreadId());
-    const double ownerCpu = ThreadCpuSeconds();
+    const TaskTimes worker = ReadTaskTimes(manager.GetWorkerThreadId());
+    const TaskTimes owner = ReadTaskTimes(::gettid());
     const Clock::time_point start = Clock::now();
     const Clock::time_point end =
         start + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
@@ -246,8 +256,10 @@ MeteredRun StreamFor(u32 rate, double seconds)
     }
     run.seconds = std::chrono::duration<double>(Clock::now() - start).count();
     run.bytes = laps + request->BytesRead64();
-    run.ownerCpu = ThreadCpuSeconds() - ownerCpu;
-    run.workerCpu = TaskCpuSeconds(manager.GetWorkerThreadId()) - workerCpu;
+    const TaskTimes ownerEnd = ReadTaskTimes(::gettid());
+    run.ownerCpu = ownerEnd.cpu - owner.cpu;
+    run.ownerWaited = ownerEnd.waited - owner.waited;
+    run.workerCpu = ReadTaskTimes(manager.GetWorkerThreadId()).cpu - worker.cpu;
     delete request;
     return run;
 }
@@ -264,6 +276,7 @@ void BM_Metered(benchmark::State& state)
     state.counters["achieved_over_asked"] = double(run.bytes) / run.seconds / rate;
     state.counters["achieved_MBps"] = double(run.bytes) / run.seconds / double(1u << 20);
     state.counters["owner_cpu_pct"] = 100 * run.ownerCpu / run.seconds;
+    state.counters["owner_waited_pct"] = 100 * run.ownerWaited / run.seconds;
     state.counters["worker_cpu_pct"] = 100 * run.workerCpu / run.seconds;
 }
 BENCHMARK(BM_Metered)
