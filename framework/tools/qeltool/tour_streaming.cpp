@@ -75,12 +75,13 @@ double Seconds(u64 from)
 
 // Streams `request` (listed in the manager) at its rate until its bytes
 // have all arrived or `limit` seconds passed (0: no limit). Every step it
-// reads what the clock says is due, in slices the ring can take, wakes the
-// manager's worker, and takes out what arrived. A Read made ahead of its
-// target would still take a quarter of the rate, so Read is called only when
-// bytes are due. At the limit it reads the last bytes due and stops, caught
-// up or not, so a rate the machine cannot keep still ends on time. `show` is
-// called at every step, with the step's last slice still in the ring.
+// reads what the clock says is due at the next step, in slices the ring can
+// take, wakes the manager's worker, and takes out what arrived. A Read made
+// ahead of its target would still take a quarter of the rate, so Read is
+// called only when bytes are due. The last step before the limit reads up to
+// the limit's bytes, and reading stops at the limit, caught up or not: so a
+// rate the machine cannot keep still ends on time. `show` is called at every
+// step, with the step's last slice still in the ring.
 template <class Show>
 StreamProgress Stream(StreamingRequest& request, double limit, Show show)
 {
@@ -95,11 +96,14 @@ StreamProgress Stream(StreamingRequest& request, double limit, Show show)
     {
         progress.seconds = Seconds(start);
         const bool last = limit > 0 && progress.seconds >= limit;
-        const double due = rate * (last ? limit : progress.seconds);
+        // What is due at the next step: at the limit, nothing is left to read.
+        double until = progress.seconds + StreamStep;
+        if (limit > 0 && until > limit)
+            until = limit;
+        const double due = rate * until;
         const u64 target = due < double(progress.total) ? u64(due) : progress.total;
-        // Past the limit, the last slices get one step more.
         while (request.BytesRead64() < target && !progress.cut &&
-               !(limit > 0 && Seconds(start) >= limit + StreamStep))
+               !(limit > 0 && Seconds(start) >= limit))
         {
             drain();
             progress.cut = request.Read(qel::s64(target)) == 0;
