@@ -73,7 +73,8 @@ const std::vector<Command>& Commands()
          "read a file at RATE bytes per second through a streaming request",
          "RATE is bytes per second from 4 up, with k or M for 1024 or 1048576 (16M, 512k);\n"
          "the read stops after SECONDS when they are given. A live line shows the bytes\n"
-         "read, the rate achieved and the ring's fill, and a summary ends the run."},
+         "read, the rate achieved and the ring's fill, and a summary ends the run; it\n"
+         "says so when the machine did not reach RATE."},
         {"describe", "FILE...", 1, -1,
          [](Arguments& a) { return DescribeFiles(a.Count(), a.Operands()); },
          "print each resource file's header, version and class",

@@ -9,13 +9,13 @@
 #include <qel/streamingmanager.h>
 #include <qel/streamingrequest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <thread>
-#include <vector>
 
 #if defined(_WIN32)
 #include <io.h>
@@ -36,6 +36,13 @@ using qel::StreamingRequest;
 using qel::u32;
 using qel::u64;
 
+// The capacity of `qeltool stream`'s ring: a whole number of pages, so that
+// every read into it meets the file's pages at the same alignment.
+constexpr u32 StreamRing = 256u << 10;
+
+// The time between two reads of a stream, in seconds.
+constexpr double StreamStep = 0.01;
+
 // What a stream did, sampled at every step.
 struct StreamProgress
 {
@@ -46,6 +53,7 @@ struct StreamProgress
     u32 capacity = 0; // of the ring
     double fillSum = 0;
     u32 steps = 0;
+    bool cut = false; // the file ended before its size said
 };
 
 std::string Bytes(double bytes)
@@ -66,44 +74,55 @@ double Seconds(u64 from)
 }
 
 // Streams `request` (listed in the manager) at its rate until its bytes
-// have all arrived or `limit` seconds passed (0: no limit). Every 10 ms it
-// asks Read for the bytes due by the clock, wakes the manager's worker, and
-// copies out what arrived. A Read made ahead of its target would still take
-// a quarter of the rate, so Read is called only when bytes are due. `show`
-// is called at every step.
+// have all arrived or `limit` seconds passed (0: no limit). Every step it
+// reads what the clock says is due at the next step, in slices the ring can
+// take, wakes the manager's worker, and takes out what arrived. A Read made
+// ahead of its target would still take a quarter of the rate, so Read is
+// called only when bytes are due. The last step before the limit reads up to
+// the limit's bytes, and reading stops at the limit, caught up or not: so a
+// rate the machine cannot keep still ends on time. `show` is called at every
+// step, with the step's last slice still in the ring.
 template <class Show>
 StreamProgress Stream(StreamingRequest& request, double limit, Show show)
 {
     StreamProgress progress;
     progress.total = request.BytesRemaining64();
     progress.capacity = request.BufferCapacity();
-    std::vector<unsigned char> sink(progress.capacity < (1u << 20) ? progress.capacity : 1u << 20);
+    // The bytes are not used: they are passed over where they lie.
+    auto drain = [&] { request.Skip(progress.capacity); };
     const double rate = request.Datarate();
     const u64 start = qel::Clock::Read();
-    while (request.BytesRemaining64() > 0 || request.DataAvailable() > 0)
+    for (double next = StreamStep;; next += StreamStep)
     {
         progress.seconds = Seconds(start);
-        if (limit > 0 && progress.seconds >= limit)
-            break;
-        // Due by the clock, at most the whole file: a target that the
-        // request can reach whatever the size.
-        const double due = rate * progress.seconds;
-        const double whole = double(progress.total);
-        const qel::s64 target = qel::s64(due < whole ? due : whole);
-        const bool behind = u64(target) > request.BytesRead64();
-        const u32 read = behind ? request.Read(target) : 0;
+        const bool last = limit > 0 && progress.seconds >= limit;
+        // What is due at the next step: at the limit, nothing is left to read.
+        double until = progress.seconds + StreamStep;
+        if (limit > 0 && until > limit)
+            until = limit;
+        const double due = rate * until;
+        const u64 target = due < double(progress.total) ? u64(due) : progress.total;
+        while (request.BytesRead64() < target && !progress.cut &&
+               !(limit > 0 && Seconds(start) >= limit))
+        {
+            drain();
+            progress.cut = request.Read(qel::s64(target)) == 0;
+        }
         StreamingManager::GetSingletonInstance().Execute(10);
         progress.bytesRead = request.BytesRead64();
         progress.fill = request.DataAvailable();
         progress.fillSum += progress.capacity ? double(progress.fill) / progress.capacity : 0;
         ++progress.steps;
         show(progress);
-        while (request.Copy(sink.data(), u32(sink.size())) > 0)
-        {
-        }
-        if (behind && read == 0 && request.BytesRemaining64() > 0)
-            break; // the file ended before its size said
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        drain();
+        if (last || progress.cut || progress.bytesRead >= progress.total)
+            break;
+        const double now = Seconds(start);
+        if (next < now)
+            next = now; // a step that overran: the next one follows at once
+        const double wake = limit > 0 && next > limit ? limit : next;
+        if (wake > now)
+            std::this_thread::sleep_for(std::chrono::duration<double>(wake - now));
     }
     progress.seconds = Seconds(start);
     progress.bytesRead = request.BytesRead64();
@@ -136,6 +155,15 @@ void PrintSummary(const char* path, double rate, const StreamProgress& progress)
                 Bytes(achieved).c_str(), rate > 0 ? 100.0 * achieved / rate : 0.0,
                 Bytes(rate).c_str(), Bytes(progress.capacity).c_str(),
                 progress.steps ? 100.0 * progress.fillSum / progress.steps : 0.0);
+    // Reading what the clock says is due keeps within a step of it: a
+    // stream that took longer than that for its bytes, whether it stopped at
+    // the limit or at the file's end, was held back by the machine.
+    const double kept = double(progress.bytesRead) / rate / 0.98 + StreamStep;
+    if (progress.cut)
+        std::printf("the file ended before its size\n");
+    else if (progress.seconds > kept)
+        std::printf("the rate asked is above what this machine reached: %s/s\n",
+                    Bytes(achieved).c_str());
 }
 
 } // namespace
@@ -148,10 +176,14 @@ int StreamFile(int count, char** args)
         return UsageError("stream", "RATE is bytes per second from 4 up (\"16M\", \"512k\"), "
                                     "SECONDS a positive number");
     const std::string path = VirtualPath(args[0]);
+    // Each slice is taken out as soon as it arrives, so the ring needs to
+    // hold one slice only; a small one stays in the processor's cache, where
+    // reading into it is cheapest.
+    const u32 ring = u32(std::min<u64>(rate / 2, StreamRing + 1));
     StreamingRequest* request = nullptr;
     try
     {
-        request = StreamingRequest::Create(path.c_str(), u32(rate));
+        request = StreamingRequest::Create(path.c_str(), u32(rate), ring);
     }
     catch (const qel::FileException& e)
     {

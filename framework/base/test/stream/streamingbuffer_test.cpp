@@ -1,5 +1,6 @@
 // The streaming ring: its capacity, the byte kept free, the lazy wraps of
-// both pointers, and the data surviving many laps of the ring.
+// both pointers, the restart of an emptied ring, and the data surviving many
+// laps of the ring.
 #include <qel/streamingbuffer.h>
 
 #include "memoryfile.h"
@@ -7,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
 
 namespace
@@ -43,23 +45,31 @@ TEST(StreamingBufferTest, SizeOf1024HoldsAtMost1023BytesAndAFullRingReadsNothing
     EXPECT_EQ(buffer.Copy(out.data(), 1), 0u);
 }
 
-TEST(StreamingBufferTest, RingEmptiedAtItsEndIsEmptyAndRefillsAcrossTheWrap)
+// An emptied ring, wherever its pointers stood, takes its whole capacity
+// again in one file read.
+TEST(StreamingBufferTest, RingEmptiedAnywhereIsEmptyAndRefillsWholeInOneRead)
 {
-    MemoryFile file(4096);
-    StreamingBuffer buffer(16); // capacity 15
-    std::vector<unsigned char> out(32);
-    ASSERT_EQ(buffer.Read(&file, 15), 15u);
-    ASSERT_EQ(buffer.Copy(out.data(), 15), 15u);
-    // Both pointers now stand at the end of the storage.
-    EXPECT_EQ(buffer.DataAvailable(), 0u);
+    const struct
+    {
+        u32 first; // read and copied out before the refill
+        u32 refill;
+    } cases[] = {{15, 15}, {10, 15}, {1, 15}, {14, 7}};
+    for (const auto& c : cases)
+    {
+        MemoryFile file(4096);
+        StreamingBuffer buffer(16); // capacity 15
+        std::vector<unsigned char> out(32);
+        ASSERT_EQ(buffer.Read(&file, c.first), c.first);
+        ASSERT_EQ(buffer.Copy(out.data(), 32), c.first);
+        EXPECT_EQ(buffer.DataAvailable(), 0u) << "after " << c.first;
 
-    // The write pointer wraps; the read pointer still at the end keeps one
-    // byte free behind it.
-    EXPECT_EQ(buffer.Read(&file, 15), 14u);
-    EXPECT_EQ(buffer.DataAvailable(), 14u);
-    out.assign(14, 0);
-    EXPECT_EQ(buffer.Copy(out.data(), 14), 14u);
-    ExpectFileBytes(out, 15);
+        file.reads.clear();
+        EXPECT_EQ(buffer.Read(&file, c.refill), c.refill) << "after " << c.first;
+        EXPECT_EQ(file.reads, (std::vector<u32>{c.refill})) << "after " << c.first;
+        out.assign(c.refill, 0);
+        EXPECT_EQ(buffer.Copy(out.data(), c.refill), c.refill);
+        ExpectFileBytes(out, c.first);
+    }
 }
 
 TEST(StreamingBufferTest, ReadAndCopySplitAtTheWrapKeepTheBytesInOrder)
@@ -84,7 +94,9 @@ TEST(StreamingBufferTest, ReadAndCopySplitAtTheWrapKeepTheBytesInOrder)
     EXPECT_EQ(buffer.DataAvailable(), 0u);
 }
 
-TEST(StreamingBufferTest, ManyLapsOfOddSizesDeliverTheWholeFile)
+// Bytes taken by Copy, or looked at in place by Peek and passed by Skip
+// after a Read has filled the room around them, in odd sizes over many laps.
+TEST(StreamingBufferTest, ManyLapsOfOddSizesDeliverTheWholeFileCopiedOrInPlace)
 {
     const u32 length = 100000;
     MemoryFile file(length);
@@ -95,13 +107,57 @@ TEST(StreamingBufferTest, ManyLapsOfOddSizesDeliverTheWholeFile)
     while (all.size() < length)
     {
         buffer.Read(&file, 1 + (step * 37) % 300);
-        const u32 got = buffer.Copy(out.data(), 1 + (step * 53) % 300);
-        all.insert(all.end(), out.begin(), out.begin() + got);
+        const u32 wanted = 1 + (step * 53) % 300;
+        if (step % 2 == 0)
+        {
+            const u32 got = buffer.Copy(out.data(), wanted);
+            all.insert(all.end(), out.begin(), out.begin() + got);
+        }
+        else
+        {
+            const unsigned char* data = nullptr;
+            const u32 piece = buffer.Peek(data);
+            ASSERT_EQ(piece == 0, data == nullptr);
+            ASSERT_LE(piece, buffer.DataAvailable());
+            buffer.Read(&file, 300); // must leave the peeked bytes alone
+            const u32 used = std::min(piece, wanted);
+            all.insert(all.end(), data, data + used);
+            ASSERT_EQ(buffer.Skip(used), used);
+        }
         ASSERT_LE(buffer.DataAvailable(), buffer.Size());
         ASSERT_LT(++step, 100000u) << "the ring stopped moving";
     }
     ASSERT_EQ(all.size(), length);
     ExpectFileBytes(all, 0);
+    EXPECT_EQ(buffer.Skip(10), 0u);
+    const unsigned char* data = &out[0];
+    EXPECT_EQ(buffer.Peek(data), 0u);
+    EXPECT_EQ(data, nullptr);
+}
+
+// The copy out takes another path when the caller's buffer lies just past
+// the ring's bytes modulo 4 KB: every distance, with sizes around its 64-byte
+// blocks, must deliver the bytes and touch nothing beside them.
+TEST(StreamingBufferTest, CopyDeliversExactlyTheBytesAtEveryDistanceFromTheRing)
+{
+    const u32 sizes[] = {1, 63, 64, 65, 200, 1000};
+    MemoryFile file(1u << 20);
+    StreamingBuffer buffer(1024 + 1);
+    std::vector<unsigned char> out(4096 + 1024 + 1);
+    u32 from = 0;
+    for (u32 offset = 0; offset < 4096; ++offset)
+    {
+        const u32 size = sizes[offset % 6];
+        buffer.Reset(); // the ring's bytes start at its storage again
+        ASSERT_EQ(buffer.Read(&file, size), size);
+        std::fill(out.begin(), out.end(), 0xA5);
+        ASSERT_EQ(buffer.Copy(out.data() + 1 + offset, size), size);
+        for (u32 i = 0; i < size; ++i)
+            ASSERT_EQ(out[1 + offset + i], PatternByte(from + i)) << "offset " << offset;
+        ASSERT_EQ(out[offset], 0xA5) << "offset " << offset;
+        ASSERT_EQ(out[1 + offset + size], 0xA5) << "offset " << offset;
+        from += size;
+    }
 }
 
 TEST(StreamingBufferTest, ShortReadAtTheEndOfTheFileStopsAndResetEmpties)

@@ -1,6 +1,7 @@
 // The streaming manager: its list and the requests that leave it, the sums
 // over all requests, one worker pass per Execute, availability asked while
-// another thread reads and copies, and its teardown with requests listed.
+// one thread reads and another takes the bytes, and its teardown with
+// requests listed.
 #include <qel/instancemanager.h>
 #include <qel/streamingmanager.h>
 #include <qel/streamingrequest.h>
@@ -82,7 +83,10 @@ TEST(StreamingManagerTest, EachExecuteWakesTheWorkerForOnePass)
     delete request;
 }
 
-TEST(StreamingManagerTest, AvailabilityIsAskedWhileAnotherThreadReadsAndCopies)
+// The owner's thread reads; this one takes the bytes, copied and in place in
+// turn, and asks about availability. The bytes used in place are read after
+// the owner had the chance to read around them.
+TEST(StreamingManagerTest, OneThreadReadsWhileAnotherTakesTheBytesAndAsksAvailability)
 {
     const u32 length = 1u << 20;
     StreamingRequest* request = StreamingRequest::Create(new MemoryFile(length), 64 * 1024);
@@ -90,31 +94,36 @@ TEST(StreamingManagerTest, AvailabilityIsAskedWhileAnotherThreadReadsAndCopies)
     const u32 capacity = request->BufferCapacity();
     Manager().Add(request);
 
-    std::atomic<bool> done{false};
     std::atomic<u32> questions{0};
-    std::vector<unsigned char> received;
     std::thread owner(
         [&]
         {
             WaitUntil([&] { return questions.load() > 0; }); // both sides overlap
-            std::vector<unsigned char> out(4096);
-            s32 target = 0;
-            while (received.size() < length)
-            {
-                target += 3000;
-                request->Read(target);
-                const u32 got = request->Copy(out.data(), u32(out.size()));
-                received.insert(received.end(), out.begin(), out.begin() + got);
-            }
-            done = true;
+            qel::s64 target = 0;
+            while (request->BytesRemaining64() > 0)
+                if (request->Read(target += 3000) == 0)
+                    std::this_thread::yield(); // the ring is full
         });
+    std::vector<unsigned char> received;
+    std::vector<unsigned char> out(4096);
     bool withinCapacity = true;
-    while (!done)
+    while (received.size() < length)
     {
         withinCapacity &= Manager().TotalBytesAvailable() <= capacity;
         Manager().Execute(questions);
         request->Pause(questions % 2 == 0);
-        ++questions;
+        if (++questions % 2 == 0)
+        {
+            const u32 got = request->Copy(out.data(), u32(out.size()));
+            received.insert(received.end(), out.begin(), out.begin() + got);
+            continue;
+        }
+        const void* data = nullptr;
+        const u32 piece = request->Peek(data);
+        std::this_thread::yield();
+        const unsigned char* bytes = static_cast<const unsigned char*>(data);
+        received.insert(received.end(), bytes, bytes + piece);
+        request->Skip(piece);
     }
     owner.join();
     EXPECT_TRUE(withinCapacity);

@@ -39,10 +39,16 @@ TEST(StreamingRequestTest, ReadTakesAtMostHalfTheRateAndAQuarterWhenAhead)
     // A target below what was read (and a negative one) is ahead, not huge.
     EXPECT_EQ(request->Read(-5), 250u);
 
+    // The first bytes used in place, the rest copied out after them.
+    const void* data = nullptr;
+    ASSERT_EQ(request->Peek(data), 1350u);
+    for (u32 i = 0; i < 350; ++i)
+        ASSERT_EQ(static_cast<const unsigned char*>(data)[i], PatternByte(i)) << i;
+    EXPECT_EQ(request->Skip(350), 350u);
     std::vector<unsigned char> out(2000);
-    ASSERT_EQ(request->Copy(out.data(), 2000), 1350u);
-    for (u32 i = 0; i < 1350; ++i)
-        ASSERT_EQ(out[i], PatternByte(i)) << i;
+    ASSERT_EQ(request->Copy(out.data(), 2000), 1000u);
+    for (u32 i = 0; i < 1000; ++i)
+        ASSERT_EQ(out[i], PatternByte(350 + i)) << i;
     delete request;
 }
 
@@ -115,6 +121,10 @@ TEST(StreamingRequestTest, RingThatCannotBeAllocatedReportsNothingAvailable)
     EXPECT_EQ(request->DataAvailable(), 0u);
     unsigned char byte = 0;
     EXPECT_EQ(request->Copy(&byte, 1), 0u);
+    const void* data = &byte;
+    EXPECT_EQ(request->Peek(data), 0u);
+    EXPECT_EQ(data, nullptr);
+    EXPECT_EQ(request->Skip(1), 0u);
     delete request;
 }
 

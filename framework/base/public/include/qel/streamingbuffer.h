@@ -4,8 +4,9 @@
 // A buffer made for `size` bytes holds at most size - 1 of them. The write
 // pointer may stand at the end of the storage until the next read wraps it,
 // and the read pointer likewise until the next copy: so a ring filled to its
-// end and then emptied is empty, not full. Every operation holds the
-// buffer's lock.
+// end and then emptied is empty, not full. A read into an empty ring starts
+// at the storage's start, so it fills the whole capacity in one piece. Every
+// operation holds the buffer's lock.
 #pragma once
 
 #include <qel/allocationoperators.h>
@@ -47,12 +48,25 @@ public:
     // Copies up to `count` bytes out of the ring, in at most two pieces, and
     // returns how many.
     u32 Copy(unsigned char* out, u32 count);
+    // The bytes the next Copy would take first, left in the ring: points
+    // `data` at them and returns how many lie in one piece there (0 and
+    // null when the ring is empty). Read writes only into the free room, so
+    // they stay as they are until Skip, Copy or Reset passes them.
+    u32 Peek(const unsigned char*& data);
+    // Passes over up to `count` bytes as Copy would take them, without
+    // copying them, and returns how many.
+    u32 Skip(u32 count);
     // Reads up to `count` bytes from `file` into the free room, in at most
     // two pieces, and returns how many. Stops at a short read of the file.
     u32 Read(File* file, u32 count);
 
 private:
     u32 AvailableLocked() const;
+    // Wraps the read pointer when bytes wait past the end, and returns how
+    // many lie in one piece from it.
+    u32 PieceLocked();
+    // Copy's work, under the lock; a null `out` skips the bytes.
+    u32 TakeLocked(unsigned char* out, u32 count);
 
     unsigned char* m_Storage;
     unsigned char* m_Read;

@@ -2,9 +2,10 @@
 //
 // The owner calls Read with the number of bytes that should have arrived by
 // now (the rate times the time since the start, say) and Copy to take what
-// has arrived. Read never asks the file for more than half the rate at once
-// and, when the request is ahead of its target, still reads a quarter of the
-// rate (a prefetch that the ring bounds): an owner that copies out at once
+// has arrived, or Peek and Skip to use it where it lies in the ring. Read
+// never asks the file for more than half the rate at once and, when the
+// request is ahead of its target, still reads a quarter of the rate (a
+// prefetch that the ring bounds): an owner that takes the bytes out at once
 // and wants the rate exactly calls Read only when bytes are due. The ring
 // takes what room it has. Every public operation holds the request's lock,
 // so Copy and the availability questions may come from another thread than
@@ -72,6 +73,13 @@ public:
     u32 Read(s64 target);
     // Copies up to `count` bytes out of the ring; returns how many.
     u32 Copy(void* out, u32 count);
+    // The bytes that Copy would take next, read where they lie in the ring
+    // instead of copied: `data` points at them and the count of those in one
+    // piece is returned (0 and null when none wait). They stay until Skip
+    // (or Copy, or Reset) passes them; a later Read does not touch them.
+    u32 Peek(const void*& data);
+    // Passes over up to `count` bytes without copying them; returns how many.
+    u32 Skip(u32 count);
     // What the ring holds; 0 when its memory could not be had.
     u32 DataAvailable();
     // Starts again from `offset`: nothing read, total - offset to go, the

@@ -5,12 +5,37 @@
 #include <qel/mem.h>
 #include <qel/report.h>
 
+#include <cstdint>
 #include <cstring>
 
 namespace qel
 {
 
 typedef ScopedLock<CriticalSection> Locked;
+
+namespace
+{
+
+// memcpy moves large blocks with the processor's string-move instruction,
+// which on some processors runs more than ten times slower when the
+// destination lies less than 64 bytes past the source modulo 4 KB; a copy
+// out of the ring, which wraps at any byte, meets every distance. Such
+// copies go in blocks of fixed size, which compilers turn into vector moves.
+void CopyOut(unsigned char* out, const unsigned char* from, u32 count)
+{
+    const std::uintptr_t distance = (std::uintptr_t(out) - std::uintptr_t(from)) & 4095u;
+    if (distance == 0 || distance >= 64)
+    {
+        std::memcpy(out, from, count);
+        return;
+    }
+    u32 done = 0;
+    for (; count - done >= 64; done += 64)
+        std::memcpy(out + done, from + done, 64);
+    std::memcpy(out + done, from + done, count - done);
+}
+
+} // namespace
 
 StreamingBuffer::StreamingBuffer(u32 size)
     : m_Storage(nullptr), m_Read(nullptr), m_Write(nullptr), m_Start(nullptr), m_End(nullptr),
@@ -61,25 +86,50 @@ u32 StreamingBuffer::AvailableLocked() const
     return u32((m_End - m_Start) - (m_Read - m_Write));
 }
 
-u32 StreamingBuffer::Copy(unsigned char* out, u32 count)
+u32 StreamingBuffer::PieceLocked()
 {
-    Locked locked(m_Lock);
+    // The read pointer wraps only when bytes wait past the end.
+    if (m_Read == m_End && m_Write != m_Read)
+        m_Read = m_Start;
+    return u32((m_Write >= m_Read ? m_Write : m_End) - m_Read);
+}
+
+u32 StreamingBuffer::TakeLocked(unsigned char* out, u32 count)
+{
     const u32 available = AvailableLocked();
     if (count > available)
         count = available;
-    u32 copied = 0;
-    while (copied < count)
+    u32 taken = 0;
+    while (taken < count)
     {
-        // The read pointer wraps only when a copy starts from the end.
-        if (m_Read == m_End)
-            m_Read = m_Start;
-        const u32 contiguous = u32((m_Write >= m_Read ? m_Write : m_End) - m_Read);
-        const u32 piece = count - copied < contiguous ? count - copied : contiguous;
-        std::memcpy(out + copied, m_Read, piece);
+        const u32 contiguous = PieceLocked();
+        const u32 piece = count - taken < contiguous ? count - taken : contiguous;
+        if (out != nullptr)
+            CopyOut(out + taken, m_Read, piece);
         m_Read += piece;
-        copied += piece;
+        taken += piece;
     }
-    return copied;
+    return taken;
+}
+
+u32 StreamingBuffer::Copy(unsigned char* out, u32 count)
+{
+    Locked locked(m_Lock);
+    return TakeLocked(out, count);
+}
+
+u32 StreamingBuffer::Peek(const unsigned char*& data)
+{
+    Locked locked(m_Lock);
+    const u32 piece = PieceLocked();
+    data = piece != 0 ? m_Read : nullptr;
+    return piece;
+}
+
+u32 StreamingBuffer::Skip(u32 count)
+{
+    Locked locked(m_Lock);
+    return TakeLocked(nullptr, count);
 }
 
 u32 StreamingBuffer::Read(File* file, u32 count)
@@ -91,6 +141,11 @@ u32 StreamingBuffer::Read(File* file, u32 count)
     const u32 room = m_Capacity - AvailableLocked();
     if (count > room)
         count = room;
+    // An empty ring starts again at its start: its whole capacity is then one
+    // piece, read in one call at the file's alignment, where an emptied ring
+    // left its pointers near the end would read a few bytes up to it first.
+    if (m_Read == m_Write)
+        m_Read = m_Write = m_Start;
     u32 total = 0;
     while (total < count)
     {

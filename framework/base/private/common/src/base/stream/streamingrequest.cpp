@@ -154,6 +154,21 @@ u32 StreamingRequest::Copy(void* out, u32 count)
     return m_Buffer != nullptr ? m_Buffer->Copy(static_cast<unsigned char*>(out), count) : 0;
 }
 
+u32 StreamingRequest::Peek(const void*& data)
+{
+    Locked locked(m_Lock);
+    const unsigned char* piece = nullptr;
+    const u32 count = m_Buffer != nullptr ? m_Buffer->Peek(piece) : 0;
+    data = piece;
+    return count;
+}
+
+u32 StreamingRequest::Skip(u32 count)
+{
+    Locked locked(m_Lock);
+    return m_Buffer != nullptr ? m_Buffer->Skip(count) : 0;
+}
+
 u32 StreamingRequest::DataAvailable()
 {
     Locked locked(m_Lock);
