@@ -9,6 +9,7 @@
 #include <qel/parsedstringpool.h>
 #include <qel/parser.h>
 #include <qel/poolallocator.h>
+#include <qel/provider.h>
 
 #include "disk/disktest.h"
 #include "support/environment.h"
@@ -16,8 +17,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace
@@ -344,6 +348,101 @@ TEST_F(ParserTest, FindChildMatchesPrefixesOfIdentifiersAndNames)
     EXPECT_EQ(stray.GetParent(), nullptr);
     file->ReleaseChild(last);
     EXPECT_EQ(file->GetChildCount(), 4u);
+}
+
+// Hashes what is written to it instead of keeping it: a printed tree a
+// million levels deep is a hundred megabytes.
+class DigestStream : public OutputStream
+{
+public:
+    DigestStream() : OutputStream(&m_Sink) {}
+    ~DigestStream() override { Finish(); }
+    // The size and hash of all written so far.
+    std::pair<u64, u64> Digest()
+    {
+        Flush();
+        return {m_Sink.size, m_Sink.hash};
+    }
+    // The same of a text, as if it were written after the rest.
+    static void Add(std::pair<u64, u64>& digest, const std::string& text)
+    {
+        digest.first += text.size();
+        for (unsigned char c : text)
+            digest.second = (digest.second ^ c) * 0x100000001B3ull;
+    }
+
+private:
+    struct Sink : Provider
+    {
+        Sink() { m_Open = true; }
+        void Request(u32, unsigned char*& block, unsigned char*& current,
+                     unsigned char*& end) override
+        {
+            block = current = buffer;
+            end = buffer + sizeof buffer;
+        }
+        void Return(void* block, void* end) override
+        {
+            std::pair<u64, u64> digest{size, hash};
+            Add(digest,
+                std::string(static_cast<const char*>(block), static_cast<const char*>(end)));
+            size = digest.first;
+            hash = digest.second;
+        }
+        void Return(void* block) override { Return(block, buffer + sizeof buffer); }
+        unsigned char buffer[65536];
+        u64 size = 0;
+        u64 hash = 0xCBF29CE484222325ull;
+    } m_Sink;
+};
+
+// Depth takes no stack: a default one (1 to 8 MB) holds some ten thousand
+// levels of recursion. A million nested sections are parsed, searched,
+// printed (deep lines keep 64 tabs) and destroyed, and the same file
+// without its '}' is reported at its end with the trace cut to fit.
+TEST_F(ParserTest, AMillionLevelsDeepTakeNoStack)
+{
+    const u32 depth = 1000000;
+    std::string text, path;
+    for (u32 i = 0; i < depth; ++i)
+    {
+        text += "{A\n";
+        path += i ? "^A" : "A";
+    }
+    text += "E(1)\n" + std::string(depth, '}');
+    auto file = Parse(text);
+    ASSERT_TRUE(file);
+    ParsedRoot* at = file.get();
+    for (u32 i = 0; i < depth; ++i)
+    {
+        ASSERT_EQ(at->GetChildCount(), 1u) << i;
+        at = static_cast<ParsedRoot*>(at->GetChild(0));
+    }
+    EXPECT_STREQ(at->GetChild(0)->GetIdentifier(), "E");
+    EXPECT_EQ(file->FindChild(path.c_str()), at);
+
+    std::pair<u64, u64> expected = DigestStream().Digest();
+    auto tabs = [](u32 level) { return std::string(std::min<u32>(level, 64), '\t'); };
+    for (u32 i = 0; i < depth; ++i)
+        DigestStream::Add(expected, tabs(i) + "{A\r\n");
+    DigestStream::Add(expected, tabs(depth) + "E(\"1\")\r\n");
+    for (u32 i = depth; i-- > 0;)
+        DigestStream::Add(expected, tabs(i) + "}\r\n");
+    DigestStream printed;
+    file->Print(printed, 0);
+    EXPECT_EQ(printed.Digest(), expected);
+    file->ReleaseChild(u32(0));
+    file.reset();
+
+    text.resize(text.size() - depth);
+    disktest::WriteFile(folder.Path() + "deep.txt", text);
+    ParseError error{};
+    EXPECT_EQ(Parser::CheckFile((root + "deep.txt").c_str(), error), nullptr);
+    EXPECT_STREQ(error.message, "Missing '}'");
+    EXPECT_EQ(error.line, depth + 2);
+    EXPECT_EQ(error.column, 1u);
+    EXPECT_EQ(std::string(error.trace).substr(0, 12), "A <- A <- A ");
+    EXPECT_EQ(std::strlen(error.trace), sizeof error.trace - 1);
 }
 
 // The bytes in use in the shared allocators behind General.

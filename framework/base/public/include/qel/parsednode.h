@@ -13,6 +13,11 @@
 //   section   "{" the identifier, then ":" and the name entry when it has
 //             one; its children one level deeper; then "}"
 //   file      its children at the same level
+// Lines deeper than 64 levels keep 64 tabs, so that a deeply nested tree
+// prints in a size linear in its own (one tab per level would make it
+// quadratic). Destroying and printing a tree never recurse on its depth: a
+// root prints the whole tree below it itself, the roots in it through
+// their PrintHead and PrintTail, the other nodes through their Print.
 // The format has no escape: a parameter that holds a double quote (an
 // unquoted word may) prints as it is and does not read back the same, nor
 // does a comment whose text begins with '*' (it reads as a batch comment).
@@ -61,7 +66,10 @@ public:
     void PrintOut(const char* path);
 
 protected:
-    explicit ParsedNode(u32 type) : m_Type(type), m_InFile(false), m_Parent(nullptr) {}
+    explicit ParsedNode(u32 type, bool root = false)
+        : m_Type(type), m_InFile(false), m_Root(root), m_Parent(nullptr)
+    {
+    }
     ParsedNode(const ParsedNode&) = delete;
     ParsedNode& operator=(const ParsedNode&) = delete;
 
@@ -77,6 +85,7 @@ private:
 
     u32 m_Type;
     bool m_InFile; // made by the parser in its file's chunks
+    bool m_Root;   // a ParsedRoot
     ParsedString m_Identifier;
     ParsedRoot* m_Parent;
 };
@@ -119,9 +128,9 @@ private:
 class QEL_API ParsedRoot : public ParsedNode
 {
 public:
-    explicit ParsedRoot(u32 type) : ParsedNode(type) {}
+    explicit ParsedRoot(u32 type) : ParsedNode(type, true) {}
     ~ParsedRoot() override;
-    // A plain root prints its children one level deeper.
+    // PrintHead, the children at the indent it gives, PrintTail.
     void Print(OutputStream& out, u32 indent) override;
 
     u32 GetChildCount() const { return u32(m_Children.size()); }
@@ -150,7 +159,11 @@ public:
     ParsedRoot* FindChild(const char* path);
 
 protected:
-    void PrintChildren(OutputStream& out, u32 indent);
+    // What the root prints before its children, with the indent they take:
+    // nothing for a plain root, whose children go one level deeper.
+    virtual u32 PrintHead(OutputStream& out, u32 indent);
+    // What it prints after them: nothing for a plain root.
+    virtual void PrintTail(OutputStream& out, u32 indent);
 
 private:
     InlineVector<ParsedNode*, 4> m_Children;
@@ -161,12 +174,17 @@ class QEL_API ParsedSection : public ParsedRoot
 public:
     ParsedSection() : ParsedRoot(SectionType), m_Name(nullptr) {}
     ~ParsedSection() override;
-    void Print(OutputStream& out, u32 indent) override;
 
     // The name entry, null when the section has none.
     ParsedEntry* GetName() const { return m_Name; }
     // Takes the entry over, destroying the one held before.
     void SetName(ParsedEntry* name);
+
+protected:
+    // Its line "{" identifier, then ":" and the name entry; children one
+    // level deeper; then "}".
+    u32 PrintHead(OutputStream& out, u32 indent) override;
+    void PrintTail(OutputStream& out, u32 indent) override;
 
 private:
     ParsedEntry* m_Name;
@@ -184,7 +202,10 @@ class QEL_API ParsedFile : public ParsedRoot
 public:
     ParsedFile() : ParsedRoot(FileType), m_Chunks(nullptr), m_Free(nullptr), m_FreeEnd(nullptr) {}
     ~ParsedFile() override;
-    void Print(OutputStream& out, u32 indent) override;
+
+protected:
+    // Its children at its own indent.
+    u32 PrintHead(OutputStream& out, u32 indent) override;
 
 private:
     friend class Parser;

@@ -23,6 +23,9 @@
 // a.txt"), reported as a fatal error; if the host lets the process go on,
 // ParseFile gives up the file and returns null.
 //
+// Sections may nest as deep as memory allows: nothing in the parser or the
+// tree recurses on depth.
+//
 // One parser for the process, created on first use and not locked: files
 // are parsed by one thread at a time.
 #pragma once
@@ -110,6 +113,7 @@ protected:
         return code != Skipped ? char(code) : SkipToCode(parent);
     }
     void Read(ParsedFile* file);
+    // The section and every section nested in it, without recursion.
     void Read(ParsedSection* section);
     // Comments met inside go to the entry's parent.
     void Read(ParsedEntry* entry);
@@ -134,6 +138,8 @@ private:
     // keeps a small frame).
     const char* ReadAcross(u32 set);
     char SkipToCode(ParsedRoot* parent);
+    // A section's identifier and name entry, after its '{'.
+    void ReadHead(ParsedSection* section);
     void SkipBatchComment(ParsedNode* at);
     // Reports a syntax error at `node` and abandons the file.
     [[noreturn]] void Fail(const char* message, ParsedNode* node);

@@ -21,10 +21,27 @@ void Put(OutputStream& out, const char* text)
         out.Write(text, u32(std::strlen(text)));
 }
 
+// Deeper lines keep this many tabs.
+const u32 kDeepestIndent = 64;
+
+struct Tabs
+{
+    char text[kDeepestIndent];
+};
+
+constexpr Tabs MakeTabs()
+{
+    Tabs tabs{};
+    for (char& tab : tabs.text)
+        tab = '\t';
+    return tabs;
+}
+
+constexpr Tabs kTabs = MakeTabs();
+
 void Indent(OutputStream& out, u32 indent)
 {
-    for (u32 i = 0; i < indent; ++i)
-        out.Write("\t", 1);
+    out.Write(kTabs.text, indent < kDeepestIndent ? indent : kDeepestIndent);
 }
 
 } // namespace
@@ -46,9 +63,7 @@ ParsedRoot* ParsedNode::GetRoot()
     ParsedNode* node = this;
     while (node->m_Parent)
         node = node->m_Parent;
-    return node->m_Type == EntryType || node->m_Type == CommentType
-               ? nullptr
-               : static_cast<ParsedRoot*>(node);
+    return node->m_Root ? static_cast<ParsedRoot*>(node) : nullptr;
 }
 
 void ParsedNode::PrintOut(const char* path)
@@ -114,16 +129,48 @@ ParsedRoot::~ParsedRoot()
     ReleaseChildren();
 }
 
-void ParsedRoot::PrintChildren(OutputStream& out, u32 indent)
-{
-    for (ParsedNode* child : m_Children)
-        child->Print(out, indent);
-}
-
 void ParsedRoot::Print(OutputStream& out, u32 indent)
 {
-    PrintChildren(out, indent + 1);
+    // The roots being printed, each with its indent, its children's and
+    // its next child, on a stack of our own rather than the call stack.
+    struct Level
+    {
+        ParsedRoot* root;
+        u32 indent;
+        u32 inner;
+        u32 next;
+    };
+    InlineVector<Level, 16> levels;
+    levels.emplace_back(Level{this, indent, PrintHead(out, indent), 0});
+    for (;;)
+    {
+        Level& level = levels.back();
+        if (level.next == level.root->m_Children.size())
+        {
+            level.root->PrintTail(out, level.indent);
+            levels.pop_back();
+            if (levels.empty())
+                return;
+            continue;
+        }
+        ParsedNode* child = level.root->m_Children[level.next++];
+        if (!child->m_Root)
+        {
+            child->Print(out, level.inner);
+            continue;
+        }
+        ParsedRoot* root = static_cast<ParsedRoot*>(child);
+        const u32 at = level.inner; // `level` moves when the stack grows
+        levels.emplace_back(Level{root, at, root->PrintHead(out, at), 0});
+    }
 }
+
+u32 ParsedRoot::PrintHead(OutputStream&, u32 indent)
+{
+    return indent + 1;
+}
+
+void ParsedRoot::PrintTail(OutputStream&, u32) {}
 
 void ParsedRoot::AddChild(ParsedNode* node)
 {
@@ -164,9 +211,28 @@ void ParsedRoot::ReleaseChild(ParsedNode* node)
 
 void ParsedRoot::ReleaseChildren()
 {
-    for (ParsedNode* child : m_Children)
-        Destroy(child);
-    m_Children.clear();
+    // Bottom up, last child first, without recursion: a child root that
+    // still holds children is entered, and left through its parent once
+    // they are gone, so that every node is destroyed holding none.
+    ParsedRoot* at = this;
+    for (;;)
+    {
+        if (at->m_Children.empty())
+        {
+            if (at == this)
+                return;
+            at = at->m_Parent;
+            continue;
+        }
+        ParsedNode* last = at->m_Children.back();
+        if (last->m_Root && !static_cast<ParsedRoot*>(last)->m_Children.empty())
+        {
+            at = static_cast<ParsedRoot*>(last);
+            continue;
+        }
+        at->m_Children.pop_back();
+        Destroy(last);
+    }
 }
 
 ParsedRoot* ParsedRoot::FindChild(const char* path)
@@ -224,7 +290,7 @@ void ParsedSection::SetName(ParsedEntry* name)
         name->m_Parent = this;
 }
 
-void ParsedSection::Print(OutputStream& out, u32 indent)
+u32 ParsedSection::PrintHead(OutputStream& out, u32 indent)
 {
     Indent(out, indent);
     out.Write("{", 1);
@@ -238,14 +304,18 @@ void ParsedSection::Print(OutputStream& out, u32 indent)
     {
         out.Write("\r\n", 2);
     }
-    PrintChildren(out, indent + 1);
+    return indent + 1;
+}
+
+void ParsedSection::PrintTail(OutputStream& out, u32 indent)
+{
     Indent(out, indent);
     out.Write("}\r\n", 3);
 }
 
-void ParsedFile::Print(OutputStream& out, u32 indent)
+u32 ParsedFile::PrintHead(OutputStream&, u32 indent)
 {
-    PrintChildren(out, indent);
+    return indent;
 }
 
 // ---- the file's node memory ---------------------------------------------------

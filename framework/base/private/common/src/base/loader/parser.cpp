@@ -318,7 +318,7 @@ void Parser::Read(ParsedFile* file)
     }
 }
 
-void Parser::Read(ParsedSection* section)
+void Parser::ReadHead(ParsedSection* section)
 {
     {
         ParsedString identifier = ParsedString::Adopt(ReadString(SectionEnd));
@@ -326,7 +326,7 @@ void Parser::Read(ParsedSection* section)
             Fail("Missing 'Section Identifier' after '{'", section);
         section->m_Identifier = std::move(identifier);
     }
-    char c = ReadCode(section);
+    const char c = ReadCode(section);
     if (c == ':')
         MoveNext();
     if (c == ':' || c == '(')
@@ -335,27 +335,43 @@ void Parser::Read(ParsedSection* section)
         section->SetName(name);
         Read(name);
     }
-    for (c = ReadCode(section); c != '}'; c = ReadCode(section))
+}
+
+void Parser::Read(ParsedSection* section)
+{
+    // The sections nested in this one are read in the same loop: the tree
+    // being built is the way back out, so that depth takes no stack.
+    ReadHead(section);
+    ParsedSection* at = section;
+    for (;;)
     {
-        if (c == '{')
+        const char c = ReadCode(at);
+        if (c == '}')
+        {
+            MoveNext();
+            if (at == section)
+                return;
+            at = static_cast<ParsedSection*>(at->GetParent());
+        }
+        else if (c == '{')
         {
             MoveNext();
             ParsedSection* child = Made(m_File->Make<ParsedSection>());
-            section->AddChild(child);
-            Read(child);
+            at->AddChild(child);
+            ReadHead(child);
+            at = child;
         }
         else if (c == 'a')
         {
             ParsedEntry* entry = Made(m_File->Make<ParsedEntry>());
-            section->AddChild(entry);
+            at->AddChild(entry);
             Read(entry);
         }
         else
         {
-            Fail("Missing '}'", section);
+            Fail("Missing '}'", at);
         }
     }
-    MoveNext(); // the '}'
 }
 
 void Parser::Read(ParsedEntry* entry)
