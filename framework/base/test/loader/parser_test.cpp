@@ -13,6 +13,7 @@
 
 #include "disk/disktest.h"
 #include "support/environment.h"
+#include "support/parsedshape.h"
 #include "support/scriptedhost.h"
 
 #include <gtest/gtest.h>
@@ -20,6 +21,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -59,6 +61,16 @@ protected:
         return all;
     }
 
+    // The same without the report of a syntax error, in a new file each
+    // time (ext4 writes a file cut and written again out at once).
+    std::unique_ptr<ParsedFile> Check(const std::string& text, bool comments, ParseError& error)
+    {
+        const std::string name = "check" + std::to_string(++checked) + ".txt";
+        disktest::WriteFile(folder.Path() + name, text);
+        Parser::SetParsingComment(comments);
+        return std::unique_ptr<ParsedFile>(Parser::CheckFile((root + name).c_str(), error));
+    }
+
     static std::string Printed(ParsedNode& node)
     {
         OutputMemoryStream out;
@@ -71,6 +83,7 @@ protected:
 
     qeltest::TemporaryFolder folder;
     std::string root;
+    int checked = 0;
 };
 
 TEST_F(ParserTest, GrammarAndItsQuirks)
@@ -143,10 +156,126 @@ TEST_F(ParserTest, PrintWritesTheFormatBack)
                               "\t}\r\n"
                               "}\r\n"
                               "Top\r\n");
-    // Printed text parses back to the same text.
-    auto again = Parse(Printed(*file), "b.txt");
-    ASSERT_TRUE(again);
-    EXPECT_EQ(Printed(*again), Printed(*file));
+
+    // Two texts that their plain form would not read back.
+    Parser::SetParsingComment(true);
+    file = Parse(";\r*x\nE(a\"b, \"c\")\n");
+    ASSERT_TRUE(file);
+    EXPECT_STREQ(file->GetChild(0)->GetIdentifier(), "*x");
+    EXPECT_EQ(Printed(*file), ";\r*x\r\nE(a\"b, \"c\")\r\n");
+}
+
+// Generated trees of every node kind, with texts of any byte that their
+// place lets the parser read, and the trees that the parser makes of
+// generated and damaged text, comments kept or skipped: each prints as
+// text that reads back as the same tree and prints the same again.
+TEST_F(ParserTest, PrintedTreesReadBackAsTheSameTrees)
+{
+    std::mt19937 random(31);
+    auto below = [&](u32 count) { return u32(random() % count); };
+    // 1 to 5 bytes, the first not one of `notFirst`, the others not of
+    // `notIn`; half of them the format's own characters.
+    auto text = [&](const char* notFirst, const char* notIn)
+    {
+        std::string made;
+        for (const u32 length = 1 + below(5); made.size() < length;)
+        {
+            const char c = below(2) ? "{}():,\";* \t\r\n"[below(14)] : char(1 + below(255));
+            if (!std::strchr(made.empty() ? notFirst : notIn, c))
+                made += c;
+        }
+        return made;
+    };
+    const char* wordStart = "\t\n\r {}:(),\";";
+    const char* nameEnd = "\t\n\r (}";
+    // Without a name (only a section's name entry) at least a parameter.
+    auto fill = [&](ParsedEntry* entry, const char* nameStart)
+    {
+        if (nameStart)
+            entry->SetIdentifier(text(nameStart, nameEnd).c_str());
+        for (u32 count = nameStart ? below(4) : 1 + below(3); count > 0; --count)
+        {
+            const u32 kind = below(3);
+            entry->AddParameter(kind == 0   ? nullptr
+                                : kind == 1 ? text("\"", "\"").c_str()
+                                            : text(wordStart, "\t\n\r ,)").c_str());
+        }
+    };
+    auto generate = [&]
+    {
+        auto tree = std::make_unique<ParsedFile>();
+        ParsedRoot* at = tree.get();
+        for (u32 step = below(20); step > 0; --step)
+        {
+            const u32 kind = below(4);
+            ParsedNode* node = kind == 0   ? new ParsedSection
+                               : kind == 1 ? static_cast<ParsedNode*>(new ParsedEntry)
+                                           : new ParsedComment;
+            if (kind == 3)
+            {
+                delete node;
+                at = at == tree.get() ? at : at->GetParent(); // closes a section
+                continue;
+            }
+            at->AddChild(node);
+            if (kind == 1)
+                fill(static_cast<ParsedEntry*>(node), wordStart);
+            else if (kind == 2 && below(3) != 0)
+                node->SetIdentifier(text("\n\r", "\n\r").c_str());
+            else if (kind == 0)
+            {
+                ParsedSection* section = static_cast<ParsedSection*>(node);
+                section->SetIdentifier(text("\t\n\r (:}", "\t\n\r (:}").c_str());
+                if (below(2))
+                {
+                    section->SetName(new ParsedEntry);
+                    fill(section->GetName(), below(2) ? nameEnd : nullptr);
+                }
+                at = section;
+            }
+        }
+        return tree;
+    };
+    auto readsBack = [&](ParsedRoot& tree, bool comments)
+    {
+        const std::string printed = Printed(tree);
+        ParseError error{};
+        std::unique_ptr<ParsedFile> again = Check(printed, comments, error);
+        ASSERT_TRUE(again) << error.message << " at " << error.line << ":" << error.column
+                           << " of\n"
+                           << printed;
+        EXPECT_EQ(qeltest::Shape(*again), qeltest::Shape(tree)) << printed;
+        EXPECT_EQ(Printed(*again), printed);
+    };
+
+    for (int round = 0; round < 300; ++round)
+        readsBack(*generate(), true);
+    const char* pieces[] = {"{",  "}",  "(",  ")",        ",",         ":",
+                            "\"", ";",  ";*", "*;",       "*",         " ",
+                            "\r", "\n", "a",  "\xC3\xA9", "{A:n(x)\n", "E(\"q\" w\"z)"};
+    u32 parsed = 0;
+    for (int round = 0; round < 1000; ++round)
+    {
+        // Pieces strung together, or a printed tree with pieces cut out of
+        // it and put in.
+        std::string input = round % 2 ? Printed(*generate()) : std::string();
+        for (u32 edits = 1 + below(round % 2 ? 3 : 30); edits > 0; --edits)
+        {
+            const std::size_t at = below(u32(input.size()) + 1);
+            if (below(3) == 0)
+                input.erase(at, below(4));
+            else
+                input.insert(at, pieces[below(sizeof pieces / sizeof *pieces)]);
+        }
+        const bool comments = below(2) != 0;
+        ParseError error{};
+        if (std::unique_ptr<ParsedFile> tree = Check(input, comments, error))
+        {
+            ++parsed;
+            readsBack(*tree, comments);
+        }
+    }
+    EXPECT_GT(parsed, 200u);
 }
 
 TEST_F(ParserTest, SyntaxErrorsAreFatalWithTheTreeTrace)
@@ -156,8 +285,11 @@ TEST_F(ParserTest, SyntaxErrorsAreFatalWithTheTreeTrace)
         const char* text;
         const char* message;
         const char* trace;
+        bool comments = false;
     } cases[] = {
         {"A ;* never closed", "Missing end of batch comment \"*;\"", ""},
+        // A comment kept in the tree is the innermost node while it is read.
+        {"{A\nE(1 ;* never closed", "Missing end of batch comment \"*;\"", " <- A <- ", true},
         {"}", "Missing '{'", ""},
         {"{}", "Missing 'Section Identifier' after '{'", " <- "},
         {"{Object:Lamp\n{Sub\nE(1)", "Missing '}'", "Sub <- Object Named Lamp <- "},
@@ -167,6 +299,7 @@ TEST_F(ParserTest, SyntaxErrorsAreFatalWithTheTreeTrace)
     for (const auto& c : cases)
     {
         SCOPED_TRACE(c.text);
+        Parser::SetParsingComment(c.comments);
         qeltest::ScriptedHost host; // answers No: the process would end here
         EXPECT_EQ(Parse(c.text), nullptr);
         ASSERT_EQ(host.questions.size(), 1u);
@@ -350,25 +483,32 @@ TEST_F(ParserTest, FindChildMatchesPrefixesOfIdentifiersAndNames)
     EXPECT_EQ(file->GetChildCount(), 4u);
 }
 
-// Hashes what is written to it instead of keeping it: a printed tree a
-// million levels deep is a hundred megabytes.
+// The size and hash of a byte sequence, kept instead of the bytes: a tree
+// a million levels deep prints as a hundred megabytes.
+struct Digest
+{
+    void Add(const std::string& text) { Add(text.data(), text.size()); }
+    void Add(const char* data, std::size_t count)
+    {
+        size += count;
+        for (const char* end = data + count; data != end; ++data)
+            hash = (hash ^ static_cast<unsigned char>(*data)) * 0x100000001B3ull;
+    }
+    bool operator==(const Digest& other) const { return size == other.size && hash == other.hash; }
+
+    u64 size = 0;
+    u64 hash = 0xCBF29CE484222325ull;
+};
+
 class DigestStream : public OutputStream
 {
 public:
     DigestStream() : OutputStream(&m_Sink) {}
     ~DigestStream() override { Finish(); }
-    // The size and hash of all written so far.
-    std::pair<u64, u64> Digest()
+    const Digest& Written()
     {
         Flush();
-        return {m_Sink.size, m_Sink.hash};
-    }
-    // The same of a text, as if it were written after the rest.
-    static void Add(std::pair<u64, u64>& digest, const std::string& text)
-    {
-        digest.first += text.size();
-        for (unsigned char c : text)
-            digest.second = (digest.second ^ c) * 0x100000001B3ull;
+        return m_Sink.digest;
     }
 
 private:
@@ -383,16 +523,12 @@ private:
         }
         void Return(void* block, void* end) override
         {
-            std::pair<u64, u64> digest{size, hash};
-            Add(digest,
-                std::string(static_cast<const char*>(block), static_cast<const char*>(end)));
-            size = digest.first;
-            hash = digest.second;
+            digest.Add(static_cast<const char*>(block),
+                       std::size_t(static_cast<unsigned char*>(end) - buffer));
         }
         void Return(void* block) override { Return(block, buffer + sizeof buffer); }
         unsigned char buffer[65536];
-        u64 size = 0;
-        u64 hash = 0xCBF29CE484222325ull;
+        Digest digest;
     } m_Sink;
 };
 
@@ -421,16 +557,21 @@ TEST_F(ParserTest, AMillionLevelsDeepTakeNoStack)
     EXPECT_STREQ(at->GetChild(0)->GetIdentifier(), "E");
     EXPECT_EQ(file->FindChild(path.c_str()), at);
 
-    std::pair<u64, u64> expected = DigestStream().Digest();
-    auto tabs = [](u32 level) { return std::string(std::min<u32>(level, 64), '\t'); };
+    std::vector<std::string> opens, closes; // by indent
+    for (u32 tabs = 0; tabs <= 64; ++tabs)
+    {
+        opens.push_back(std::string(tabs, '\t') + "{A\r\n");
+        closes.push_back(std::string(tabs, '\t') + "}\r\n");
+    }
+    Digest expected;
     for (u32 i = 0; i < depth; ++i)
-        DigestStream::Add(expected, tabs(i) + "{A\r\n");
-    DigestStream::Add(expected, tabs(depth) + "E(\"1\")\r\n");
+        expected.Add(opens[std::min<u32>(i, 64)]);
+    expected.Add(std::string(64, '\t') + "E(\"1\")\r\n");
     for (u32 i = depth; i-- > 0;)
-        DigestStream::Add(expected, tabs(i) + "}\r\n");
+        expected.Add(closes[std::min<u32>(i, 64)]);
     DigestStream printed;
     file->Print(printed, 0);
-    EXPECT_EQ(printed.Digest(), expected);
+    EXPECT_TRUE(printed.Written() == expected);
     file->ReleaseChild(u32(0));
     file.reset();
 

@@ -13,14 +13,21 @@
 //   section   "{" the identifier, then ":" and the name entry when it has
 //             one; its children one level deeper; then "}"
 //   file      its children at the same level
+//
 // Lines deeper than 64 levels keep 64 tabs, so that a deeply nested tree
 // prints in a size linear in its own (one tab per level would make it
 // quadratic). Destroying and printing a tree never recurse on its depth: a
 // root prints the whole tree below it itself, the roots in it through
 // their PrintHead and PrintTail, the other nodes through their Print.
-// The format has no escape: a parameter that holds a double quote (an
-// unquoted word may) prints as it is and does not read back the same, nor
-// does a comment whose text begins with '*' (it reads as a batch comment).
+//
+// Every tree the parser makes prints as text that reads back as the same
+// tree. The format has no escape, so two texts print otherwise: a
+// parameter holding a double quote, which only a word may, prints without
+// quotes, and a comment whose text begins with '*' prints ";", a carriage
+// return (which reading drops), then the text, since ";*" opens a batch
+// comment. A tree made by hand with texts the parser never makes (a line
+// end in a comment, white space in an entry name, an empty parameter
+// text...) prints them as they are, and does not read back the same.
 #pragma once
 
 #include <qel/allocationoperators.h>

@@ -20,7 +20,8 @@
 // '{'", "Missing 'Section Identifier' after '{'", "Missing '}'", "Missing
 // 'Entry Name' after ':'" or "Missing ')'", followed by "\n\nTree trace: "
 // and the nodes being read, innermost first ("Sub <- Object Named Lamp <-
-// a.txt"), reported as a fatal error; if the host lets the process go on,
+// a.txt"; a comment kept in the tree is the innermost while it is read),
+// reported as a fatal error; if the host lets the process go on,
 // ParseFile gives up the file and returns null.
 //
 // Sections may nest as deep as memory allows: nothing in the parser or the

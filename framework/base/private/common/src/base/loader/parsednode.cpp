@@ -75,8 +75,11 @@ void ParsedNode::PrintOut(const char* path)
 void ParsedComment::Print(OutputStream& out, u32 indent)
 {
     Indent(out, indent);
-    out.Write(";", 1);
-    Put(out, GetIdentifier());
+    // ";*" would open a batch comment: a carriage return between them is
+    // dropped again when the line is read.
+    const char* text = GetIdentifier();
+    out.Write(";\r", text && *text == '*' ? 2 : 1);
+    Put(out, text);
     out.Write("\r\n", 2);
 }
 
@@ -93,12 +96,15 @@ void ParsedEntry::Print(OutputStream& out, u32 indent)
         {
             if (i != 0)
                 out.Write(", ", 2);
-            if (const char* parameter = m_Parameters[i].Get())
-            {
+            // A double quote is found only in a word, which reads back
+            // without its quotes.
+            const char* parameter = m_Parameters[i].Get();
+            const bool quoted = parameter && !std::strchr(parameter, '"');
+            if (quoted)
                 out.Write("\"", 1);
-                Put(out, parameter);
+            Put(out, parameter);
+            if (quoted)
                 out.Write("\"", 1);
-            }
         }
         out.Write(")", 1);
     }

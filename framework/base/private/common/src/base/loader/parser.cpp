@@ -280,7 +280,7 @@ void Parser::Read(ParsedComment* comment)
     if (m_Current == '*')
     {
         MoveNext();
-        SkipBatchComment(comment->GetParent());
+        SkipBatchComment(comment);
         return;
     }
     Text text;
