@@ -6,11 +6,13 @@
 #include <qel/outputmemorystream.h>
 #include <qel/packedallocator.h>
 #include <qel/parsednode.h>
+#include <qel/parsedstring.h>
 #include <qel/parsedstringpool.h>
 #include <qel/parser.h>
 #include <qel/poolallocator.h>
 #include <qel/provider.h>
 
+#include "base/loader/parsedlinks.h"
 #include "disk/disktest.h"
 #include "support/environment.h"
 #include "support/parsedshape.h"
@@ -295,6 +297,7 @@ TEST_F(ParserTest, SyntaxErrorsAreFatalWithTheTreeTrace)
         {"{Object:Lamp\n{Sub\nE(1)", "Missing '}'", "Sub <- Object Named Lamp <- "},
         {"{A:}", "Missing 'Entry Name' after ':'", " <- A <- "},
         {"{A\nE(1, 2", "Missing ')'", "E <- A <- "},
+        {"{A:N(1 ;\n", "Missing ')'", "N <- A Named N <- "},
     };
     for (const auto& c : cases)
     {
@@ -584,6 +587,38 @@ TEST_F(ParserTest, AMillionLevelsDeepTakeNoStack)
     EXPECT_EQ(error.column, 1u);
     EXPECT_EQ(std::string(error.trace).substr(0, 12), "A <- A <- A ");
     EXPECT_EQ(std::strlen(error.trace), sizeof error.trace - 1);
+}
+
+// Links that 32 bits cannot hold go through a table (from nodes on the
+// stack or in static storage, or across a heap wider than 8 GB): with every
+// link made so, a file is parsed, searched, edited, printed and destroyed
+// as it is otherwise, and its links leave the table with it.
+TEST_F(ParserTest, FarLinksServeAsNearOnes)
+{
+    Parser::SetParsingComment(true);
+    std::string seen[2];
+    for (bool far : {false, true})
+    {
+        const u32 before = parsedlinks::CountFarLinks();
+        parsedlinks::MakeEveryLinkFar(far);
+        auto file = Parse("; c\n{Object:Lamp(a, b)\n\tE(1 2 3)\n\t{Sub\n\t\tF\n\t}\n}\nTop(x)\n");
+        ASSERT_TRUE(file);
+        ParsedRoot* sub = file->FindChild("Object:La^Sub");
+        ASSERT_TRUE(sub);
+        EXPECT_EQ(sub->GetChild(0)->GetRoot(), file.get());
+        auto* object = static_cast<ParsedSection*>(sub->GetParent());
+        object->GetName()->AddParameter("c", 0);
+        static_cast<ParsedEntry*>(object->GetChild(0))->ReleaseParameter(1);
+        object->AddChild(new ParsedComment, 1);
+        sub->ReleaseChildren();
+        file->ReleaseChild(2u);
+        seen[far] = Printed(*file) + qeltest::Shape(*file);
+        file.reset();
+        parsedlinks::MakeEveryLinkFar(false);
+        EXPECT_EQ(parsedlinks::CountFarLinks(), before) << far;
+    }
+    EXPECT_EQ(seen[1], seen[0]);
+    EXPECT_EQ(seen[0].substr(0, seen[0].find('\n')), "; c\r");
 }
 
 // The bytes in use in the shared allocators behind General.
