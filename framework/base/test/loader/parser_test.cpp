@@ -589,38 +589,6 @@ TEST_F(ParserTest, AMillionLevelsDeepTakeNoStack)
     EXPECT_EQ(std::strlen(error.trace), sizeof error.trace - 1);
 }
 
-// Links that 32 bits cannot hold go through a table (from nodes on the
-// stack or in static storage, or across a heap wider than 8 GB): with every
-// link made so, a file is parsed, searched, edited, printed and destroyed
-// as it is otherwise, and its links leave the table with it.
-TEST_F(ParserTest, FarLinksServeAsNearOnes)
-{
-    Parser::SetParsingComment(true);
-    std::string seen[2];
-    for (bool far : {false, true})
-    {
-        const u32 before = parsedlinks::CountFarLinks();
-        parsedlinks::MakeEveryLinkFar(far);
-        auto file = Parse("; c\n{Object:Lamp(a, b)\n\tE(1 2 3)\n\t{Sub\n\t\tF\n\t}\n}\nTop(x)\n");
-        ASSERT_TRUE(file);
-        ParsedRoot* sub = file->FindChild("Object:La^Sub");
-        ASSERT_TRUE(sub);
-        EXPECT_EQ(sub->GetChild(0)->GetRoot(), file.get());
-        auto* object = static_cast<ParsedSection*>(sub->GetParent());
-        object->GetName()->AddParameter("c", 0);
-        static_cast<ParsedEntry*>(object->GetChild(0))->ReleaseParameter(1);
-        object->AddChild(new ParsedComment, 1);
-        sub->ReleaseChildren();
-        file->ReleaseChild(2u);
-        seen[far] = Printed(*file) + qeltest::Shape(*file);
-        file.reset();
-        parsedlinks::MakeEveryLinkFar(false);
-        EXPECT_EQ(parsedlinks::CountFarLinks(), before) << far;
-    }
-    EXPECT_EQ(seen[1], seen[0]);
-    EXPECT_EQ(seen[0].substr(0, seen[0].find('\n')), "; c\r");
-}
-
 // The bytes in use in the shared allocators behind General.
 u64 GeneralBytes()
 {
@@ -628,9 +596,11 @@ u64 GeneralBytes()
            static_cast<PackedAllocator*>(Mem::GetBigAlloc())->GetStatistics().currentUsedSize;
 }
 
-// The parser lays a file's nodes out in blocks that the file owns: parsed
-// nodes released early, a replaced name and nodes made with new mix with
-// them, and destroying the file gives every byte and text back.
+// The parser lays a file's nodes out in blocks that the file owns, linked
+// in 32 bits, or through a table when too far apart (the second time every
+// link is made so): parsed nodes edited and released early, a replaced
+// name and nodes made with new mix with them, and destroying the file gives
+// every byte, text and table entry back.
 TEST_F(ParserTest, AFileHoldsItsNodesAndGivesThemBackWithIt)
 {
     std::string text;
@@ -641,27 +611,45 @@ TEST_F(ParserTest, AFileHoldsItsNodesAndGivesThemBackWithIt)
     ASSERT_TRUE(Parse(text));
     const u64 bytes = GeneralBytes();
     const u32 pooled = ParsedStringPool::GetCount();
+    const u32 far = parsedlinks::CountFarLinks();
+    std::string printed[2];
+    for (bool everyFar : {false, true})
+    {
+        parsedlinks::MakeEveryLinkFar(everyFar);
+        std::unique_ptr<ParsedFile> file = Parse(text);
+        ASSERT_TRUE(file);
+        file->ReleaseChild(u32(5));
+        ParsedSection* section = static_cast<ParsedSection*>(file->FindChild("Object:o0"));
+        ASSERT_TRUE(section);
+        ParsedEntry* name = new ParsedEntry;
+        name->SetIdentifier("renamed");
+        section->SetName(name);
+        section->ReleaseChild(u32(0));
+        ParsedRoot* light = file->FindChild("Object:renamed^Light");
+        ASSERT_TRUE(light);
+        ParsedEntry* power = static_cast<ParsedEntry*>(light->GetChild(0));
+        EXPECT_EQ(power->GetRoot(), file.get());
+        power->AddParameter("watts", 0);
+        power->ReleaseParameter(1);
+        ParsedEntry* added = new ParsedEntry;
+        added->SetIdentifier("Added");
+        section->AddChild(added);
+        file->AddChild(new ParsedSection, 3);
+        EXPECT_EQ(added->GetParent(), section);
+        EXPECT_EQ(file->GetChildCount(), 3000u);
+        EXPECT_EQ(Printed(*section), "{Object:renamed\r\n\t{Light\r\n\t\tPower(\"watts\")\r\n\t}"
+                                     "\r\n\tAdded\r\n}\r\n");
+        EXPECT_STREQ(static_cast<ParsedSection*>(file->GetChild(6))->GetName()->GetIdentifier(),
+                     "o6");
+        printed[everyFar] = Printed(*file);
 
-    std::unique_ptr<ParsedFile> file = Parse(text);
-    ASSERT_TRUE(file);
-    file->ReleaseChild(u32(5));
-    ParsedSection* section = static_cast<ParsedSection*>(file->GetChild(0));
-    ParsedEntry* name = new ParsedEntry;
-    name->SetIdentifier("renamed");
-    section->SetName(name);
-    section->ReleaseChild(u32(0));
-    ParsedEntry* added = new ParsedEntry;
-    added->SetIdentifier("Added");
-    section->AddChild(added);
-    file->AddChild(new ParsedSection, 3);
-    EXPECT_EQ(file->GetChildCount(), 3000u);
-    EXPECT_EQ(Printed(*section), "{Object:renamed\r\n\t{Light\r\n\t\tPower(\"60\")\r\n\t}\r\n"
-                                 "\tAdded\r\n}\r\n");
-    EXPECT_STREQ(static_cast<ParsedSection*>(file->GetChild(6))->GetName()->GetIdentifier(), "o6");
-
-    file.reset();
-    EXPECT_EQ(GeneralBytes(), bytes);
-    EXPECT_EQ(ParsedStringPool::GetCount(), pooled);
+        file.reset();
+        parsedlinks::MakeEveryLinkFar(false);
+        EXPECT_EQ(GeneralBytes(), bytes);
+        EXPECT_EQ(ParsedStringPool::GetCount(), pooled);
+        EXPECT_EQ(parsedlinks::CountFarLinks(), far);
+    }
+    EXPECT_EQ(printed[1], printed[0]);
 }
 
 } // namespace
