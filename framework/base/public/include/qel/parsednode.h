@@ -43,10 +43,10 @@ class OutputStream;
 class ParsedRoot;
 
 // A node keeps its links to its texts, its parent and its children in 32
-// bits each (see ParsedLinks in base/loader/parsedlinks.h), and the parser's nodes keep
-// their parameters or children inside them, exactly as many as they have: a
-// parsed file takes less than twice its size. A node edited by hand keeps
-// them in a list of its own instead.
+// bits each (see ParsedLinks in base/loader/parsedlinks.h), and the
+// parser's nodes keep their parameters or children inside them, exactly as
+// many as they have: a parsed file takes less than twice its size. A node
+// edited by hand keeps them in a list of its own instead.
 class QEL_API ParsedNode
 {
 public:

@@ -15,7 +15,6 @@
 #pragma once
 
 #include <qel/export.h>
-#include <qel/generalallocator.h>
 #include <qel/parsednode.h>
 
 #include <cstdint>
