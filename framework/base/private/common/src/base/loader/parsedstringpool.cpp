@@ -82,12 +82,14 @@ ParsedStringPool::Slot* ParsedStringPool::Find(const char* text, u32 length, u32
 
 bool ParsedStringPool::Grow()
 {
-    // Removals leave tombstones that count as used: a table that is mostly
-    // tombstones is rebuilt at its size rather than doubled, so that a
-    // program parsing and releasing files in turn keeps a table of the size
-    // its live texts need.
+    // The table fills up to three quarters (a file of unique names holds
+    // nearly as many texts as nodes: a half-empty table would cost it a
+    // tenth of its size). Removals leave tombstones that count as used: a
+    // table whose live texts fill no more than half of it is rebuilt at its
+    // size rather than doubled, so that a program parsing and releasing
+    // files in turn keeps a table of the size its live texts need.
     u32 capacity = m_Capacity ? m_Capacity : 1024;
-    if (u64(m_Count + 1) * 4 > capacity)
+    if (u64(m_Count + 1) * 2 > capacity)
         capacity *= 2;
     Slot* slots = static_cast<Slot*>(Mem::GetGeneralAlloc()->Malloc(u32(capacity * sizeof(Slot))));
     if (slots == nullptr)
@@ -143,7 +145,7 @@ ParsedStringPool::Record* ParsedStringPool::InternRecord(const char* text, u32 l
             ++record->references;
             return record;
         }
-    if ((pool.m_Used + 1) * 2 > pool.m_Capacity && !pool.Grow())
+    if ((u64(pool.m_Used) + 1) * 4 > u64(pool.m_Capacity) * 3 && !pool.Grow())
         return nullptr;
     Slot* slot = pool.Find(text, length, hash);
     if (Holds(*slot))
