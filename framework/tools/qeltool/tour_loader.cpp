@@ -108,6 +108,9 @@ int CheckFiles(int count, char** paths)
         std::fprintf(stderr, "qeltool check: no file given\n");
     for (int i = 0; i < count; ++i)
     {
+        // Comments kept or skipped, the same files are valid: skipped, the
+        // tree takes less memory.
+        qel::Parser::SetParsingComment(false);
         qel::ParseError error{};
         qel::ParsedFile* file = qel::Parser::CheckFile(VirtualPath(paths[i]).c_str(), error);
         if (file != nullptr)
