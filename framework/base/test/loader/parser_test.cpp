@@ -652,55 +652,66 @@ TEST_F(ParserTest, AFileHoldsItsNodesAndGivesThemBackWithIt)
     EXPECT_EQ(printed[1], printed[0]);
 }
 
-} // namespace
-
-// Entries keep their first parameters and roots their first children inside
-// the node: edits that cross that capacity in both directions keep the order
-// and every pooled reference.
-TEST(ParsedTree, EditsAcrossTheInlineCapacityKeepOrderAndReferences)
+// Parameters and children edited at any index, in nodes made by hand (kept
+// in a list) and in parsed ones (kept in the node until an edit moves them
+// to a list), keep their order and every pooled reference.
+TEST_F(ParserTest, EditsAtAnyIndexKeepOrderAndReferences)
 {
     const u32 pooled = ParsedStringPool::GetCount();
     {
-        ParsedEntry entry;
-        std::vector<std::string> model;
-        const u32 at[] = {0, 1, 0, 3, 2, 5, 1, 7, 4, 0};
-        for (u32 i = 0; i < 10; ++i)
+        std::unique_ptr<ParsedFile> parsed = Parse("E(q0 q1 q2)\nA\nB\n");
+        ASSERT_TRUE(parsed);
+        ParsedEntry made;
+        for (ParsedEntry* entry : {&made, static_cast<ParsedEntry*>(parsed->GetChild(0))})
         {
-            const std::string text = "p" + std::to_string(i);
-            entry.AddParameter(text.c_str(), at[i]);
-            model.insert(model.begin() + at[i], text);
+            std::vector<std::string> model;
+            for (u32 i = 0; i < entry->GetParameterCount(); ++i)
+                model.push_back(entry->GetParameter(i));
+            const u32 at[] = {0, 1, 0, 3, 2, 5, 1, 7, 4, 0};
+            for (u32 i = 0; i < 10; ++i)
+            {
+                const std::string text = "p" + std::to_string(i);
+                entry->AddParameter(text.c_str(), at[i]);
+                model.insert(model.begin() + at[i], text);
+            }
+            entry->AddParameter(nullptr);
+            model.push_back("");
+            for (u32 index : {10u, 0u, 4u, 4u, 1u, 2u, 1u})
+            {
+                entry->ReleaseParameter(index);
+                model.erase(model.begin() + index);
+            }
+            ASSERT_EQ(entry->GetParameterCount(), model.size());
+            for (u32 i = 0; i < model.size(); ++i)
+                EXPECT_EQ(entry->GetParameter(i) ? entry->GetParameter(i) : "", model[i]) << i;
         }
-        entry.AddParameter(nullptr);
-        model.push_back("");
-        for (u32 index : {10u, 0u, 4u, 4u, 1u, 2u, 1u})
-        {
-            entry.ReleaseParameter(index);
-            model.erase(model.begin() + index);
-        }
-        ASSERT_EQ(entry.GetParameterCount(), model.size());
-        for (u32 i = 0; i < model.size(); ++i)
-            EXPECT_EQ(entry.GetParameter(i) ? entry.GetParameter(i) : "", model[i]) << i;
-        EXPECT_EQ(ParsedStringPool::GetCount(), pooled + model.size());
 
         ParsedFile file;
-        std::vector<ParsedNode*> children;
-        for (u32 i = 0; i < 9; ++i)
+        for (ParsedFile* root : {&file, parsed.get()})
         {
-            ParsedEntry* child = new ParsedEntry;
-            const u32 index = (i * 5) % (u32(children.size()) + 1);
-            file.AddChild(child, index);
-            children.insert(children.begin() + index, child);
-        }
-        file.ReleaseChild(children[6]);
-        children.erase(children.begin() + 6);
-        file.ReleaseChild(u32(0));
-        children.erase(children.begin());
-        ASSERT_EQ(file.GetChildCount(), children.size());
-        for (u32 i = 0; i < children.size(); ++i)
-        {
-            EXPECT_EQ(file.GetChild(i), children[i]) << i;
-            EXPECT_EQ(children[i]->GetParent(), &file);
+            std::vector<ParsedNode*> children;
+            for (u32 i = 0; i < root->GetChildCount(); ++i)
+                children.push_back(root->GetChild(i));
+            for (u32 i = 0; i < 9; ++i)
+            {
+                ParsedEntry* child = new ParsedEntry;
+                const u32 index = (i * 5) % (u32(children.size()) + 1);
+                root->AddChild(child, index);
+                children.insert(children.begin() + index, child);
+            }
+            root->ReleaseChild(children[6]);
+            children.erase(children.begin() + 6);
+            root->ReleaseChild(u32(0));
+            children.erase(children.begin());
+            ASSERT_EQ(root->GetChildCount(), children.size());
+            for (u32 i = 0; i < children.size(); ++i)
+            {
+                EXPECT_EQ(root->GetChild(i), children[i]) << i;
+                EXPECT_EQ(children[i]->GetParent(), root);
+            }
         }
     }
     EXPECT_EQ(ParsedStringPool::GetCount(), pooled);
 }
+
+} // namespace
