@@ -58,7 +58,6 @@ public:
     static Record* InternRecord(const char* text, u32 length, u32 hash, bool copy);
     // Create(text, true), giving the text's record.
     static Record* CreateRecord(const char* text);
-    static void HoldRecord(Record* record);
     static void ReleaseRecord(Record* record);
 
 private:

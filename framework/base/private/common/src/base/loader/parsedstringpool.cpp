@@ -235,11 +235,6 @@ void ParsedStringPool::AddHeld(const char* pooled)
     ++GetSingletonInstance().HeldRecord(pooled)->references;
 }
 
-void ParsedStringPool::HoldRecord(Record* record)
-{
-    ++record->references;
-}
-
 void ParsedStringPool::ReleaseHeld(const char* pooled)
 {
     ParsedStringPool& pool = GetSingletonInstance();
