@@ -6,9 +6,10 @@
 #include <qel/fileexception.h>
 #include <qel/filemanager.h>
 #include <qel/loader.h>
-#include <qel/outputmemorystream.h>
+#include <qel/outputstream.h>
 #include <qel/parsednode.h>
 #include <qel/parser.h>
+#include <qel/provider.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -20,14 +21,37 @@ namespace qeltool
 namespace
 {
 
+// Standard output a block at a time, so that a big file's text is never
+// held whole.
+class StandardOutput : public qel::OutputStream
+{
+public:
+    StandardOutput() : OutputStream(&m_Sink) {}
+    ~StandardOutput() override { Finish(); }
+
+private:
+    struct Sink : qel::Provider
+    {
+        Sink() { m_Open = true; }
+        void Request(qel::u32, unsigned char*& block, unsigned char*& current,
+                     unsigned char*& end) override
+        {
+            block = current = buffer;
+            end = buffer + sizeof buffer;
+        }
+        void Return(void* block, void* end) override
+        {
+            std::fwrite(block, 1, std::size_t(static_cast<unsigned char*>(end) - buffer), stdout);
+        }
+        void Return(void* block) override { Return(block, buffer + sizeof buffer); }
+        unsigned char buffer[65536];
+    } m_Sink;
+};
+
 void PrintNode(qel::ParsedNode& node)
 {
-    qel::OutputMemoryStream out;
+    StandardOutput out;
     node.Print(out, 0);
-    out.Flush();
-    qel::u32 size = 0;
-    const unsigned char* text = out.GetBuffer(size);
-    std::fwrite(text, 1, size, stdout);
 }
 
 // Counts the objects of a scene and remembers the lamp's power.
@@ -84,6 +108,9 @@ int CheckFiles(int count, char** paths)
     int status = 0;
     for (int i = 0; i < count; ++i)
     {
+        // Comments kept or skipped, the same files are valid: skipped, the
+        // tree takes less memory.
+        qel::Parser::SetParsingComment(false);
         qel::ParseError error{};
         const std::string path = VirtualPath(paths[i]);
         qel::ParsedFile* file = qel::Parser::CheckFile(path.c_str(), error);

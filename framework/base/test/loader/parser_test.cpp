@@ -6,18 +6,26 @@
 #include <qel/outputmemorystream.h>
 #include <qel/packedallocator.h>
 #include <qel/parsednode.h>
+#include <qel/parsedstring.h>
 #include <qel/parsedstringpool.h>
 #include <qel/parser.h>
 #include <qel/poolallocator.h>
+#include <qel/provider.h>
 
+#include "base/loader/parsedlinks.h"
 #include "disk/disktest.h"
 #include "support/environment.h"
+#include "support/parsedshape.h"
 #include "support/scriptedhost.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
 #include <memory>
+#include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace
@@ -55,6 +63,16 @@ protected:
         return all;
     }
 
+    // The same without the report of a syntax error, in a new file each
+    // time (ext4 writes a file cut and written again out at once).
+    std::unique_ptr<ParsedFile> Check(const std::string& text, bool comments, ParseError& error)
+    {
+        const std::string name = "check" + std::to_string(++checked) + ".txt";
+        disktest::WriteFile(folder.Path() + name, text);
+        Parser::SetParsingComment(comments);
+        return std::unique_ptr<ParsedFile>(Parser::CheckFile((root + name).c_str(), error));
+    }
+
     static std::string Printed(ParsedNode& node)
     {
         OutputMemoryStream out;
@@ -67,6 +85,7 @@ protected:
 
     qeltest::TemporaryFolder folder;
     std::string root;
+    int checked = 0;
 };
 
 TEST_F(ParserTest, GrammarAndItsQuirks)
@@ -139,10 +158,126 @@ TEST_F(ParserTest, PrintWritesTheFormatBack)
                               "\t}\r\n"
                               "}\r\n"
                               "Top\r\n");
-    // Printed text parses back to the same text.
-    auto again = Parse(Printed(*file), "b.txt");
-    ASSERT_TRUE(again);
-    EXPECT_EQ(Printed(*again), Printed(*file));
+
+    // Two texts that their plain form would not read back.
+    Parser::SetParsingComment(true);
+    file = Parse(";\r*x\nE(a\"b, \"c\")\n");
+    ASSERT_TRUE(file);
+    EXPECT_STREQ(file->GetChild(0)->GetIdentifier(), "*x");
+    EXPECT_EQ(Printed(*file), ";\r*x\r\nE(a\"b, \"c\")\r\n");
+}
+
+// Generated trees of every node kind, with texts of any byte that their
+// place lets the parser read, and the trees that the parser makes of
+// generated and damaged text, comments kept or skipped: each prints as
+// text that reads back as the same tree and prints the same again.
+TEST_F(ParserTest, PrintedTreesReadBackAsTheSameTrees)
+{
+    std::mt19937 random(31);
+    auto below = [&](u32 count) { return u32(random() % count); };
+    // 1 to 5 bytes, the first not one of `notFirst`, the others not of
+    // `notIn`; half of them the format's own characters.
+    auto text = [&](const char* notFirst, const char* notIn)
+    {
+        std::string made;
+        for (const u32 length = 1 + below(5); made.size() < length;)
+        {
+            const char c = below(2) ? "{}():,\";* \t\r\n"[below(14)] : char(1 + below(255));
+            if (!std::strchr(made.empty() ? notFirst : notIn, c))
+                made += c;
+        }
+        return made;
+    };
+    const char* wordStart = "\t\n\r {}:(),\";";
+    const char* nameEnd = "\t\n\r (}";
+    // Without a name (only a section's name entry) at least a parameter.
+    auto fill = [&](ParsedEntry* entry, const char* nameStart)
+    {
+        if (nameStart)
+            entry->SetIdentifier(text(nameStart, nameEnd).c_str());
+        for (u32 count = nameStart ? below(4) : 1 + below(3); count > 0; --count)
+        {
+            const u32 kind = below(3);
+            entry->AddParameter(kind == 0   ? nullptr
+                                : kind == 1 ? text("\"", "\"").c_str()
+                                            : text(wordStart, "\t\n\r ,)").c_str());
+        }
+    };
+    auto generate = [&]
+    {
+        auto tree = std::make_unique<ParsedFile>();
+        ParsedRoot* at = tree.get();
+        for (u32 step = below(20); step > 0; --step)
+        {
+            const u32 kind = below(4);
+            ParsedNode* node = kind == 0   ? new ParsedSection
+                               : kind == 1 ? static_cast<ParsedNode*>(new ParsedEntry)
+                                           : new ParsedComment;
+            if (kind == 3)
+            {
+                delete node;
+                at = at == tree.get() ? at : at->GetParent(); // closes a section
+                continue;
+            }
+            at->AddChild(node);
+            if (kind == 1)
+                fill(static_cast<ParsedEntry*>(node), wordStart);
+            else if (kind == 2 && below(3) != 0)
+                node->SetIdentifier(text("\n\r", "\n\r").c_str());
+            else if (kind == 0)
+            {
+                ParsedSection* section = static_cast<ParsedSection*>(node);
+                section->SetIdentifier(text("\t\n\r (:}", "\t\n\r (:}").c_str());
+                if (below(2))
+                {
+                    section->SetName(new ParsedEntry);
+                    fill(section->GetName(), below(2) ? nameEnd : nullptr);
+                }
+                at = section;
+            }
+        }
+        return tree;
+    };
+    auto readsBack = [&](ParsedRoot& tree, bool comments)
+    {
+        const std::string printed = Printed(tree);
+        ParseError error{};
+        std::unique_ptr<ParsedFile> again = Check(printed, comments, error);
+        ASSERT_TRUE(again) << error.message << " at " << error.line << ":" << error.column
+                           << " of\n"
+                           << printed;
+        EXPECT_EQ(qeltest::Shape(*again), qeltest::Shape(tree)) << printed;
+        EXPECT_EQ(Printed(*again), printed);
+    };
+
+    for (int round = 0; round < 300; ++round)
+        readsBack(*generate(), true);
+    const char* pieces[] = {"{",  "}",  "(",  ")",        ",",         ":",
+                            "\"", ";",  ";*", "*;",       "*",         " ",
+                            "\r", "\n", "a",  "\xC3\xA9", "{A:n(x)\n", "E(\"q\" w\"z)"};
+    u32 parsed = 0;
+    for (int round = 0; round < 1000; ++round)
+    {
+        // Pieces strung together, or a printed tree with pieces cut out of
+        // it and put in.
+        std::string input = round % 2 ? Printed(*generate()) : std::string();
+        for (u32 edits = 1 + below(round % 2 ? 3 : 30); edits > 0; --edits)
+        {
+            const std::size_t at = below(u32(input.size()) + 1);
+            if (below(3) == 0)
+                input.erase(at, below(4));
+            else
+                input.insert(at, pieces[below(sizeof pieces / sizeof *pieces)]);
+        }
+        const bool comments = below(2) != 0;
+        ParseError error{};
+        if (std::unique_ptr<ParsedFile> tree = Check(input, comments, error))
+        {
+            ++parsed;
+            readsBack(*tree, comments);
+        }
+    }
+    EXPECT_GT(parsed, 200u);
 }
 
 TEST_F(ParserTest, SyntaxErrorsAreFatalWithTheTreeTrace)
@@ -152,17 +287,22 @@ TEST_F(ParserTest, SyntaxErrorsAreFatalWithTheTreeTrace)
         const char* text;
         const char* message;
         const char* trace;
+        bool comments = false;
     } cases[] = {
         {"A ;* never closed", "Missing end of batch comment \"*;\"", ""},
+        // A comment kept in the tree is the innermost node while it is read.
+        {"{A\nE(1 ;* never closed", "Missing end of batch comment \"*;\"", " <- A <- ", true},
         {"}", "Missing '{'", ""},
         {"{}", "Missing 'Section Identifier' after '{'", " <- "},
         {"{Object:Lamp\n{Sub\nE(1)", "Missing '}'", "Sub <- Object Named Lamp <- "},
         {"{A:}", "Missing 'Entry Name' after ':'", " <- A <- "},
         {"{A\nE(1, 2", "Missing ')'", "E <- A <- "},
+        {"{A:N(1 ;\n", "Missing ')'", "N <- A Named N <- "},
     };
     for (const auto& c : cases)
     {
         SCOPED_TRACE(c.text);
+        Parser::SetParsingComment(c.comments);
         qeltest::ScriptedHost host; // answers No: the process would end here
         EXPECT_EQ(Parse(c.text), nullptr);
         ASSERT_EQ(host.questions.size(), 1u);
@@ -346,6 +486,109 @@ TEST_F(ParserTest, FindChildMatchesPrefixesOfIdentifiersAndNames)
     EXPECT_EQ(file->GetChildCount(), 4u);
 }
 
+// The size and hash of a byte sequence, kept instead of the bytes: a tree
+// a million levels deep prints as a hundred megabytes.
+struct Digest
+{
+    void Add(const std::string& text) { Add(text.data(), text.size()); }
+    void Add(const char* data, std::size_t count)
+    {
+        size += count;
+        for (const char* end = data + count; data != end; ++data)
+            hash = (hash ^ static_cast<unsigned char>(*data)) * 0x100000001B3ull;
+    }
+    bool operator==(const Digest& other) const { return size == other.size && hash == other.hash; }
+
+    u64 size = 0;
+    u64 hash = 0xCBF29CE484222325ull;
+};
+
+class DigestStream : public OutputStream
+{
+public:
+    DigestStream() : OutputStream(&m_Sink) {}
+    ~DigestStream() override { Finish(); }
+    const Digest& Written()
+    {
+        Flush();
+        return m_Sink.digest;
+    }
+
+private:
+    struct Sink : Provider
+    {
+        Sink() { m_Open = true; }
+        void Request(u32, unsigned char*& block, unsigned char*& current,
+                     unsigned char*& end) override
+        {
+            block = current = buffer;
+            end = buffer + sizeof buffer;
+        }
+        void Return(void* block, void* end) override
+        {
+            digest.Add(static_cast<const char*>(block),
+                       std::size_t(static_cast<unsigned char*>(end) - buffer));
+        }
+        void Return(void* block) override { Return(block, buffer + sizeof buffer); }
+        unsigned char buffer[65536];
+        Digest digest;
+    } m_Sink;
+};
+
+// Depth takes no stack: a default one (1 to 8 MB) holds some ten thousand
+// levels of recursion. A million nested sections are parsed, searched,
+// printed (deep lines keep 64 tabs) and destroyed, and the same file
+// without its '}' is reported at its end with the trace cut to fit.
+TEST_F(ParserTest, AMillionLevelsDeepTakeNoStack)
+{
+    const u32 depth = 1000000;
+    std::string text, path;
+    for (u32 i = 0; i < depth; ++i)
+    {
+        text += "{A\n";
+        path += i ? "^A" : "A";
+    }
+    text += "E(1)\n" + std::string(depth, '}');
+    auto file = Parse(text);
+    ASSERT_TRUE(file);
+    ParsedRoot* at = file.get();
+    for (u32 i = 0; i < depth; ++i)
+    {
+        ASSERT_EQ(at->GetChildCount(), 1u) << i;
+        at = static_cast<ParsedRoot*>(at->GetChild(0));
+    }
+    EXPECT_STREQ(at->GetChild(0)->GetIdentifier(), "E");
+    EXPECT_EQ(file->FindChild(path.c_str()), at);
+
+    std::vector<std::string> opens, closes; // by indent
+    for (u32 tabs = 0; tabs <= 64; ++tabs)
+    {
+        opens.push_back(std::string(tabs, '\t') + "{A\r\n");
+        closes.push_back(std::string(tabs, '\t') + "}\r\n");
+    }
+    Digest expected;
+    for (u32 i = 0; i < depth; ++i)
+        expected.Add(opens[std::min<u32>(i, 64)]);
+    expected.Add(std::string(64, '\t') + "E(\"1\")\r\n");
+    for (u32 i = depth; i-- > 0;)
+        expected.Add(closes[std::min<u32>(i, 64)]);
+    DigestStream printed;
+    file->Print(printed, 0);
+    EXPECT_TRUE(printed.Written() == expected);
+    file->ReleaseChild(u32(0));
+    file.reset();
+
+    text.resize(text.size() - depth);
+    disktest::WriteFile(folder.Path() + "deep.txt", text);
+    ParseError error{};
+    EXPECT_EQ(Parser::CheckFile((root + "deep.txt").c_str(), error), nullptr);
+    EXPECT_STREQ(error.message, "Missing '}'");
+    EXPECT_EQ(error.line, depth + 2);
+    EXPECT_EQ(error.column, 1u);
+    EXPECT_EQ(std::string(error.trace).substr(0, 12), "A <- A <- A ");
+    EXPECT_EQ(std::strlen(error.trace), sizeof error.trace - 1);
+}
+
 // The bytes in use in the shared allocators behind General.
 u64 GeneralBytes()
 {
@@ -353,9 +596,11 @@ u64 GeneralBytes()
            static_cast<PackedAllocator*>(Mem::GetBigAlloc())->GetStatistics().currentUsedSize;
 }
 
-// The parser lays a file's nodes out in blocks that the file owns: parsed
-// nodes released early, a replaced name and nodes made with new mix with
-// them, and destroying the file gives every byte and text back.
+// The parser lays a file's nodes out in blocks that the file owns, linked
+// in 32 bits, or through a table when too far apart (the second time every
+// link is made so): parsed nodes edited and released early, a replaced
+// name and nodes made with new mix with them, and destroying the file gives
+// every byte, text and table entry back.
 TEST_F(ParserTest, AFileHoldsItsNodesAndGivesThemBackWithIt)
 {
     std::string text;
@@ -366,78 +611,107 @@ TEST_F(ParserTest, AFileHoldsItsNodesAndGivesThemBackWithIt)
     ASSERT_TRUE(Parse(text));
     const u64 bytes = GeneralBytes();
     const u32 pooled = ParsedStringPool::GetCount();
+    const u32 far = parsedlinks::CountFarLinks();
+    std::string printed[2];
+    for (bool everyFar : {false, true})
+    {
+        parsedlinks::MakeEveryLinkFar(everyFar);
+        std::unique_ptr<ParsedFile> file = Parse(text);
+        ASSERT_TRUE(file);
+        file->ReleaseChild(u32(5));
+        ParsedSection* section = static_cast<ParsedSection*>(file->FindChild("Object:o0"));
+        ASSERT_TRUE(section);
+        ParsedEntry* name = new ParsedEntry;
+        name->SetIdentifier("renamed");
+        section->SetName(name);
+        section->ReleaseChild(u32(0));
+        ParsedRoot* light = file->FindChild("Object:renamed^Light");
+        ASSERT_TRUE(light);
+        ParsedEntry* power = static_cast<ParsedEntry*>(light->GetChild(0));
+        EXPECT_EQ(power->GetRoot(), file.get());
+        power->AddParameter("watts", 0);
+        power->ReleaseParameter(1);
+        ParsedEntry* added = new ParsedEntry;
+        added->SetIdentifier("Added");
+        section->AddChild(added);
+        file->AddChild(new ParsedSection, 3);
+        EXPECT_EQ(added->GetParent(), section);
+        EXPECT_EQ(file->GetChildCount(), 3000u);
+        EXPECT_EQ(Printed(*section), "{Object:renamed\r\n\t{Light\r\n\t\tPower(\"watts\")\r\n\t}"
+                                     "\r\n\tAdded\r\n}\r\n");
+        EXPECT_STREQ(static_cast<ParsedSection*>(file->GetChild(6))->GetName()->GetIdentifier(),
+                     "o6");
+        printed[everyFar] = Printed(*file);
 
-    std::unique_ptr<ParsedFile> file = Parse(text);
-    ASSERT_TRUE(file);
-    file->ReleaseChild(u32(5));
-    ParsedSection* section = static_cast<ParsedSection*>(file->GetChild(0));
-    ParsedEntry* name = new ParsedEntry;
-    name->SetIdentifier("renamed");
-    section->SetName(name);
-    section->ReleaseChild(u32(0));
-    ParsedEntry* added = new ParsedEntry;
-    added->SetIdentifier("Added");
-    section->AddChild(added);
-    file->AddChild(new ParsedSection, 3);
-    EXPECT_EQ(file->GetChildCount(), 3000u);
-    EXPECT_EQ(Printed(*section), "{Object:renamed\r\n\t{Light\r\n\t\tPower(\"60\")\r\n\t}\r\n"
-                                 "\tAdded\r\n}\r\n");
-    EXPECT_STREQ(static_cast<ParsedSection*>(file->GetChild(6))->GetName()->GetIdentifier(), "o6");
-
-    file.reset();
-    EXPECT_EQ(GeneralBytes(), bytes);
-    EXPECT_EQ(ParsedStringPool::GetCount(), pooled);
+        file.reset();
+        parsedlinks::MakeEveryLinkFar(false);
+        EXPECT_EQ(GeneralBytes(), bytes);
+        EXPECT_EQ(ParsedStringPool::GetCount(), pooled);
+        EXPECT_EQ(parsedlinks::CountFarLinks(), far);
+    }
+    EXPECT_EQ(printed[1], printed[0]);
 }
 
-} // namespace
-
-// Entries keep their first parameters and roots their first children inside
-// the node: edits that cross that capacity in both directions keep the order
-// and every pooled reference.
-TEST(ParsedTree, EditsAcrossTheInlineCapacityKeepOrderAndReferences)
+// Parameters and children edited at any index, in nodes made by hand (kept
+// in a list) and in parsed ones (kept in the node until an edit moves them
+// to a list), keep their order and every pooled reference.
+TEST_F(ParserTest, EditsAtAnyIndexKeepOrderAndReferences)
 {
     const u32 pooled = ParsedStringPool::GetCount();
     {
-        ParsedEntry entry;
-        std::vector<std::string> model;
-        const u32 at[] = {0, 1, 0, 3, 2, 5, 1, 7, 4, 0};
-        for (u32 i = 0; i < 10; ++i)
+        std::unique_ptr<ParsedFile> parsed = Parse("E(q0 q1 q2)\nA\nB\n");
+        ASSERT_TRUE(parsed);
+        ParsedEntry made;
+        for (ParsedEntry* entry : {&made, static_cast<ParsedEntry*>(parsed->GetChild(0))})
         {
-            const std::string text = "p" + std::to_string(i);
-            entry.AddParameter(text.c_str(), at[i]);
-            model.insert(model.begin() + at[i], text);
+            std::vector<std::string> model;
+            for (u32 i = 0; i < entry->GetParameterCount(); ++i)
+                model.push_back(entry->GetParameter(i));
+            const u32 at[] = {0, 1, 0, 3, 2, 5, 1, 7, 4, 0};
+            for (u32 i = 0; i < 10; ++i)
+            {
+                const std::string text = "p" + std::to_string(i);
+                entry->AddParameter(text.c_str(), at[i]);
+                model.insert(model.begin() + at[i], text);
+            }
+            entry->AddParameter(nullptr);
+            model.push_back("");
+            for (u32 index : {10u, 0u, 4u, 4u, 1u, 2u, 1u})
+            {
+                entry->ReleaseParameter(index);
+                model.erase(model.begin() + index);
+            }
+            ASSERT_EQ(entry->GetParameterCount(), model.size());
+            for (u32 i = 0; i < model.size(); ++i)
+                EXPECT_EQ(entry->GetParameter(i) ? entry->GetParameter(i) : "", model[i]) << i;
         }
-        entry.AddParameter(nullptr);
-        model.push_back("");
-        for (u32 index : {10u, 0u, 4u, 4u, 1u, 2u, 1u})
-        {
-            entry.ReleaseParameter(index);
-            model.erase(model.begin() + index);
-        }
-        ASSERT_EQ(entry.GetParameterCount(), model.size());
-        for (u32 i = 0; i < model.size(); ++i)
-            EXPECT_EQ(entry.GetParameter(i) ? entry.GetParameter(i) : "", model[i]) << i;
-        EXPECT_EQ(ParsedStringPool::GetCount(), pooled + model.size());
 
         ParsedFile file;
-        std::vector<ParsedNode*> children;
-        for (u32 i = 0; i < 9; ++i)
+        for (ParsedFile* root : {&file, parsed.get()})
         {
-            ParsedEntry* child = new ParsedEntry;
-            const u32 index = (i * 5) % (u32(children.size()) + 1);
-            file.AddChild(child, index);
-            children.insert(children.begin() + index, child);
-        }
-        file.ReleaseChild(children[6]);
-        children.erase(children.begin() + 6);
-        file.ReleaseChild(u32(0));
-        children.erase(children.begin());
-        ASSERT_EQ(file.GetChildCount(), children.size());
-        for (u32 i = 0; i < children.size(); ++i)
-        {
-            EXPECT_EQ(file.GetChild(i), children[i]) << i;
-            EXPECT_EQ(children[i]->GetParent(), &file);
+            std::vector<ParsedNode*> children;
+            for (u32 i = 0; i < root->GetChildCount(); ++i)
+                children.push_back(root->GetChild(i));
+            for (u32 i = 0; i < 9; ++i)
+            {
+                ParsedEntry* child = new ParsedEntry;
+                const u32 index = (i * 5) % (u32(children.size()) + 1);
+                root->AddChild(child, index);
+                children.insert(children.begin() + index, child);
+            }
+            root->ReleaseChild(children[6]);
+            children.erase(children.begin() + 6);
+            root->ReleaseChild(u32(0));
+            children.erase(children.begin());
+            ASSERT_EQ(root->GetChildCount(), children.size());
+            for (u32 i = 0; i < children.size(); ++i)
+            {
+                EXPECT_EQ(root->GetChild(i), children[i]) << i;
+                EXPECT_EQ(children[i]->GetParent(), root);
+            }
         }
     }
     EXPECT_EQ(ParsedStringPool::GetCount(), pooled);
 }
+
+} // namespace

@@ -34,6 +34,7 @@ public:
 
     u32 size() const { return m_Size; }
     bool empty() const { return m_Size == 0; }
+    T& back() { return m_Data[m_Size - 1]; }
     T& operator[](u32 index) { return m_Data[index]; }
     const T& operator[](u32 index) const { return m_Data[index]; }
     T* begin() { return m_Data; }
@@ -63,6 +64,7 @@ public:
         std::rotate(m_Data + index, m_Data + m_Size - 1, m_Data + m_Size);
         return m_Data + index;
     }
+    void pop_back() { m_Data[--m_Size].~T(); }
     T* erase(T* at)
     {
         std::move(at + 1, end(), at);

@@ -1,7 +1,7 @@
 // The tree the parser builds from a sectioned text file: a file node holding
 // sections and entries, sections holding more of both and an optional name
 // entry, entries holding parameter lists, and comments when the parser keeps
-// them. Every text is a handle into the parsed string pool.
+// them. Every text is interned in the parsed string pool.
 //
 // A root owns its children and a section its name entry: destroying a node
 // destroys everything under it. Print writes the node back in the sectioned
@@ -13,15 +13,25 @@
 //   section   "{" the identifier, then ":" and the name entry when it has
 //             one; its children one level deeper; then "}"
 //   file      its children at the same level
-// The format has no escape: a parameter that holds a double quote (an
-// unquoted word may) prints as it is and does not read back the same, nor
-// does a comment whose text begins with '*' (it reads as a batch comment).
+//
+// Lines deeper than 64 levels keep 64 tabs, so that a deeply nested tree
+// prints in a size linear in its own (one tab per level would make it
+// quadratic). Destroying and printing a tree never recurse on its depth: a
+// root prints the whole tree below it itself, the roots in it through
+// their PrintHead and PrintTail, the other nodes through their Print.
+//
+// Every tree the parser makes prints as text that reads back as the same
+// tree. The format has no escape, so two texts print otherwise: a
+// parameter holding a double quote, which only a word may, prints without
+// quotes, and a comment whose text begins with '*' prints ";", a carriage
+// return (which reading drops), then the text, since ";*" opens a batch
+// comment. A tree made by hand with texts the parser never makes (a line
+// end in a comment, white space in an entry name, an empty parameter
+// text...) prints them as they are, and does not read back the same.
 #pragma once
 
 #include <qel/allocationoperators.h>
 #include <qel/export.h>
-#include <qel/inlinevector.h>
-#include <qel/parsedstring.h>
 #include <qel/types.h>
 
 #include <cstdint>
@@ -32,6 +42,11 @@ namespace qel
 class OutputStream;
 class ParsedRoot;
 
+// A node keeps its links to its texts, its parent and its children in 32
+// bits each (see ParsedLinks in base/loader/parsedlinks.h), and the
+// parser's nodes keep their parameters or children inside them, exactly as
+// many as they have: a parsed file takes less than twice its size. A node
+// edited by hand keeps them in a list of its own instead.
 class QEL_API ParsedNode
 {
 public:
@@ -48,12 +63,12 @@ public:
     virtual ~ParsedNode();
     virtual void Print(OutputStream& out, u32 indent) = 0;
 
-    u32 GetType() const { return m_Type; }
+    u32 GetType() const { return m_Word & TypeBits; }
     // Null when the node has none.
-    const char* GetIdentifier() const { return m_Identifier.Get(); }
-    void SetIdentifier(const char* identifier) { m_Identifier.Set(identifier); }
+    const char* GetIdentifier() const;
+    void SetIdentifier(const char* identifier);
     // Null for a node that is no one's child.
-    ParsedRoot* GetParent() const { return m_Parent; }
+    ParsedRoot* GetParent() const;
     // The topmost ancestor; a node without parent is its own root (null when
     // it is not a root).
     ParsedRoot* GetRoot();
@@ -61,24 +76,43 @@ public:
     void PrintOut(const char* path);
 
 protected:
-    explicit ParsedNode(u32 type) : m_Type(type), m_InFile(false), m_Parent(nullptr) {}
+    // Types are below 16.
+    explicit ParsedNode(u32 type) : m_Word(type & TypeBits) {}
     ParsedNode(const ParsedNode&) = delete;
     ParsedNode& operator=(const ParsedNode&) = delete;
 
 private:
+    friend class ParsedEntry;
     friend class ParsedRoot;
     friend class ParsedSection;
     friend class ParsedFile;
-    friend class Parser; // hands its pooled references over
+    friend class Parser;
+    friend struct ParsedLinks;
+
+    enum : u32
+    {
+        TypeBits = 0x0F,
+        InFile = 0x10, // made by the parser in its file's chunks
+        Root = 0x20,   // a ParsedRoot
+        Listed = 0x40, // the items are in a list, which the first one links to
+        Far = 0x80,    // some link is far (see parsedlinks.h)
+        CountShift = 8,
+        MaxCount = 0xFFFFFF, // items held in the node
+    };
+
+    // The library's nodes: their type and flags.
+    struct Flagged
+    {
+    };
+    ParsedNode(Flagged, u32 word) : m_Word(word) {}
 
     // Destroys a node that its owner gives up: one that lives in its file's
     // chunks only has its destructor run, its memory going with the file.
     static void Destroy(ParsedNode* node);
 
-    u32 m_Type;
-    bool m_InFile; // made by the parser in its file's chunks
-    ParsedString m_Identifier;
-    ParsedRoot* m_Parent;
+    u32 m_Identifier = 0; // to the text's pool record
+    u32 m_Parent = 0;
+    u32 m_Word; // the type, the flags, the items held in the node
 };
 
 // A comment kept by the parser: its text is the identifier.
@@ -92,43 +126,46 @@ public:
 class QEL_API ParsedEntry : public ParsedNode
 {
 public:
-    ParsedEntry() : ParsedNode(EntryType) {}
+    ParsedEntry() : ParsedNode(Flagged(), EntryType | Listed) {}
+    ~ParsedEntry() override;
     void Print(OutputStream& out, u32 indent) override;
 
-    u32 GetParameterCount() const { return u32(m_Parameters.size()); }
+    u32 GetParameterCount() const;
     // Null for an empty parameter (and for an index out of range).
-    const char* GetParameter(u32 index) const
-    {
-        return index < m_Parameters.size() ? m_Parameters[index].Get() : nullptr;
-    }
+    const char* GetParameter(u32 index) const;
     // Null adds an empty parameter.
     void AddParameter(const char* parameter);
     // Inserts before `index`; an index above the count is ignored.
     void AddParameter(const char* parameter, u32 index);
     void ReleaseParameter(u32 index);
-    void ReleaseParameters() { m_Parameters.clear(); }
+    void ReleaseParameters();
 
 private:
     friend class Parser;
+    friend struct ParsedLinks;
 
-    // Entries rarely have more than three parameters or sections more than
-    // four children: so many are kept in the node itself.
-    InlineVector<ParsedString, 3> m_Parameters;
+    // The parser's entries: `count` parameters from here on.
+    explicit ParsedEntry(u32 count)
+        : ParsedNode(Flagged(), EntryType | InFile | count << CountShift)
+    {
+    }
+
+    // The parameters' links to their pool records, the parser's past the
+    // end of the object.
+    u32 m_Items = 0;
 };
 
 class QEL_API ParsedRoot : public ParsedNode
 {
 public:
-    explicit ParsedRoot(u32 type) : ParsedNode(type) {}
+    // Its type below 16.
+    explicit ParsedRoot(u32 type) : ParsedNode(Flagged(), (type & TypeBits) | Root | Listed) {}
     ~ParsedRoot() override;
-    // A plain root prints its children one level deeper.
+    // PrintHead, the children at the indent it gives, PrintTail.
     void Print(OutputStream& out, u32 indent) override;
 
-    u32 GetChildCount() const { return u32(m_Children.size()); }
-    ParsedNode* GetChild(u32 index) const
-    {
-        return index < m_Children.size() ? m_Children[index] : nullptr;
-    }
+    u32 GetChildCount() const;
+    ParsedNode* GetChild(u32 index) const;
     // Takes the node over and appends it. When the list cannot grow (the
     // allocator reported it and std::bad_alloc goes on), the node is
     // destroyed.
@@ -150,26 +187,49 @@ public:
     ParsedRoot* FindChild(const char* path);
 
 protected:
-    void PrintChildren(OutputStream& out, u32 indent);
+    // What the root prints before its children, with the indent they take:
+    // nothing for a plain root, whose children go one level deeper.
+    virtual u32 PrintHead(OutputStream& out, u32 indent);
+    // What it prints after them: nothing for a plain root.
+    virtual void PrintTail(OutputStream& out, u32 indent);
 
 private:
-    InlineVector<ParsedNode*, 4> m_Children;
+    friend class Parser;
+    friend class ParsedSection;
+    friend struct ParsedLinks;
+
+    // The parser's sections: `count` children from m_Items on.
+    ParsedRoot(u32 type, u32 count)
+        : ParsedNode(Flagged(), type | Root | InFile | count << CountShift)
+    {
+    }
+
+    u32 m_Name = 0; // a section's name entry
+    // The children's links, the parser's past the end of the object.
+    u32 m_Items = 0;
 };
 
 class QEL_API ParsedSection : public ParsedRoot
 {
 public:
-    ParsedSection() : ParsedRoot(SectionType), m_Name(nullptr) {}
+    ParsedSection() : ParsedRoot(SectionType) {}
     ~ParsedSection() override;
-    void Print(OutputStream& out, u32 indent) override;
 
     // The name entry, null when the section has none.
-    ParsedEntry* GetName() const { return m_Name; }
+    ParsedEntry* GetName() const;
     // Takes the entry over, destroying the one held before.
     void SetName(ParsedEntry* name);
 
+protected:
+    // Its line "{" identifier, then ":" and the name entry; children one
+    // level deeper; then "}".
+    u32 PrintHead(OutputStream& out, u32 indent) override;
+    void PrintTail(OutputStream& out, u32 indent) override;
+
 private:
-    ParsedEntry* m_Name;
+    friend class Parser;
+
+    explicit ParsedSection(u32 count) : ParsedRoot(SectionType, count) {}
 };
 
 // The root of one parsed file; its identifier is the file's path.
@@ -182,42 +242,39 @@ private:
 class QEL_API ParsedFile : public ParsedRoot
 {
 public:
-    ParsedFile() : ParsedRoot(FileType), m_Chunks(nullptr), m_Free(nullptr), m_FreeEnd(nullptr) {}
+    ParsedFile() : ParsedRoot(FileType) {}
     ~ParsedFile() override;
-    void Print(OutputStream& out, u32 indent) override;
+
+protected:
+    // Its children at its own indent.
+    u32 PrintHead(OutputStream& out, u32 indent) override;
 
 private:
     friend class Parser;
 
     struct Chunk;
-
-    // Room for a node of the file, from the newest chunk when it has room;
-    // null when no memory was left (reported by the allocator).
-    void* Allocate(u32 size, u32 alignment)
+    enum : u32
     {
-        const std::uintptr_t free = reinterpret_cast<std::uintptr_t>(m_Free);
-        const std::uintptr_t at = (free + alignment - 1) & ~std::uintptr_t(alignment - 1);
-        if (at + size <= reinterpret_cast<std::uintptr_t>(m_FreeEnd))
-        {
-            m_Free = reinterpret_cast<char*>(at + size);
-            return reinterpret_cast<char*>(at);
-        }
-        return AllocateInNewChunk(size, alignment);
-    }
-    void* AllocateInNewChunk(u32 size, u32 alignment);
-    template <class Node>
-    Node* Make()
-    {
-        void* place = Allocate(u32(sizeof(Node)), u32(alignof(Node)));
-        Node* node = place ? new (place) Node : nullptr;
-        if (node)
-            node->m_InFile = true;
-        return node;
-    }
+        ChunkHeader = 16 // a chunk's bytes before its nodes
+    };
 
-    Chunk* m_Chunks; // the newest first
-    char* m_Free;    // the room left in the newest one
-    char* m_FreeEnd;
+    // Room for a node of the file (its size a multiple of 8) in the newest
+    // chunk; null when that has no room left.
+    void* Allocate(u32 size)
+    {
+        if (size > u32(m_FreeEnd - m_Free))
+            return nullptr;
+        char* at = m_Free;
+        m_Free += size;
+        return at;
+    }
+    // The same from a new chunk of `chunkBytes`; null when no memory was
+    // left (reported by the allocator).
+    void* AllocateInNewChunk(u32 size, u32 chunkBytes);
+
+    Chunk* m_Chunks = nullptr; // the newest first
+    char* m_Free = nullptr;    // the room left in the newest one, 8-byte aligned
+    char* m_FreeEnd = nullptr;
 };
 
 } // namespace qel

@@ -49,6 +49,17 @@ public:
         return instance ? *instance : *CreateSingletonInstance();
     }
 
+    // A pooled text's record, on the general allocator (see
+    // base/loader/parsedrecord.h); a text the pool copied follows its record
+    // in the same block. The parsed tree's nodes link to records, which
+    // they take and drop references on as handles do on texts.
+    struct Record;
+    // Intern, giving the text's record.
+    static Record* InternRecord(const char* text, u32 length, u32 hash, bool copy);
+    // Create(text, true), giving the text's record.
+    static Record* CreateRecord(const char* text);
+    static void ReleaseRecord(Record* record);
+
 private:
     template <class T, class Storage>
     friend class Singleton;
@@ -65,10 +76,6 @@ private:
     static u32 HashTerminated(const char* text, u32& length);
     // Create, with the text's hash already worked out.
     static const char* Intern(const char* text, u32 length, u32 hash, bool copy);
-
-    // A pooled text's record, on the general allocator; a text the pool
-    // copied follows its record in the same block.
-    struct Record;
     // One slot of the open-addressing table, eight bytes so that a probe
     // reads few cache lines: empty (0), a tombstone left by a removal
     // (kRemoved) that lookups step over, or a record's address with the top
@@ -105,7 +112,9 @@ private:
     void ForgetAdopted(const char* text);
     // The record of a text the pool handed out.
     Record* HeldRecord(const char* pooled);
-    // Drops the last reference of the record in `slot`.
+    // Drops a reference of a record; the last removes it.
+    void Drop(Record* record);
+    // Removes the record in `slot`, which no one refers to.
     void Remove(Slot* slot);
 
     const char** m_Adopted;

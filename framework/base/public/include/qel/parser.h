@@ -20,8 +20,12 @@
 // '{'", "Missing 'Section Identifier' after '{'", "Missing '}'", "Missing
 // 'Entry Name' after ':'" or "Missing ')'", followed by "\n\nTree trace: "
 // and the nodes being read, innermost first ("Sub <- Object Named Lamp <-
-// a.txt"), reported as a fatal error; if the host lets the process go on,
+// a.txt"; a comment kept in the tree is the innermost while it is read),
+// reported as a fatal error; if the host lets the process go on,
 // ParseFile gives up the file and returns null.
+//
+// Sections may nest as deep as memory allows: nothing in the parser or the
+// tree recurses on depth.
 //
 // One parser for the process, created on first use and not locked: files
 // are parsed by one thread at a time.
@@ -29,9 +33,12 @@
 
 #include <qel/allocationoperators.h>
 #include <qel/export.h>
+#include <qel/generalallocator.h>
+#include <qel/parsedstringpool.h>
 #include <qel/types.h>
 
 #include <atomic>
+#include <vector>
 
 namespace qel
 {
@@ -98,26 +105,29 @@ protected:
     }
     // Steps to the first byte of the set's stop bytes; the bytes passed.
     u32 ReadUntil(u32 set);
-    // The text up to the stop byte, interned with a reference for the
-    // caller; null when the current byte stops it at once.
-    const char* ReadString(u32 set);
-    // Skips white space and comments (kept in `parent` when parsing them)
+    // The record of the text up to the stop byte, interned with a
+    // reference for the caller; null when the current byte stops it at
+    // once.
+    ParsedStringPool::Record* ReadString(u32 set);
+    // Skips white space and comments (kept in the tree when parsing them)
     // and classifies the current byte: 'a' for the start of a word, else
     // the byte itself (0 at the end of the file).
-    char ReadCode(ParsedRoot* parent)
+    char ReadCode()
     {
         const unsigned char code = m_Code[static_cast<unsigned char>(m_Current)];
-        return code != Skipped ? char(code) : SkipToCode(parent);
+        return code != Skipped ? char(code) : SkipToCode();
     }
+    // The file's items. A node is made once it has been read, with room
+    // for exactly its parameters or children; until then they wait in the
+    // parser's lists, and the sections being read on its stack, which
+    // takes the place of recursion.
     void Read(ParsedFile* file);
-    void Read(ParsedSection* section);
-    // Comments met inside go to the entry's parent.
-    void Read(ParsedEntry* entry);
-    void Read(ParsedComment* comment);
 
 private:
     template <class T, class Storage>
     friend class Singleton;
+
+    typedef ParsedStringPool::Record Record;
 
     ~Parser() = default;
     Parser(const Parser&) = delete;
@@ -125,6 +135,8 @@ private:
 
     static Parser* CreateSingletonInstance();
     ParsedFile* Parse(const char* path, ParseError* error);
+    // Destroys what the lists and the stack hold after a failure.
+    void Abandoned();
     void MoveOn();
     // A text that ends within the line and the block, from the current
     // byte on: it is hashed and the stop byte becomes current. False, with
@@ -132,11 +144,24 @@ private:
     bool ScanInBlock(u32 set, const char*& text, u32& length, u32& hash);
     // Any other text, byte by byte (out of line, so that the common case
     // keeps a small frame).
-    const char* ReadAcross(u32 set);
-    char SkipToCode(ParsedRoot* parent);
-    void SkipBatchComment(ParsedNode* at);
-    // Reports a syntax error at `node` and abandons the file.
-    [[noreturn]] void Fail(const char* message, ParsedNode* node);
+    Record* ReadAcross(u32 set);
+    char SkipToCode();
+    void SkipBatchComment(bool inComment);
+    void ReadComment();
+    // A section's identifier and name entry, after its '{'.
+    void ReadHead();
+    // An entry, or the name entry of the section being read.
+    void ReadEntry(bool name);
+    // The section being read, once its '}' is.
+    void CloseSection();
+    // Room for a node in the file's chunks.
+    void* Place(u32 bytes);
+    void* PlaceInNewChunk(u32 bytes);
+    // Reports a syntax error and abandons the file. The trace starts at
+    // the node being read below the sections being read (`below`, of
+    // identifier `identifier`), or else at the innermost of them.
+    [[noreturn]] void Fail(const char* message, bool below = false,
+                           const Record* identifier = nullptr);
 
     // The bytes read so far, the current one included.
     u64 GetPosition() const { return m_BlockPosition + u64(m_Next - m_Block); }
@@ -145,6 +170,8 @@ private:
     u64 m_Size;
     InputStream* m_Stream;
     ParsedFile* m_File; // the file being read, which holds its nodes
+    u64 m_NodeBytes;    // in its chunks so far
+    u32 m_ChunkBytes;   // the last chunk's size
     char m_Current;
     u32 m_Line;
     // The column is worked out only for an error: the position after the
@@ -178,6 +205,27 @@ private:
     // line end (lines are counted as they are passed) and a zero (the
     // block's end, or one in the file) for every set.
     bool m_StopInBlock[5][256];
+
+    // The sections being read, below the file: their identifiers, name
+    // entries and first children in m_Children.
+    struct Open
+    {
+        Record* identifier;
+        ParsedEntry* name;
+        u32 first;
+    };
+    std::vector<Open, GeneralAllocator<Open>> m_Open;
+    // The children of the file and of the sections being read, in order; a
+    // null child is the place of an entry being read.
+    std::vector<ParsedNode*, GeneralAllocator<ParsedNode*>> m_Children;
+    // The entry being read: its name and parameters, and whether it is
+    // the name entry of the section being read.
+    Record* m_EntryName;
+    bool m_ReadingName;
+    std::vector<Record*, GeneralAllocator<Record*>> m_Parameters;
+    // Where a node's items start, in entries and in sections.
+    u32 m_EntryItems;
+    u32 m_SectionItems;
 
     static std::atomic<Parser*> ms_SingletonInstance;
 };

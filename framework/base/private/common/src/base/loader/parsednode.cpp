@@ -1,16 +1,25 @@
 #include <qel/parsednode.h>
 
 #include <qel/allocator.h>
+#include <qel/generalallocator.h>
+#include <qel/inlinevector.h>
 #include <qel/mem.h>
 #include <qel/outputfilestream.h>
 #include <qel/outputstream.h>
 
+#include "base/loader/parsedlinks.h"
+#include "base/loader/parsedrecord.h"
+
 #include <algorithm>
 #include <cstring>
+#include <functional>
+#include <map>
 #include <new>
 
 namespace qel
 {
+
+typedef ParsedStringPool::Record Record;
 
 namespace
 {
@@ -21,34 +30,237 @@ void Put(OutputStream& out, const char* text)
         out.Write(text, u32(std::strlen(text)));
 }
 
+// Deeper lines keep this many tabs.
+const u32 kDeepestIndent = 64;
+
+struct Tabs
+{
+    char text[kDeepestIndent];
+};
+
+constexpr Tabs MakeTabs()
+{
+    Tabs tabs{};
+    for (char& tab : tabs.text)
+        tab = '\t';
+    return tabs;
+}
+
+constexpr Tabs kTabs = MakeTabs();
+
 void Indent(OutputStream& out, u32 indent)
 {
-    for (u32 i = 0; i < indent; ++i)
-        out.Write("\t", 1);
+    out.Write(kTabs.text, indent < kDeepestIndent ? indent : kDeepestIndent);
+}
+
+const char* TextOf(const Record* record)
+{
+    return record ? record->Text() : nullptr;
+}
+
+void Release(Record* record)
+{
+    if (record)
+        DropRecord(record);
 }
 
 } // namespace
 
+// ---- far links -----------------------------------------------------------------
+
+namespace parsedlinks
+{
+
+std::intptr_t g_FarBits = 3;
+
+namespace
+{
+
+typedef std::map<const u32*, const void*, std::less<const u32*>,
+                 GeneralAllocator<std::pair<const u32* const, const void*>>>
+    FarTable;
+
+// Never destroyed: nodes in static storage may die after it would be.
+FarTable& Table()
+{
+    static FarTable* table = new FarTable;
+    return *table;
+}
+
+} // namespace
+
+const void* FarTarget(const u32* link)
+{
+    const auto found = Table().find(link);
+    return found != Table().end() ? found->second : nullptr;
+}
+
+void SetFar(const u32* link, const void* target)
+{
+    Table()[link] = target;
+}
+
+void ForgetFar(const u32* first, const u32* end)
+{
+    FarTable& table = Table();
+    table.erase(table.lower_bound(first), table.lower_bound(end));
+}
+
+void MakeEveryLinkFar(bool every)
+{
+    g_FarBits = every ? ~std::intptr_t(0) : 3;
+}
+
+u32 CountFarLinks()
+{
+    return u32(Table().size());
+}
+
+} // namespace parsedlinks
+
+void ParsedLinks::LinkFar(ParsedNode& holder, u32& link, const void* target)
+{
+    parsedlinks::SetFar(&link, target);
+    link = parsedlinks::kFar;
+    holder.m_Word |= ParsedNode::Far;
+}
+
+// ---- items ---------------------------------------------------------------------
+
+namespace
+{
+
+typedef ParsedLinks::List List;
+
+List* NewList(u32 capacity)
+{
+    const std::size_t bytes = sizeof(List) + (capacity - 1) * sizeof(void*);
+    List* list = reinterpret_cast<List*>(GeneralAllocator<char>().allocate(bytes));
+    list->size = 0;
+    list->capacity = capacity;
+    return list;
+}
+
+void DeleteList(List* list)
+{
+    GeneralAllocator<char>().deallocate(reinterpret_cast<char*>(list), 0);
+}
+
+} // namespace
+
+List* ParsedLinks::Room(ParsedNode& node, u32& first, u32 extra, bool exact)
+{
+    List* list = nullptr;
+    u32 size;
+    if (node.m_Word & ParsedNode::Listed)
+    {
+        list = Follow<List>(node, first);
+        size = list ? list->size : 0;
+        if (list && list->capacity - size >= extra)
+            return list;
+    }
+    else
+    {
+        size = node.m_Word >> ParsedNode::CountShift;
+    }
+    u32 capacity = size + extra;
+    if (!exact)
+        capacity = std::max<u32>(capacity, std::max<u32>(4, list ? 2 * list->capacity : 2 * size));
+    List* grown = NewList(capacity);
+    grown->size = size;
+    if (list)
+    {
+        std::copy(list->item, list->item + size, grown->item);
+        DeleteList(list);
+    }
+    else
+    {
+        const u32* links = Links(first);
+        for (u32 i = 0; i < size; ++i)
+            grown->item[i] = Follow<void>(node, links[i]);
+        ForgetFar(node, links, links + std::max<u32>(size, 1));
+        node.m_Word = (node.m_Word & 0xFF) | ParsedNode::Listed;
+        first = 0;
+    }
+    Link(node, first, grown);
+    return grown;
+}
+
+void ParsedLinks::Insert(ParsedNode& node, u32& first, u32 index, void* item)
+{
+    List* list = Room(node, first, 1, false);
+    std::move_backward(list->item + index, list->item + list->size, list->item + list->size + 1);
+    list->item[index] = item;
+    ++list->size;
+}
+
+void* ParsedLinks::Remove(ParsedNode& node, u32& first, u32 index)
+{
+    List* list = Room(node, first, 0, false);
+    void* item = list->item[index];
+    std::move(list->item + index + 1, list->item + list->size, list->item + index);
+    --list->size;
+    return item;
+}
+
+void ParsedLinks::FreeList(ParsedNode& node, u32& first)
+{
+    if (!(node.m_Word & ParsedNode::Listed))
+        return;
+    List* list = Follow<List>(node, first);
+    Unlink(first);
+    if (list)
+        DeleteList(list);
+}
+
+void ParsedLinks::MakeList(ParsedNode& node, u32& first, void* const* items, u32 count)
+{
+    List* list = Room(node, first, count, true);
+    std::copy(items, items + count, list->item + list->size);
+    list->size += count;
+}
+
 // ---- nodes -------------------------------------------------------------------
 
-ParsedNode::~ParsedNode() = default;
+ParsedNode::~ParsedNode()
+{
+    Release(ParsedLinks::Follow<Record>(*this, m_Identifier));
+    ParsedLinks::ForgetFar(*this, &m_Identifier, &m_Word);
+}
 
 void ParsedNode::Destroy(ParsedNode* node)
 {
-    if (node != nullptr && node->m_InFile)
+    if (node != nullptr && (node->m_Word & InFile))
         node->~ParsedNode();
     else
         delete node;
 }
 
+const char* ParsedNode::GetIdentifier() const
+{
+    return TextOf(ParsedLinks::Follow<Record>(*this, m_Identifier));
+}
+
+void ParsedNode::SetIdentifier(const char* identifier)
+{
+    // The new text first: it may be the one held.
+    Record* held = ParsedLinks::Follow<Record>(*this, m_Identifier);
+    ParsedLinks::Link(*this, m_Identifier,
+                      identifier ? ParsedStringPool::CreateRecord(identifier) : nullptr);
+    Release(held);
+}
+
+ParsedRoot* ParsedNode::GetParent() const
+{
+    return ParsedLinks::Follow<ParsedRoot>(*this, m_Parent);
+}
+
 ParsedRoot* ParsedNode::GetRoot()
 {
     ParsedNode* node = this;
-    while (node->m_Parent)
-        node = node->m_Parent;
-    return node->m_Type == EntryType || node->m_Type == CommentType
-               ? nullptr
-               : static_cast<ParsedRoot*>(node);
+    while (ParsedNode* parent = node->GetParent())
+        node = parent;
+    return node->m_Word & Root ? static_cast<ParsedRoot*>(node) : nullptr;
 }
 
 void ParsedNode::PrintOut(const char* path)
@@ -60,30 +272,66 @@ void ParsedNode::PrintOut(const char* path)
 void ParsedComment::Print(OutputStream& out, u32 indent)
 {
     Indent(out, indent);
-    out.Write(";", 1);
-    Put(out, GetIdentifier());
+    // ";*" would open a batch comment: a carriage return between them is
+    // dropped again when the line is read.
+    const char* text = GetIdentifier();
+    out.Write(";\r", text && *text == '*' ? 2 : 1);
+    Put(out, text);
     out.Write("\r\n", 2);
 }
 
 // ---- entries -------------------------------------------------------------------
 
+ParsedEntry::~ParsedEntry()
+{
+    if (m_Word & Listed)
+    {
+        if (List* list = ParsedLinks::Follow<List>(*this, m_Items))
+            for (u32 i = 0; i < list->size; ++i)
+                Release(static_cast<Record*>(list->item[i]));
+        ParsedLinks::FreeList(*this, m_Items);
+        return;
+    }
+    const u32 count = m_Word >> CountShift;
+    const u32* links = ParsedLinks::Links(m_Items);
+    for (u32 i = 0; i < count; ++i)
+        Release(ParsedLinks::Follow<Record>(*this, links[i]));
+    ParsedLinks::ForgetFar(*this, links, links + std::max<u32>(count, 1));
+}
+
+u32 ParsedEntry::GetParameterCount() const
+{
+    return ParsedLinks::Count(*this, m_Items);
+}
+
+const char* ParsedEntry::GetParameter(u32 index) const
+{
+    if (index >= GetParameterCount())
+        return nullptr;
+    return TextOf(static_cast<const Record*>(ParsedLinks::Get(*this, m_Items, index)));
+}
+
 void ParsedEntry::Print(OutputStream& out, u32 indent)
 {
     Indent(out, indent);
     Put(out, GetIdentifier());
-    if (!m_Parameters.empty())
+    const u32 count = GetParameterCount();
+    if (count != 0)
     {
         out.Write("(", 1);
-        for (std::size_t i = 0; i < m_Parameters.size(); ++i)
+        for (u32 i = 0; i < count; ++i)
         {
             if (i != 0)
                 out.Write(", ", 2);
-            if (const char* parameter = m_Parameters[i].Get())
-            {
+            // A double quote is found only in a word, which reads back
+            // without its quotes.
+            const char* parameter = GetParameter(i);
+            const bool quoted = parameter && !std::strchr(parameter, '"');
+            if (quoted)
                 out.Write("\"", 1);
-                Put(out, parameter);
+            Put(out, parameter);
+            if (quoted)
                 out.Write("\"", 1);
-            }
         }
         out.Write(")", 1);
     }
@@ -92,19 +340,36 @@ void ParsedEntry::Print(OutputStream& out, u32 indent)
 
 void ParsedEntry::AddParameter(const char* parameter)
 {
-    m_Parameters.emplace_back(parameter);
+    AddParameter(parameter, GetParameterCount());
 }
 
 void ParsedEntry::AddParameter(const char* parameter, u32 index)
 {
-    if (index <= m_Parameters.size())
-        m_Parameters.insert(m_Parameters.begin() + index, ParsedString(parameter));
+    if (index > GetParameterCount())
+        return;
+    Record* record = parameter ? ParsedStringPool::CreateRecord(parameter) : nullptr;
+    try
+    {
+        ParsedLinks::Insert(*this, m_Items, index, record);
+    }
+    catch (...)
+    {
+        Release(record);
+        throw;
+    }
 }
 
 void ParsedEntry::ReleaseParameter(u32 index)
 {
-    if (index < m_Parameters.size())
-        m_Parameters.erase(m_Parameters.begin() + index);
+    if (index < GetParameterCount())
+        Release(static_cast<Record*>(ParsedLinks::Remove(*this, m_Items, index)));
+}
+
+void ParsedEntry::ReleaseParameters()
+{
+    const u32 count = GetParameterCount();
+    for (u32 i = count; i > 0; --i)
+        ReleaseParameter(i - 1);
 }
 
 // ---- roots ---------------------------------------------------------------------
@@ -112,61 +377,128 @@ void ParsedEntry::ReleaseParameter(u32 index)
 ParsedRoot::~ParsedRoot()
 {
     ReleaseChildren();
+    ParsedLinks::FreeList(*this, m_Items);
+    ParsedLinks::ForgetFar(*this, &m_Name, &m_Items + 1);
 }
 
-void ParsedRoot::PrintChildren(OutputStream& out, u32 indent)
+u32 ParsedRoot::GetChildCount() const
 {
-    for (ParsedNode* child : m_Children)
-        child->Print(out, indent);
+    return ParsedLinks::Count(*this, m_Items);
+}
+
+ParsedNode* ParsedRoot::GetChild(u32 index) const
+{
+    if (index >= GetChildCount())
+        return nullptr;
+    return static_cast<ParsedNode*>(ParsedLinks::Get(*this, m_Items, index));
 }
 
 void ParsedRoot::Print(OutputStream& out, u32 indent)
 {
-    PrintChildren(out, indent + 1);
+    // The roots being printed, each with its indent, its children's and
+    // its next child, on a stack of our own rather than the call stack.
+    struct Level
+    {
+        ParsedRoot* root;
+        u32 indent;
+        u32 inner;
+        u32 next;
+    };
+    InlineVector<Level, 16> levels;
+    levels.emplace_back(Level{this, indent, PrintHead(out, indent), 0});
+    for (;;)
+    {
+        Level& level = levels.back();
+        if (level.next == level.root->GetChildCount())
+        {
+            level.root->PrintTail(out, level.indent);
+            levels.pop_back();
+            if (levels.empty())
+                return;
+            continue;
+        }
+        ParsedNode* child = level.root->GetChild(level.next++);
+        if (!(child->m_Word & Root))
+        {
+            child->Print(out, level.inner);
+            continue;
+        }
+        ParsedRoot* root = static_cast<ParsedRoot*>(child);
+        const u32 at = level.inner; // `level` moves when the stack grows
+        levels.emplace_back(Level{root, at, root->PrintHead(out, at), 0});
+    }
 }
+
+u32 ParsedRoot::PrintHead(OutputStream&, u32 indent)
+{
+    return indent + 1;
+}
+
+void ParsedRoot::PrintTail(OutputStream&, u32) {}
 
 void ParsedRoot::AddChild(ParsedNode* node)
 {
-    AddChild(node, u32(m_Children.size()));
+    AddChild(node, GetChildCount());
 }
 
 void ParsedRoot::AddChild(ParsedNode* node, u32 index)
 {
-    if (index > m_Children.size())
+    if (index > GetChildCount())
         return;
     try
     {
-        m_Children.insert(m_Children.begin() + index, node);
+        ParsedLinks::Insert(*this, m_Items, index, node);
     }
     catch (...)
     {
         Destroy(node);
         throw;
     }
-    node->m_Parent = this;
+    ParsedLinks::Link(*node, node->m_Parent, this);
 }
 
 void ParsedRoot::ReleaseChild(u32 index)
 {
-    if (index >= m_Children.size())
-        return;
-    ParsedNode* child = m_Children[index];
-    m_Children.erase(m_Children.begin() + index);
-    Destroy(child);
+    if (index < GetChildCount())
+        Destroy(static_cast<ParsedNode*>(ParsedLinks::Remove(*this, m_Items, index)));
 }
 
 void ParsedRoot::ReleaseChild(ParsedNode* node)
 {
-    const auto found = std::find(m_Children.begin(), m_Children.end(), node);
-    if (found != m_Children.end())
-        ReleaseChild(u32(found - m_Children.begin()));
+    const u32 count = GetChildCount();
+    for (u32 i = 0; i < count; ++i)
+        if (GetChild(i) == node)
+        {
+            ReleaseChild(i);
+            return;
+        }
 }
 
 void ParsedRoot::ReleaseChildren()
 {
-    for (ParsedNode* child : m_Children)
-        Destroy(child);
-    m_Children.clear();
+    // Bottom up, last child first, without recursion: a child root that
+    // still holds children is entered, and left through its parent once
+    // they are gone, so that every node is destroyed holding none.
+    ParsedRoot* at = this;
+    for (;;)
+    {
+        ParsedNode* last = static_cast<ParsedNode*>(ParsedLinks::Last(*at, at->m_Items));
+        if (last == nullptr)
+        {
+            if (at == this)
+                return;
+            at = at->GetParent();
+            continue;
+        }
+        if ((last->m_Word & Root) &&
+            ParsedLinks::Last(*last, static_cast<ParsedRoot*>(last)->m_Items) != nullptr)
+        {
+            at = static_cast<ParsedRoot*>(last);
+            continue;
+        }
+        ParsedLinks::DropLast(*at, at->m_Items);
+        Destroy(last);
+    }
 }
 
 ParsedRoot* ParsedRoot::FindChild(const char* path)
@@ -182,8 +514,10 @@ ParsedRoot* ParsedRoot::FindChild(const char* path)
         const std::size_t nameLength = colon ? length - idLength - 1 : 0;
 
         ParsedRoot* match = nullptr;
-        for (ParsedNode* child : root->m_Children)
+        const u32 count = root->GetChildCount();
+        for (u32 i = 0; i < count && !match; ++i)
         {
+            ParsedNode* child = root->GetChild(i);
             if (child->GetType() != SectionType)
                 continue;
             const char* id = child->GetIdentifier();
@@ -198,7 +532,6 @@ ParsedRoot* ParsedRoot::FindChild(const char* path)
                     continue;
             }
             match = static_cast<ParsedRoot*>(child);
-            break;
         }
         if (!match || !end)
             return match;
@@ -211,41 +544,53 @@ ParsedRoot* ParsedRoot::FindChild(const char* path)
 
 ParsedSection::~ParsedSection()
 {
-    Destroy(m_Name);
+    ParsedEntry* name = GetName();
+    ParsedLinks::Unlink(m_Name);
+    Destroy(name);
+}
+
+ParsedEntry* ParsedSection::GetName() const
+{
+    return ParsedLinks::Follow<ParsedEntry>(*this, m_Name);
 }
 
 void ParsedSection::SetName(ParsedEntry* name)
 {
-    if (name == m_Name)
+    ParsedEntry* held = GetName();
+    if (name == held)
         return;
-    Destroy(m_Name);
-    m_Name = name;
+    ParsedLinks::Link(*this, m_Name, name);
+    Destroy(held);
     if (name)
-        name->m_Parent = this;
+        ParsedLinks::Link(*name, name->m_Parent, this);
 }
 
-void ParsedSection::Print(OutputStream& out, u32 indent)
+u32 ParsedSection::PrintHead(OutputStream& out, u32 indent)
 {
     Indent(out, indent);
     out.Write("{", 1);
     Put(out, GetIdentifier());
-    if (m_Name)
+    if (ParsedEntry* name = GetName())
     {
         out.Write(":", 1);
-        m_Name->Print(out, 0);
+        name->Print(out, 0);
     }
     else
     {
         out.Write("\r\n", 2);
     }
-    PrintChildren(out, indent + 1);
+    return indent + 1;
+}
+
+void ParsedSection::PrintTail(OutputStream& out, u32 indent)
+{
     Indent(out, indent);
     out.Write("}\r\n", 3);
 }
 
-void ParsedFile::Print(OutputStream& out, u32 indent)
+u32 ParsedFile::PrintHead(OutputStream&, u32 indent)
 {
-    PrintChildren(out, indent);
+    return indent;
 }
 
 // ---- the file's node memory ---------------------------------------------------
@@ -255,17 +600,6 @@ struct ParsedFile::Chunk
     Chunk* next;
     u32 size; // bytes, this header included
 };
-
-namespace
-{
-
-// Chunks double from 4 KB up to 4 MB: a small file takes a block or two, a
-// big one a block per 4 MB (each a metapage of its own, large enough for
-// huge pages).
-const u32 kFirstChunk = 4096;
-const u32 kLargestChunk = 4u << 20;
-
-} // namespace
 
 ParsedFile::~ParsedFile()
 {
@@ -278,20 +612,18 @@ ParsedFile::~ParsedFile()
     }
 }
 
-void* ParsedFile::AllocateInNewChunk(u32 size, u32 alignment)
+void* ParsedFile::AllocateInNewChunk(u32 size, u32 chunkBytes)
 {
-    u32 bytes = m_Chunks ? m_Chunks->size : kFirstChunk / 2;
-    if (bytes < kLargestChunk)
-        bytes *= 2;
-    while (bytes < sizeof(Chunk) + alignment + size)
-        bytes *= 2;
-    void* made = Mem::GetGeneralAlloc()->Malloc(bytes);
+    static_assert(sizeof(Chunk) <= ChunkHeader, "a chunk's header");
+    void* made = Mem::GetGeneralAlloc()->Malloc(chunkBytes);
     if (made == nullptr)
         return nullptr; // reported by the allocator
-    m_Chunks = new (made) Chunk{m_Chunks, bytes};
-    m_Free = static_cast<char*>(made) + sizeof(Chunk);
-    m_FreeEnd = static_cast<char*>(made) + bytes;
-    return Allocate(size, alignment);
+    m_Chunks = new (made) Chunk{m_Chunks, chunkBytes};
+    const std::uintptr_t start =
+        (reinterpret_cast<std::uintptr_t>(made) + ChunkHeader + 7) & ~std::uintptr_t(7);
+    m_Free = reinterpret_cast<char*>(start);
+    m_FreeEnd = static_cast<char*>(made) + chunkBytes;
+    return Allocate(size);
 }
 
 } // namespace qel

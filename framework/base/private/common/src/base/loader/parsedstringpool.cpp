@@ -6,6 +6,7 @@
 #include <qel/report.h>
 
 #include "base/core/singleton.h"
+#include "base/loader/parsedrecord.h"
 #include "base/loader/texthash.h"
 
 #include <algorithm>
@@ -26,80 +27,7 @@ ParsedStringPool* ParsedStringPool::CreateSingletonInstance()
                                                                               "ParsedStringPool");
 }
 
-// The record of a pooled text: its references, then the text itself when
-// the pool copied it, or else the caller's pointer. Four bytes of head, so
-// that a copied name of up to eleven characters takes a block of sixteen.
-struct ParsedStringPool::Record
-{
-    u32 references : 31;
-    u32 adopted : 1; // the caller's text, not a copy
-
-    char* Text()
-    {
-        char* behind = reinterpret_cast<char*>(this + 1);
-        if (!adopted)
-            return behind;
-        char* text;
-        std::memcpy(&text, behind, sizeof text);
-        return text;
-    }
-};
-
-namespace
-{
-
-const u64 kEmpty = 0;
-const u64 kRemoved = 1;
-
-// A slot keeps the record's address in its low bits (user-space addresses
-// have at most 47 bits on the 64-bit targets) and as many top bits of the
-// hash as fit above it.
-const u32 kAddressBits = sizeof(void*) == 8 ? 48 : 32;
-const u64 kAddressMask = (u64(1) << kAddressBits) - 1;
-
-u64 TagOf(u32 hash)
-{
-    return u64(hash >> (kAddressBits - 32)) << kAddressBits;
-}
-
-bool Holds(u64 slot)
-{
-    return slot != kEmpty && slot != kRemoved;
-}
-
-// Whether the pooled text is the first `length` characters of `text`: the
-// comparison stops at the pooled text's zero, which no text holds inside.
-bool SameText(const char* pooled, const char* text, u32 length)
-{
-    // Most texts are a few characters long: a call to strncmp costs more
-    // than comparing them here.
-    if (length > 16)
-        return std::strncmp(pooled, text, length) == 0 && pooled[length] == 0;
-    for (u32 i = 0; i < length; ++i)
-        if (pooled[i] != text[i])
-            return false;
-    return pooled[length] == 0;
-}
-
-template <class Record>
-Record* RecordIn(u64 slot)
-{
-    return reinterpret_cast<Record*>(std::uintptr_t(slot & kAddressMask));
-}
-
-// The record in `slot` when it holds the text `text` of hash tag `tag`,
-// else null.
-template <class Record>
-Record* RecordHolding(u64 slot, u64 tag, const char* text, u32 length)
-{
-    if ((slot & ~kAddressMask) != tag || !Holds(slot))
-        return nullptr;
-    Record* record = RecordIn<Record>(slot);
-    const char* pooled = record->Text();
-    return pooled == text || SameText(pooled, text, length) ? record : nullptr;
-}
-
-} // namespace
+using namespace pooledtext;
 
 u32 ParsedStringPool::HashTerminated(const char* text, u32& length)
 {
@@ -124,7 +52,7 @@ void ParsedStringPool::Free(Record* record)
     // if one does: a literal handed over is left alone.
     if (record->adopted)
     {
-        char* text = record->Text();
+        const char* text = record->Text();
         if (Allocator* owner = PageManager::GetSingletonInstance().FindOwner(text))
             owner->Free(text);
     }
@@ -133,7 +61,7 @@ void ParsedStringPool::Free(Record* record)
 
 ParsedStringPool::Slot* ParsedStringPool::Find(const char* text, u32 length, u32 hash)
 {
-    const u64 tag = TagOf(hash);
+    const u64 key = KeyOf(hash, length);
     Slot* reusable = nullptr;
     for (u32 i = hash & (m_Capacity - 1);; i = (i + 1) & (m_Capacity - 1))
     {
@@ -145,7 +73,7 @@ ParsedStringPool::Slot* ParsedStringPool::Find(const char* text, u32 length, u32
             if (!reusable)
                 reusable = &slot;
         }
-        else if (RecordHolding<Record>(slot, tag, text, length))
+        else if (RecordHolding<Record>(slot, key, text, length))
         {
             return &slot;
         }
@@ -154,12 +82,14 @@ ParsedStringPool::Slot* ParsedStringPool::Find(const char* text, u32 length, u32
 
 bool ParsedStringPool::Grow()
 {
-    // Removals leave tombstones that count as used: a table that is mostly
-    // tombstones is rebuilt at its size rather than doubled, so that a
-    // program parsing and releasing files in turn keeps a table of the size
-    // its live texts need.
+    // The table fills up to three quarters (a file of unique names holds
+    // nearly as many texts as nodes: a half-empty table would cost it a
+    // tenth of its size). Removals leave tombstones that count as used: a
+    // table whose live texts fill no more than half of it is rebuilt at its
+    // size rather than doubled, so that a program parsing and releasing
+    // files in turn keeps a table of the size its live texts need.
     u32 capacity = m_Capacity ? m_Capacity : 1024;
-    if (u64(m_Count + 1) * 4 > capacity)
+    if (u64(m_Count + 1) * 2 > capacity)
         capacity *= 2;
     Slot* slots = static_cast<Slot*>(Mem::GetGeneralAlloc()->Malloc(u32(capacity * sizeof(Slot))));
     if (slots == nullptr)
@@ -198,17 +128,24 @@ const char* ParsedStringPool::Create(const char* text, u32 length, bool copy)
 
 const char* ParsedStringPool::Intern(const char* text, u32 length, u32 hash, bool copy)
 {
+    const Record* record = InternRecord(text, length, hash, copy);
+    return record ? record->Text() : nullptr;
+}
+
+ParsedStringPool::Record* ParsedStringPool::InternRecord(const char* text, u32 length, u32 hash,
+                                                         bool copy)
+{
     ParsedStringPool& pool = GetSingletonInstance();
     // Most texts are pooled already, in the first slot they hash to: that
     // case goes without a call.
     if (pool.m_Capacity != 0)
         if (Record* record = RecordHolding<Record>(pool.m_Slots[hash & (pool.m_Capacity - 1)],
-                                                   TagOf(hash), text, length))
+                                                   KeyOf(hash, length), text, length))
         {
             ++record->references;
-            return record->Text();
+            return record;
         }
-    if ((pool.m_Used + 1) * 2 > pool.m_Capacity && !pool.Grow())
+    if ((u64(pool.m_Used) + 1) * 4 > u64(pool.m_Capacity) * 3 && !pool.Grow())
         return nullptr;
     Slot* slot = pool.Find(text, length, hash);
     if (Holds(*slot))
@@ -217,7 +154,7 @@ const char* ParsedStringPool::Intern(const char* text, u32 length, u32 hash, boo
         // offers its own: trees and handles may hold the pooled one.
         Record* record = RecordIn<Record>(*slot);
         ++record->references;
-        return record->Text();
+        return record;
     }
     const u32 size = u32(sizeof(Record)) + (copy ? length + 1 : u32(sizeof text));
     Record* record = static_cast<Record*>(Mem::GetGeneralAlloc()->Malloc(size));
@@ -243,9 +180,16 @@ const char* ParsedStringPool::Intern(const char* text, u32 length, u32 hash, boo
     }
     if (*slot == kEmpty)
         ++pool.m_Used;
-    *slot = u64(std::uintptr_t(record)) | TagOf(hash);
+    *slot = u64(std::uintptr_t(record)) | KeyOf(hash, length);
     ++pool.m_Count;
-    return record->Text();
+    return record;
+}
+
+ParsedStringPool::Record* ParsedStringPool::CreateRecord(const char* text)
+{
+    u32 length;
+    const u32 hash = HashTerminated(text, length);
+    return InternRecord(text, length, hash, true);
 }
 
 const char* ParsedStringPool::Search(const char* text)
@@ -294,13 +238,25 @@ void ParsedStringPool::AddHeld(const char* pooled)
 void ParsedStringPool::ReleaseHeld(const char* pooled)
 {
     ParsedStringPool& pool = GetSingletonInstance();
-    if (pool.m_Count == 0)
-        return; // the pool was emptied at exit
-    if (--pool.HeldRecord(pooled)->references != 0)
+    if (pool.m_Count != 0) // else the pool was emptied at exit
+        pool.Drop(pool.HeldRecord(pooled));
+}
+
+void ParsedStringPool::ReleaseRecord(Record* record)
+{
+    ParsedStringPool& pool = GetSingletonInstance();
+    if (pool.m_Count != 0)
+        pool.Drop(record);
+}
+
+void ParsedStringPool::Drop(Record* record)
+{
+    if (--record->references != 0)
         return;
     u32 length;
-    const u32 hash = HashTerminated(pooled, length);
-    pool.Remove(pool.Find(pooled, length, hash));
+    const char* text = record->Text();
+    const u32 hash = HashTerminated(text, length);
+    Remove(Find(text, length, hash));
 }
 
 void ParsedStringPool::Remove(Slot* slot)

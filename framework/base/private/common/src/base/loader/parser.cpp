@@ -9,6 +9,8 @@
 #include <qel/report.h>
 
 #include "base/core/singleton.h"
+#include "base/loader/parsedlinks.h"
+#include "base/loader/parsedrecord.h"
 #include "base/loader/texthash.h"
 
 #include <cstdio>
@@ -43,9 +45,10 @@ Node* Made(Node* node)
     return node;
 }
 
-const char* Pooled(const char* text, u32 length)
+// Nodes are laid out on 8-byte boundaries.
+u32 Rounded(u32 bytes)
 {
-    return Made(ParsedStringPool::Create(text, length, true));
+    return (bytes + 7) & ~7u;
 }
 
 } // namespace
@@ -57,10 +60,17 @@ Parser* Parser::CreateSingletonInstance()
 }
 
 Parser::Parser()
-    : m_BlockPosition(0), m_Size(0), m_Stream(nullptr), m_File(nullptr), m_Current(0), m_Line(1),
-      m_LineStart(0), m_PastEnd(0), m_Error(nullptr), m_Next(nullptr), m_End(nullptr)
+    : m_BlockPosition(0), m_Size(0), m_Stream(nullptr), m_File(nullptr), m_NodeBytes(0),
+      m_ChunkBytes(0), m_Current(0), m_Line(1), m_LineStart(0), m_PastEnd(0), m_Error(nullptr),
+      m_Next(nullptr), m_End(nullptr), m_EntryName(nullptr), m_ReadingName(false)
 {
     Initialize();
+    const ParsedEntry entry;
+    const ParsedSection section;
+    m_EntryItems =
+        u32(reinterpret_cast<const char*>(&entry.m_Items) - reinterpret_cast<const char*>(&entry));
+    m_SectionItems = u32(reinterpret_cast<const char*>(&section.m_Items) -
+                         reinterpret_cast<const char*>(&section));
 }
 
 void Parser::InitializeSet(bool* set, bool value)
@@ -188,20 +198,30 @@ inline bool Parser::ScanInBlock(u32 set, const char*& text, u32& length, u32& ha
     return true;
 }
 
-const char* Parser::ReadString(u32 set)
+Parser::Record* Parser::ReadString(u32 set)
 {
     const char* text;
     u32 length;
     u32 hash;
-    if (ScanInBlock(set, text, length, hash))
-        return Made(ParsedStringPool::Intern(text, length, hash, true));
-    return ReadAcross(set);
+    if (!ScanInBlock(set, text, length, hash))
+        return ReadAcross(set);
+    // A text pooled already in the first slot it hashes to, in line.
+    ParsedStringPool& pool = ParsedStringPool::GetSingletonInstance();
+    if (pool.m_Capacity != 0)
+        if (Record* record =
+                pooledtext::RecordHolding<Record>(pool.m_Slots[hash & (pool.m_Capacity - 1)],
+                                                  pooledtext::KeyOf(hash, length), text, length))
+        {
+            ++record->references;
+            return record;
+        }
+    return Made(ParsedStringPool::InternRecord(text, length, hash, true));
 }
 
 #if defined(__GNUC__)
 __attribute__((noinline))
 #endif
-const char*
+Parser::Record*
 Parser::ReadAcross(u32 set)
 {
     char small[256];
@@ -222,16 +242,18 @@ Parser::ReadAcross(u32 set)
     }
     if (length == 0)
         return nullptr;
-    return Pooled(length < sizeof small ? small : large.c_str(), length);
+    const char* text = length < sizeof small ? small : large.c_str();
+    return Made(
+        ParsedStringPool::InternRecord(text, length, TextHash::Of<false>(text, length), true));
 }
 
-void Parser::SkipBatchComment(ParsedNode* at)
+void Parser::SkipBatchComment(bool inComment)
 {
     // After ";*": up to a '*' directly followed by ';', which stays current.
     for (;;)
     {
         if (m_Current == 0)
-            Fail("Missing end of batch comment \"*;\"", at);
+            Fail("Missing end of batch comment \"*;\"", inComment);
         if (m_Current == '*')
         {
             MoveNext();
@@ -243,7 +265,7 @@ void Parser::SkipBatchComment(ParsedNode* at)
     }
 }
 
-char Parser::SkipToCode(ParsedRoot* parent)
+char Parser::SkipToCode()
 {
     for (;;)
     {
@@ -253,9 +275,7 @@ char Parser::SkipToCode(ParsedRoot* parent)
             return char(m_Code[static_cast<unsigned char>(m_Current)]);
         if (m_ParsingComment)
         {
-            ParsedComment* comment = Made(m_File->Make<ParsedComment>());
-            parent->AddChild(comment);
-            Read(comment);
+            ReadComment();
             continue;
         }
         MoveNext();
@@ -264,7 +284,7 @@ char Parser::SkipToCode(ParsedRoot* parent)
             // The closing ';' is read again as a line comment: the rest of
             // its line goes too.
             MoveNext();
-            SkipBatchComment(parent);
+            SkipBatchComment(false);
             continue;
         }
         while (m_Current != '\n' && m_Current != 0)
@@ -274,147 +294,239 @@ char Parser::SkipToCode(ParsedRoot* parent)
 
 // ---- the grammar ---------------------------------------------------------------
 
-void Parser::Read(ParsedComment* comment)
+inline void* Parser::Place(u32 bytes)
 {
+    void* place = m_File->Allocate(bytes);
+    return place ? place : PlaceInNewChunk(bytes);
+}
+
+void Parser::ReadComment()
+{
+    // A batch comment keeps no text; its node is the innermost one while it
+    // is read.
     MoveNext(); // the ';'
+    Text text;
     if (m_Current == '*')
     {
         MoveNext();
-        SkipBatchComment(comment->GetParent());
-        return;
+        SkipBatchComment(true);
     }
-    Text text;
-    for (; m_Current != '\n' && m_Current != 0; MoveNext())
-        if (m_Current != '\r')
-            text.push_back(m_Current);
-    if (!text.empty())
+    else
     {
-        comment->SetIdentifier(text.c_str());
-        Made(comment->GetIdentifier());
+        for (; m_Current != '\n' && m_Current != 0; MoveNext())
+            if (m_Current != '\r')
+                text.push_back(m_Current);
     }
+    ParsedComment* comment = new (Place(Rounded(sizeof(ParsedComment)))) ParsedComment;
+    comment->m_Word |= ParsedNode::InFile;
+    m_Children.push_back(comment);
+    if (!text.empty())
+        ParsedLinks::Link(*comment, comment->m_Identifier,
+                          Made(ParsedStringPool::CreateRecord(text.c_str())));
 }
 
 void Parser::Read(ParsedFile* file)
 {
-    for (char c = ReadCode(file); c != 0; c = ReadCode(file))
+    m_Open.push_back(Open{nullptr, nullptr, 0}); // the file
+    for (;;)
     {
+        const char c = ReadCode();
+        if (c == 'a')
+        {
+            ReadEntry(false);
+            continue;
+        }
         if (c == '{')
         {
             MoveNext();
-            ParsedSection* section = Made(m_File->Make<ParsedSection>());
-            file->AddChild(section);
-            Read(section);
+            ReadHead();
+            continue;
         }
-        else if (c == 'a')
+        const bool inSection = m_Open.size() > 1;
+        if (c == '}' && inSection)
         {
-            ParsedEntry* entry = Made(m_File->Make<ParsedEntry>());
-            file->AddChild(entry);
-            Read(entry);
+            MoveNext();
+            CloseSection();
+            continue;
         }
-        else
-        {
-            Fail("Missing '{'", file);
-        }
+        if (c == 0 && !inSection)
+            break;
+        Fail(inSection ? "Missing '}'" : "Missing '{'");
     }
+    // The file takes its children over in one step, or none of them.
+    for (ParsedNode* child : m_Children)
+        ParsedLinks::LinkNew(*child, child->m_Parent, file);
+    if (!m_Children.empty())
+        ParsedLinks::MakeList(*file, file->m_Items,
+                              reinterpret_cast<void* const*>(m_Children.data()),
+                              u32(m_Children.size()));
+    m_Children.clear();
+    m_Open.clear();
 }
 
-void Parser::Read(ParsedSection* section)
+void Parser::ReadHead()
 {
-    {
-        ParsedString identifier = ParsedString::Adopt(ReadString(SectionEnd));
-        if (!identifier.Get())
-            Fail("Missing 'Section Identifier' after '{'", section);
-        section->m_Identifier = std::move(identifier);
-    }
-    char c = ReadCode(section);
+    // The section is read before it is made: its children's number is
+    // known at its end.
+    m_Open.push_back(Open{nullptr, nullptr, u32(m_Children.size())});
+    m_Open.back().identifier = ReadString(SectionEnd);
+    if (m_Open.back().identifier == nullptr)
+        Fail("Missing 'Section Identifier' after '{'");
+    const char c = ReadCode();
     if (c == ':')
         MoveNext();
     if (c == ':' || c == '(')
-    {
-        ParsedEntry* name = Made(m_File->Make<ParsedEntry>());
-        section->SetName(name);
-        Read(name);
-    }
-    for (c = ReadCode(section); c != '}'; c = ReadCode(section))
-    {
-        if (c == '{')
-        {
-            MoveNext();
-            ParsedSection* child = Made(m_File->Make<ParsedSection>());
-            section->AddChild(child);
-            Read(child);
-        }
-        else if (c == 'a')
-        {
-            ParsedEntry* entry = Made(m_File->Make<ParsedEntry>());
-            section->AddChild(entry);
-            Read(entry);
-        }
-        else
-        {
-            Fail("Missing '}'", section);
-        }
-    }
-    MoveNext(); // the '}'
+        ReadEntry(true);
 }
 
-void Parser::Read(ParsedEntry* entry)
+void Parser::ReadEntry(bool name)
 {
-    ParsedRoot* parent = entry->GetParent();
-    bool named;
+    // A child keeps its place among its parent's children while comments
+    // met in it join them after it.
+    const std::size_t place = m_Children.size();
+    if (!name)
+        m_Children.push_back(nullptr);
+    m_ReadingName = name;
+    m_EntryName = ReadString(EntryNameEnd);
+    if (ReadCode() == '(')
     {
-        ParsedString name = ParsedString::Adopt(ReadString(EntryNameEnd));
-        named = name.Get() != nullptr;
-        if (named)
-            entry->m_Identifier = std::move(name);
+        MoveNext();
+        for (;;)
+        {
+            const char c = ReadCode();
+            if (c != 'a')
+                MoveNext();
+            if (c == ')')
+                break;
+            if (c != '"' && c != 'a' && c != ',')
+                Fail("Missing ')'", true, m_EntryName);
+            m_Parameters.push_back(nullptr);
+            if (c == '"')
+            {
+                m_Parameters.back() = ReadString(QuotedEnd);
+                MoveNext(); // the closing quote
+            }
+            else if (c == 'a')
+            {
+                m_Parameters.back() = ReadString(WordEnd);
+            }
+            if (c == ',')
+            {
+                if (ReadCode() == ')')
+                    m_Parameters.push_back(nullptr); // a trailing comma
+            }
+            else if (ReadCode() == ',')
+            {
+                MoveNext();
+                if (ReadCode() == ')')
+                    m_Parameters.push_back(nullptr);
+            }
+        }
+        if (m_Parameters.empty())
+            m_Parameters.push_back(nullptr); // name() has one empty parameter
     }
-    if (ReadCode(parent) != '(')
+    else if (m_EntryName == nullptr)
     {
-        if (!named)
-            Fail("Missing 'Entry Name' after ':'", entry);
-        return;
+        Fail("Missing 'Entry Name' after ':'", true);
     }
-    MoveNext(); // the '('
-    InlineVector<ParsedString, 3>& parameters = entry->m_Parameters;
-    for (;;)
+
+    // Made, the entry is linked to its parameters, then to its name, and
+    // only then owns them: a far link's table entry may find no memory.
+    const u32 count = u32(m_Parameters.size());
+    const bool listed = count > ParsedNode::MaxCount;
+    ParsedEntry* entry =
+        new (Place(Rounded(m_EntryItems + 4 * (listed || count == 0 ? 1 : count)))) ParsedEntry(0);
+    if (name)
+        m_Open.back().name = entry;
+    else
+        m_Children[place] = entry;
+    if (listed)
     {
-        const char c = ReadCode(parent);
-        if (c != 'a')
-            MoveNext();
-        if (c == ')')
-            break;
-        const char* text = nullptr;
-        if (c == '"')
-        {
-            text = ReadString(QuotedEnd);
-            MoveNext(); // the closing quote
-        }
-        else if (c == 'a')
-        {
-            text = ReadString(WordEnd);
-        }
-        else if (c != ',')
-        {
-            Fail("Missing ')'", entry);
-        }
-        parameters.push_back(ParsedString::Adopt(text));
-        if (c == ',')
-        {
-            if (ReadCode(parent) == ')')
-                parameters.emplace_back(); // a trailing comma
-        }
-        else if (ReadCode(parent) == ',')
-        {
-            MoveNext();
-            if (ReadCode(parent) == ')')
-                parameters.emplace_back();
-        }
+        entry->m_Word |= ParsedNode::Listed;
+        ParsedLinks::MakeList(*entry, entry->m_Items,
+                              reinterpret_cast<void* const*>(m_Parameters.data()), count);
+        m_Parameters.clear(); // the list holds them
     }
-    if (parameters.empty())
-        parameters.emplace_back(); // name() has one empty parameter
+    else
+    {
+        u32* links = ParsedLinks::Links(entry->m_Items);
+        for (u32 i = 0; i < count; ++i)
+            if (m_Parameters[i] != nullptr)
+                ParsedLinks::LinkNew(*entry, links[i], m_Parameters[i]);
+            else
+                links[i] = 0;
+    }
+    if (m_EntryName)
+        ParsedLinks::LinkNew(*entry, entry->m_Identifier, m_EntryName);
+    entry->m_Word |= (listed ? 0 : count) << ParsedNode::CountShift;
+    m_EntryName = nullptr;
+    m_ReadingName = false;
+    m_Parameters.clear();
+}
+
+void Parser::CloseSection()
+{
+    // Made, the section is linked to its children, name and identifier,
+    // and only then owns them and takes their place in m_Children: a far
+    // link's table entry may find no memory.
+    const Open open = m_Open.back();
+    const u32 count = u32(m_Children.size()) - open.first;
+    if (count == 0)
+        m_Children.push_back(nullptr); // its place
+    const bool listed = count > ParsedNode::MaxCount;
+    ParsedSection* section =
+        new (Place(Rounded(m_SectionItems + 4 * (listed || count == 0 ? 1 : count))))
+            ParsedSection(0u);
+    ParsedNode** children = m_Children.data() + open.first;
+    if (listed)
+    {
+        section->m_Word |= ParsedNode::Listed;
+        ParsedLinks::MakeList(*section, section->m_Items, reinterpret_cast<void* const*>(children),
+                              count);
+    }
+    else
+    {
+        u32* links = ParsedLinks::Links(section->m_Items);
+        links[0] = 0;
+        for (u32 i = 0; i < count; ++i)
+            ParsedLinks::LinkNew(*section, links[i], children[i]);
+    }
+    if (open.name)
+    {
+        ParsedLinks::LinkNew(*section, section->m_Name, open.name);
+        ParsedLinks::LinkNew(*open.name, open.name->m_Parent, section);
+    }
+    for (u32 i = 0; i < count; ++i)
+        ParsedLinks::LinkNew(*children[i], children[i]->m_Parent, section);
+    ParsedLinks::LinkNew(*section, section->m_Identifier, open.identifier);
+    section->m_Word |= (listed ? 0 : count) << ParsedNode::CountShift;
+    m_Open.pop_back();
+    m_Children.resize(open.first + 1);
+    m_Children[open.first] = section;
 }
 
 // ---- files and errors ----------------------------------------------------------
+
+void* Parser::PlaceInNewChunk(u32 bytes)
+{
+    // Chunks double from 4 KB up to 4 MB, none much larger than what the
+    // rest of the file is expected to need at the rate so far: the last one
+    // ends nearly full.
+    u64 chunk = m_ChunkBytes == 0           ? 4096
+                : m_ChunkBytes < (4u << 20) ? 2 * u64(m_ChunkBytes)
+                                            : m_ChunkBytes;
+    const u64 position = GetPosition();
+    if (position != 0 && m_NodeBytes != 0)
+    {
+        const u64 expected = m_NodeBytes * (m_Size - position) / position;
+        if (chunk > expected + expected / 8 + 4096)
+            chunk = expected + expected / 8 + 4096;
+    }
+    const u64 least = bytes + ParsedFile::ChunkHeader;
+    m_ChunkBytes = u32(chunk > least ? chunk : least);
+    m_NodeBytes += m_ChunkBytes;
+    return Made(m_File->AllocateInNewChunk(bytes, m_ChunkBytes));
+}
 
 ParsedFile* Parser::ParseFile(const char* path)
 {
@@ -445,6 +557,8 @@ ParsedFile* Parser::Parse(const char* path, ParseError* error)
     }
     m_Stream = stream;
     m_File = file;
+    m_NodeBytes = 0;
+    m_ChunkBytes = 0;
     m_Error = error;
     m_BlockPosition = 0;
     m_Size = stream->GetSize();
@@ -462,9 +576,18 @@ ParsedFile* Parser::Parse(const char* path, ParseError* error)
     }
     catch (...)
     {
+        Abandoned();
         delete file;
         file = nullptr;
     }
+    // The lists keep their room for the next file, unless a big one grew
+    // them.
+    if (m_Children.capacity() > 4096)
+        std::vector<ParsedNode*, GeneralAllocator<ParsedNode*>>().swap(m_Children);
+    if (m_Parameters.capacity() > 4096)
+        std::vector<Record*, GeneralAllocator<Record*>>().swap(m_Parameters);
+    if (m_Open.capacity() > 4096)
+        std::vector<Open, GeneralAllocator<Open>>().swap(m_Open);
     m_Stream = nullptr;
     m_File = nullptr;
     m_Error = nullptr;
@@ -472,27 +595,56 @@ ParsedFile* Parser::Parse(const char* path, ParseError* error)
     return file;
 }
 
-void Parser::Fail(const char* message, ParsedNode* node)
+void Parser::Abandoned()
+{
+    for (ParsedNode* child : m_Children)
+        ParsedNode::Destroy(child);
+    m_Children.clear();
+    for (Open& open : m_Open)
+    {
+        ParsedNode::Destroy(open.name);
+        if (open.identifier)
+            ParsedStringPool::ReleaseRecord(open.identifier);
+    }
+    m_Open.clear();
+    for (Record* parameter : m_Parameters)
+        if (parameter)
+            ParsedStringPool::ReleaseRecord(parameter);
+    m_Parameters.clear();
+    if (m_EntryName)
+        ParsedStringPool::ReleaseRecord(m_EntryName);
+    m_EntryName = nullptr;
+}
+
+void Parser::Fail(const char* message, bool below, const Record* identifier)
 {
     Text text(message);
     text += "\n\nTree trace: ";
-    for (ParsedNode* at = node; at; at = at->GetParent())
+    bool first = true;
+    auto add = [&](const char* node)
     {
-        if (at != node)
+        if (!first)
             text += " <- ";
-        if (const char* identifier = at->GetIdentifier())
-            text += identifier;
-        if (at->GetType() == ParsedNode::SectionType)
+        first = false;
+        if (node)
+            text += node;
+    };
+    if (below)
+        add(identifier ? identifier->Text() : nullptr);
+    for (std::size_t level = m_Open.size(); level-- > 1;)
+    {
+        const Open& open = m_Open[level];
+        add(open.identifier ? open.identifier->Text() : nullptr);
+        const char* named = open.name ? open.name->GetIdentifier() : nullptr;
+        if (level == m_Open.size() - 1 && m_ReadingName && m_EntryName)
+            named = m_EntryName->Text(); // the name entry being read
+        if (named && *named)
         {
-            const ParsedEntry* name = static_cast<ParsedSection*>(at)->GetName();
-            const char* named = name ? name->GetIdentifier() : nullptr;
-            if (named && *named)
-            {
-                text += " Named ";
-                text += named;
-            }
+            text += " Named ";
+            text += named;
         }
     }
+    add(m_File->GetIdentifier());
     text += "\n";
     if (m_Error != nullptr)
     {
