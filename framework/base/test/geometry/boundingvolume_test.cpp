@@ -324,6 +324,11 @@ TEST(BoundingVolume, TouchingZeroSizeAndParallelCasesAreDecidedExactly)
         cube.Intersects(BoundingBox(Vector3(1 + std::sqrt(2.0f), 0, 0), turned, Vector3(1))));
     EXPECT_FALSE(
         cube.Intersects(BoundingBox(Vector3(1.01f + std::sqrt(2.0f), 0, 0), turned, Vector3(1))));
+    // Spheres touching and missing that box's far edge, whose distance rounds.
+    const BoundingBox diamond(Vector3(0.0f), turned, Vector3(1));
+    EXPECT_TRUE(BoundingSphere(Vector3(std::sqrt(2.0f) + 0.3f, 0, 0), 0.3f).Intersects(diamond));
+    EXPECT_FALSE(
+        BoundingSphere(Vector3(std::sqrt(2.0f) + 0.3f, 0, 0), 0.2999f).Intersects(diamond));
     // A cylinder standing on the cube, and one lying along its top edge.
     EXPECT_TRUE(cube.Intersects(BoundingCylinder(Vector3(0, 1, 0), Vector3(0, 3, 0), 0.5f)));
     EXPECT_FALSE(cube.Intersects(BoundingCylinder(Vector3(0, 1.01f, 0), Vector3(0, 3, 0), 0.5f)));

@@ -53,6 +53,12 @@ public:
     }
     float Distance(const Vector3& point) const override
     {
+        return std::sqrt(DistanceSquared(point));
+    }
+    // The square of Distance, without its root: for comparisons with a
+    // squared reach.
+    float DistanceSquared(const Vector3& point) const
+    {
         const Vector3 offset = point - m_Center;
         float squared = 0.0f;
         for (int i = 0; i < 3; ++i)
@@ -61,7 +67,7 @@ public:
                 (std::max)(std::fabs(m_Axes.columns[i].Dot(offset)) - m_HalfExtents[i], 0.0f);
             squared += outside * outside;
         }
-        return std::sqrt(squared);
+        return squared;
     }
     // Slabs.
     bool IntersectRay(const Ray& ray, float& t) const override

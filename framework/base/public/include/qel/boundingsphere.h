@@ -71,14 +71,17 @@ public:
         const float reach = (m_Radius + other.m_Radius) * (1.0f + 1e-6f);
         return (m_Center - other.m_Center).LengthSquared() <= reach * reach;
     }
-    bool Intersects(const BoundingBox& box) const { return Reaches(box.Distance(m_Center)); }
+    // Reaches, both sides squared: no root is taken.
+    bool Intersects(const BoundingBox& box) const
+    {
+        return box.DistanceSquared(m_Center) * ((1.0f - 1e-6f) * (1.0f - 1e-6f)) <=
+               m_Radius * m_Radius;
+    }
     // True when a volume this far from the center meets the sphere: the
     // radius is widened by 1e-6 of the larger of the two, for the rounding of
-    // the distance.
-    bool Reaches(float distance) const
-    {
-        return distance <= m_Radius + (std::max)(m_Radius, distance) * 1e-6f;
-    }
+    // the distance. That is the distance shrunk by 1e-6 of itself: widening
+    // by 1e-6 of the radius matters only when the distance is the smaller.
+    bool Reaches(float distance) const { return distance * (1.0f - 1e-6f) <= m_Radius; }
     void Transform(const Matrix4& m) override;
     void GetBounds(Vector3& min, Vector3& max) const override;
     BoundingVolume* Clone() const override;

@@ -13,7 +13,7 @@
 //   in double precision). Sphere and sphere: the sum of the radii is widened
 //   by 1e-6 of itself. Sphere and any other volume: the volume's exact
 //   Distance from the center against the radius widened by 1e-6 of the
-//   larger of the two.
+//   larger of the two (for a box, both squared).
 // - Box: Contains, Distance and IntersectRay are exact. Box and box
 //   (separating axes): 1e-6 is added to every term of the rotation between
 //   the boxes, and a separation must exceed 1e-6 of the sum of their largest
