@@ -46,7 +46,7 @@
 // it takes from and gives to without a lock. A request is rounded up to its
 // class's capacity, so that any block of the list serves it (at most an
 // eighth more than the request). A list keeps from 2 KB' worth of blocks
-// (none above 2 KB) up to 128 KB' worth (2 blocks at least) as the class
+// (none above 2 KB) up to 128 KB' worth (4 blocks at least) as the class
 // is used; the growth above those floors, over all the lists of a thread,
 // is within 2 MB (threadcache.h says how the limits adapt). A thread's
 // cache thus holds at most about 2.05 MB, besides four freed blocks that

@@ -485,7 +485,7 @@ void PackedAllocator::EnableThreadCaches()
         m_Caches->SetClasses(
             CacheClasses, CacheBudget, &ClassCapacity,
             [](u32 i) { return 2048 / ClassCapacity(i); },
-            [](u32 i) { return 131072 / ClassCapacity(i) > 2 ? 131072 / ClassCapacity(i) : 2; });
+            [](u32 i) { return 131072 / ClassCapacity(i) > 4 ? 131072 / ClassCapacity(i) : 4; });
 }
 
 u32 PackedAllocator::CacheRunPages(u32 need)
