@@ -171,6 +171,19 @@ TEST_F(PackedAllocatorTest, ReallocGrowsInPlaceMovesAndShrinks)
     EXPECT_EQ(shrunk[0], 0x5B);
     EXPECT_EQ(packed.GetStatistics().currentPages, pages); // the big run went back
     EXPECT_TRUE(packed.ValidateMemory());
+
+    // Past the page manager's step a lone block's run fills its metapage:
+    // it grows by moving its pages where the system can, else by a copy.
+    char* huge = Take(packed, 5u << 20);
+    std::memset(huge, 0x4D, 5u << 20);
+    char* grown = static_cast<char*>(packed.ReAllocNoThrow(huge, 9u << 20));
+    ASSERT_NE(grown, nullptr);
+    EXPECT_EQ(std::string(grown, 5u << 20), std::string(5u << 20, 0x4D));
+    grown[(9u << 20) - 1] = 1;
+    EXPECT_GE(packed.GetStatistics().currentPages - pages, (9u << 20) / 4096);
+    EXPECT_TRUE(packed.ValidateMemory());
+    packed.Free(grown);
+    EXPECT_EQ(packed.GetStatistics().currentPages, pages);
 }
 
 // A block keeps its place while the new size needs at least half of its

@@ -9,8 +9,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <random>
+#include <string>
 #include <thread>
 
 namespace
@@ -205,6 +207,39 @@ TEST_F(PageManagerTest, RunGrowsOnlyIntoFreePagesRightBehindIt)
     EXPECT_FALSE(pages->ExtendRun(&other, next, 1, 256)); // past its metapage
     pages->ReleasePages(&owner, run, 7);
     EXPECT_EQ(pages->GetStatistics().currentUsedPages, 1u);
+}
+
+// Where the system moves pages (Linux), a run that fills its metapage alone
+// moves to a larger place with its contents, and its metapage with it.
+TEST_F(PageManagerTest, RunAloneInItsMetapageMovesWithoutACopy)
+{
+    char* shared = static_cast<char*>(pages->AllocatePages(&owner, 1)); // a metapage of 1 MB
+    char* run = static_cast<char*>(pages->AllocatePages(&owner, 300));  // one of 300 pages
+    std::memset(run, 0x5C, 300 * kPage);
+    EXPECT_EQ(pages->MoveRun(&owner, shared, 1, 2), nullptr);  // not alone in its metapage
+    EXPECT_EQ(pages->MoveRun(&other, run, 300, 600), nullptr); // not its run
+    EXPECT_EQ(pages->MoveRun(&owner, run, 300, 300), nullptr); // no growth
+    pages->SetLimits(0, kMB + 599 * kPage, kMB);
+    EXPECT_EQ(pages->MoveRun(&owner, run, 300, 600), nullptr); // past the maximum
+    pages->SetLimits(0, 64 * kMB, kMB);
+    char* moved = static_cast<char*>(pages->MoveRun(&owner, run, 300, 600));
+#if !defined(__linux__)
+    EXPECT_EQ(moved, nullptr);
+    return;
+#endif
+    ASSERT_NE(moved, nullptr);
+    EXPECT_EQ(std::string(moved, 300 * kPage), std::string(300 * kPage, 0x5C));
+    EXPECT_EQ(std::string(Page(moved, 300), 300 * kPage), std::string(300 * kPage, '\0'));
+    EXPECT_EQ(pages->FindOwner(run), nullptr);
+    EXPECT_EQ(pages->FindOwner(Page(moved, 599)), &owner);
+    EXPECT_EQ(pages->FindRunStart(Page(moved, 599), pages->GetOwnerIndex(&owner)), moved);
+    EXPECT_EQ(pages->GetRunPages(moved), 600u);
+    EXPECT_EQ(pages->GetSystemBytes(), kMB + 600 * kPage);
+    EXPECT_EQ(pages->GetStatistics().currentUsedPages, 601u);
+    EXPECT_EQ(pages->GetStatistics().currentRequests, 2u);
+    pages->ReleasePages(&owner, moved, 600);
+    EXPECT_EQ(pages->GetSystemBytes(), kMB);
+    EXPECT_EQ(pages->GetNumberOfMetapages(), 1u);
 }
 
 TEST_F(PageManagerTest, DumpOfKnownStateIsExact)

@@ -46,7 +46,7 @@
 // it takes from and gives to without a lock. A request is rounded up to its
 // class's capacity, so that any block of the list serves it (at most an
 // eighth more than the request). A list keeps from 2 KB' worth of blocks
-// (none above 2 KB) up to 128 KB' worth (2 blocks at least) as the class
+// (none above 2 KB) up to 128 KB' worth (4 blocks at least) as the class
 // is used; the growth above those floors, over all the lists of a thread,
 // is within 2 MB (threadcache.h says how the limits adapt). A thread's
 // cache thus holds at most about 2.05 MB, besides four freed blocks that
@@ -154,8 +154,11 @@ public:
     // needs when that much is free, and one that must move takes a quarter
     // more room than asked, from the best fitting free chunk rather than a
     // thread's cache (a buffer grown step by step then grows or moves about
-    // once every quarter of its size). A size of 0 gives
-    // null and keeps the block.
+    // once every quarter of its size). A lone block whose run fills a
+    // metapage of its own (past the page manager's step) moves without a
+    // copy where the system can move pages (PageManager::MoveRun), so that
+    // a huge buffer doubled again and again is never copied nor touched
+    // whole. A size of 0 gives null and keeps the block.
     void* ReAllocNoThrow(void* p, unsigned int size) override;
     void DumpStatistics(u32 flags, AllocatorStatMarker* from, AllocatorStatMarker* to,
                         OutputStream* out, char* title) override;
@@ -316,6 +319,10 @@ private:
     // Adds pages behind the run so that the block ending at `end` can grow
     // by `missing` bytes in place; the run is left out of its set.
     bool GrowRun(PackedRun* run, unsigned char* end, u32 missing);
+    // Grows the lone block `p` of a big run by having the page manager move
+    // the run's pages to a larger place (PageManager::MoveRun) rather than
+    // copying them; null when it cannot.
+    void* MoveRunToGrow(void* p, unsigned int size);
     void ReleaseRun(PackedRun* run);
     // Puts the run into the set and bin its state calls for.
     void Refile(PackedRun* run);

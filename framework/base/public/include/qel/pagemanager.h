@@ -129,6 +129,13 @@ public:
     // behind it, when they are free in the same metapage; false, with
     // nothing changed, otherwise. Blocks at the end of a run grow in place.
     bool ExtendRun(Allocator* owner, void* first, u32 pages, u32 extra);
+    // Moves the run of `pages` pages at `first` elsewhere with `newPages`
+    // pages (more), without copying its pages, when the system can move
+    // pages (Linux) and the run fills its metapage alone, as a run made for
+    // one request larger than the metapage step does: the metapage moves
+    // and grows with it. Returns the run's new address; null, with nothing
+    // changed, otherwise. The pages behind the old ones are fresh.
+    void* MoveRun(Allocator* owner, void* first, u32 pages, u32 newPages);
     // Gives back every page of `owner`; returns how many.
     u32 ReleaseAllPages(Allocator* owner);
     // The number of pages of the run handed out at `first`; 0 when `first`

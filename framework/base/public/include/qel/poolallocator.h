@@ -113,7 +113,10 @@ private:
         u32 blockSize;
     };
 
-    void* TakeBlock(Pool& pool);
+    // Takes up to `most` blocks from the pool's first page with room,
+    // appended to the chain from `first` to `last` (see
+    // PoolAllocatorPage::TakeChain); returns how many.
+    u32 TakeBlocks(Pool& pool, u32 most, void*& first, void*& last);
     void* MallocLocked(unsigned int size);
     void GiveBlock(const void* p);
     // Gives back a chain of cached blocks (linked through their first word).

@@ -322,6 +322,9 @@ void* PackedAllocator::ReAllocNoThrow(void* p, unsigned int size)
         return p;
     if (resized == Resize::Bad)
         return nullptr;
+    if (resized == Resize::StuckBig)
+        if (void* moved = MoveRunToGrow(p, size))
+            return moved;
     if (resized == Resize::Lone)
     {
         // A big run holds its block alone: when a smaller run would do, the
@@ -405,6 +408,53 @@ PackedAllocator::Resize PackedAllocator::ResizeInPlace(void* p, unsigned int siz
     return Resize::Done;
 }
 
+void* PackedAllocator::MoveRunToGrow(void* p, unsigned int size)
+{
+    PackedRun* run = RunOf(p, "ReAllocNoThrow");
+    if (run == nullptr)
+        return nullptr;
+    Arena& arena = ArenaOf(run);
+    ScopedLock<CriticalSection> lock(arena.lock);
+    if (run->live != 1)
+        return nullptr;
+    PackedBlock* block = PackedBlock::Of(p);
+    const std::uintptr_t offset = reinterpret_cast<unsigned char*>(block) - run->Base();
+    // A quarter more room, as for any move, costs nothing until it is used.
+    const u32 chunk = NeedFor(size <= 0xCCCC0000u ? size + size / 4 : size);
+    const u64 pages = (offset + chunk + PageSize - 1) / PageSize;
+    if (chunk == 0 || pages > MaxRunPages || pages <= run->pages)
+        return nullptr;
+    const u32 oldPages = run->pages;
+    Unfile(run);
+    void* moved = m_Pages->MoveRun(this, run, oldPages, u32(pages));
+    if (moved == nullptr)
+    {
+        Refile(run);
+        return nullptr;
+    }
+    // The free chunks' nodes hold addresses of the old place: the tree is
+    // made again around the block.
+    run = static_cast<PackedRun*>(moved);
+    run->pages = u32(pages);
+    block = reinterpret_cast<PackedBlock*>(run->Base() + offset);
+    const u32 capacity = block->capacity;
+    run->tree.Reset();
+    unsigned char* start = reinterpret_cast<unsigned char*>(block);
+    if (start > run->Space())
+        run->tree.InsertChunkInTree(run->Space(), u32(start - run->Space()), kTag);
+    const u32 tail = u32(run->End() - start) - chunk;
+    block->capacity = chunk - BlockHeaderSize;
+    if (tail < MinimumChunk)
+        block->capacity += tail;
+    else
+        run->tree.InsertChunkInTree(start + chunk, tail, kTag);
+    arena.statistics.AddPages(u32(pages) - oldPages);
+    arena.statistics.RemoveAllocation(capacity, capacity);
+    arena.statistics.AddAllocation(block->capacity, block->capacity);
+    Refile(run);
+    return block->User();
+}
+
 bool PackedAllocator::GrowRun(PackedRun* run, unsigned char* end, u32 missing)
 {
     // Only a block with nothing but free space behind it, up to the run's
@@ -485,7 +535,7 @@ void PackedAllocator::EnableThreadCaches()
         m_Caches->SetClasses(
             CacheClasses, CacheBudget, &ClassCapacity,
             [](u32 i) { return 2048 / ClassCapacity(i); },
-            [](u32 i) { return 131072 / ClassCapacity(i) > 2 ? 131072 / ClassCapacity(i) : 2; });
+            [](u32 i) { return 131072 / ClassCapacity(i) > 4 ? 131072 / ClassCapacity(i) : 4; });
 }
 
 u32 PackedAllocator::CacheRunPages(u32 need)

@@ -224,6 +224,63 @@ bool PageManager::ExtendRun(Allocator* owner, void* first, u32 pages, u32 extra)
     return true;
 }
 
+void* PageManager::MoveRun(Allocator* owner, void* first, u32 pages, u32 newPages)
+{
+    PageManagerNative* system = PageManagerNative::GetSingletonInstancePointer();
+    if (system == nullptr || !system->CanMove() || newPages <= pages)
+        return nullptr;
+    ScopedLock<CriticalSection> lock(m_Lock);
+    const u32 index = GetOwnerIndex(owner);
+    Metapage* metapage = FindMetapage(first, pages);
+    const u32 extra = newPages - pages;
+    if (index == NoOwner || metapage == nullptr || metapage->start != first ||
+        metapage->pages != pages || metapage->usedPages != pages || metapage->runs != 1 ||
+        (metapage->first && m_FirstMetapageSize != 0) ||
+        PageRecordTable::OwnerOf(m_Records.Find(first)->load(std::memory_order_relaxed)) != index ||
+        u64(m_SystemBytes) + u64(extra) * PageSize > m_MaximumSize)
+        return nullptr;
+    const std::size_t bytes = std::size_t(pages) * PageSize;
+    const std::size_t newBytes = std::size_t(newPages) * PageSize;
+    char* target = static_cast<char*>(system->Commit(newBytes, newBytes >= (std::size_t(2) << 20)));
+    if (target == nullptr)
+        return nullptr;
+    if (!m_Records.Add(target, newPages))
+    {
+        system->Release(target, newBytes);
+        return nullptr;
+    }
+    if (!system->Move(first, bytes, target))
+    {
+        m_Records.Remove(target, newPages);
+        system->Release(target, newBytes);
+        return nullptr;
+    }
+    m_Records.Remove(first, pages);
+    const u32 record = index << PageRecordTable::OwnerShift;
+    m_Records.Find(target)->store(record | PageRecordTable::RunStart, std::memory_order_relaxed);
+    for (u32 i = 1; i < newPages; ++i)
+        m_Records.Find(PageAt(target, i))->store(record, std::memory_order_relaxed);
+
+    // The metapage keeps its age and its place in the full list, and takes
+    // its new place in the address order.
+    u32 at = 0;
+    while (m_ByAddress[at] != metapage)
+        ++at;
+    for (; at + 1 < m_NumberOfMetapages && m_ByAddress[at + 1]->start < target; ++at)
+        m_ByAddress[at] = m_ByAddress[at + 1];
+    for (; at > 0 && m_ByAddress[at - 1]->start > target; --at)
+        m_ByAddress[at] = m_ByAddress[at - 1];
+    m_ByAddress[at] = metapage;
+    metapage->start = target;
+    metapage->end = target + newBytes;
+    metapage->pages = newPages;
+    Raise(metapage->usedPages, metapage->peakUsedPages, extra);
+    Raise(m_Statistics.currentSystemPages, m_Statistics.peakSystemPages, extra);
+    Raise(m_Statistics.currentUsedPages, m_Statistics.peakUsedPages, extra);
+    m_SystemBytes += extra * PageSize;
+    return target;
+}
+
 u32 PageManager::ReleaseAllPages(Allocator* owner)
 {
     ScopedLock<CriticalSection> lock(m_Lock);

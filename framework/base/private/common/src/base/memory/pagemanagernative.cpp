@@ -28,4 +28,14 @@ void PageManagerNative::Release(void* start, std::size_t bytes)
     native::ReleasePages(start, bytes);
 }
 
+bool PageManagerNative::CanMove() const
+{
+    return native::CanMovePages();
+}
+
+bool PageManagerNative::Move(void* from, std::size_t bytes, void* to)
+{
+    return native::MovePages(from, bytes, to);
+}
+
 } // namespace qel

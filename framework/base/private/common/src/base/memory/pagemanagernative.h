@@ -29,6 +29,9 @@ public:
     // `oneBlock`: see native::CommitPages.
     void* Commit(std::size_t bytes, bool oneBlock);
     void Release(void* start, std::size_t bytes);
+    // See native::CanMovePages and native::MovePages.
+    bool CanMove() const;
+    bool Move(void* from, std::size_t bytes, void* to);
 
 private:
     template <class T, class Storage>

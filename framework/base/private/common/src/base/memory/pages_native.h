@@ -26,5 +26,14 @@ void* CommitPages(std::size_t bytes, bool oneBlock);
 // Gives back a whole block that CommitPages returned.
 void ReleasePages(void* start, std::size_t bytes);
 
+// Whether MovePages can ever succeed here: on Linux only.
+bool CanMovePages();
+
+// Moves the `bytes` of a block that CommitPages returned onto the start of
+// another such block, at least as large, without copying them: their pages
+// take the place of the other block's first ones, and the first block is
+// gone. False, with both blocks as they were, when the system refuses.
+bool MovePages(void* from, std::size_t bytes, void* to);
+
 } // namespace native
 } // namespace qel

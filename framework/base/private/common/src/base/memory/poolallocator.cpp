@@ -93,12 +93,12 @@ bool PoolAllocator::AddPage(Pool& pool)
     return true;
 }
 
-void* PoolAllocator::TakeBlock(Pool& pool)
+u32 PoolAllocator::TakeBlocks(Pool& pool, u32 most, void*& first, void*& last)
 {
     Page* page = pool.freeFirst;
-    void* block = page->Take();
-    pool.statistics.AddAllocation(pool.blockSize, pool.blockSize);
-    m_Totals.AddAllocation(pool.blockSize, pool.blockSize);
+    const u32 taken = page->TakeChain(most, first, last);
+    pool.statistics.AddAllocations(taken, taken * pool.blockSize);
+    m_Totals.AddAllocations(taken, taken * pool.blockSize);
     if (page->IsFull())
     {
         Unlink(pool.freeFirst, pool.freeLast, page);
@@ -106,7 +106,7 @@ void* PoolAllocator::TakeBlock(Pool& pool)
         pool.statistics.AddFullPages(1);
         m_Totals.AddFullPages(1);
     }
-    return block;
+    return taken;
 }
 
 void* PoolAllocator::MallocLocked(unsigned int size)
@@ -125,7 +125,10 @@ void* PoolAllocator::MallocLocked(unsigned int size)
         if (pool == nullptr)
             return nullptr;
     }
-    return TakeBlock(*pool);
+    void* block = nullptr;
+    void* last = nullptr;
+    TakeBlocks(*pool, 1, block, last);
+    return block;
 }
 
 void* PoolAllocator::MallocNoThrow(unsigned int size)
@@ -274,19 +277,18 @@ void* PoolAllocator::Refill(ThreadCache& cache, u32 index, unsigned int size)
     const u32 count = m_Caches->Refilling(cache, index);
     ScopedLock<CriticalSection> lock(m_Lock);
     Pool& pool = m_Pools[index];
+    // Whole stretches of free blocks at once, counted once a page.
     void* first = nullptr;
-    for (u32 i = count; i > 0; --i)
-    {
-        if (pool.freeFirst == nullptr && !AddPage(pool))
-            break;
-        void* block = TakeBlock(pool);
-        if (first == nullptr)
-            first = block;
-        else
-            cache.Push(index, block);
-    }
+    void* last = nullptr;
+    u32 taken = 0;
+    while (taken < count && (pool.freeFirst != nullptr || AddPage(pool)))
+        taken += TakeBlocks(pool, count - taken, first, last);
     // With no page left, a larger class's block, uncached.
-    return first != nullptr ? first : MallocLocked(size);
+    if (first == nullptr)
+        return MallocLocked(size);
+    if (taken > 1)
+        cache.PushChain(index, *static_cast<void**>(first), last, taken - 1);
+    return first;
 }
 
 } // namespace qel

@@ -129,22 +129,37 @@ struct PoolAllocatorPage
         return !freeHead;
     }
 
-    // The first block of the first run; the run shrinks from its front.
-    void* Take()
+    // Takes up to `most` blocks (at least one; the page is not full): the
+    // first blocks of the first runs, each run shrinking from its front. They
+    // are linked through their first word in address order within a run and
+    // appended to the chain from `first` to `last`, whose last link is left
+    // as it is. Returns how many were taken.
+    u32 TakeChain(u32 most, void*& first, void*& last)
     {
-        Run* run = ToRun(freeHead);
-        if (run->count > 1)
+        u32 taken = 0;
+        while (taken < most && freeHead)
         {
-            Run* rest = reinterpret_cast<Run*>(reinterpret_cast<unsigned char*>(run) + blockSize);
-            *rest = Run{run->next, run->count - 1};
-            freeHead = decltype(freeHead)(ToLink(rest));
+            unsigned char* run = reinterpret_cast<unsigned char*>(ToRun(freeHead));
+            const Run whole = *reinterpret_cast<Run*>(run);
+            const u32 count = whole.count < most - taken ? whole.count : most - taken;
+            if (count < whole.count)
+            {
+                Run* rest = reinterpret_cast<Run*>(run + count * blockSize);
+                *rest = Run{whole.next, whole.count - count};
+                freeHead = decltype(freeHead)(ToLink(rest));
+            }
+            else
+            {
+                freeHead = decltype(freeHead)(whole.next);
+            }
+            (first != nullptr ? *static_cast<void**>(last) : first) = run;
+            for (u32 i = 1; i < count; ++i, run += blockSize)
+                *reinterpret_cast<void**>(run) = run + blockSize;
+            last = run;
+            taken += count;
         }
-        else
-        {
-            freeHead = decltype(freeHead)(run->next);
-        }
-        ++blocksInUse;
-        return run;
+        blocksInUse = Count(blocksInUse + taken);
+        return taken;
     }
 
     // Pushes the block as a run of one; runs are never merged.

@@ -126,6 +126,16 @@ struct ThreadCache
         list.count.store(count, std::memory_order_relaxed);
         return count > list.limit;
     }
+    // Puts the chain of `count` blocks from `first` to `last` (linked like
+    // the list) in front of the list, which takes it whatever its limit.
+    void PushChain(u32 index, void* first, void* last, u32 count)
+    {
+        List& list = lists[index];
+        *static_cast<void**>(last) = list.head;
+        list.head = first;
+        list.count.store(list.count.load(std::memory_order_relaxed) + count,
+                         std::memory_order_relaxed);
+    }
     u32 Count(u32 index) const { return lists[index].count.load(std::memory_order_relaxed); }
     void Clear()
     {

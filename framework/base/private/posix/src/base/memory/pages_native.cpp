@@ -91,5 +91,32 @@ void ReleasePages(void* start, std::size_t bytes)
     munmap(start, bytes);
 }
 
+bool CanMovePages()
+{
+#if defined(MREMAP_FIXED)
+    return true;
+#else
+    return false;
+#endif
+}
+
+bool MovePages(void* from, std::size_t bytes, void* to)
+{
+#if defined(MREMAP_FIXED)
+    // The kernel moves the page table entries; the target's pages there go.
+    if (mremap(from, bytes, bytes, MREMAP_MAYMOVE | MREMAP_FIXED, to) == MAP_FAILED)
+        return false;
+#if defined(__SANITIZE_ADDRESS__)
+    __lsan_unregister_root_region(from, bytes);
+#endif
+    return true;
+#else
+    (void)from;
+    (void)bytes;
+    (void)to;
+    return false;
+#endif
+}
+
 } // namespace native
 } // namespace qel

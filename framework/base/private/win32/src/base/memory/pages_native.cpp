@@ -28,5 +28,16 @@ void ReleasePages(void* start, std::size_t)
     VirtualFree(start, 0, MEM_RELEASE);
 }
 
+// Committed memory cannot be moved to another address without a copy.
+bool CanMovePages()
+{
+    return false;
+}
+
+bool MovePages(void*, std::size_t, void*)
+{
+    return false;
+}
+
 } // namespace native
 } // namespace qel
