@@ -33,7 +33,7 @@ private:
     struct Sink : qel::Provider
     {
         Sink() { m_Open = true; }
-        void Request(qel::u32, unsigned char*& block, unsigned char*& current,
+        void Request(qel::u64, unsigned char*& block, unsigned char*& current,
                      unsigned char*& end) override
         {
             block = current = buffer;

@@ -518,7 +518,7 @@ private:
     struct Sink : Provider
     {
         Sink() { m_Open = true; }
-        void Request(u32, unsigned char*& block, unsigned char*& current,
+        void Request(u64, unsigned char*& block, unsigned char*& current,
                      unsigned char*& end) override
         {
             block = current = buffer;
