@@ -1,11 +1,13 @@
 #include "base/memory/report/dumpreader.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 namespace qel
 {
@@ -18,18 +20,6 @@ namespace
 const u64 kPage = 4096;
 // The largest blocks between two markers kept for the report's list.
 const std::size_t kLargestLeaks = 100;
-
-bool Starts(const char* line, const char* prefix)
-{
-    return std::strncmp(line, prefix, std::strlen(prefix)) == 0;
-}
-
-// The hexadecimal address right after `prefix`, which the line starts with.
-bool AddressAfter(const char* line, const char* prefix, u64& address)
-{
-    return Starts(line, prefix) &&
-           std::sscanf(line + std::strlen(prefix), "0x%" SCNx64, &address) == 1;
-}
 
 // Up to `count` decimal numbers from `text`, blanks between them; returns
 // how many were read.
@@ -47,6 +37,34 @@ int Numbers(const char* text, u64* numbers, int count)
         text = end;
     }
     return read;
+}
+
+// "0x" and hexadecimal digits.
+bool Hexadecimal(const char* text, u64& value)
+{
+    if (text[0] != '0' || text[1] != 'x' || !std::isxdigit(static_cast<unsigned char>(text[2])))
+        return false;
+    value = std::strtoull(text + 2, nullptr, 16);
+    return true;
+}
+
+// A listed block: "0x<address>\t<size>".
+bool Block(const char* line, u64& address, u64& size)
+{
+    const char* tab = std::strchr(line, '\t');
+    return tab != nullptr && Hexadecimal(line, address) && Numbers(tab + 1, &size, 1) == 1;
+}
+
+bool Starts(const char* line, const char* prefix)
+{
+    return std::strncmp(line, prefix, std::strlen(prefix)) == 0;
+}
+
+// The hexadecimal address right after `prefix`, which the line starts with.
+bool AddressAfter(const char* line, const char* prefix, u64& address)
+{
+    return Starts(line, prefix) &&
+           std::sscanf(line + std::strlen(prefix), "0x%" SCNx64, &address) == 1;
 }
 
 // The first field of a row, blanks trimmed, and where the rest begins.
@@ -167,7 +185,8 @@ bool DumpReader::OpenListing(u32 index)
 void DumpReader::Line(const char* line)
 {
     ++m_Model.lines;
-    if (*line == '\0' || Heading(line))
+    // Rows of blocks and stretches, most of the text, are no headings.
+    if (*line == '\0' || (*line != '0' && *line != '[' && Heading(line)))
         return;
     if (m_Section == Section::None)
         ++m_Unknown;
@@ -361,7 +380,7 @@ void DumpReader::Row(const char* line)
         }
         break;
     case Section::PoolBlocks:
-        if (std::sscanf(line, "0x%" SCNx64 "\t%" SCNu64, &n[0], &n[1]) == 2)
+        if (Block(line, n[0], n[1]))
             AddBlock(n[1], n[0], n[1]);
         else if (Starts(line, "Number of allocations: "))
         {
@@ -377,7 +396,7 @@ void DumpReader::Row(const char* line)
             a->pages += n[1];
             UsePages(n[0], n[0] + n[1] * kPage, false);
         }
-        else if (std::sscanf(line, "0x%" SCNx64 "\t%" SCNu64, &n[0], &n[1]) == 2)
+        else if (Block(line, n[0], n[1]))
             AddBlock(n[1], n[0] - 16, n[1] + 16); // behind its 16-byte header
         break;
     case Section::PageUsage:
@@ -504,25 +523,38 @@ void DumpReader::TrackedRow(const char* line)
         cursor = tab ? tab + 1 : cursor + std::strlen(cursor);
     }
     u64 address = 0, n[2] = {}, lineNumber = 0;
-    if (std::sscanf(fields[0], "0x%" SCNx64, &address) != 1 || Numbers(fields[1], n, 2) != 2 ||
+    if (!Hexadecimal(fields[0], address) || Numbers(fields[1], n, 2) != 2 ||
         Numbers(fields[5], &lineNumber, 1) != 1)
         return;
-    const String tag(fields[3], fields[4] - 1), file(fields[4], fields[5] - 1);
-    String key = tag;
-    key += '\t';
-    key += file;
-    key += '\t';
-    key.append(fields[5]);
+    const std::string_view tag(fields[3], fields[4] - 1 - fields[3]),
+        file(fields[4], fields[5] - 1 - fields[4]);
+    const u64 key =
+        (std::hash<std::string_view>()(tag) * 31 + std::hash<std::string_view>()(file)) *
+            0x9E3779B97F4A7C15ull +
+        lineNumber;
     Vector<Site>& sites = m_Full ? m_Model.sites : m_Model.leakSites;
-    auto found = m_SiteIndex.emplace(key, u32(sites.size()));
-    if (found.second)
+    auto same = [&](const Site& site)
     {
-        sites.emplace_back();
-        sites.back().tag = tag;
-        sites.back().file = file;
-        sites.back().line = lineNumber;
+        return site.line == lineNumber &&
+               std::string_view(site.tag.data(), site.tag.size()) == tag &&
+               std::string_view(site.file.data(), site.file.size()) == file;
+    };
+    u32 index = 0;
+    auto found = m_SiteIndex.find(key);
+    if (found != m_SiteIndex.end() && same(sites[found->second]))
+        index = found->second;
+    else
+    {
+        index = u32(std::find_if(sites.begin(), sites.end(), same) - sites.begin());
+        if (index == sites.size())
+        {
+            sites.emplace_back();
+            sites.back().tag.assign(tag.data(), tag.size());
+            sites.back().file.assign(file.data(), file.size());
+            sites.back().line = lineNumber;
+        }
+        m_SiteIndex.emplace(key, index);
     }
-    const u32 index = found.first->second;
     sites[index].blocks += 1;
     sites[index].bytes += n[0];
     if (m_Full)

@@ -9,7 +9,6 @@
 #include "base/memory/report/reportmodel.h"
 
 #include <cstddef>
-#include <string_view>
 
 namespace qel
 {
@@ -69,15 +68,10 @@ private:
     u32 m_Titled = ~0u;  // the allocator the last title named
     bool m_PendingPageUsage = false;
     u64 m_PendingRequests = 0, m_PendingPages = 0;
-    struct TextHash
-    {
-        std::size_t operator()(const String& text) const
-        {
-            return std::hash<std::string_view>()(std::string_view(text.data(), text.size()));
-        }
-    };
-    std::unordered_map<String, u32, TextHash, std::equal_to<String>,
-                       NativeStl<std::pair<const String, u32>>>
+    // Sites by a hash of their tag, file and line; a collision falls back
+    // to a search.
+    std::unordered_map<u64, u32, std::hash<u64>, std::equal_to<u64>,
+                       NativeStl<std::pair<const u64, u32>>>
         m_SiteIndex;
     u64 m_Unknown = 0;
 };

@@ -215,14 +215,22 @@ void WritePageMap(Html& html, const Model& model)
                 kWidth, height, kWidth, height);
     Paths paths(u32(model.allocators.size()) + 1);
     Vector<Cell> cells(kRegionPages);
+    // Pages by owner (one more for an owner not dumped), and free ones.
+    Vector<u64> owned(model.allocators.size() + 1);
+    u64 free = 0;
     std::size_t next = 0;
     for (u32 i = 0; i < regions.size(); ++i)
     {
-        if (i >= drawn)
-            break;
         while (next < listed.size() && (listed[next] >> 22) < regions[i])
             ++next;
         FillRegion(model, regions[i], listed, next, cells.data());
+        for (const Cell& cell : cells)
+        {
+            free += cell.state == Free;
+            owned[cell.owner] += cell.state == Used;
+        }
+        if (i >= drawn)
+            continue;
         const u32 top = i * kRegionHeight + 2;
         html.Format("<text x=\"0\" y=\"%u\">0x%08" PRIX64 "</text>"
                     "<rect x=\"%u\" y=\"%u\" width=\"%u\" height=\"%u\" fill=\"#fafafa\" "
@@ -246,15 +254,28 @@ void WritePageMap(Html& html, const Model& model)
         html.Format("<p>%u more regions are not drawn.</p>\n", unsigned(regions.size() - drawn));
     html.Raw("</div><div class=\"numbers\">\n");
 
-    // The legend, then the page manager's counters and its metapages.
-    html.Raw("<ul class=\"legend\"><li><i style=\"background:#bdbdbd\"></i>committed, free</li>");
-    for (u32 i = 0; i < model.allocators.size(); ++i)
+    // The legend with each colour's pages, then the page manager's counters
+    // and its metapages.
+    html.Format("<table id=\"page-owners\"><caption>Pages on the map</caption>\n"
+                "<tr><td><i style=\"background:#bdbdbd\"></i>committed, free</td><td>%" PRIu64
+                "</td></tr>\n",
+                free);
+    for (u32 i = 0; i <= model.allocators.size(); ++i)
     {
-        html.Format("<li><i style=\"background:%s\"></i>", AllocatorColour(i));
+        if (i == model.allocators.size())
+        {
+            if (owned[i] != 0)
+                html.Format("<tr><td><i style=\"background:#555555\"></i>an owner not "
+                            "dumped</td><td>%" PRIu64 "</td></tr>\n",
+                            owned[i]);
+            break;
+        }
+        html.Format("<tr id=\"pages-0x%08" PRIX64 "\"><td><i style=\"background:%s\"></i>",
+                    model.allocators[i].address, AllocatorColour(i));
         html.Text(AllocatorLabel(model, i));
-        html.Raw("</li>");
+        html.Format("</td><td>%" PRIu64 "</td></tr>\n", owned[i]);
     }
-    html.Raw("</ul>\n");
+    html.Raw("</table>\n");
     if (model.hasPageManager)
     {
         const u64* c = model.pageManager;

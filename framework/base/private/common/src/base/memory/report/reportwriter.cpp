@@ -434,7 +434,7 @@ void WriteReport(const Model& model, OutputStream& out, const char* title)
              "th,td{padding:2px 8px;border-bottom:1px solid #eee;text-align:right}"
              "th:first-child,td:first-child{text-align:left}th{background:#f4f4f4}\n"
              "i{display:inline-block;width:11px;height:11px;margin-right:6px;"
-             "vertical-align:-1px}.legend{list-style:none;padding:0;columns:2}\n"
+             "vertical-align:-1px}\n"
              ".cards{display:flex;flex-wrap:wrap;gap:12px;margin:12px 0}.cards div{background:"
              "#f4f6f9;border-radius:6px;padding:8px 14px}.cards b{display:block;font-size:20px}\n"
              "</style></head>\n<body>\n<h1>Memory report</h1>\n<p class=\"lead\">");
