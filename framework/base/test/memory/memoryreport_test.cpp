@@ -247,8 +247,8 @@ TEST(MemoryReport, EveryCounterAndEveryLiveBlockOfAScriptedWorkloadIsShownOnce)
     unsigned long long metapagePages = 0, metapageUsed = 0;
     for (const Cells& metapage : Table(html, "metapages"))
     {
-        metapagePages += std::stoull(metapage.at(3));
-        metapageUsed += std::stoull(metapage.at(4));
+        metapagePages += std::stoull(metapage.at(2));
+        metapageUsed += std::stoull(metapage.at(3));
     }
     EXPECT_EQ(metapagePages, s.currentSystemPages);
     EXPECT_EQ(metapageUsed, s.currentUsedPages);

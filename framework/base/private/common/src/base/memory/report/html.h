@@ -43,8 +43,11 @@ private:
 
 // The colour of allocator `index` on the page map, its legend and charts.
 const char* AllocatorColour(u32 index);
-// "Small: pool allocator", "packed allocator "BigAlloc"", ...
-String AllocatorLabel(const Model& model, u32 index);
+// "Small: pool allocator", "packed allocator "BigAlloc"", ...; with
+// `address`, its address and the tracker it is under follow.
+String AllocatorLabel(const Model& model, u32 index, bool address);
+// The colour, the label and below it the address, for a table's cell.
+void WriteAllocatorName(Html& html, const Model& model, u32 index);
 
 // The sections of the page (pagemap.cpp, reportwriter.cpp).
 void WritePageMap(Html& html, const Model& model);

@@ -158,8 +158,8 @@ void WritePath(Html& html, const String& path, const char* colour, const char* o
 void WriteMetapageTable(Html& html, const Model& model)
 {
     html.Raw("<table id=\"metapages\"><caption>Metapages</caption>\n<tr><th>Age</th><th>Start</th>"
-             "<th>End</th><th>Pages</th><th>Used</th><th>Free</th><th>Free runs</th>"
-             "<th>Largest free run</th></tr>\n");
+             "<th>Pages</th><th>Used</th><th>Free</th><th>Free runs</th><th>Largest</th>"
+             "</tr>\n");
     for (const Metapage& m : model.metapages)
     {
         u64 runs = 0, largest = 0;
@@ -172,10 +172,9 @@ void WriteMetapageTable(Html& html, const Model& model)
         if (m.hasFreeRuns)
             runs = m.freeRuns;
         html.Format("<tr id=\"metapage-%" PRIu64 "\"><td>%" PRIu64 "</td><td>0x%08" PRIX64
-                    "</td><td>0x%08" PRIX64 "</td><td>%" PRIu64 "</td><td>%" PRIu64
-                    "</td><td>%" PRIu64 "</td><td>%" PRIu64 "</td><td>",
-                    m.age, m.age, m.start, m.end, m.pages, m.usedPages, m.pages - m.usedPages,
-                    runs);
+                    "</td><td>%" PRIu64 "</td><td>%" PRIu64 "</td><td>%" PRIu64 "</td><td>%" PRIu64
+                    "</td><td>",
+                    m.age, m.age, m.start, m.pages, m.usedPages, m.pages - m.usedPages, runs);
         if (m.stretches.empty())
             html.Raw("?");
         else
@@ -243,7 +242,8 @@ void WritePageMap(Html& html, const Model& model)
     for (u32 owner = 0; owner <= model.allocators.size(); ++owner)
     {
         const bool known = owner < model.allocators.size();
-        const String name = known ? AllocatorLabel(model, owner) : String("an owner not dumped");
+        const String name =
+            known ? AllocatorLabel(model, owner, true) : String("an owner not dumped");
         const char* colour = known ? AllocatorColour(owner) : "#555555";
         WritePath(html, paths.Pale(owner), colour, "0.3", name);
         for (u32 level = 1; level <= 4; ++level)
@@ -270,9 +270,8 @@ void WritePageMap(Html& html, const Model& model)
                             owned[i]);
             break;
         }
-        html.Format("<tr id=\"pages-0x%08" PRIX64 "\"><td><i style=\"background:%s\"></i>",
-                    model.allocators[i].address, AllocatorColour(i));
-        html.Text(AllocatorLabel(model, i));
+        html.Format("<tr id=\"pages-0x%08" PRIX64 "\"><td>", model.allocators[i].address);
+        WriteAllocatorName(html, model, i);
         html.Format("</td><td>%" PRIu64 "</td></tr>\n", owned[i]);
     }
     html.Raw("</table>\n");

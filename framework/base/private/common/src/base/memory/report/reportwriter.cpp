@@ -81,7 +81,7 @@ const char* AllocatorColour(u32 index)
     return kPalette[index % (sizeof kPalette / sizeof kPalette[0])];
 }
 
-String AllocatorLabel(const Model& model, u32 index)
+String AllocatorLabel(const Model& model, u32 index, bool address)
 {
     const AllocatorInfo& a = model.allocators[index];
     static const char* const kKinds[] = {"allocator", "pool allocator", "packed allocator",
@@ -90,6 +90,8 @@ String AllocatorLabel(const Model& model, u32 index)
     label += kKinds[int(a.kind)];
     if (!a.name.empty() && a.kind == Kind::Packed)
         label += " \"" + a.name + "\"";
+    if (!address)
+        return label;
     char text[64];
     std::snprintf(text, sizeof text, " 0x%08" PRIX64, a.address);
     label += text;
@@ -101,6 +103,16 @@ String AllocatorLabel(const Model& model, u32 index)
             label += text;
         }
     return label;
+}
+
+void WriteAllocatorName(Html& html, const Model& model, u32 index)
+{
+    html.Format("<i style=\"background:%s\"></i>", AllocatorColour(index));
+    html.Text(AllocatorLabel(model, index, false));
+    const String full = AllocatorLabel(model, index, true);
+    html.Raw("<br><small>");
+    html.Text(full.c_str() + AllocatorLabel(model, index, false).size() + 1);
+    html.Raw("</small>");
 }
 
 namespace
@@ -141,7 +153,7 @@ void WriteBars(Html& html, const Model& model)
         const char* colour = AllocatorColour(i);
         auto scaled = [&](u64 bytes) { return u32(double(bytes) / double(largest) * width + 0.5); };
         html.Format("<text x=\"0\" y=\"%u\">", y + 11);
-        html.Text(AllocatorLabel(model, i));
+        html.Text(AllocatorLabel(model, i, false));
         html.Raw("</text>\n");
         const u64 pages = PageBytes(a);
         const u64 used =
@@ -172,9 +184,8 @@ void WriteTable(Html& html, const Model& model)
     for (u32 i = 0; i < model.allocators.size(); ++i)
     {
         const AllocatorInfo& a = model.allocators[i];
-        html.Format("<tr id=\"allocator-0x%08" PRIX64 "\"><td><i style=\"background:%s\"></i>",
-                    a.address, AllocatorColour(i));
-        html.Text(AllocatorLabel(model, i));
+        html.Format("<tr id=\"allocator-0x%08" PRIX64 "\"><td>", a.address);
+        WriteAllocatorName(html, model, i);
         html.Raw("</td>");
         const bool c = a.hasCounters, page = a.kind == Kind::Page && a.hasPageUsage;
         const u64* n = a.counters;
@@ -223,7 +234,7 @@ void WriteHistogram(Html& html, const Model& model, u32 index)
         return;
     const u32 bins = last - first + 1, barWidth = std::max<u32>(24, 300 / bins), height = 90;
     html.Raw("<div class=\"pair histogram\"><div class=\"picture\"><h4>");
-    html.Text(AllocatorLabel(model, index));
+    WriteAllocatorName(html, model, index);
     html.Format("</h4><svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%u\" height=\"%u\" "
                 "font-size=\"10\">",
                 bins * barWidth + 10, height + 16);
@@ -434,7 +445,7 @@ void WriteReport(const Model& model, OutputStream& out, const char* title)
              "th,td{padding:2px 8px;border-bottom:1px solid #eee;text-align:right}"
              "th:first-child,td:first-child{text-align:left}th{background:#f4f4f4}\n"
              "i{display:inline-block;width:11px;height:11px;margin-right:6px;"
-             "vertical-align:-1px}\n"
+             "vertical-align:-1px}small{color:#777}\n"
              ".cards{display:flex;flex-wrap:wrap;gap:12px;margin:12px 0}.cards div{background:"
              "#f4f6f9;border-radius:6px;padding:8px 14px}.cards b{display:block;font-size:20px}\n"
              "</style></head>\n<body>\n<h1>Memory report</h1>\n<p class=\"lead\">");
