@@ -19,12 +19,13 @@ namespace
 {
 
 const u64 kPage = 4096;
-const u32 kRegionPages = 1024, kColumns = 128, kRows = kRegionPages / kColumns;
-const u32 kPitchX = 5, kPitchY = 7, kCellX = 4, kCellY = 6;
-const u32 kLabel = 132, kRegionHeight = kRows * kPitchY + 10;
-const u32 kWidth = kLabel + kColumns * kPitchX;
+// SVG coordinates are plain unsigned: "%u" formats them on every host.
+const unsigned kRegionPages = 1024, kColumns = 128, kRows = kRegionPages / kColumns;
+const unsigned kPitchX = 5, kPitchY = 7, kCellX = 4, kCellY = 6;
+const unsigned kLabel = 132, kRegionHeight = kRows * kPitchY + 10;
+const unsigned kWidth = kLabel + kColumns * kPitchX;
 // Regions past this many are counted, not drawn: the page stays small.
-const u32 kMostRegions = 512;
+const unsigned kMostRegions = 512;
 
 enum : unsigned char
 {
@@ -51,7 +52,7 @@ struct Paths
     Vector<String> data;
 };
 
-void AddRect(String& path, u32 x, u32 y, u32 width, u32 height)
+void AddRect(String& path, unsigned x, unsigned y, unsigned width, unsigned height)
 {
     char text[64];
     std::snprintf(text, sizeof text, "M%u %uh%uv%uh-%uz", x, y, width, height, width);
@@ -207,8 +208,8 @@ void WritePageMap(Html& html, const Model& model)
              "and free, coloured ones belong to the allocator of that colour, the solid part "
              "as high as the share of the page live blocks fill. Blank cells are not "
              "committed.</p>\n<div class=\"pair\"><div class=\"picture\">\n");
-    const u32 drawn = u32(std::min<std::size_t>(regions.size(), kMostRegions));
-    const u32 height = std::max<u32>(drawn * kRegionHeight, 20);
+    const unsigned drawn = unsigned(std::min<std::size_t>(regions.size(), kMostRegions));
+    const unsigned height = std::max(drawn * kRegionHeight, 20u);
     html.Format("<svg id=\"page-map-svg\" xmlns=\"http://www.w3.org/2000/svg\" width=\"%u\" "
                 "height=\"%u\" viewBox=\"0 0 %u %u\" font-size=\"11\">\n",
                 kWidth, height, kWidth, height);
@@ -230,7 +231,7 @@ void WritePageMap(Html& html, const Model& model)
         }
         if (i >= drawn)
             continue;
-        const u32 top = i * kRegionHeight + 2;
+        const unsigned top = unsigned(i) * kRegionHeight + 2;
         html.Format("<text x=\"0\" y=\"%u\">0x%08" PRIX64 "</text>"
                     "<rect x=\"%u\" y=\"%u\" width=\"%u\" height=\"%u\" fill=\"#fafafa\" "
                     "stroke=\"#e4e4e4\"/>\n",

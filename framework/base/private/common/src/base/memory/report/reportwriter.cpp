@@ -142,16 +142,17 @@ void WriteBars(Html& html, const Model& model)
     for (const AllocatorInfo& a : model.allocators)
         largest = std::max({largest, PageBytes(a), a.hasCounters ? a.counters[CurrentUsed] : 0,
                             a.hasCounters ? a.counters[CurrentRequested] : 0});
-    const u32 rowHeight = 40, width = 440;
+    const unsigned rowHeight = 40, width = 440;
     html.Format("<svg id=\"allocator-bars\" xmlns=\"http://www.w3.org/2000/svg\" width=\"%u\" "
                 "height=\"%u\" font-size=\"11\">\n",
-                width + 80, u32(model.allocators.size()) * rowHeight + 4);
+                width + 80, unsigned(model.allocators.size()) * rowHeight + 4);
     for (u32 i = 0; i < model.allocators.size(); ++i)
     {
         const AllocatorInfo& a = model.allocators[i];
-        const u32 y = i * rowHeight;
+        const unsigned y = unsigned(i) * rowHeight;
         const char* colour = AllocatorColour(i);
-        auto scaled = [&](u64 bytes) { return u32(double(bytes) / double(largest) * width + 0.5); };
+        auto scaled = [&](u64 bytes)
+        { return unsigned(double(bytes) / double(largest) * width + 0.5); };
         html.Format("<text x=\"0\" y=\"%u\">", y + 11);
         html.Text(AllocatorLabel(model, i, false));
         html.Raw("</text>\n");
@@ -232,7 +233,8 @@ void WriteHistogram(Html& html, const Model& model, u32 index)
         }
     if (first == HistogramBins)
         return;
-    const u32 bins = last - first + 1, barWidth = std::max<u32>(24, 300 / bins), height = 90;
+    const unsigned bins = unsigned(last - first + 1), barWidth = std::max(24u, 300 / bins),
+                   height = 90;
     html.Raw("<div class=\"pair histogram\"><div class=\"picture\"><h4>");
     WriteAllocatorName(html, model, index);
     html.Format("</h4><svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%u\" height=\"%u\" "
@@ -241,8 +243,8 @@ void WriteHistogram(Html& html, const Model& model, u32 index)
     char label[16];
     for (u32 b = first; b <= last; ++b)
     {
-        const u32 bar = u32(double(a.histogramCount[b]) / double(most) * height + 0.5);
-        const u32 x = (b - first) * barWidth;
+        const unsigned bar = unsigned(double(a.histogramCount[b]) / double(most) * height + 0.5);
+        const unsigned x = unsigned(b - first) * barWidth;
         BinLabel(label, sizeof label, b);
         html.Format("<rect x=\"%u\" y=\"%u\" width=\"%u\" height=\"%u\" fill=\"%s\"><title>up to "
                     "%s bytes: %" PRIu64 " blocks</title></rect><text x=\"%u\" y=\"%u\">%s</text>",
@@ -320,10 +322,11 @@ void WriteGroups(Html& html, const Vector<Group>& groups, const char* id, const 
                 heading, unsigned(drawn * 22 + 4));
     for (std::size_t i = 0; i < drawn; ++i)
     {
-        const u32 y = u32(i * 22), bar = u32(double(groups[i].bytes) / double(most) * 300 + 0.5);
+        const unsigned y = unsigned(i * 22),
+                       bar = unsigned(double(groups[i].bytes) / double(most) * 300 + 0.5);
         html.Format("<rect x=\"0\" y=\"%u\" width=\"%u\" height=\"16\" fill=\"%s\"/>"
                     "<text x=\"%u\" y=\"%u\">",
-                    y + 2, std::max<u32>(bar, 1), colour, std::max<u32>(bar, 1) + 6, y + 14);
+                    y + 2, std::max(bar, 1u), colour, std::max(bar, 1u) + 6, y + 14);
         html.Text(groups[i].key);
         html.Raw(" (");
         html.Bytes(groups[i].bytes);
