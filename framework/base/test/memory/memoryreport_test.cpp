@@ -9,9 +9,11 @@
 #include <qel/provider.h>
 #include <qel/trackingallocator.h>
 
+#include <atomic>
 #include <chrono>
 #include <map>
 #include <memory>
+#include <thread>
 
 namespace
 {
@@ -345,6 +347,64 @@ TEST(MemoryReport, AHundredThousandLiveBlocksMakeAPageOfAFewMegabytes)
     EXPECT_EQ(row[11], "100000");
     for (void* p : blocks)
         tracker->Free(p);
+}
+
+TEST(MemoryReportStress, TheLiveReportIsWholeWhileOtherThreadsAllocate)
+{
+    // Threads churn a tracker, the general allocator and tagged blocks; the
+    // reports written meanwhile must be whole pages naming the tracker.
+    std::unique_ptr<Allocator> tracker(Mem::CreateTrackingAllocator());
+    auto size = [](std::mt19937& random) { return 1 + random() % 5000; };
+    std::atomic<int> running{3};
+    std::thread churns[] = {
+        std::thread(
+            [&]
+            {
+                qeltest::ChurnWithContentChecks(*tracker, 2, 3000, size);
+                --running;
+            }),
+        std::thread(
+            [&]
+            {
+                qeltest::ChurnWithContentChecks(*Mem::GetGeneralAlloc(), 2, 3000, size);
+                --running;
+            }),
+        std::thread(
+            [&]
+            {
+                const char* tags[] = {"Mesh", "Sound", "Script"};
+                std::vector<void*> kept;
+                for (unsigned i = 0; i < 3000; ++i)
+                {
+                    kept.push_back(
+                        tracker->MallocDebug(16 + i % 700, tags[i % 3], "churn.cpp", i % 9));
+                    if (i % 2)
+                    {
+                        tracker->Free(kept[i / 2]);
+                        kept[i / 2] = nullptr;
+                    }
+                }
+                for (void* p : kept)
+                    tracker->Free(p);
+                --running;
+            }),
+    };
+    int reports = 0;
+    do
+    {
+        const std::string html = LiveReport();
+        ASSERT_GE(html.size(), 8u);
+        EXPECT_EQ(html.compare(html.size() - 8, 8, "</html>\n"), 0);
+        EXPECT_EQ(Row(html, "allocator-table", "allocator-" + Hex(tracker.get())).size(), 14u);
+        ++reports;
+    } while (running != 0);
+    for (std::thread& churn : churns)
+        churn.join();
+    std::printf("%d reports written while the threads ran\n", reports);
+
+    const std::string html = LiveReport();
+    EXPECT_EQ(Row(html, "allocator-table", "allocator-" + Hex(tracker.get())).at(11), "0");
+    EXPECT_TRUE(Table(html, "by-tag").empty());
 }
 
 } // namespace
