@@ -199,6 +199,12 @@ int MemoryReport(int count, char** dumps, const char* output, bool demo)
         }
         title += std::string(" ") + dumps[i];
     }
+    if (!report.HasStatistics())
+    {
+        std::fprintf(stderr, "qeltool memory: no statistics dump in %s\n",
+                     count == 1 ? dumps[0] : "the files given");
+        return ExitFailed;
+    }
     struct Context
     {
         qel::MemoryReport* report;

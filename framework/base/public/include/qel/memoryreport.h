@@ -38,6 +38,9 @@ public:
     // Reads dump text; a call goes on where the last one stopped, so the
     // text may be cut anywhere. False once memory has run out.
     bool Read(const void* text, u32 size);
+    // True once a page manager's or an allocator's dump has been read: text
+    // that holds none would give an empty page.
+    bool HasStatistics() const;
     // Writes the page, headed by `title`; false when memory ran out (the
     // page is then cut short).
     bool Write(OutputStream& out, const char* title);

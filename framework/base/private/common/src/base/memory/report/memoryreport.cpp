@@ -51,6 +51,12 @@ bool MemoryReport::Read(const void* text, u32 size)
     return !m_State->failed;
 }
 
+bool MemoryReport::HasStatistics() const
+{
+    return m_State != nullptr &&
+           (m_State->model.hasPageManager || !m_State->model.allocators.empty());
+}
+
 bool MemoryReport::Write(OutputStream& out, const char* title)
 {
     if (m_State == nullptr)
