@@ -94,7 +94,8 @@ public:
     // from DumpAllStatistics as it is written. Other threads may allocate
     // meanwhile: each dump is taken under its own allocator's lock, so the
     // sections may differ by what happened in between; allocators must not
-    // be destroyed meanwhile. What the report reads and keeps lives on the
+    // be created or destroyed meanwhile (the dump walks the page manager's
+    // owners). What the report reads and keeps lives on the
     // Native allocator, so it changes nothing it describes. False when
     // memory ran out (the page is then cut short).
     static bool WriteMemoryReport(OutputStream& out, AllocatorStatMarker* from = nullptr,
