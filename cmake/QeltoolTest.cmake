@@ -67,11 +67,24 @@ expect(1 err check -- --help)
 # Checks that commands make on their own operands.
 expect(2 err find no-caret)
 expect(2 err stream missing.bin 0)
+expect(2 err memory --demo missing.txt)
+expect(2 err memory -o) # an option without its value
+# The demo's page has its page map and allocator table; a file that holds no
+# dump is refused.
+expect(0 out memory --demo)
+if(NOT out MATCHES "<svg id=\"page-map-svg\"" OR NOT out MATCHES "<table id=\"allocator-table\""
+   OR NOT out MATCHES "</html>")
+    message(SEND_ERROR "qeltool memory --demo: no page map or allocator table")
+endif()
+file(WRITE ${QEL_WORK_DIR}/notes.txt "no dump here\n")
+expect(1 err memory notes.txt)
+file(REMOVE ${QEL_WORK_DIR}/notes.txt)
 
 # How each command runs without operands when it needs none (in an empty
 # folder), and a command line on which it fails ("" when it cannot fail).
 set(bare_tour 1 err) # ./samples is not there
 set(bare_mounts 0 out)
+set(bare_memory 2 err) # neither dumps nor --demo
 set(fails_tour missing)
 set(fails_mounts "")
 set(fails_resolve /missing/x)
@@ -81,6 +94,7 @@ set(fails_find missing.txt^Scene)
 set(fails_stream missing.bin 16M)
 set(fails_describe missing.bin)
 set(fails_xml missing.xml)
+set(fails_memory missing.txt)
 
 # Every command that `qeltool --help` lists.
 string(REGEX MATCHALL "\n  [a-z]+[^\n]*" lines "${usage}")

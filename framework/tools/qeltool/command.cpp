@@ -23,7 +23,11 @@ void PrintHelp(const Command& command)
         std::printf("%s\n", command.details);
     std::printf("\noptions:\n  -h, --help  print this text\n");
     for (const Option& option : command.options)
-        std::printf("  %-10s  %s\n", option.name, option.help);
+    {
+        const std::string name =
+            option.value ? std::string(option.name) + " " + option.value : option.name;
+        std::printf("  %-10s  %s\n", name.c_str(), option.help);
+    }
 }
 
 } // namespace
@@ -61,13 +65,21 @@ int RunCommand(const Command& command, int count, char** args)
             PrintHelp(command);
             return ExitDone;
         }
-        bool known = false;
+        const Option* known = nullptr;
         for (const Option& option : command.options)
-            known = known || std::strcmp(arg, option.name) == 0;
-        if (known)
+            if (std::strcmp(arg, option.name) == 0)
+                known = &option;
+        if (known == nullptr)
+        {
+            if (error.empty())
+                error = std::string("unknown option '") + arg + "'";
+        }
+        else if (known->value == nullptr)
             arguments.flags.push_back(arg);
+        else if (i + 1 < count)
+            arguments.values.emplace_back(arg, args[++i]);
         else if (error.empty())
-            error = std::string("unknown option '") + arg + "'";
+            error = std::string("option '") + arg + "' needs " + known->value;
     }
     if (error.empty() && arguments.Count() < command.least)
         error = "missing arguments";

@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace qeltool
@@ -29,18 +30,31 @@ enum ExitCode
 };
 
 // A flag a command takes, such as "--strict": listed in its Command's
-// options, asked for with Arguments::Has.
+// options, asked for with Arguments::Has. An option with a value ("-o
+// FILE") takes the argument after it, asked for with Arguments::Value.
 struct Option
 {
     const char* name;
-    const char* help; // one line for the usage text
+    const char* help;            // one line for the usage text
+    const char* value = nullptr; // the value's name in the usage text
 };
 
 // A command's arguments once its options are taken out.
 struct Arguments
 {
     std::vector<char*> operands;
-    std::vector<std::string> flags; // the flags given, by name
+    std::vector<std::string> flags;                          // the flags given, by name
+    std::vector<std::pair<std::string, std::string>> values; // options with values
+
+    // The value of the option `name`, the last one given; null without.
+    const char* Value(const char* name) const
+    {
+        const char* value = nullptr;
+        for (const auto& option : values)
+            if (option.first == name)
+                value = option.second.c_str();
+        return value;
+    }
 
     int Count() const { return int(operands.size()); }
     char** Operands() { return operands.data(); }

@@ -89,6 +89,18 @@ const std::vector<Command>& Commands()
          {{"--strict", "also refuse what lenient readers accept: no root element, '--' in a\n"
                        "              comment, bytes that are not UTF-8, control characters,\n"
                        "              ']]>' in text, a late XML declaration, two DOCTYPEs"}}},
+        {"memory",
+         "[DUMP...]",
+         0,
+         -1,
+         [](Arguments& a)
+         { return MemoryReport(a.Count(), a.Operands(), a.Value("-o"), a.Has("--demo")); },
+         "draw the memory report, one HTML page, from dumps saved earlier",
+         "Save the dumps with Mem::DumpAllStatistics (or the page manager's and the\n"
+         "allocators' own dumps, in any order). --demo reports on a short built-in\n"
+         "workload instead: pools, the general allocator, a leak between two markers.",
+         {{"-o", "the page's file (standard output without)", "FILE"},
+          {"--demo", "report on the built-in workload"}}},
     };
     return kCommands;
 }

@@ -65,4 +65,9 @@ int DescribeFiles(int count, char** paths);
 // `strict` refuses what lenient readers accept.
 int XmlTree(int count, char** paths, bool strict);
 
+// qeltool memory: the memory report (HTML) read from `dumps`, or of a
+// built-in workload with `demo`, to `output` (standard output when null); 2
+// on bad arguments, 1 when a file cannot be read or written.
+int MemoryReport(int count, char** dumps, const char* output, bool demo);
+
 } // namespace qeltool

@@ -62,6 +62,7 @@
 #include <qel/matrix4.h>
 #include <qel/mem.h>
 #include <qel/memchunktree.h>
+#include <qel/memoryreport.h>
 #include <qel/mountpoint.h>
 #include <qel/mutex.h>
 #include <qel/mutexbase.h>
@@ -104,6 +105,7 @@
 #include <qel/textwriter.h>
 #include <qel/threadmanager.h>
 #include <qel/threadmutex.h>
+#include <qel/trackingallocator.h>
 #include <qel/triangle.h>
 #include <qel/types.h>
 #include <qel/vector2.h>

@@ -68,12 +68,38 @@ public:
     // A hybrid over a private pool allocator and a private packed allocator
     // "PackedAllocator-Hybrid", both owned by it.
     static Allocator* CreateHybridAllocator();
+    // A hybrid over a pool and a packed allocator of its own that records
+    // every live block, with the tag, file and line of debug allocations
+    // (<qel/trackingallocator.h>).
+    static Allocator* CreateTrackingAllocator();
 
     // The page manager's limits in bytes: the first metapage's size (0: no
     // special first metapage), the most taken from the system in total, and
     // the size of every further metapage.
     static void SetPageManagerLimits(u32 firstMetapageSize, u32 maximumSize, u32 metapageStep);
     static void DumpPageManagerStatistics(u32 flags, OutputStream* out);
+
+    // Every dump a memory report needs, one after another, each in its own
+    // format, to `out` (the default debugger stream when null): the page
+    // manager's usage table with its metapages' rows, stretches and free
+    // runs; then for every allocator of the page manager's owner list (a
+    // hybrid aside: its allocators are owners themselves) the title
+    // "Allocator 0x%08X\t<usage>" (Small, Big, Page or nothing), its usage
+    // table and its listing of live blocks; a tracking allocator adds its
+    // tags and, when markers are given, its live blocks between them. Save
+    // this to a file and `qeltool memory FILE` draws the report from it.
+    static void DumpAllStatistics(OutputStream* out, AllocatorStatMarker* from = nullptr,
+                                  AllocatorStatMarker* to = nullptr);
+    // The memory report of the running process (<qel/memoryreport.h>), read
+    // from DumpAllStatistics as it is written. Other threads may allocate
+    // meanwhile: each dump is taken under its own allocator's lock, so the
+    // sections may differ by what happened in between; allocators must not
+    // be created or destroyed meanwhile (the dump walks the page manager's
+    // owners). What the report reads and keeps lives on the
+    // Native allocator, so it changes nothing it describes. False when
+    // memory ran out (the page is then cut short).
+    static bool WriteMemoryReport(OutputStream& out, AllocatorStatMarker* from = nullptr,
+                                  AllocatorStatMarker* to = nullptr);
 
     // The "Memory" error category (all bits set before the first allocator
     // is built).

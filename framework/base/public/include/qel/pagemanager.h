@@ -153,6 +153,15 @@ public:
     void RemoveOwner(Allocator* owner);
     u32 GetOwnerIndex(const Allocator* owner) const;
     u32 GetNumberOfOwners() const { return m_NumberOfOwners.load(std::memory_order_acquire); }
+    // The owner of index `index`; null for a free slot and past the list.
+    // Lock-free.
+    Allocator* GetOwnerAt(u32 index) const
+    {
+        const std::atomic<Allocator*>* owners = m_Owners.load(std::memory_order_acquire);
+        return owners && index < (GetNumberOfOwners() & 0xFF)
+                   ? owners[index].load(std::memory_order_acquire)
+                   : nullptr;
+    }
 
     // The owner of the page holding `p`, null when there is none. Lock-free.
     Allocator* FindOwner(const void* p) const

@@ -130,8 +130,12 @@ PackedRun* PackedAllocator::LiveBlockRun(const void* p) const
 {
     PackedRun* run = static_cast<PackedRun*>(m_Pages->FindRunStart(p, m_OwnerIndex));
     const unsigned char* user = static_cast<const unsigned char*>(p);
-    if (run == nullptr || !run->GuardsHold() || user < run->Space() + BlockHeaderSize ||
-        user >= run->End() || PackedBlock::Of(p)->marker != BlockMarker)
+    if (run == nullptr || !run->GuardsHold() || user < run->Space() + BlockHeaderSize)
+        return nullptr;
+    // Without the lock: another block's reallocation may grow the run meanwhile.
+    const u32 pages = __atomic_load_n(&run->pages, __ATOMIC_RELAXED);
+    if (user >= run->Base() + std::uintptr_t(pages) * PageSize ||
+        PackedBlock::Of(p)->marker != BlockMarker)
         return nullptr;
     return run;
 }
@@ -471,7 +475,7 @@ bool PackedAllocator::GrowRun(PackedRun* run, unsigned char* end, u32 missing)
         return false;
     unsigned char* oldEnd = run->End();
     Unfile(run); // the set-aside page count follows the run's pages
-    run->pages += extra;
+    __atomic_store_n(&run->pages, run->pages + extra, __ATOMIC_RELAXED);
     ArenaOf(run).statistics.AddPages(extra);
     const bool inserted = run->tree.InsertChunkInTree(oldEnd, extra * PageSize, kTag);
     QEL_ASSERT(m_ErrorCategory, inserted);

@@ -39,9 +39,12 @@ bool ForEachBlock(PackedRun* run, Visit visit)
             while (ok && cursor < end)
             {
                 const PackedBlock* block = reinterpret_cast<const PackedBlock*>(cursor);
-                ok = std::uintptr_t(end - cursor) >= PackedAllocator::MinimumChunk &&
-                     (block->marker == PackedAllocator::BlockMarker ||
-                      block->marker == PackedAllocator::CachedMarker) &&
+                // Threads flip the markers of their cached blocks without the lock.
+                const bool room = std::uintptr_t(end - cursor) >= PackedAllocator::MinimumChunk;
+                const u32 marker = room ? __atomic_load_n(&block->marker, __ATOMIC_RELAXED) : 0;
+                ok = room &&
+                     (marker == PackedAllocator::BlockMarker ||
+                      marker == PackedAllocator::CachedMarker) &&
                      u64(block->capacity) + PackedAllocator::BlockHeaderSize <= u64(end - cursor);
                 if (ok)
                 {

@@ -58,7 +58,8 @@ inline void* PackedAllocator::MallocFast(unsigned int size)
             void* p = cache->Pop(index);
             if (p == nullptr)
                 return Refill(*cache, index);
-            PackedBlock::Of(p)->marker = BlockMarker;
+            // Atomic: a dump may read the marker meanwhile, under the lock.
+            __atomic_store_n(&PackedBlock::Of(p)->marker, BlockMarker, __ATOMIC_RELAXED);
             return p;
         }
     return MallocNoThrow(size);
@@ -70,7 +71,7 @@ inline void PackedAllocator::Sort(ThreadCache& cache, void* p)
     const u32 index = ClassBelow(block->capacity);
     if (block->marker == BlockMarker && index < CacheClasses)
     {
-        block->marker = CachedMarker;
+        __atomic_store_n(&block->marker, CachedMarker, __ATOMIC_RELAXED);
         if (cache.Push(index, p))
             m_Caches->Overflow(cache, index);
         return;
