@@ -5,6 +5,7 @@
 // pages, then a level loaded and unloaded between two markers, leaving a
 // few blocks behind.
 #include "command.h"
+#include "standardoutput.h"
 #include "tour.h"
 
 #include <qel/allocator.h>
@@ -13,7 +14,6 @@
 #include <qel/mem.h>
 #include <qel/memoryreport.h>
 #include <qel/outputfilestream.h>
-#include <qel/provider.h>
 
 #include <cstdio>
 #include <memory>
@@ -26,35 +26,6 @@ namespace qeltool
 
 namespace
 {
-
-// An output stream onto standard output.
-class StandardOutput : public qel::OutputStream
-{
-public:
-    StandardOutput() : OutputStream(&m_Provider) {}
-    ~StandardOutput() override { Finish(); }
-
-private:
-    class Sink : public qel::Provider
-    {
-    public:
-        Sink() { m_Open = true; }
-        void Request(qel::u64, unsigned char*& block, unsigned char*& current,
-                     unsigned char*& end) override
-        {
-            block = current = m_Buffer;
-            end = m_Buffer + sizeof m_Buffer;
-        }
-        void Return(void* block, void* end) override
-        {
-            std::fwrite(block, 1, static_cast<unsigned char*>(end) - m_Buffer, stdout);
-        }
-        void Return(void* block) override { std::fwrite(block, 1, sizeof m_Buffer, stdout); }
-
-    private:
-        unsigned char m_Buffer[4096];
-    } m_Provider;
-};
 
 // Blocks of one kind that the workload keeps, and frees at the end.
 struct Kept

@@ -1,6 +1,7 @@
 // Tour section of the sectioned text format, and `qeltool check`, `print`
 // and `find`.
 #include "command.h"
+#include "standardoutput.h"
 #include "tour.h"
 
 #include <qel/fileexception.h>
@@ -9,7 +10,6 @@
 #include <qel/outputstream.h>
 #include <qel/parsednode.h>
 #include <qel/parser.h>
-#include <qel/provider.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -20,33 +20,6 @@ namespace qeltool
 
 namespace
 {
-
-// Standard output a block at a time, so that a big file's text is never
-// held whole.
-class StandardOutput : public qel::OutputStream
-{
-public:
-    StandardOutput() : OutputStream(&m_Sink) {}
-    ~StandardOutput() override { Finish(); }
-
-private:
-    struct Sink : qel::Provider
-    {
-        Sink() { m_Open = true; }
-        void Request(qel::u64, unsigned char*& block, unsigned char*& current,
-                     unsigned char*& end) override
-        {
-            block = current = buffer;
-            end = buffer + sizeof buffer;
-        }
-        void Return(void* block, void* end) override
-        {
-            std::fwrite(block, 1, std::size_t(static_cast<unsigned char*>(end) - buffer), stdout);
-        }
-        void Return(void* block) override { Return(block, buffer + sizeof buffer); }
-        unsigned char buffer[65536];
-    } m_Sink;
-};
 
 void PrintNode(qel::ParsedNode& node)
 {
