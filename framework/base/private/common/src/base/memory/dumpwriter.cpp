@@ -13,11 +13,16 @@ namespace memory
 
 void Print(OutputStream& out, const char* format, ...)
 {
-    char text[512];
     va_list arguments;
     va_start(arguments, format);
-    const int length = std::vsnprintf(text, sizeof text, format, arguments);
+    PrintArguments(out, format, arguments);
     va_end(arguments);
+}
+
+void PrintArguments(OutputStream& out, const char* format, va_list arguments)
+{
+    char text[512];
+    const int length = std::vsnprintf(text, sizeof text, format, arguments);
     if (length > 0)
         out.Write(text, u32(std::size_t(length) < sizeof text ? length : sizeof text - 1));
 }

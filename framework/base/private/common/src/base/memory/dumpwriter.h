@@ -7,6 +7,7 @@
 #include <qel/types.h>
 
 #include <cinttypes>
+#include <cstdarg>
 #include <cstdint>
 
 namespace qel
@@ -23,6 +24,7 @@ void Print(OutputStream& out, const char* format, ...)
     __attribute__((format(printf, 2, 3)))
 #endif
     ;
+void PrintArguments(OutputStream& out, const char* format, va_list arguments);
 
 // Writes `text` whole (a dump's title has no length limit).
 void WriteText(OutputStream& out, const char* text);

@@ -5,6 +5,7 @@
 // counts, pictures round them.
 #include "base/memory/report/reportwriter.h"
 
+#include "base/memory/dumpwriter.h"
 #include "base/memory/report/html.h"
 
 #include <qel/outputstream.h>
@@ -24,18 +25,15 @@ namespace report
 
 void Html::Raw(const char* text)
 {
-    m_Out.Write(text, u32(std::strlen(text)));
+    memory::WriteText(m_Out, text);
 }
 
 void Html::Format(const char* format, ...)
 {
-    char text[512];
     va_list arguments;
     va_start(arguments, format);
-    const int length = std::vsnprintf(text, sizeof text, format, arguments);
+    memory::PrintArguments(m_Out, format, arguments);
     va_end(arguments);
-    if (length > 0)
-        m_Out.Write(text, u32(std::size_t(length) < sizeof text ? length : sizeof text - 1));
 }
 
 void Html::Text(const char* text)
