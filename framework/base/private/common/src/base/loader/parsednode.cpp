@@ -503,11 +503,15 @@ void ParsedRoot::ReleaseChildren()
 
 ParsedRoot* ParsedRoot::FindChild(const char* path)
 {
+    // The path's length is taken once: a step looks for its caret within
+    // it, so a path of a million steps is read once, not once a step.
     ParsedRoot* root = this;
+    const char* const last = path + std::strlen(path);
     for (const char* step = path;;)
     {
-        const char* end = std::strchr(step, '^');
-        const std::size_t length = end ? std::size_t(end - step) : std::strlen(step);
+        const char* end =
+            static_cast<const char*>(std::memchr(step, '^', std::size_t(last - step)));
+        const std::size_t length = std::size_t((end ? end : last) - step);
         const char* colon = static_cast<const char*>(std::memchr(step, ':', length));
         const std::size_t idLength = colon ? std::size_t(colon - step) : length;
         const char* name = colon ? colon + 1 : nullptr;
