@@ -3,6 +3,7 @@
 #pragma once
 
 #include <qel/allocator.h>
+#include <qel/allocatorstatistics.h>
 #include <qel/outputbufferstream.h>
 
 #include <gtest/gtest.h>
@@ -11,6 +12,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <future>
 #include <mutex>
 #include <random>
 #include <string>
@@ -164,6 +166,64 @@ void ChurnWithContentChecks(qel::Allocator& allocator, unsigned threads, int ste
             EXPECT_TRUE(intact(block));
             allocator.Free(block.p);
         }
+}
+
+// The number in a dump's "Blocks held in other threads' caches: N", or -1.
+inline long HeldInOtherThreadsCaches(DumpCapture& dump)
+{
+    const std::string prefix = "Blocks held in other threads' caches: ";
+    for (const std::string& line : dump.Lines())
+        if (line.rfind(prefix, 0) == 0)
+            return std::stol(line.substr(prefix.size()));
+    return -1;
+}
+
+// A worker thread takes `count` blocks of each of `sizes` and frees them,
+// four rounds over, then waits while `totals()` is read here: what its cache
+// holds alone. The worker has ended, its cache gone back, on return.
+template <class Totals>
+qel::AllocatorStatistics TotalsWhileAThreadHoldsItsCache(qel::Allocator& allocator,
+                                                         const std::vector<unsigned>& sizes,
+                                                         int count, Totals totals)
+{
+    std::promise<void> used, checked;
+    std::thread worker(
+        [&]
+        {
+            std::vector<void*> blocks;
+            for (int round = 0; round < 4; ++round)
+                for (unsigned size : sizes)
+                {
+                    for (int i = 0; i < count; ++i)
+                        blocks.push_back(allocator.Malloc(size));
+                    for (void* p : blocks)
+                        allocator.Free(p);
+                    blocks.clear();
+                }
+            used.set_value();
+            checked.get_future().wait();
+        });
+    used.get_future().wait();
+    const qel::AllocatorStatistics held = totals();
+    checked.set_value();
+    worker.join();
+    return held;
+}
+
+// Blocks cached by this thread go with FreeAll, and the allocator serves on:
+// a block of `size` (`usable` bytes written) is then the only one counted.
+template <class AnAllocator, class Totals>
+void ExpectFreeAllVoidsTheCache(AnAllocator& allocator, unsigned size, unsigned usable,
+                                Totals totals)
+{
+    allocator.Free(allocator.Malloc(size));
+    allocator.FreeAll();
+    EXPECT_EQ(totals().currentPages, 0u);
+    void* b = allocator.Malloc(size);
+    std::memset(b, 7, usable);
+    EXPECT_EQ(totals().currentAllocations, 1u); // those cached beside it went back
+    allocator.Free(b);
+    EXPECT_EQ(totals().currentAllocations, 0u);
 }
 
 } // namespace qeltest
