@@ -95,42 +95,40 @@ TEST_F(ErrorManagerTest, AnswersDecideTheResultTheFlagAndTheExit)
         Warning,
         Error
     };
-    const QueryDevice::QueryAnswer none = QueryDevice::QueryAnswer(-1);
+    using Q = QueryDevice;
+    // Each answer scripted is one question asked.
     const struct
     {
         Kind kind;
         bool silent;
         ErrorManager::QueryUserFlag flagBefore;
-        QueryDevice::QueryAnswer first, second, result;
+        std::vector<QueryDevice::QueryAnswer> answers;
+        QueryDevice::QueryAnswer result;
         ErrorManager::QueryUserFlag flag;
-        std::size_t questions;
         int exits, breaks;
     } cases[] = {
-        {Assert, false, 0, QueryDevice::Ignore, QueryDevice::No, QueryDevice::Ignore, 1, 2, 0, 0},
-        {Assert, false, 0, QueryDevice::Ignore, QueryDevice::Yes, QueryDevice::Ignore, 0, 2, 0, 0},
-        {Assert, false, 1, none, none, QueryDevice::Ignore, 1, 0, 0, 0},
-        {Assert, false, 0, QueryDevice::Retry, none, QueryDevice::Retry, 0, 1, 0, 0},
-        {Assert, false, 0, QueryDevice::Abort, none, QueryDevice::Abort, 0, 1, 1, 0},
-        // not offered by the box: a programming error
-        {Assert, false, 0, QueryDevice::OK, none, QueryDevice::OK, 0, 1, 0, 1},
+        {Assert, false, 0, {Q::Ignore, Q::No}, Q::Ignore, 1, 0, 0},
+        {Assert, false, 0, {Q::Ignore, Q::Yes}, Q::Ignore, 0, 0, 0},
+        {Assert, false, 1, {}, Q::Ignore, 1, 0, 0},
+        {Assert, false, 0, {Q::Retry}, Q::Retry, 0, 0, 0},
+        {Assert, false, 0, {Q::Abort}, Q::Abort, 0, 1, 0},
+        {Assert, false, 0, {Q::OK}, Q::OK, 0, 0, 1}, // not offered by the box: a programming error
         // unlike an assert's, a warning's second answer is its result
-        {Warning, false, 0, QueryDevice::Ignore, QueryDevice::No, QueryDevice::No, 1, 2, 0, 0},
-        {Warning, false, 0, QueryDevice::Ignore, QueryDevice::Yes, QueryDevice::Yes, 0, 2, 0, 0},
-        {Error, false, 0, QueryDevice::Yes, none, QueryDevice::Yes, 0, 1, 0, 0},
-        {Error, false, 0, QueryDevice::No, none, QueryDevice::No, 0, 1, 1, 0},
-        {Assert, true, 0, none, none, QueryDevice::Ignore, 0, 0, 0, 0},
-        {Error, true, 0, none, none, QueryDevice::No, 0, 0, 0, 0},
+        {Warning, false, 0, {Q::Ignore, Q::No}, Q::No, 1, 0, 0},
+        {Warning, false, 0, {Q::Ignore, Q::Yes}, Q::Yes, 0, 0, 0},
+        {Error, false, 0, {Q::Yes}, Q::Yes, 0, 0, 0},
+        {Error, false, 0, {Q::No}, Q::No, 0, 1, 0},
+        {Assert, true, 0, {}, Q::Ignore, 0, 0, 0},
+        {Error, true, 0, {}, Q::No, 0, 0, 0},
     };
     for (const auto& c : cases)
     {
         const std::size_t row = std::size_t(&c - cases);
         ScriptedHost rowHost;
-        RecordingDevice rowDevice;
-        manager.RegisterOutputDevice(category, &rowDevice);
+        device.texts.clear();
         QueryDevice::SetSilent(c.silent);
-        for (QueryDevice::QueryAnswer answer : {c.first, c.second})
-            if (answer != none)
-                rowHost.Answer({answer});
+        for (QueryDevice::QueryAnswer answer : c.answers)
+            rowHost.Answer({answer});
         ErrorManager::QueryUserFlag rowFlag = c.flagBefore;
         const QueryDevice::QueryAnswer result =
             c.kind == Assert    ? manager.DisplayAssert(rowFlag, ErrorManager::InternalAssert,
@@ -140,12 +138,11 @@ TEST_F(ErrorManagerTest, AnswersDecideTheResultTheFlagAndTheExit)
         QueryDevice::SetSilent(false);
         EXPECT_EQ(result, c.result) << row;
         EXPECT_EQ(rowFlag, c.flag) << row;
-        EXPECT_EQ(rowHost.questions.size(), c.questions) << row;
+        EXPECT_EQ(rowHost.questions.size(), c.answers.size()) << row;
         EXPECT_EQ(rowHost.exits, c.exits) << row;
         EXPECT_EQ(rowHost.breaks, c.breaks) << row;
-        EXPECT_EQ(rowDevice.texts.size(), 1u) << row;
+        EXPECT_EQ(device.texts.size(), 1u) << row;
     }
-    manager.RegisterOutputDevice(category, &device);
 }
 
 TEST_F(ErrorManagerTest, ReportRaisedWhileShowingBreaksAndAnswersIgnore)
