@@ -434,6 +434,11 @@ struct ScriptCase
     std::vector<Step> steps;
 };
 
+void PrintTo(const ScriptCase& c, std::ostream* out)
+{
+    *out << c.name;
+}
+
 class ChunkTreeScript : public ::testing::TestWithParam<ScriptCase>
 {
 };
