@@ -77,6 +77,7 @@ TEST_F(ErrorManagerTest, TextsAndQuestionsAreExact)
     EXPECT_EQ(device.texts.at(4).rfind("\n\nFilename: w.cpp", 0), 0u);
     manager.DisplayError(category, nullptr, "e.cpp", 9);
     EXPECT_NE(device.texts.at(5).find("Message: None"), std::string::npos);
+    EXPECT_EQ(host.questions.size(), 7u);
 
     const std::string longMessage(3000, 'w'); // cut below the buffer size
     manager.DisplayWarning(category, flag, longMessage.c_str(), "w.cpp", 7);
@@ -141,7 +142,9 @@ TEST_F(ErrorManagerTest, AnswersDecideTheResultTheFlagAndTheExit)
         EXPECT_EQ(rowHost.questions.size(), c.answers.size()) << row;
         EXPECT_EQ(rowHost.exits, c.exits) << row;
         EXPECT_EQ(rowHost.breaks, c.breaks) << row;
-        EXPECT_EQ(device.texts.size(), 1u) << row;
+        ASSERT_EQ(device.texts.size(), 1u) << row;
+        EXPECT_EQ(device.texts[0].find("Internal Assert") != std::string::npos, c.kind == Assert)
+            << row;
     }
 }
 
