@@ -4,7 +4,8 @@
 
 #include <qel/allocator.h>
 #include <qel/allocatorstatistics.h>
-#include <qel/outputbufferstream.h>
+#include <qel/outputstream.h>
+#include <qel/provider.h>
 
 #include <gtest/gtest.h>
 
@@ -22,22 +23,27 @@
 namespace qeltest
 {
 
-// Collects what a dump writes into a buffer of its own.
-class DumpCapture
+// Collects what a dump or a report writes, through blocks of its own: not
+// through the library's allocators, which it may be showing.
+class DumpCapture : public qel::OutputStream
 {
 public:
-    DumpCapture()
-        : m_Buffer(1 << 16), m_Stream(&m_Buffer[0], &m_Buffer[0], &m_Buffer[0] + m_Buffer.size())
-    {
-    }
+    DumpCapture() : OutputStream(&m_Sink) {}
+    ~DumpCapture() override { Finish(); }
 
-    qel::OutputStream* Stream() { return &m_Stream; }
+    qel::OutputStream* Stream() { return this; }
+
+    // The text written so far.
+    const std::string& Text()
+    {
+        Flush();
+        return m_Sink.text;
+    }
 
     // The text written so far, cut at each CR LF.
     std::vector<std::string> Lines()
     {
-        m_Stream.Flush();
-        const std::string text(&m_Buffer[0], m_Stream.GetWrittenSize());
+        const std::string& text = Text();
         std::vector<std::string> lines;
         for (std::size_t begin = 0; begin < text.size();)
         {
@@ -51,8 +57,23 @@ public:
     }
 
 private:
-    std::vector<char> m_Buffer;
-    qel::OutputBufferStream m_Stream;
+    struct Sink : qel::Provider
+    {
+        Sink() { m_Open = true; }
+        void Request(qel::u64, unsigned char*& block, unsigned char*& current,
+                     unsigned char*& end) override
+        {
+            block = current = buffer;
+            end = buffer + sizeof buffer;
+        }
+        void Return(void* block, void* end) override
+        {
+            text.append(static_cast<char*>(block), static_cast<char*>(end));
+        }
+        void Return(void* block) override { Return(block, buffer + sizeof buffer); }
+        unsigned char buffer[1000];
+        std::string text;
+    } m_Sink;
 };
 
 inline std::string Hex(const void* p)
