@@ -40,113 +40,112 @@ protected:
     ErrorManager::QueryUserFlag flag = 0;
 };
 
-TEST_F(ErrorManagerTest, AssertTextAndQuestionAreExact)
+TEST_F(ErrorManagerTest, TextsAndQuestionsAreExact)
 {
-    host.Answer({QueryDevice::Retry});
+    host.Answer({QueryDevice::Retry, QueryDevice::Ignore, QueryDevice::No, QueryDevice::Yes});
+    manager.DisplayAssert(flag, ErrorManager::UsageAssert, category, "x > 0", "a/b.cpp", 42);
+    manager.DisplayWarning(category, flag, "Low on disk", "w.cpp", 7);
+    manager.DisplayError(category, "Disk gone", "e.cpp", 9);
+    const std::string assertText = "\nAssert Failed\n\nCondition Failed: x > 0\nAssert Type: "
+                                   "Usage Assert\n\nFilename: a/b.cpp\nLineNo: 42\n\nPress "
+                                   "'Retry' to debug\n";
     EXPECT_EQ(
-        manager.DisplayAssert(flag, ErrorManager::UsageAssert, category, "x > 0", "a/b.cpp", 42),
-        QueryDevice::Retry);
-    const std::string text = "\nAssert Failed\n\nCondition Failed: x > 0\nAssert Type: Usage "
-                             "Assert\n\nFilename: a/b.cpp\nLineNo: 42\n\nPress 'Retry' to debug\n";
-    ASSERT_EQ(device.texts, std::vector<std::string>{text});
-    ASSERT_EQ(host.questions.size(), 1u);
+        device.texts,
+        (std::vector<std::string>{
+            assertText, "Low on disk\n\nFilename: w.cpp\nLineNo: 7\n\nPress 'Retry' to debug\n",
+            "\nFatal Error\n\nMessage: Disk gone\n\nFilename: e.cpp\nLineNo: 9\n\nDo you "
+            "want to debug ?\n"}));
+    ASSERT_EQ(host.questions.size(), 4u);
     EXPECT_EQ(host.questions[0].choice, 0x4000010Du);
     EXPECT_EQ(host.questions[0].caption, "Assert Failed");
-    EXPECT_EQ(host.questions[0].text, text);
-}
-
-TEST_F(ErrorManagerTest, AssertIgnoredWithNoStopsAskingButStillReportsIgnore)
-{
-    host.Answer({QueryDevice::Ignore, QueryDevice::No});
-    EXPECT_EQ(manager.DisplayAssert(flag, ErrorManager::InternalAssert, category, "c", "f", 1),
-              QueryDevice::Ignore);
-    EXPECT_EQ(flag, 1u);
-    ASSERT_EQ(host.questions.size(), 2u);
-    EXPECT_EQ(host.questions[1].text,
-              "Do you want to see again any new occurences of this assert ?");
-    EXPECT_EQ(host.questions[1].choice, 0x10000060u);
-
-    // Flag set: written to the device, not asked, answered Ignore.
-    EXPECT_EQ(manager.DisplayAssert(flag, ErrorManager::InternalAssert, category, "c", "f", 1),
-              QueryDevice::Ignore);
-    EXPECT_EQ(host.questions.size(), 2u);
-    EXPECT_EQ(device.texts.size(), 2u);
-    EXPECT_NE(device.texts[1].find("Internal Assert"), std::string::npos);
-}
-
-TEST_F(ErrorManagerTest, AssertIgnoredWithYesKeepsAsking)
-{
-    host.Answer({QueryDevice::Ignore, QueryDevice::Yes});
-    EXPECT_EQ(manager.DisplayAssert(flag, ErrorManager::InternalAssert, category, "c", "f", 1),
-              QueryDevice::Ignore);
-    EXPECT_EQ(flag, 0u);
-}
-
-TEST_F(ErrorManagerTest, AssertAbortEndsTheProcessAndUnknownAnswerBreaks)
-{
-    host.Answer({QueryDevice::Abort});
-    manager.DisplayAssert(flag, ErrorManager::InternalAssert, category, "c", "f", 1);
-    EXPECT_EQ(host.exits, 1);
-    EXPECT_EQ(host.breaks, 0);
-
-    host.Answer({QueryDevice::OK}); // not offered by the box: a programming error
-    EXPECT_EQ(manager.DisplayAssert(flag, ErrorManager::InternalAssert, category, "c", "f", 1),
-              QueryDevice::OK);
-    EXPECT_EQ(host.breaks, 1);
-}
-
-TEST_F(ErrorManagerTest, WarningIgnoredWithNoAnswersNoUnlikeAnAssert)
-{
-    host.Answer({QueryDevice::Ignore, QueryDevice::No});
-    EXPECT_EQ(manager.DisplayWarning(category, flag, "Low on disk", "w.cpp", 7), QueryDevice::No);
-    EXPECT_EQ(flag, 1u);
-    ASSERT_EQ(host.questions.size(), 2u);
-    EXPECT_EQ(host.questions[0].caption, "Warning");
+    EXPECT_EQ(host.questions[0].text, assertText);
     EXPECT_EQ(host.questions[1].caption, "Warning");
-    EXPECT_EQ(host.questions[1].text,
+    EXPECT_EQ(host.questions[2].caption, "Warning");
+    EXPECT_EQ(host.questions[2].text,
               "Do you want to see again any new occurence of this warning ?");
-    EXPECT_EQ(device.texts.at(0),
-              "Low on disk\n\nFilename: w.cpp\nLineNo: 7\n\nPress 'Retry' to debug\n");
+    EXPECT_EQ(host.questions[3].caption, "Error");
+    EXPECT_EQ(host.questions[3].choice, 0x20000860u);
 
-    host.Answer({QueryDevice::Ignore, QueryDevice::Yes});
+    // The assert's own second question, and null messages.
+    host.Answer({QueryDevice::Ignore, QueryDevice::No, QueryDevice::Yes});
     ErrorManager::QueryUserFlag other = 0;
-    EXPECT_EQ(manager.DisplayWarning(category, other, nullptr, "w.cpp", 8), QueryDevice::Yes);
-    EXPECT_EQ(other, 0u);
-    EXPECT_EQ(device.texts.at(1).rfind("\n\nFilename: w.cpp", 0), 0u); // null message: empty
-}
+    manager.DisplayAssert(other, ErrorManager::InternalAssert, category, "c", "f", 1);
+    EXPECT_EQ(host.questions.at(5).text,
+              "Do you want to see again any new occurences of this assert ?");
+    EXPECT_EQ(host.questions.at(5).choice, 0x10000060u);
+    manager.DisplayWarning(category, flag, nullptr, "w.cpp", 8); // flagged: not asked
+    EXPECT_EQ(device.texts.at(4).rfind("\n\nFilename: w.cpp", 0), 0u);
+    manager.DisplayError(category, nullptr, "e.cpp", 9);
+    EXPECT_NE(device.texts.at(5).find("Message: None"), std::string::npos);
+    EXPECT_EQ(host.questions.size(), 7u);
 
-TEST_F(ErrorManagerTest, WarningTextIsCutBelowTheBufferSize)
-{
-    const std::string longMessage(3000, 'w');
+    const std::string longMessage(3000, 'w'); // cut below the buffer size
     manager.DisplayWarning(category, flag, longMessage.c_str(), "w.cpp", 7);
-    EXPECT_EQ(device.texts.at(0), std::string(ErrorManager::MessageSize - 1, 'w'));
+    EXPECT_EQ(device.texts.back(), std::string(ErrorManager::MessageSize - 1, 'w'));
 }
 
-TEST_F(ErrorManagerTest, ErrorAnswers)
+// Each report's answers decide what it returns, the don't-show-again flag,
+// and the exit or break; once flagged, or silent, a report is written to
+// the device and asks nothing (the report site decides to exit, not the
+// manager).
+TEST_F(ErrorManagerTest, AnswersDecideTheResultTheFlagAndTheExit)
 {
-    host.Answer({QueryDevice::Yes});
-    EXPECT_EQ(manager.DisplayError(category, "Disk gone", "e.cpp", 9), QueryDevice::Yes);
-    EXPECT_EQ(device.texts.at(0), "\nFatal Error\n\nMessage: Disk gone\n\nFilename: e.cpp\nLineNo: "
-                                  "9\n\nDo you want to debug ?\n");
-    EXPECT_EQ(host.questions.at(0).caption, "Error");
-    EXPECT_EQ(host.questions.at(0).choice, 0x20000860u);
-    EXPECT_EQ(host.exits, 0);
-
-    host.Answer({QueryDevice::No});
-    EXPECT_EQ(manager.DisplayError(category, nullptr, "e.cpp", 9), QueryDevice::No);
-    EXPECT_EQ(host.exits, 1);
-    EXPECT_NE(device.texts.at(1).find("Message: None"), std::string::npos);
-}
-
-TEST_F(ErrorManagerTest, SilentModeWritesToTheDeviceAndAsksNothing)
-{
-    QueryDevice::SetSilent(true);
-    EXPECT_EQ(manager.DisplayError(category, "m", "f", 1), QueryDevice::No);
-    EXPECT_EQ(manager.DisplayAssert(flag, ErrorManager::InternalAssert, category, "c", "f", 1),
-              QueryDevice::Ignore);
-    EXPECT_EQ(device.texts.size(), 2u);
-    EXPECT_TRUE(host.questions.empty());
-    EXPECT_EQ(host.exits, 0); // the report site decides to exit, not the manager
+    enum Kind
+    {
+        Assert,
+        Warning,
+        Error
+    };
+    using Q = QueryDevice;
+    // Each answer scripted is one question asked.
+    const struct
+    {
+        Kind kind;
+        bool silent;
+        ErrorManager::QueryUserFlag flagBefore;
+        std::vector<QueryDevice::QueryAnswer> answers;
+        QueryDevice::QueryAnswer result;
+        ErrorManager::QueryUserFlag flag;
+        int exits, breaks;
+    } cases[] = {
+        {Assert, false, 0, {Q::Ignore, Q::No}, Q::Ignore, 1, 0, 0},
+        {Assert, false, 0, {Q::Ignore, Q::Yes}, Q::Ignore, 0, 0, 0},
+        {Assert, false, 1, {}, Q::Ignore, 1, 0, 0},
+        {Assert, false, 0, {Q::Retry}, Q::Retry, 0, 0, 0},
+        {Assert, false, 0, {Q::Abort}, Q::Abort, 0, 1, 0},
+        {Assert, false, 0, {Q::OK}, Q::OK, 0, 0, 1}, // not offered by the box: a programming error
+        // unlike an assert's, a warning's second answer is its result
+        {Warning, false, 0, {Q::Ignore, Q::No}, Q::No, 1, 0, 0},
+        {Warning, false, 0, {Q::Ignore, Q::Yes}, Q::Yes, 0, 0, 0},
+        {Error, false, 0, {Q::Yes}, Q::Yes, 0, 0, 0},
+        {Error, false, 0, {Q::No}, Q::No, 0, 1, 0},
+        {Assert, true, 0, {}, Q::Ignore, 0, 0, 0},
+        {Error, true, 0, {}, Q::No, 0, 0, 0},
+    };
+    for (const auto& c : cases)
+    {
+        const std::size_t row = std::size_t(&c - cases);
+        ScriptedHost rowHost;
+        device.texts.clear();
+        QueryDevice::SetSilent(c.silent);
+        for (QueryDevice::QueryAnswer answer : c.answers)
+            rowHost.Answer({answer});
+        ErrorManager::QueryUserFlag rowFlag = c.flagBefore;
+        const QueryDevice::QueryAnswer result =
+            c.kind == Assert    ? manager.DisplayAssert(rowFlag, ErrorManager::InternalAssert,
+                                                        category, "c", "f", 1)
+            : c.kind == Warning ? manager.DisplayWarning(category, rowFlag, "w", "f", 1)
+                                : manager.DisplayError(category, "e", "f", 1);
+        QueryDevice::SetSilent(false);
+        EXPECT_EQ(result, c.result) << row;
+        EXPECT_EQ(rowFlag, c.flag) << row;
+        EXPECT_EQ(rowHost.questions.size(), c.answers.size()) << row;
+        EXPECT_EQ(rowHost.exits, c.exits) << row;
+        EXPECT_EQ(rowHost.breaks, c.breaks) << row;
+        ASSERT_EQ(device.texts.size(), 1u) << row;
+        EXPECT_EQ(device.texts[0].find("Internal Assert") != std::string::npos, c.kind == Assert)
+            << row;
+    }
 }
 
 TEST_F(ErrorManagerTest, ReportRaisedWhileShowingBreaksAndAnswersIgnore)

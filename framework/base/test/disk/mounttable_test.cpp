@@ -97,15 +97,36 @@ protected:
     char savedDirectory[FileManager::PathSize];
 };
 
-TEST_F(MountTableTest, ShorterPrefixWinsWhicheverWasMountedFirst)
+// The shorter of two prefixes wins whichever was mounted first; paths are
+// not folded, a mount's name resolves to an empty native path and a
+// relative path is joined to the current directory.
+TEST_F(MountTableTest, PathsResolveThroughTheirMount)
 {
     ASSERT_EQ(manager.Mount("/qa/", Drive()), FileManager::MountOk);
     EXPECT_EQ(manager.Mount("/qa/b/", Drive()), FileManager::MountAlreadyMounted);
     EXPECT_EQ(manager.Unmount("/qa/"), FileManager::MountOk);
-
     ASSERT_EQ(manager.Mount("/qa/b/", Drive()), FileManager::MountOk);
     ASSERT_EQ(manager.Mount("/qa/", Drive()), FileManager::MountOk);
-    EXPECT_EQ(Resolve("/qa/b/x.bin"), "/qa/ b/x.bin");
+    ASSERT_EQ(manager.Mount("/qd/", Drive()), FileManager::MountOk);
+    ASSERT_EQ(manager.SetCurrentDirectory("/qd/game/"), FileManager::MountOk);
+    const char* const cases[][2] = {
+        {"/qa/b/x.bin", "/qa/ b/x.bin"},
+        {"/qd/", "/qd/ "},
+        {"/disks/", "/disks/ "},
+        {"/QD/x", "(none)"},
+        {"/qd\\x", "(none)"},
+        {"/cdroms/x:/file", "/cdroms/ x:/file"},
+        {"data/a.bin", "/qd/ game/data/a.bin"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(Resolve(c[0]), c[1]) << c[0];
+    // A path keeps its virtual text and may be resolved into the object
+    // that holds it.
+    PathObject path;
+    ASSERT_EQ(manager.ResolveVirtualPath("data/a.bin", path), FileManager::MountOk);
+    EXPECT_STREQ(path.GetVirtualPath(), "data/a.bin");
+    ASSERT_EQ(manager.ResolveVirtualPath(path.GetVirtualPath(), path), FileManager::MountOk);
+    EXPECT_STREQ(path.GetNativePath(), "game/data/a.bin");
 }
 
 TEST_F(MountTableTest, UnmountOfALongerNameRemovesTheShorterMount)
@@ -233,29 +254,6 @@ TEST_F(MountTableTest, UnmountedMountLivesWhileAPathHoldsIt)
     EXPECT_EQ(copy.GetMountPoint()->GetRefCount(), 2);
     EXPECT_STREQ(copy.GetMountPoint()->GetName(), "/qd/");
     ASSERT_NE(copy.GetDrive(), nullptr);
-}
-
-TEST_F(MountTableTest, PathsAreNotFoldedAndAMountNameResolvesToAnEmptyNativePath)
-{
-    ASSERT_EQ(manager.Mount("/qd/", Drive()), FileManager::MountOk);
-    EXPECT_EQ(Resolve("/qd/"), "/qd/ ");
-    EXPECT_EQ(Resolve("/disks/"), "/disks/ ");
-    EXPECT_EQ(Resolve("/QD/x"), "(none)");
-    EXPECT_EQ(Resolve("/qd\\x"), "(none)");
-    EXPECT_EQ(Resolve("/cdroms/x:/file"), "/cdroms/ x:/file");
-}
-
-TEST_F(MountTableTest, RelativePathsResolveAgainstTheCurrentDirectory)
-{
-    ASSERT_EQ(manager.Mount("/qd/", Drive()), FileManager::MountOk);
-    ASSERT_EQ(manager.SetCurrentDirectory("/qd/game/"), FileManager::MountOk);
-    PathObject path;
-    ASSERT_EQ(manager.ResolveVirtualPath("data/a.bin", path), FileManager::MountOk);
-    EXPECT_STREQ(path.GetNativePath(), "game/data/a.bin");
-    EXPECT_STREQ(path.GetVirtualPath(), "data/a.bin");
-    // A path may be resolved into the object that holds it.
-    ASSERT_EQ(manager.ResolveVirtualPath(path.GetVirtualPath(), path), FileManager::MountOk);
-    EXPECT_STREQ(path.GetNativePath(), "game/data/a.bin");
 }
 
 TEST_F(MountTableTest, CurrentDirectoryIsTakenOverRefusesMissingDirectoriesAndCopiesBounded)

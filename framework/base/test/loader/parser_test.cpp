@@ -328,30 +328,6 @@ TEST_F(ParserTest, SyntaxErrorsAreFatalWithTheTreeTrace)
     EXPECT_EQ(error.column, 4u); // the stray '}'
 }
 
-TEST(ParsedStringPool, InternsSharesAndFrees)
-{
-    const u32 before = ParsedStringPool::GetCount();
-    char text[] = "pool test text";
-    const char* first = ParsedStringPool::Create(text, true);
-    EXPECT_NE(first, text);
-    EXPECT_EQ(ParsedStringPool::Create("pool test text", true), first);
-    EXPECT_EQ(ParsedStringPool::Search("pool test text"), first);
-    EXPECT_EQ(ParsedStringPool::Search("never interned"), nullptr);
-    EXPECT_EQ(ParsedStringPool::GetCount(), before + 1);
-    ParsedStringPool::Release(first);
-    EXPECT_EQ(ParsedStringPool::Search("pool test text"), first);
-    ParsedStringPool::Release(first);
-    EXPECT_EQ(ParsedStringPool::Search("pool test text"), nullptr);
-    EXPECT_EQ(ParsedStringPool::GetCount(), before);
-
-    ParsedString a("handle"), b(a);
-    EXPECT_EQ(a.Get(), b.Get());
-    b.Set("other");
-    EXPECT_TRUE(a < b);
-    a.Release();
-    EXPECT_EQ(a.Get(), nullptr);
-}
-
 // Enough texts to grow the table several times and to rebuild it over the
 // tombstones of released ones: short and long texts, texts that are
 // prefixes of others, and a literal handed over without copy.
@@ -380,6 +356,7 @@ TEST(ParsedStringPool, KeepsItsPointersThroughGrowthAndRebuilds)
     for (std::size_t i = 0; i < texts.size(); ++i)
     {
         ASSERT_STREQ(pooled[i], texts[i].c_str());
+        ASSERT_NE(pooled[i], texts[i].c_str()); // a copy
         ASSERT_EQ(ParsedStringPool::Search(texts[i].c_str()), pooled[i]) << texts[i];
         // A copy of the text held elsewhere finds the pooled one.
         const std::string copy = texts[i];
@@ -415,6 +392,12 @@ TEST(ParsedStringPool, HandlesCountAdoptedAndCopiedTextsAlike)
         ParsedString c(a[1]), d(b);
         c = d; // drops the adopted text, takes the copy
         EXPECT_EQ(c.Get(), copied);
+        d.Set("handle set");
+        EXPECT_TRUE(c < d);
+        d.Release();
+        EXPECT_EQ(d.Get(), nullptr);
+        EXPECT_TRUE(d < c); // no text sorts first
+        EXPECT_EQ(ParsedStringPool::Search("handle set"), nullptr);
         a[1].Release(); // its last reference
         EXPECT_EQ(ParsedStringPool::Search("handle adopted 1"), nullptr);
         EXPECT_EQ(ParsedStringPool::Search("handle adopted 2"), adopted[2]);

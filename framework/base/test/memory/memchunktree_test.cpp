@@ -356,22 +356,23 @@ INSTANTIATE_TEST_SUITE_P(Units, ChunkTreeRandom,
                          [](const ::testing::TestParamInfo<RandomCase>& info)
                          { return "Unit" + std::to_string(info.param.unit); });
 
-// Thousands of free chunks that never touch, so that both trees grow deep
-// and every removal rebalances somewhere.
-TEST(ChunkTree, ManyChunksMatchModel)
+// Thousands of free chunks inserted by ascending address with growing sizes
+// (the worst order for an unbalanced tree, in both trees at once), then taken
+// and returned at random, so that both trees grow deep and every removal
+// rebalances somewhere.
+TEST(ChunkTree, ManyChunksStayBalancedAndMatchModel)
 {
     const u32 kSlots = 3000;
     Buffer buffer(1, kSlots * 200);
     MemChunkTree tree(1);
     Model model(1);
-    std::mt19937 rng(7);
     for (u32 i = 0; i < kSlots; ++i)
     {
-        const u32 offset = (i * 1237) % kSlots * 200, size = 40 + rng() % 100;
-        ASSERT_TRUE(tree.InsertChunkInTree(buffer.At(offset), size, kTag));
-        model.Insert(offset, size, true);
+        ASSERT_TRUE(tree.InsertChunkInTree(buffer.At(i * 200), 40 + i % 100, kTag));
+        model.Insert(i * 200, 40 + i % 100, true);
     }
     ASSERT_NO_FATAL_FAILURE(ExpectSame(tree, model, buffer));
+    std::mt19937 rng(7);
     std::map<u32, u32> taken;
     for (int step = 0; step < 20000; ++step)
     {
@@ -403,222 +404,167 @@ TEST(ChunkTree, ManyChunksMatchModel)
 
 // ---- the named cases ----------------------------------------------------------
 
-TEST(ChunkTree, EmptyTreeAndTooLargeRequestsGiveNull)
+// One step of a scripted case. Insert and Apart (no merge) must be accepted,
+// Refuse refused; Get and GetAt must return the chunk at `at` (-1: null) and
+// leave `after` in the count; Find must find a chunk (`at` 1) or not (0).
+// After every step the tree must match the model.
+enum Op
 {
-    Buffer buffer(1, 256);
-    MemChunkTree tree(1);
-    u32 count = 40;
-    EXPECT_TRUE(tree.IsEmpty());
-    EXPECT_EQ(tree.GetLargestChunk(), 0u);
-    EXPECT_EQ(tree.GetChunk(count, kTag), nullptr);
-    EXPECT_EQ(count, 40u);
-    EXPECT_TRUE(tree.Validate(kTag));
+    Insert,
+    Apart,
+    Refuse,
+    Get,
+    GetAt,
+    Find
+};
 
-    ASSERT_TRUE(tree.InsertChunkInTree(buffer.At(0), 100, kTag));
-    count = 101;
-    EXPECT_EQ(tree.GetChunk(count, kTag), nullptr);
-    EXPECT_EQ(count, 101u);
-    count = 0;
-    EXPECT_EQ(tree.GetChunk(count, kTag), nullptr);
-    EXPECT_EQ(tree.GetFreeUnits(), 100u);
-    count = 100;
-    EXPECT_EQ(tree.GetChunk(count, kTag), buffer.At(0));
-    EXPECT_TRUE(tree.IsEmpty());
+struct Step
+{
+    Op op;
+    u32 offset, count;
+    long at = 0;
+    u32 after = 0;
+};
+
+struct ScriptCase
+{
+    const char* name;
+    u32 unit, units;
+    unsigned char tag;
+    std::vector<Step> steps;
+};
+
+void PrintTo(const ScriptCase& c, std::ostream* out)
+{
+    *out << c.name;
 }
 
-TEST(ChunkTree, ChoiceRule)
+class ChunkTreeScript : public ::testing::TestWithParam<ScriptCase>
 {
-    Buffer buffer(1, 512);
-    MemChunkTree tree(1);
-    auto reset = [&]
+};
+
+TEST_P(ChunkTreeScript, MatchesExpectationsAndModel)
+{
+    const ScriptCase& c = GetParam();
+    Buffer buffer(c.unit, c.units);
+    MemChunkTree tree(c.unit);
+    Model model(c.unit);
+    ASSERT_EQ(tree.GetMinimumCount(), model.minimum);
+    for (std::size_t i = 0; i < c.steps.size(); ++i)
     {
-        tree.Reset();
-        ASSERT_TRUE(tree.InsertChunkInTree(buffer.At(0), 64, kTag));
-        ASSERT_TRUE(tree.InsertChunkInTree(buffer.At(128), 64, kTag));
-        ASSERT_TRUE(tree.InsertChunkInTree(buffer.At(256), 96, kTag));
-    };
-    reset();
-    u32 count = 64; // an exact fit takes the later of the two 64s
-    EXPECT_EQ(tree.GetChunk(count, kTag), buffer.At(128));
-    EXPECT_EQ(count, 64u);
-
-    reset();
-    count = 80; // 16 bytes would remain: the whole 96 goes
-    EXPECT_EQ(tree.GetChunk(count, kTag), buffer.At(256));
-    EXPECT_EQ(count, 96u);
-    EXPECT_EQ(tree.GetNumberOfChunks(), 2u);
-
-    reset();
-    count = 50; // no exact fit: the first 64, whole (14 would remain)
-    EXPECT_EQ(tree.GetChunk(count, kTag), buffer.At(0));
-    EXPECT_EQ(count, 64u);
-
-    reset();
-    count = 65; // only 96 fits; 31 would remain
-    EXPECT_EQ(tree.GetChunk(count, kTag), buffer.At(256));
-    EXPECT_EQ(count, 96u);
-
-    reset();
-    count = 64;
-    EXPECT_EQ(tree.GetChunk(count, kTag), buffer.At(128));
-    count = 64;
-    EXPECT_EQ(tree.GetChunk(count, kTag), buffer.At(0));
-    count = 56; // 40 remain: split, the tail stays free
-    EXPECT_EQ(tree.GetChunk(count, kTag), buffer.At(256));
-    EXPECT_EQ(count, 56u);
-    EXPECT_EQ(ChunksOf(tree, buffer), (Chunks{{312, 40}}));
+        const Step& s = c.steps[i];
+        SCOPED_TRACE(testing::Message() << "step " << i);
+        u32 count = s.count, modelCount = s.count;
+        if (s.op == Insert || s.op == Apart || s.op == Refuse)
+        {
+            const bool merge = s.op != Apart;
+            ASSERT_EQ(model.Insert(s.offset, s.count, merge), s.op != Refuse);
+            ASSERT_EQ(tree.InsertChunkInTree(buffer.At(s.offset), s.count, c.tag, merge),
+                      s.op != Refuse);
+        }
+        else if (s.op == Find)
+        {
+            void* start = nullptr;
+            auto it = model.free.upper_bound(s.offset);
+            const bool inside =
+                it != model.free.begin() && std::prev(it)->first + std::prev(it)->second > s.offset;
+            ASSERT_EQ(inside, s.at == 1);
+            ASSERT_EQ(tree.FindChunk(buffer.At(s.offset), &start, &count), inside);
+            if (inside)
+            {
+                ASSERT_EQ(start, buffer.At(std::prev(it)->first));
+                ASSERT_EQ(count, std::prev(it)->second);
+            }
+        }
+        else
+        {
+            const long expected =
+                s.op == Get ? model.Take(modelCount) : model.TakeAt(s.offset, modelCount);
+            ASSERT_EQ(expected, s.at) << "the model";
+            void* p = s.op == Get ? tree.GetChunk(count, c.tag)
+                                  : tree.GetChunkAt(buffer.At(s.offset), count, c.tag);
+            ASSERT_EQ(p, s.at < 0 ? nullptr : buffer.At(u32(s.at)));
+            ASSERT_EQ(count, s.after);
+            ASSERT_EQ(modelCount, s.after) << "the model";
+        }
+        ASSERT_NO_FATAL_FAILURE(ExpectSame(tree, model, buffer, c.tag));
+        if (c.tag != kTag && !tree.IsEmpty())
+        {
+            ASSERT_FALSE(tree.Validate(kTag)) << "the nodes carry the case's tag";
+        }
+    }
 }
 
-TEST(ChunkTree, RemainderBoundaryAndMinimum)
-{
-    Buffer buffer(12, 100);
-    MemChunkTree tree(12); // 4 units = 48 bytes is the smallest chunk
-    EXPECT_EQ(tree.GetMinimumCount(), 4u);
-    ASSERT_TRUE(tree.InsertChunkInTree(buffer.At(0), 20, kTag));
-    u32 count = 1; // served as asked: 19 units remain
-    EXPECT_EQ(tree.GetChunk(count, kTag), buffer.At(0));
-    EXPECT_EQ(count, 1u);
-    EXPECT_EQ(ChunksOf(tree, buffer), (Chunks{{1, 19}}));
-    EXPECT_FALSE(tree.InsertChunkInTree(buffer.At(0), 1, kTag)); // too small to come back
-    count = 3; // a tail whose node overlapped the taken head's
-    EXPECT_EQ(tree.GetChunk(count, kTag), buffer.At(1));
-    EXPECT_EQ(count, 3u);
-    EXPECT_TRUE(tree.Validate(kTag));
-    ASSERT_TRUE(tree.InsertChunkInTree(buffer.At(0), 4, kTag)); // both heads, merged
-    EXPECT_EQ(ChunksOf(tree, buffer), (Chunks{{0, 20}}));
-    count = 12; // 8 units remain: split
-    EXPECT_EQ(tree.GetChunk(count, kTag), buffer.At(0));
-    EXPECT_EQ(count, 12u);
-    count = 4; // 4 units (48 bytes) remain: split
-    EXPECT_EQ(tree.GetChunk(count, kTag), buffer.At(12));
-    EXPECT_EQ(count, 4u);
-    ASSERT_TRUE(tree.InsertChunkInTree(buffer.At(4), 12, kTag));
-    count = 13; // 3 units (36 bytes) would remain: all 16 go
-    EXPECT_EQ(tree.GetChunk(count, kTag), buffer.At(4));
-    EXPECT_EQ(count, 16u);
-    EXPECT_TRUE(tree.IsEmpty());
-}
+// clang-format off
+const ScriptCase kScripts[] = {
+    {"EmptyAndTooLarge", 1, 256, kTag, {
+        {Get, 0, 40, -1, 40}, // empty: null, count kept
+        {Insert, 0, 100}, {Get, 0, 101, -1, 101}, {Get, 0, 0, -1, 0}, {Get, 0, 100, 0, 100}}},
+    {"Choice", 1, 512, kTag, {
+        {Insert, 0, 64}, {Insert, 128, 64}, {Insert, 256, 96},
+        {Get, 0, 64, 128, 64}, // an exact fit takes the later of the two 64s
+        {Get, 0, 50, 0, 64},   // no exact fit: the first 64, whole (14 would remain)
+        {Get, 0, 65, 256, 96}, // only 96 fits; 31 would remain: whole
+        {Insert, 0, 64}, {Insert, 128, 64}, {Insert, 256, 96},
+        {Get, 0, 64, 128, 64}, {Get, 0, 64, 0, 64},
+        {Get, 0, 56, 256, 56}, // 40 remain: split, the tail stays free
+        {Insert, 256, 56},
+        {Get, 0, 80, 256, 96}}}, // 16 would remain: the whole 96 goes
+    {"RemainderAndMinimum", 12, 100, kTag, { // 4 units (48 bytes) is the smallest chunk
+        {Insert, 0, 20},
+        {Get, 0, 1, 0, 1}, // served as asked: 19 units remain
+        {Refuse, 0, 1},    // too small to come back
+        {Get, 0, 3, 1, 3}, // a tail whose node overlapped the taken head's
+        {Insert, 0, 4},    // both heads, merged
+        {Get, 0, 12, 0, 12}, {Get, 0, 4, 12, 4}, // 8, then 4 units remain: split
+        {Insert, 4, 12},
+        {Get, 0, 13, 4, 16}}}, // 3 units (36 bytes) would remain: all 16 go
+    {"Merges", 1, 400, kTag, {
+        {Insert, 100, 100}, // alone
+        {Insert, 200, 60},  // lower neighbour: [100, 260)
+        {Insert, 40, 60},   // upper neighbour: [40, 260)
+        {Insert, 300, 100}, // alone again
+        {Insert, 260, 40},  // both: [40, 400)
+        {Apart, 0, 40},     // touches, kept apart
+        {Get, 0, 360, 40, 360}}},
+    {"BadReturns", 1, 400, kTag, {
+        {Insert, 100, 100},
+        {Refuse, 300, 39}, {Refuse, 300, 0}, // under 40 bytes
+        {Refuse, 100, 100},                  // returned twice
+        {Refuse, 120, 40}, {Refuse, 61, 40}, // inside, over the start
+        {Refuse, 199, 40}, {Refuse, 0, 300}}}, // over the end, around it
+    {"GetAtAndFind", 1, 400, kTag, {
+        {Insert, 100, 200},
+        {GetAt, 120, 50, -1, 50}, // not a chunk's start
+        {GetAt, 100, 50, 100, 50},
+        {GetAt, 150, 200, -1, 200}, // too small
+        {Find, 299, 0, 1}, {Find, 300, 0, 0}, {Find, 149, 0, 0},
+        {GetAt, 150, 120, 150, 150}}}, // 30 would remain: all 150 go
+    {"MetapagePages", 4096, 16, MemChunkTree::MetapageTag, {
+        {Insert, 0, 16}, {Get, 0, 1, 0, 1}, {Get, 0, 3, 1, 3},
+        {Insert, 0, 1}, {Insert, 1, 3}}}, // all merged again
+};
+// clang-format on
 
-TEST(ChunkTree, MergesWithNeighbours)
+INSTANTIATE_TEST_SUITE_P(Cases, ChunkTreeScript, ::testing::ValuesIn(kScripts),
+                         [](const ::testing::TestParamInfo<ScriptCase>& info)
+                         { return std::string(info.param.name); });
+
+TEST(ChunkTree, RefusesNullAndFreeUnitsPast32Bits)
 {
     Buffer buffer(1, 400);
     MemChunkTree tree(1);
-    Model model(1);
-    auto insert = [&](u32 offset, u32 count, bool merge, u32 chunksAfter)
-    {
-        ASSERT_TRUE(tree.InsertChunkInTree(buffer.At(offset), count, kTag, merge));
-        model.Insert(offset, count, merge);
-        ExpectSame(tree, model, buffer);
-        EXPECT_EQ(tree.GetNumberOfChunks(), chunksAfter);
-    };
-    insert(100, 100, true, 1); // alone
-    insert(200, 60, true, 1);  // lower neighbour: [100, 260)
-    insert(40, 60, true, 1);   // upper neighbour: [40, 260)
-    insert(300, 100, true, 2); // alone again
-    insert(260, 40, true, 1);  // both: [40, 400)
-    EXPECT_EQ(ChunksOf(tree, buffer), (Chunks{{40, 360}}));
-    insert(0, 40, false, 2); // touches, kept apart
-    u32 count = 360;
-    EXPECT_EQ(tree.GetChunk(count, kTag), buffer.At(40));
-    EXPECT_EQ(count, 360u);
-}
-
-TEST(ChunkTree, RefusesBadReturns)
-{
-    Buffer buffer(1, 400);
-    MemChunkTree tree(1);
-    ASSERT_TRUE(tree.InsertChunkInTree(buffer.At(100), 100, kTag));
     EXPECT_FALSE(tree.InsertChunkInTree(nullptr, 100, kTag));
-    EXPECT_FALSE(tree.InsertChunkInTree(buffer.At(300), 39, kTag)); // under 40 bytes
-    EXPECT_FALSE(tree.InsertChunkInTree(buffer.At(300), 0, kTag));
-    EXPECT_FALSE(tree.InsertChunkInTree(buffer.At(100), 100, kTag)); // returned twice
-    EXPECT_FALSE(tree.InsertChunkInTree(buffer.At(120), 40, kTag));  // inside
-    EXPECT_FALSE(tree.InsertChunkInTree(buffer.At(61), 40, kTag));   // over the start
-    EXPECT_FALSE(tree.InsertChunkInTree(buffer.At(199), 40, kTag));  // over the end
-    EXPECT_FALSE(tree.InsertChunkInTree(buffer.At(0), 300, kTag));   // around it
-    EXPECT_EQ(tree.GetNumberOfChunks(), 1u);
-    EXPECT_EQ(tree.GetFreeUnits(), 100u);
-    EXPECT_TRUE(tree.Validate(kTag));
-
-    // The free units must fit in 32 bits. Only a chunk's first bytes are
-    // ever touched, so a chunk may reach far past the buffer here.
+    EXPECT_TRUE(tree.IsEmpty());
+    // Only a chunk's first bytes are ever touched, so a chunk may reach far
+    // past the buffer here.
     if (sizeof(void*) == 8)
     {
-        MemChunkTree big(1);
-        ASSERT_TRUE(big.InsertChunkInTree(buffer.At(64), 0xFFFFFFF0u, kTag));
-        EXPECT_FALSE(big.InsertChunkInTree(buffer.At(0), 64, kTag));
-        EXPECT_TRUE(big.Validate(kTag));
-        EXPECT_EQ(big.GetNumberOfChunks(), 1u);
+        ASSERT_TRUE(tree.InsertChunkInTree(buffer.At(64), 0xFFFFFFF0u, kTag));
+        EXPECT_FALSE(tree.InsertChunkInTree(buffer.At(0), 64, kTag));
+        EXPECT_TRUE(tree.Validate(kTag));
+        EXPECT_EQ(tree.GetNumberOfChunks(), 1u);
     }
-}
-
-TEST(ChunkTree, GetChunkAtAndFindChunk)
-{
-    Buffer buffer(1, 400);
-    MemChunkTree tree(1);
-    ASSERT_TRUE(tree.InsertChunkInTree(buffer.At(100), 200, kTag));
-    u32 count = 50;
-    EXPECT_EQ(tree.GetChunkAt(buffer.At(120), count, kTag), nullptr); // not a chunk's start
-    EXPECT_EQ(tree.GetChunkAt(buffer.At(100), count, kTag), buffer.At(100));
-    EXPECT_EQ(count, 50u);
-    count = 200;
-    EXPECT_EQ(tree.GetChunkAt(buffer.At(150), count, kTag), nullptr); // too small
-    EXPECT_EQ(count, 200u);
-    void* start = nullptr;
-    EXPECT_TRUE(tree.FindChunk(buffer.At(299), &start, &count));
-    EXPECT_EQ(start, buffer.At(150));
-    EXPECT_EQ(count, 150u);
-    EXPECT_FALSE(tree.FindChunk(buffer.At(300), &start, &count));
-    EXPECT_FALSE(tree.FindChunk(buffer.At(149), &start, &count));
-    count = 120; // 30 would remain: all 150 go
-    EXPECT_EQ(tree.GetChunkAt(buffer.At(150), count, kTag), buffer.At(150));
-    EXPECT_EQ(count, 150u);
-    EXPECT_TRUE(tree.IsEmpty());
-}
-
-TEST(ChunkTree, MetapagePages)
-{
-    const u32 kPage = 4096;
-    Buffer buffer(kPage, 16);
-    MemChunkTree tree(kPage);
-    const unsigned char tag = MemChunkTree::MetapageTag;
-    EXPECT_EQ(tree.GetMinimumCount(), 1u);
-    ASSERT_TRUE(tree.InsertChunkInTree(buffer.At(0), 16, tag));
-    u32 one = 1, three = 3;
-    EXPECT_EQ(tree.GetChunk(one, tag), buffer.At(0));
-    EXPECT_EQ(tree.GetChunk(three, tag), buffer.At(1));
-    EXPECT_EQ(one, 1u);
-    EXPECT_EQ(tree.GetLargestChunk(), 12u);
-    EXPECT_TRUE(tree.Validate(tag));
-    EXPECT_FALSE(tree.Validate(kTag)) << "the nodes carry the metapage tag";
-    ASSERT_TRUE(tree.InsertChunkInTree(buffer.At(0), 1, tag));
-    ASSERT_TRUE(tree.InsertChunkInTree(buffer.At(1), 3, tag));
-    EXPECT_EQ(tree.GetNumberOfChunks(), 1u);
-    EXPECT_EQ(tree.GetLargestChunk(), 16u);
-}
-
-TEST(ChunkTree, StaysBalancedWithManyChunks)
-{
-    const u32 kChunks = 4000;
-    Buffer buffer(1, kChunks * 100);
-    MemChunkTree tree(1);
-    // Ascending addresses with sizes that grow too: the worst order for an
-    // unbalanced tree, in both trees at once.
-    for (u32 i = 0; i < kChunks; ++i)
-        ASSERT_TRUE(tree.InsertChunkInTree(buffer.At(i * 100), 40 + i % 50, kTag));
-    EXPECT_TRUE(tree.Validate(kTag));
-    EXPECT_EQ(tree.GetNumberOfChunks(), kChunks);
-    EXPECT_EQ(tree.GetLargestChunk(), 89u);
-    // Exact fits of 40 take the 40-unit chunks from the highest address down.
-    for (u32 i = kChunks; i-- > 0;)
-    {
-        if (i % 50 != 0)
-            continue;
-        u32 count = 40;
-        ASSERT_EQ(tree.GetChunk(count, kTag), buffer.At(i * 100));
-    }
-    EXPECT_TRUE(tree.Validate(kTag));
-    EXPECT_EQ(tree.GetNumberOfChunks(), kChunks - kChunks / 50);
 }
 
 } // namespace

@@ -24,38 +24,6 @@ using qel::AllocatorStatMarker;
 using qel::Mem;
 using qeltest::Hex;
 
-// An output stream into a string.
-class StringStream : public qel::OutputStream
-{
-public:
-    StringStream() : OutputStream(&m_Sink) {}
-    ~StringStream() override { Finish(); }
-    const std::string& Text()
-    {
-        Flush();
-        return m_Sink.text;
-    }
-
-private:
-    struct Sink : qel::Provider
-    {
-        Sink() { m_Open = true; }
-        void Request(qel::u64, unsigned char*& block, unsigned char*& current,
-                     unsigned char*& end) override
-        {
-            block = current = buffer;
-            end = buffer + sizeof buffer;
-        }
-        void Return(void* block, void* end) override
-        {
-            text.append(static_cast<char*>(block), static_cast<char*>(end));
-        }
-        void Return(void* block) override { Return(block, buffer + sizeof buffer); }
-        unsigned char buffer[1000];
-        std::string text;
-    } m_Sink;
-};
-
 typedef std::vector<std::string> Cells;
 
 // The cells of the rows of the table whose id is `id`, markup stripped.
@@ -107,14 +75,14 @@ std::string Text(qel::u64 value)
 
 std::string LiveReport(AllocatorStatMarker* from = nullptr, AllocatorStatMarker* to = nullptr)
 {
-    StringStream out;
+    qeltest::DumpCapture out;
     EXPECT_TRUE(Mem::WriteMemoryReport(out, from, to));
     return out.Text();
 }
 
 std::string SavedDumps(AllocatorStatMarker* from, AllocatorStatMarker* to)
 {
-    StringStream out;
+    qeltest::DumpCapture out;
     Mem::DumpAllStatistics(&out, from, to);
     return out.Text();
 }
@@ -311,7 +279,7 @@ TEST(MemoryReport, SavedDumpsReadInPiecesGiveTheLiveReportWhichDisturbsNothing)
             ASSERT_TRUE(report.Read(text.data() + at, qel::u32(size)));
             at += size;
         }
-        StringStream out;
+        qeltest::DumpCapture out;
         ASSERT_TRUE(report.Write(out, "The running process"));
         if (pass < 2)
         {

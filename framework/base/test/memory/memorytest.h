@@ -3,7 +3,9 @@
 #pragma once
 
 #include <qel/allocator.h>
-#include <qel/outputbufferstream.h>
+#include <qel/allocatorstatistics.h>
+#include <qel/outputstream.h>
+#include <qel/provider.h>
 
 #include <gtest/gtest.h>
 
@@ -11,6 +13,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <future>
 #include <mutex>
 #include <random>
 #include <string>
@@ -20,22 +23,27 @@
 namespace qeltest
 {
 
-// Collects what a dump writes into a buffer of its own.
-class DumpCapture
+// Collects what a dump or a report writes, through blocks of its own: not
+// through the library's allocators, which it may be showing.
+class DumpCapture : public qel::OutputStream
 {
 public:
-    DumpCapture()
-        : m_Buffer(1 << 16), m_Stream(&m_Buffer[0], &m_Buffer[0], &m_Buffer[0] + m_Buffer.size())
-    {
-    }
+    DumpCapture() : OutputStream(&m_Sink) {}
+    ~DumpCapture() override { Finish(); }
 
-    qel::OutputStream* Stream() { return &m_Stream; }
+    qel::OutputStream* Stream() { return this; }
+
+    // The text written so far.
+    const std::string& Text()
+    {
+        Flush();
+        return m_Sink.text;
+    }
 
     // The text written so far, cut at each CR LF.
     std::vector<std::string> Lines()
     {
-        m_Stream.Flush();
-        const std::string text(&m_Buffer[0], m_Stream.GetWrittenSize());
+        const std::string& text = Text();
         std::vector<std::string> lines;
         for (std::size_t begin = 0; begin < text.size();)
         {
@@ -49,8 +57,23 @@ public:
     }
 
 private:
-    std::vector<char> m_Buffer;
-    qel::OutputBufferStream m_Stream;
+    struct Sink : qel::Provider
+    {
+        Sink() { m_Open = true; }
+        void Request(qel::u64, unsigned char*& block, unsigned char*& current,
+                     unsigned char*& end) override
+        {
+            block = current = buffer;
+            end = buffer + sizeof buffer;
+        }
+        void Return(void* block, void* end) override
+        {
+            text.append(static_cast<char*>(block), static_cast<char*>(end));
+        }
+        void Return(void* block) override { Return(block, buffer + sizeof buffer); }
+        unsigned char buffer[1000];
+        std::string text;
+    } m_Sink;
 };
 
 inline std::string Hex(const void* p)
@@ -164,6 +187,64 @@ void ChurnWithContentChecks(qel::Allocator& allocator, unsigned threads, int ste
             EXPECT_TRUE(intact(block));
             allocator.Free(block.p);
         }
+}
+
+// The number in a dump's "Blocks held in other threads' caches: N", or -1.
+inline long HeldInOtherThreadsCaches(DumpCapture& dump)
+{
+    const std::string prefix = "Blocks held in other threads' caches: ";
+    for (const std::string& line : dump.Lines())
+        if (line.rfind(prefix, 0) == 0)
+            return std::stol(line.substr(prefix.size()));
+    return -1;
+}
+
+// A worker thread takes `count` blocks of each of `sizes` and frees them,
+// four rounds over, then waits while `totals()` is read here: what its cache
+// holds alone. The worker has ended, its cache gone back, on return.
+template <class Totals>
+qel::AllocatorStatistics TotalsWhileAThreadHoldsItsCache(qel::Allocator& allocator,
+                                                         const std::vector<unsigned>& sizes,
+                                                         int count, Totals totals)
+{
+    std::promise<void> used, checked;
+    std::thread worker(
+        [&]
+        {
+            std::vector<void*> blocks;
+            for (int round = 0; round < 4; ++round)
+                for (unsigned size : sizes)
+                {
+                    for (int i = 0; i < count; ++i)
+                        blocks.push_back(allocator.Malloc(size));
+                    for (void* p : blocks)
+                        allocator.Free(p);
+                    blocks.clear();
+                }
+            used.set_value();
+            checked.get_future().wait();
+        });
+    used.get_future().wait();
+    const qel::AllocatorStatistics held = totals();
+    checked.set_value();
+    worker.join();
+    return held;
+}
+
+// Blocks cached by this thread go with FreeAll, and the allocator serves on:
+// a block of `size` (`usable` bytes written) is then the only one counted.
+template <class AnAllocator, class Totals>
+void ExpectFreeAllVoidsTheCache(AnAllocator& allocator, unsigned size, unsigned usable,
+                                Totals totals)
+{
+    allocator.Free(allocator.Malloc(size));
+    allocator.FreeAll();
+    EXPECT_EQ(totals().currentPages, 0u);
+    void* b = allocator.Malloc(size);
+    std::memset(b, 7, usable);
+    EXPECT_EQ(totals().currentAllocations, 1u); // those cached beside it went back
+    allocator.Free(b);
+    EXPECT_EQ(totals().currentAllocations, 0u);
 }
 
 } // namespace qeltest

@@ -331,16 +331,6 @@ TEST(PackedAllocator, DestructionListsWhatIsStillAllocated)
     EXPECT_NE(output.find(Hex(leak) + Format("\t%16u", 112)), std::string::npos) << output;
 }
 
-// The number in "Blocks held in other threads' caches: N", or -1.
-long Held(const std::vector<std::string>& lines)
-{
-    const std::string prefix = "Blocks held in other threads' caches: ";
-    for (const std::string& line : lines)
-        if (line.rfind(prefix, 0) == 0)
-            return std::stol(line.substr(prefix.size()));
-    return -1;
-}
-
 // Cached blocks count as allocated: other threads' dumps say how many a
 // thread holds, and they go back when it ends. A request takes its class's
 // capacity; freeing a cached block again is a reported double free; FreeAll
@@ -367,7 +357,7 @@ TEST(PackedAllocatorThreadCaches, CachedBlocksAreCountedShownAndGoBackAtTheThrea
     filled.get_future().wait();
     qeltest::DumpCapture dump;
     packed.DumpStatistics(PackedAllocator::DumpUsage, nullptr, nullptr, dump.Stream(), nullptr);
-    const long held = Held(dump.Lines());
+    const long held = qeltest::HeldInOtherThreadsCaches(dump);
     EXPECT_GE(held, 1); // the block of 1024 at least
     EXPECT_EQ(packed.GetStatistics().currentAllocations, u32(held) + 1);
     EXPECT_GE(packed.GetStatistics().currentUsedSize, 1024u + 3072u);
@@ -387,13 +377,7 @@ TEST(PackedAllocatorThreadCaches, CachedBlocksAreCountedShownAndGoBackAtTheThrea
               1u);
     EXPECT_FALSE(packed.IsValidPointer(q));
 
-    packed.FreeAll();
-    EXPECT_EQ(packed.GetStatistics().currentPages, 0u);
-    char* b = static_cast<char*>(packed.Malloc(1000));
-    std::memset(b, 7, 1024);
-    EXPECT_EQ(packed.GetStatistics().currentAllocations, 1u); // those cached beside it went back
-    packed.Free(b);
-    EXPECT_EQ(packed.GetStatistics().currentAllocations, 0u);
+    qeltest::ExpectFreeAllVoidsTheCache(packed, 1000, 1024, [&] { return packed.GetStatistics(); });
 }
 
 // However a thread uses its cache, what the cache holds stays within the
@@ -402,30 +386,13 @@ TEST(PackedAllocatorThreadCaches, AThreadsCacheStaysWithinItsBudget)
 {
     PackedAllocator packed("Budget", 256);
     packed.EnableThreadCaches();
-    std::promise<void> used;
-    std::promise<void> checked;
-    std::thread worker(
-        [&]
-        {
-            std::vector<void*> blocks;
-            for (int round = 0; round < 4; ++round)
-                for (unsigned size = 256; size <= 65536; size += size / 8)
-                {
-                    for (int i = 0; i < 40; ++i)
-                        blocks.push_back(packed.Malloc(size));
-                    for (void* p : blocks)
-                        packed.Free(p);
-                    blocks.clear();
-                }
-            used.set_value();
-            checked.get_future().wait();
-        });
-    used.get_future().wait();
-    const qel::AllocatorStatistics held = packed.GetStatistics(); // the worker's cache alone
+    std::vector<unsigned> sizes;
+    for (unsigned size = 256; size <= 65536; size += size / 8)
+        sizes.push_back(size);
+    const qel::AllocatorStatistics held = qeltest::TotalsWhileAThreadHoldsItsCache(
+        packed, sizes, 40, [&] { return packed.GetStatistics(); });
     EXPECT_GT(held.currentUsedSize, 0u);
     EXPECT_LE(held.currentUsedSize, 2100u * 1024);
-    checked.set_value();
-    worker.join();
     EXPECT_EQ(packed.GetStatistics().currentAllocations, 0u);
 }
 

@@ -330,30 +330,13 @@ TEST(PoolAllocatorThreadCaches, AThreadsCacheStaysWithinItsBudget)
 {
     PoolAllocator pool;
     pool.EnableThreadCaches();
-    std::promise<void> used;
-    std::promise<void> checked;
-    std::thread worker(
-        [&]
-        {
-            std::vector<void*> blocks;
-            for (int round = 0; round < 4; ++round)
-                for (unsigned size = 16; size <= 256; size += 16)
-                {
-                    for (int i = 0; i < 2000; ++i)
-                        blocks.push_back(pool.Malloc(size));
-                    for (void* p : blocks)
-                        pool.Free(p);
-                    blocks.clear();
-                }
-            used.set_value();
-            checked.get_future().wait();
-        });
-    used.get_future().wait();
-    const qel::AllocatorStatistics held = pool.GetTotals(); // the worker's cache alone
+    std::vector<unsigned> sizes;
+    for (unsigned size = 16; size <= 256; size += 16)
+        sizes.push_back(size);
+    const qel::AllocatorStatistics held = qeltest::TotalsWhileAThreadHoldsItsCache(
+        pool, sizes, 2000, [&] { return pool.GetTotals(); });
     EXPECT_GT(held.currentUsedSize, 0u);
     EXPECT_LE(held.currentUsedSize, 80u * 1024);
-    checked.set_value();
-    worker.join();
     EXPECT_EQ(pool.GetTotals().currentAllocations, 0u);
 }
 
@@ -386,11 +369,7 @@ TEST(PoolAllocatorThreadCaches, CachedBlocksAreCountedShownAndGiveBackAtTheThrea
     EXPECT_EQ(qel::Allocator::GetOwner(kept), &pool);
     qeltest::DumpCapture dump;
     pool.DumpStatistics(PoolAllocator::DumpUsage, nullptr, nullptr, dump.Stream(), nullptr);
-    const std::string prefix = "Blocks held in other threads' caches: ";
-    long held = -1;
-    for (const std::string& line : dump.Lines())
-        if (line.rfind(prefix, 0) == 0)
-            held = std::stol(line.substr(prefix.size()));
+    const long held = qeltest::HeldInOtherThreadsCaches(dump);
     EXPECT_GE(held, 10); // the 16-byte blocks at least
     EXPECT_EQ(pool.GetTotals().currentAllocations, u32(held) + 1);
     checked.set_value();
@@ -398,16 +377,7 @@ TEST(PoolAllocatorThreadCaches, CachedBlocksAreCountedShownAndGiveBackAtTheThrea
     EXPECT_EQ(pool.GetTotals().currentAllocations, 0u);
     EXPECT_EQ(pool.GetTotals().currentPages, 0u);
 
-    // Blocks cached here go with FreeAll, and the pool serves on afterwards.
-    void* a = pool.Malloc(32);
-    pool.Free(a);
-    pool.FreeAll();
-    EXPECT_EQ(pool.GetTotals().currentPages, 0u);
-    auto* b = static_cast<unsigned char*>(pool.Malloc(32));
-    std::memset(b, 7, 32);
-    EXPECT_EQ(pool.GetTotals().currentAllocations, 1u); // those cached beside it went back
-    pool.Free(b);
-    EXPECT_EQ(pool.GetTotals().currentAllocations, 0u);
+    qeltest::ExpectFreeAllVoidsTheCache(pool, 32, 32, [&] { return pool.GetTotals(); });
 }
 
 } // namespace

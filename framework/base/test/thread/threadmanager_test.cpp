@@ -22,30 +22,39 @@ namespace
 using qel::ThreadManager;
 using qel::u32;
 
-void Count(void* counter)
+// Counts its runs and notes the id the thread manager gives the thread.
+struct Probe
 {
-    static_cast<std::atomic<int>*>(counter)->fetch_add(1);
-}
+    std::atomic<int> runs{0};
+    std::atomic<u32> seen{0};
+    static void Run(void* self)
+    {
+        static_cast<Probe*>(self)->seen = ThreadManager::GetThreadID();
+        ++static_cast<Probe*>(self)->runs;
+    }
+};
 
 TEST(ThreadManager, SuspendedThreadRunsOnlyAfterResume)
 {
-    std::atomic<int> runs{0};
-    const u32 id = ThreadManager::Create(&Count, &runs, 0, 0, true);
+    Probe probe;
+    const u32 id = ThreadManager::Create(&Probe::Run, &probe, 0, 0, true);
     ASSERT_NE(id, u32(ThreadManager::InvalidThreadId));
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    EXPECT_EQ(runs.load(), 0);
+    EXPECT_EQ(probe.runs.load(), 0);
     EXPECT_TRUE(ThreadManager::Resume(id));
     ThreadManager::Wait(qel::s32(id));
-    EXPECT_EQ(runs.load(), 1);
+    EXPECT_EQ(probe.runs.load(), 1);
 }
 
-TEST(ThreadManager, FinishedThreadLeavesTheTableAndWaitReturnsAtOnce)
+TEST(ThreadManager, FinishedThreadHadItsOwnIdThenLeavesTheTableAndWaitReturnsAtOnce)
 {
-    std::atomic<int> runs{0};
-    const u32 id = ThreadManager::Create(&Count, &runs, 64 * 1024, 0, false);
+    Probe probe;
+    const u32 id = ThreadManager::Create(&Probe::Run, &probe, 64 * 1024, 0, false);
     ASSERT_NE(id, u32(ThreadManager::InvalidThreadId));
     ThreadManager::Wait(qel::s32(id));
-    EXPECT_EQ(runs.load(), 1);
+    EXPECT_EQ(probe.runs.load(), 1);
+    EXPECT_EQ(probe.seen.load(), id);
+    EXPECT_NE(ThreadManager::GetThreadID(), id);
     // Unregistered once its entry returned: unknown from then on.
     EXPECT_TRUE(WaitUntil([id] { return !ThreadManager::Resume(id); }));
     ThreadManager::Wait(qel::s32(id));
@@ -93,22 +102,6 @@ TEST(ThreadManager, WaitReturnsOnlyAfterTheThreadsCachesWentBack)
     shared.looked.set_value();
     EXPECT_TRUE(WaitUntil([id] { return !ThreadManager::Resume(id); }));
 #endif
-}
-
-TEST(ThreadManager, ThreadIdsAreTheThreadsOwn)
-{
-    struct Probe
-    {
-        std::atomic<u32> seen{0};
-        static void Run(void* self)
-        {
-            static_cast<Probe*>(self)->seen = ThreadManager::GetThreadID();
-        }
-    } probe;
-    const u32 id = ThreadManager::Create(&Probe::Run, &probe, 0, 0, false);
-    ThreadManager::Wait(qel::s32(id));
-    EXPECT_EQ(probe.seen.load(), id);
-    EXPECT_NE(ThreadManager::GetThreadID(), id);
 }
 
 TEST(ThreadManager, SuspendedThreadGoesOnAfterResume)
