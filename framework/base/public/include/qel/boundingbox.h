@@ -76,22 +76,8 @@ public:
         float enter = 0.0f, leave = FLT_MAX;
         for (int i = 0; i < 3; ++i)
         {
-            const float o = m_Axes.columns[i].Dot(offset);
-            const float d = m_Axes.columns[i].Dot(ray.direction);
-            const float h = m_HalfExtents[i];
-            if (d == 0.0f)
-            {
-                if (std::fabs(o) > h)
-                    return false;
-                continue;
-            }
-            const float inv = 1.0f / d;
-            float t0 = (-h - o) * inv, t1 = (h - o) * inv;
-            if (t0 > t1)
-                std::swap(t0, t1);
-            enter = (std::max)(enter, t0);
-            leave = (std::min)(leave, t1);
-            if (enter > leave)
+            if (!ClipToSlab(m_Axes.columns[i].Dot(offset), m_Axes.columns[i].Dot(ray.direction),
+                            m_HalfExtents[i], enter, leave))
                 return false;
         }
         t = enter;

@@ -82,21 +82,7 @@ public:
             leave = closest + half;
         }
         // Between the caps.
-        if (da == 0.0f)
-        {
-            if (std::fabs(oa) > m_HalfHeight)
-                return false;
-        }
-        else
-        {
-            const float inverse = 1.0f / da;
-            float t0 = (-m_HalfHeight - oa) * inverse, t1 = (m_HalfHeight - oa) * inverse;
-            if (t0 > t1)
-                std::swap(t0, t1);
-            enter = (std::max)(enter, t0);
-            leave = (std::min)(leave, t1);
-        }
-        if (enter > leave)
+        if (!ClipToSlab(oa, da, m_HalfHeight, enter, leave))
             return false;
         t = enter;
         return true;

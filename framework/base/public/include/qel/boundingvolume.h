@@ -35,6 +35,10 @@
 #include <qel/ray.h>
 #include <qel/vector3.h>
 
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
 namespace qel
 {
 
@@ -85,6 +89,22 @@ protected:
     explicit BoundingVolume(BoundingVolumeType type) : m_Type(type) {}
     BoundingVolume(const BoundingVolume&) = default;
     BoundingVolume& operator=(const BoundingVolume&) = default;
+
+    // Narrows [enter, leave] to where a ray at `o` along an axis, moving `d`
+    // along it, lies within [-h, h]; false once that range is empty (or the
+    // ray runs parallel outside the slab).
+    static bool ClipToSlab(float o, float d, float h, float& enter, float& leave)
+    {
+        if (d == 0.0f)
+            return std::fabs(o) <= h && !(enter > leave);
+        const float inverse = 1.0f / d;
+        float t0 = (-h - o) * inverse, t1 = (h - o) * inverse;
+        if (t0 > t1)
+            std::swap(t0, t1);
+        enter = (std::max)(enter, t0);
+        leave = (std::min)(leave, t1);
+        return !(enter > leave);
+    }
 
 private:
     BoundingVolumeType m_Type;
