@@ -6,6 +6,7 @@
 
 #include "base/core/singleton.h"
 #include "base/thread/thread_native.h"
+#include "base/thread/threadslot_native.h"
 #include "base/thread/threadstart_native.h"
 
 namespace qel
@@ -37,6 +38,10 @@ void ThreadRoutine(void* block)
     const u32 id = native::GetCurrentThreadId();
     start.entry(start.argument);
 
+    // The library's per-thread state (the allocators' caches) goes back
+    // before the thread leaves the table: from then on a Wait for it returns
+    // at once, and whoever waited may tear the allocators down next.
+    native::ThreadSlotEndNow();
     ThreadManager* manager = ThreadManager::ms_SingletonInstance.load(std::memory_order_acquire);
     if (manager == nullptr)
         manager = ThreadManager::CreateSingletonInstance(); // null after the teardown

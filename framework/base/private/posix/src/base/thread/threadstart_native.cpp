@@ -5,7 +5,6 @@
 #include "base/thread/threadstart_native.h"
 
 #include "base/thread/thread_native.h"
-#include "base/thread/threadslot_native.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -76,11 +75,6 @@ void* Start(void* context)
         setpriority(PRIO_PROCESS, static_cast<id_t>(thread->id), kNice[thread->priority + 2]);
     thread->routine(thread->argument);
 
-    // As a Windows thread handle is signalled only after the thread's exit
-    // callbacks, the library's per-thread state (the allocators' caches)
-    // goes back before the thread counts as ended: whoever waits for it may
-    // tear the allocators down next.
-    ThreadSlotEndNow();
     pthread_mutex_lock(&thread->mutex);
     thread->ended = true;
     pthread_cond_broadcast(&thread->changed);

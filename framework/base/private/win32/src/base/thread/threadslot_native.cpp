@@ -90,5 +90,16 @@ void ThreadSlotSetFinal(void* value)
     SetLastError(error);
 }
 
+void ThreadSlotEndNow()
+{
+    if (g_FiberSlot == FLS_OUT_OF_INDEXES)
+        return;
+    void* value = FlsGetValue(g_FiberSlot);
+    if (value == nullptr)
+        return;
+    FlsSetValue(g_FiberSlot, nullptr);
+    g_AtExit(value);
+}
+
 } // namespace native
 } // namespace qel

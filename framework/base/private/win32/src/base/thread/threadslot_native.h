@@ -54,5 +54,10 @@ void ThreadSlotSet(void* value);
 // to `atExit`: what a thread's exit routine leaves behind.
 void ThreadSlotSetFinal(void* value);
 
+// Hands the calling thread's value to `atExit` now rather than on the
+// thread's way out, and not again then: for a thread whose end others wait
+// for, as they may tear down what the value refers to next.
+void ThreadSlotEndNow();
+
 } // namespace native
 } // namespace qel
