@@ -81,12 +81,15 @@ struct QEL_API Triangle
         // the normal, which a caller testing many rays against one triangle
         // computes once; signs are turned so that the determinant is
         // positive, and nothing is divided before the ray is known to hit.
-        const Vector3 e1 = b - a, e2 = c - a, normal = e1.Cross(e2);
+        // The second edge, the normal and the offset are turned around
+        // (a - c, (c - a) x (b - a), a - origin): each negates exactly, and
+        // together they leave no negation to do per ray.
+        const Vector3 e1 = b - a, e2 = a - c, normal = (c - a).Cross(e1);
         const float edges = e1.LengthSquared() * e2.LengthSquared();
-        const Vector3 offset = ray.origin - a, w = offset.Cross(ray.direction);
-        const float det = -normal.Dot(ray.direction);
+        const Vector3 offset = a - ray.origin, w = offset.Cross(ray.direction);
+        const float det = normal.Dot(ray.direction);
         const float sign = std::copysign(1.0f, det), size = std::fabs(det);
-        const float u = e2.Dot(w) * sign, v = -e1.Dot(w) * sign;
+        const float u = e2.Dot(w) * sign, v = e1.Dot(w) * sign;
         const float hit = offset.Dot(normal) * sign;
         if (!(u >= 0.0f && v >= 0.0f && u + v <= size && hit >= 0.0f))
             return false;
