@@ -81,16 +81,19 @@ struct QEL_API Triangle
         // the normal, which a caller testing many rays against one triangle
         // computes once; signs are turned so that the determinant is
         // positive, and nothing is divided before the ray is known to hit.
-        const Vector3 e1 = b - a, e2 = c - a, normal = e1.Cross(e2);
-        const Vector3 offset = ray.origin - a, w = offset.Cross(ray.direction);
-        const float det = -normal.Dot(ray.direction);
+        // The second edge, the normal and the offset are turned around
+        // (a - c, (c - a) x (b - a), a - origin): each negates exactly, and
+        // together they leave no negation to do per ray.
+        const Vector3 e1 = b - a, e2 = a - c, normal = (c - a).Cross(e1);
+        const float edges = e1.LengthSquared() * e2.LengthSquared();
+        const Vector3 offset = a - ray.origin, w = offset.Cross(ray.direction);
+        const float det = normal.Dot(ray.direction);
         const float sign = std::copysign(1.0f, det), size = std::fabs(det);
-        const float u = e2.Dot(w) * sign, v = -e1.Dot(w) * sign;
+        const float u = e2.Dot(w) * sign, v = e1.Dot(w) * sign;
         const float hit = offset.Dot(normal) * sign;
         if (!(u >= 0.0f && v >= 0.0f && u + v <= size && hit >= 0.0f))
             return false;
-        const float scale = e1.LengthSquared() * e2.LengthSquared() * ray.direction.LengthSquared();
-        if (!(det * det > scale * 1e-12f))
+        if (!(det * det > edges * ray.direction.LengthSquared() * 1e-12f))
             return false;
         t = hit / size;
         return true;
@@ -100,18 +103,23 @@ private:
     // Twice the area against the squared longest edge, for edges ab and ac,
     // both sides squared: no root, so a loop over one triangle asks once. In
     // double, where the fourth powers of float lengths neither overflow nor
-    // vanish.
+    // vanish. The longest edge is picked by value: std::max returns a
+    // reference, which puts the lengths in memory inside callers' loops and
+    // keeps the test from being hoisted out of them.
     static bool IsFlat(const Vector3& ab, const Vector3& ac)
     {
         const Vector3 bc = ac - ab, n = ab.Cross(ac);
-        const double longest =
-            (std::max)(ab.LengthSquared(), (std::max)(ac.LengthSquared(), bc.LengthSquared()));
+        const float l1 = ab.LengthSquared(), l2 = ac.LengthSquared(), l3 = bc.LengthSquared();
+        const float l23 = l3 > l2 ? l3 : l2;
+        const double longest = l23 > l1 ? l23 : l1;
         const double area = double(n.x) * n.x + double(n.y) * n.y + double(n.z) * n.z;
         return !(area > longest * longest * 1e-12);
     }
     // The closest point of the three edges. Static, with the corners by
     // value: the triangle's address does not escape from callers' loops.
-    static Vector3 ClosestOnEdges(Vector3 a, Vector3 b, Vector3 c, Vector3 p);
+    // Its answer depends on its arguments alone, and it says so, so that a
+    // loop calling it keeps its other pointers in registers.
+    [[gnu::const]] static Vector3 ClosestOnEdges(Vector3 a, Vector3 b, Vector3 c, Vector3 p);
 };
 
 } // namespace qel
