@@ -308,7 +308,7 @@ private:
         Bad,      // not a live block of ours: reported
         Done,     // resized in place
         Stuck,    // cannot grow in place
-        StuckBig, // the same in a big run, which pages given back may let grow
+        StuckBig, // the same in a big run, whose pages may move instead
         Lone,     // a lone block of a big run that a smaller run would hold
     };
     // Resizes in place under the lock of the block's arena. `lone` allows

@@ -314,14 +314,7 @@ void* PackedAllocator::ReAllocNoThrow(void* p, unsigned int size)
             return p;
     }
     u32 capacity = 0;
-    Resize resized = ResizeInPlace(p, size, true, capacity);
-    // The blocks this thread caches may hold the runs right behind a big
-    // one: they go back before the block moves.
-    if (resized == Resize::StuckBig && m_Caches != nullptr)
-    {
-        m_Caches->FlushOwn();
-        resized = ResizeInPlace(p, size, true, capacity);
-    }
+    const Resize resized = ResizeInPlace(p, size, true, capacity);
     if (resized == Resize::Done)
         return p;
     if (resized == Resize::Bad)
