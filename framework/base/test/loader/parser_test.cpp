@@ -581,15 +581,17 @@ u64 GeneralBytes()
 
 // The parser lays a file's nodes out in blocks that the file owns, linked
 // in 32 bits, or through a table when too far apart (the second time every
-// link is made so): parsed nodes edited and released early, a replaced
-// name and nodes made with new mix with them, and destroying the file gives
-// every byte, text and table entry back.
+// link is made so), and keeps its comments' texts there: parsed nodes
+// edited, emptied and released early, a replaced name and nodes made with
+// new mix with them, and destroying the file, which steps through its
+// blocks, gives every byte, text and table entry back.
 TEST_F(ParserTest, AFileHoldsItsNodesAndGivesThemBackWithIt)
 {
+    Parser::SetParsingComment(true);
     std::string text;
     for (int i = 0; i < 3000; ++i)
-        text += "{Object:o" + std::to_string(i) +
-                "\n\tPosition(1 2 3)\n\t{Light\n\t\tPower(60)\n\t}\n}\n";
+        text += "; note " + std::to_string(i) + "\n{Object:o" + std::to_string(i) +
+                "\n\tPosition(1 2 3)\n\tColour(4)\n\t{Light\n\t\tPower(60)\n\t}\n}\n";
     // A first parse grows the string pool's table for good.
     ASSERT_TRUE(Parse(text));
     const u64 bytes = GeneralBytes();
@@ -619,11 +621,23 @@ TEST_F(ParserTest, AFileHoldsItsNodesAndGivesThemBackWithIt)
         section->AddChild(added);
         file->AddChild(new ParsedSection, 3);
         EXPECT_EQ(added->GetParent(), section);
-        EXPECT_EQ(file->GetChildCount(), 3000u);
-        EXPECT_EQ(Printed(*section), "{Object:renamed\r\n\t{Light\r\n\t\tPower(\"watts\")\r\n\t}"
-                                     "\r\n\tAdded\r\n}\r\n");
-        EXPECT_STREQ(static_cast<ParsedSection*>(file->GetChild(6))->GetName()->GetIdentifier(),
-                     "o6");
+        EXPECT_EQ(file->GetChildCount(), 6000u);
+        EXPECT_EQ(Printed(*section),
+                  "{Object:renamed\r\n\tColour(\"4\")\r\n\t{Light\r\n\t\tPower(\"watts\")\r\n\t}"
+                  "\r\n\tAdded\r\n}\r\n");
+        EXPECT_STREQ(static_cast<ParsedSection*>(file->GetChild(7))->GetName()->GetIdentifier(),
+                     "o3");
+        // A comment's text set anew, a parsed section emptied and given a
+        // child made by hand.
+        ParsedNode* comment = file->GetChild(6);
+        EXPECT_STREQ(comment->GetIdentifier(), " note 3");
+        comment->SetIdentifier("edited");
+        ParsedRoot* emptied = file->FindChild("Object:o4");
+        ASSERT_TRUE(emptied);
+        emptied->ReleaseChildren();
+        emptied->AddChild(new ParsedComment);
+        EXPECT_EQ(Printed(*emptied), "{Object:o4\r\n\t;\r\n}\r\n");
+        EXPECT_STREQ(file->GetChild(6)->GetIdentifier(), "edited");
         printed[everyFar] = Printed(*file);
 
         file.reset();

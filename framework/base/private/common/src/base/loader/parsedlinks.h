@@ -12,6 +12,13 @@
 // the node from its first item on, their count in the node's word; a node
 // made or edited by hand (Listed) keeps them in a list on the general
 // allocator instead, to which its first item links.
+//
+// A parser's node keeps the room it was made with, so that its file can
+// step through its chunks node by node: items dropped from the end of those
+// in the node leave it Shrunk, the room kept in the link past the last
+// item; a node whose items move to a list keeps its room in its count. A
+// parser's node destroyed before its file is left in place as a dead node
+// (type 0) whose count is its size in 8-byte units.
 #pragma once
 
 #include <qel/export.h>
@@ -147,13 +154,38 @@ struct ParsedLinks
             --Follow<List>(node, first)->size;
             return;
         }
-        Unlink(Links(first)[(node.m_Word >> ParsedNode::CountShift) - 1]);
-        node.m_Word -= 1 << ParsedNode::CountShift;
+        const u32 room = Capacity(node, first);
+        u32& last = Links(first)[(node.m_Word >> ParsedNode::CountShift) - 1];
+        Unlink(last);
+        last = room;
+        node.m_Word = (node.m_Word - (1 << ParsedNode::CountShift)) | ParsedNode::Shrunk;
     }
     // Frees the list of a node that has one, emptied of its items.
     static void FreeList(ParsedNode& node, u32& first);
     // A list of exactly `count` items for a listed node that has none.
     static void MakeList(ParsedNode& node, u32& first, void* const* items, u32 count);
+
+    // ---- the parser's nodes in their file's chunks
+
+    // The items a parser's node has room for in itself.
+    static u32 Capacity(const ParsedNode& node, const u32& first)
+    {
+        const u32 count = node.m_Word >> ParsedNode::CountShift;
+        if ((node.m_Word & (ParsedNode::Shrunk | ParsedNode::Listed)) == ParsedNode::Shrunk)
+            return Links(first)[count];
+        return count ? count : 1;
+    }
+    // The bytes a parser's node takes, dead or alive.
+    static u32 Bytes(const ParsedNode& node);
+    // Leaves a parser's node, its destructor run, as a dead node of `bytes`.
+    static void Bury(ParsedNode* node, u32 bytes);
+    // Drops what a parser's node holds in place, without its destructor:
+    // its texts, its list and its far links, and the nodes made by hand it
+    // holds (its parser's nodes are in the chunks too). Gives its bytes.
+    static u32 Dismantle(ParsedNode& node);
+    // Destroys the listed node's items that were made by hand and frees
+    // its list.
+    static void ReleaseMadeByHand(ParsedNode& node, u32& first);
 
 private:
     // The node's list with room for `extra` more items (just that much
