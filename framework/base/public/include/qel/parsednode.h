@@ -99,9 +99,9 @@ private:
         // Items dropped from the end of those held in the node: the room
         // they had is kept in the link past the last one (see parsedlinks.h).
         Shrunk = 0x100,
-        // A comment of the parser whose text follows it in the file's
-        // chunks (its count is the text's length, which stays when the
-        // text is set anew).
+        // A comment of the parser whose text is in the node from its
+        // identifier on, in the file's chunks (its count is the text's
+        // length, which stays when the text is set anew).
         TextInside = 0x200,
         CountShift = 10,
         MaxCount = 0x3FFFFF, // items held in the node
@@ -118,9 +118,11 @@ private:
     // going with the file.
     static void Destroy(ParsedNode* node);
 
-    u32 m_Identifier = 0; // to the text's pool record
     u32 m_Parent = 0;
     u32 m_Word; // the type, the flags, the items held in the node
+    // To the text's pool record; where a parser's comment keeps its text
+    // (TextInside), the text's first bytes.
+    u32 m_Identifier = 0;
 };
 
 // A comment kept by the parser: its text is the identifier. The parser

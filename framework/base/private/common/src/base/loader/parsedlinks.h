@@ -23,6 +23,7 @@
 
 #include <qel/export.h>
 #include <qel/parsednode.h>
+#include <qel/parsedstringpool.h>
 
 #include <cstdint>
 
@@ -84,6 +85,19 @@ struct ParsedLinks
             LinkFar(holder, link, target);
     }
     static void LinkFar(ParsedNode& holder, u32& link, const void* target);
+
+    // The pool record of a node's identifier: none for a parser's comment
+    // whose text is in the node.
+    static ParsedStringPool::Record* Identifier(const ParsedNode& node)
+    {
+        if (node.m_Word & ParsedNode::TextInside)
+            return nullptr;
+        return Follow<ParsedStringPool::Record>(node, node.m_Identifier);
+    }
+    static char* TextInside(ParsedNode& node)
+    {
+        return reinterpret_cast<char*>(&node.m_Identifier);
+    }
 
     static void Unlink(u32& link)
     {

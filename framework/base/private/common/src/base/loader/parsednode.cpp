@@ -228,8 +228,8 @@ void ParsedLinks::MakeList(ParsedNode& node, u32& first, void* const* items, u32
 
 ParsedNode::~ParsedNode()
 {
-    Release(ParsedLinks::Follow<Record>(*this, m_Identifier));
-    ParsedLinks::ForgetFar(*this, &m_Identifier, &m_Word);
+    Release(ParsedLinks::Identifier(*this));
+    ParsedLinks::ForgetFar(*this, &m_Parent, &m_Identifier + 1);
 }
 
 void ParsedNode::Destroy(ParsedNode* node)
@@ -247,17 +247,21 @@ void ParsedNode::Destroy(ParsedNode* node)
 const char* ParsedNode::GetIdentifier() const
 {
     if (m_Word & TextInside)
-        return reinterpret_cast<const char*>(static_cast<const ParsedComment*>(this) + 1);
+        return reinterpret_cast<const char*>(&m_Identifier);
     return TextOf(ParsedLinks::Follow<Record>(*this, m_Identifier));
 }
 
 void ParsedNode::SetIdentifier(const char* identifier)
 {
     // The new text first: it may be the one held.
-    Record* held = ParsedLinks::Follow<Record>(*this, m_Identifier);
-    ParsedLinks::Link(*this, m_Identifier,
-                      identifier ? ParsedStringPool::CreateRecord(identifier) : nullptr);
-    m_Word &= ~u32(TextInside);
+    Record* held = ParsedLinks::Identifier(*this);
+    Record* record = identifier ? ParsedStringPool::CreateRecord(identifier) : nullptr;
+    if (m_Word & TextInside)
+    {
+        m_Word &= ~u32(TextInside);
+        m_Identifier = 0;
+    }
+    ParsedLinks::Link(*this, m_Identifier, record);
     Release(held);
 }
 
@@ -648,7 +652,11 @@ u32 ParsedLinks::Bytes(const ParsedNode& node)
                        4 * Capacity(root, root.m_Items));
     }
     case ParsedNode::CommentType:
-        return Rounded(u32(sizeof(ParsedComment)) + (count ? count + 1 : 0));
+        if (count == 0)
+            return Rounded(u32(sizeof(ParsedComment)));
+        return Rounded(u32(reinterpret_cast<const char*>(&node.m_Identifier) -
+                           reinterpret_cast<const char*>(&node)) +
+                       count + 1);
     default:
         return 8 * count;
     }
@@ -710,10 +718,10 @@ u32 ParsedLinks::Dismantle(ParsedNode& node)
     default:
         return bytes; // dead
     }
-    Release(Follow<Record>(node, node.m_Identifier));
+    Release(Identifier(node));
     if (node.m_Word & ParsedNode::Far)
-        parsedlinks::ForgetFar(&node.m_Identifier, reinterpret_cast<const u32*>(
-                                                       reinterpret_cast<char*>(&node) + bytes));
+        parsedlinks::ForgetFar(
+            &node.m_Parent, reinterpret_cast<const u32*>(reinterpret_cast<char*>(&node) + bytes));
     return bytes;
 }
 

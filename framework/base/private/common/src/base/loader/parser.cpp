@@ -71,6 +71,9 @@ Parser::Parser()
         u32(reinterpret_cast<const char*>(&entry.m_Items) - reinterpret_cast<const char*>(&entry));
     m_SectionItems = u32(reinterpret_cast<const char*>(&section.m_Items) -
                          reinterpret_cast<const char*>(&section));
+    const ParsedComment comment;
+    m_CommentText = u32(reinterpret_cast<const char*>(&comment.m_Identifier) -
+                        reinterpret_cast<const char*>(&comment));
 }
 
 void Parser::InitializeSet(bool* set, bool value)
@@ -317,15 +320,16 @@ void Parser::ReadComment()
             if (m_Current != '\r')
                 text.push_back(m_Current);
     }
-    // The text follows the node, unless it is longer than a count holds.
+    // The text is kept in the node, unless it is longer than a count holds.
     const bool inside = !text.empty() && text.size() <= ParsedNode::MaxCount;
     const u32 length = inside ? u32(text.size()) : 0;
     ParsedComment* comment =
-        new (Place(Rounded(u32(sizeof(ParsedComment)) + (inside ? length + 1 : 0)))) ParsedComment;
+        new (Place(Rounded(inside ? m_CommentText + length + 1 : u32(sizeof(ParsedComment)))))
+            ParsedComment;
     comment->m_Word |= ParsedNode::InFile |
                        (inside ? ParsedNode::TextInside | length << ParsedNode::CountShift : 0);
     if (inside)
-        std::memcpy(reinterpret_cast<char*>(comment + 1), text.c_str(), length + 1);
+        std::memcpy(ParsedLinks::TextInside(*comment), text.c_str(), length + 1);
     m_Children.push_back(comment);
     if (!text.empty() && !inside)
         ParsedLinks::Link(*comment, comment->m_Identifier,
