@@ -639,6 +639,13 @@ TEST_F(ParserTest, AFileHoldsItsNodesAndGivesThemBackWithIt)
         EXPECT_EQ(Printed(*emptied), "{Object:o4\r\n\t;\r\n}\r\n");
         EXPECT_STREQ(file->GetChild(6)->GetIdentifier(), "edited");
         printed[everyFar] = Printed(*file);
+        // A parsed file emptied, then given a node again.
+        std::unique_ptr<ParsedFile> emptiedFile = Parse(text, "b.txt");
+        ASSERT_TRUE(emptiedFile);
+        emptiedFile->ReleaseChildren();
+        emptiedFile->AddChild(new ParsedComment);
+        EXPECT_EQ(Printed(*emptiedFile), ";\r\n");
+        emptiedFile.reset();
 
         file.reset();
         parsedlinks::MakeEveryLinkFar(false);

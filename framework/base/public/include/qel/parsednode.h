@@ -103,8 +103,11 @@ private:
         // identifier on, in the file's chunks (its count is the text's
         // length, which stays when the text is set anew).
         TextInside = 0x200,
-        CountShift = 10,
-        MaxCount = 0x3FFFFF, // items held in the node
+        // A parsed file's children: links in a dead node of its chunks,
+        // which its first item links to (see parsedlinks.h).
+        Placed = 0x400,
+        CountShift = 11,
+        MaxCount = 0x1FFFFF, // items held in the node
     };
 
     // The library's nodes: their type and flags.

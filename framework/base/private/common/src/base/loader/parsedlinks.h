@@ -13,6 +13,9 @@
 // made or edited by hand (Listed) keeps them in a list on the general
 // allocator instead, to which its first item links.
 //
+// A parsed file keeps its children's links in a dead node of its chunks
+// (Placed) until they are edited.
+//
 // A parser's node keeps the room it was made with, so that its file can
 // step through its chunks node by node: items dropped from the end of those
 // in the node leave it Shrunk, the room kept in the link past the last
@@ -128,6 +131,12 @@ struct ParsedLinks
     {
         return reinterpret_cast<u32*>(reinterpret_cast<std::uintptr_t>(&first));
     }
+    // The same for a node that may be a parsed file, whose links are
+    // placed in its chunks.
+    static u32* Links(const ParsedNode& node, const u32& first)
+    {
+        return node.m_Word & ParsedNode::Placed ? Follow<u32>(node, first) : Links(first);
+    }
     static u32 Count(const ParsedNode& node, const u32& first)
     {
         if (!(node.m_Word & ParsedNode::Listed))
@@ -139,7 +148,7 @@ struct ParsedLinks
     static void* Get(const ParsedNode& node, const u32& first, u32 index)
     {
         if (!(node.m_Word & ParsedNode::Listed))
-            return Follow<void>(node, Links(first)[index]);
+            return Follow<void>(node, Links(node, first)[index]);
         return Follow<List>(node, first)->item[index];
     }
     // Inserts before `index` (at most the count), the node's items moved to
@@ -156,7 +165,7 @@ struct ParsedLinks
         if (!(node.m_Word & ParsedNode::Listed))
         {
             const u32 count = node.m_Word >> ParsedNode::CountShift;
-            return count ? Follow<void>(node, Links(first)[count - 1]) : nullptr;
+            return count ? Follow<void>(node, Links(node, first)[count - 1]) : nullptr;
         }
         const List* list = Follow<List>(node, first);
         return list && list->size ? list->item[list->size - 1] : nullptr;
@@ -169,7 +178,7 @@ struct ParsedLinks
             return;
         }
         const u32 room = Capacity(node, first);
-        u32& last = Links(first)[(node.m_Word >> ParsedNode::CountShift) - 1];
+        u32& last = Links(node, first)[(node.m_Word >> ParsedNode::CountShift) - 1];
         Unlink(last);
         last = room;
         node.m_Word = (node.m_Word - (1 << ParsedNode::CountShift)) | ParsedNode::Shrunk;
@@ -186,7 +195,7 @@ struct ParsedLinks
     {
         const u32 count = node.m_Word >> ParsedNode::CountShift;
         if ((node.m_Word & (ParsedNode::Shrunk | ParsedNode::Listed)) == ParsedNode::Shrunk)
-            return Links(first)[count];
+            return Links(node, first)[count];
         return count ? count : 1;
     }
     // The bytes a parser's node takes, dead or alive.
@@ -198,8 +207,13 @@ struct ParsedLinks
     // holds (its parser's nodes are in the chunks too). Gives its bytes.
     static u32 Dismantle(ParsedNode& node);
     // Destroys the listed node's items that were made by hand and frees
-    // its list.
+    // its list; a parsed file's placed items, all the parser's, are let go
+    // as they are, the file left with an empty list.
     static void ReleaseMadeByHand(ParsedNode& node, u32& first);
+    // The bytes of a dead node that holds `count` links, and its links
+    // once it is made at `place`.
+    static u32 PlacedBytes(u32 count);
+    static u32* Place(void* place, u32 count);
 
 private:
     // The node's list with room for `extra` more items (just that much

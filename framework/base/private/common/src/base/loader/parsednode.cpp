@@ -175,16 +175,16 @@ List* ParsedLinks::Room(ParsedNode& node, u32& first, u32 extra, bool exact)
     }
     else
     {
-        const u32* links = Links(first);
+        const u32* links = Links(node, first);
         for (u32 i = 0; i < size; ++i)
             grown->item[i] = Follow<void>(node, links[i]);
-        ForgetFar(node, links, links + std::max<u32>(size, 1));
         // The room stays in the count, where a listed node has no items.
         const u32 room = Capacity(node, first);
+        ForgetFar(node, links, links + room);
         node.m_Word = (node.m_Word & (ParsedNode::TypeBits | ParsedNode::InFile | ParsedNode::Root |
                                       ParsedNode::Far)) |
                       ParsedNode::Listed | room << ParsedNode::CountShift;
-        first = 0;
+        Unlink(first);
     }
     Link(node, first, grown);
     return grown;
@@ -668,8 +668,29 @@ void ParsedLinks::Bury(ParsedNode* node, u32 bytes)
     node->m_Word = ParsedNode::InFile | (bytes / 8) << ParsedNode::CountShift;
 }
 
+u32 ParsedLinks::PlacedBytes(u32 count)
+{
+    return Rounded(Rounded(u32(sizeof(DeadNode))) + 4 * count);
+}
+
+u32* ParsedLinks::Place(void* place, u32 count)
+{
+    ParsedNode* node = static_cast<ParsedNode*>(place);
+    Bury(node, PlacedBytes(count));
+    return reinterpret_cast<u32*>(reinterpret_cast<char*>(node) + Rounded(sizeof(DeadNode)));
+}
+
 void ParsedLinks::ReleaseMadeByHand(ParsedNode& node, u32& first)
 {
+    if (node.m_Word & ParsedNode::Placed)
+    {
+        const u32* links = Links(node, first);
+        ForgetFar(node, links, links + Capacity(node, first));
+        Unlink(first);
+        node.m_Word = (node.m_Word & (ParsedNode::TypeBits | ParsedNode::Root | ParsedNode::Far)) |
+                      ParsedNode::Listed;
+        return;
+    }
     if (List* list = Follow<List>(node, first))
         for (u32 i = 0; i < list->size; ++i)
         {

@@ -364,13 +364,31 @@ void Parser::Read(ParsedFile* file)
             break;
         Fail(inSection ? "Missing '}'" : "Missing '{'");
     }
-    // The file takes its children over in one step, or none of them.
+    // The file takes its children over in one step, or none of them; their
+    // links go in its chunks, unless too many for a count.
+    const u32 count = u32(m_Children.size());
     for (ParsedNode* child : m_Children)
         ParsedLinks::LinkNew(*child, child->m_Parent, file);
-    if (!m_Children.empty())
+    if (count > ParsedNode::MaxCount)
         ParsedLinks::MakeList(*file, file->m_Items,
-                              reinterpret_cast<void* const*>(m_Children.data()),
-                              u32(m_Children.size()));
+                              reinterpret_cast<void* const*>(m_Children.data()), count);
+    else if (count != 0)
+    {
+        u32* links = ParsedLinks::Place(Place(ParsedLinks::PlacedBytes(count)), count);
+        try
+        {
+            for (u32 i = 0; i < count; ++i)
+                ParsedLinks::LinkNew(*file, links[i], m_Children[i]);
+            ParsedLinks::LinkNew(*file, file->m_Items, links);
+        }
+        catch (...)
+        {
+            ParsedLinks::ForgetFar(*file, links, links + count);
+            throw;
+        }
+        file->m_Word = (file->m_Word & ~u32(ParsedNode::Listed)) | ParsedNode::Placed |
+                       count << ParsedNode::CountShift;
+    }
     m_Children.clear();
     m_Open.clear();
 }
