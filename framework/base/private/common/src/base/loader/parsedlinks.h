@@ -198,8 +198,35 @@ struct ParsedLinks
             return Links(node, first)[count];
         return count ? count : 1;
     }
-    // The bytes a parser's node takes, dead or alive.
-    static u32 Bytes(const ParsedNode& node);
+    // The bytes a parser's node takes, dead or alive (in line: a file steps
+    // through its chunks with it).
+    static u32 Bytes(const ParsedNode& node)
+    {
+        const u32 count = node.m_Word >> ParsedNode::CountShift;
+        u32 bytes;
+        switch (node.m_Word & ParsedNode::TypeBits)
+        {
+        case ParsedNode::EntryType:
+        {
+            const ParsedEntry& entry = static_cast<const ParsedEntry&>(node);
+            bytes = Offset(entry, entry.m_Items) + 4 * Capacity(entry, entry.m_Items);
+            break;
+        }
+        case ParsedNode::SectionType:
+        {
+            const ParsedRoot& root = static_cast<const ParsedRoot&>(node);
+            bytes = Offset(root, root.m_Items) + 4 * Capacity(root, root.m_Items);
+            break;
+        }
+        case ParsedNode::CommentType:
+            bytes =
+                count ? Offset(node, node.m_Identifier) + count + 1 : u32(sizeof(ParsedComment));
+            break;
+        default:
+            return 8 * count;
+        }
+        return (bytes + 7) & ~7u;
+    }
     // Leaves a parser's node, its destructor run, as a dead node of `bytes`.
     static void Bury(ParsedNode* node, u32 bytes);
     // Drops what a parser's node holds in place, without its destructor:
@@ -216,6 +243,10 @@ struct ParsedLinks
     static u32* Place(void* place, u32 count);
 
 private:
+    static u32 Offset(const ParsedNode& node, const u32& member)
+    {
+        return u32(reinterpret_cast<const char*>(&member) - reinterpret_cast<const char*>(&node));
+    }
     // The node's list with room for `extra` more items (just that much
     // with `exact`), the items moved there from the node first.
     static List* Room(ParsedNode& node, u32& first, u32 extra, bool exact);

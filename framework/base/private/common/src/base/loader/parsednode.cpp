@@ -632,36 +632,6 @@ u32 Rounded(u32 bytes)
 
 } // namespace
 
-u32 ParsedLinks::Bytes(const ParsedNode& node)
-{
-    const u32 count = node.m_Word >> ParsedNode::CountShift;
-    switch (node.m_Word & ParsedNode::TypeBits)
-    {
-    case ParsedNode::EntryType:
-    {
-        const ParsedEntry& entry = static_cast<const ParsedEntry&>(node);
-        return Rounded(u32(reinterpret_cast<const char*>(&entry.m_Items) -
-                           reinterpret_cast<const char*>(&entry)) +
-                       4 * Capacity(entry, entry.m_Items));
-    }
-    case ParsedNode::SectionType:
-    {
-        const ParsedRoot& root = static_cast<const ParsedRoot&>(node);
-        return Rounded(u32(reinterpret_cast<const char*>(&root.m_Items) -
-                           reinterpret_cast<const char*>(&root)) +
-                       4 * Capacity(root, root.m_Items));
-    }
-    case ParsedNode::CommentType:
-        if (count == 0)
-            return Rounded(u32(sizeof(ParsedComment)));
-        return Rounded(u32(reinterpret_cast<const char*>(&node.m_Identifier) -
-                           reinterpret_cast<const char*>(&node)) +
-                       count + 1);
-    default:
-        return 8 * count;
-    }
-}
-
 void ParsedLinks::Bury(ParsedNode* node, u32 bytes)
 {
     new (node) DeadNode;
@@ -701,7 +671,7 @@ void ParsedLinks::ReleaseMadeByHand(ParsedNode& node, u32& first)
     FreeList(node, first);
 }
 
-u32 ParsedLinks::Dismantle(ParsedNode& node)
+inline u32 ParsedLinks::Dismantle(ParsedNode& node)
 {
     const u32 bytes = Bytes(node);
     switch (node.m_Word & ParsedNode::TypeBits)
