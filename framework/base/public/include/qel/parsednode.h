@@ -1,7 +1,8 @@
 // The tree the parser builds from a sectioned text file: a file node holding
 // sections and entries, sections holding more of both and an optional name
 // entry, entries holding parameter lists, and comments when the parser keeps
-// them. Every text is interned in the parsed string pool.
+// them. Every text is interned in the parsed string pool, but for the texts
+// of the parser's comments, which their nodes hold (see ParsedComment).
 //
 // A root owns its children and a section its name entry: destroying a node
 // destroys everything under it. Print writes the node back in the sectioned
@@ -128,9 +129,10 @@ private:
     u32 m_Identifier = 0;
 };
 
-// A comment kept by the parser: its text is the identifier. The parser
-// keeps the text in its file's chunks behind the node rather than in the
-// string pool, as a comment's text is nearly always its own.
+// A comment kept by the parser: its text is the identifier. The parser's
+// comments hold their texts themselves, in their file's chunks, rather than
+// in the string pool, as a comment's text is nearly always its own; a text
+// set by hand is pooled as any other.
 class QEL_API ParsedComment : public ParsedNode
 {
 public:
