@@ -105,10 +105,12 @@ private:
         // length, which stays when the text is set anew).
         TextInside = 0x200,
         // A parsed file's children: links in a dead node of its chunks,
-        // which its first item links to (see parsedlinks.h).
-        Placed = 0x400,
-        CountShift = 11,
-        MaxCount = 0x1FFFFF, // items held in the node
+        // which its first item links to (see parsedlinks.h). Only a file
+        // is placed and only a comment has its text inside: they share a
+        // bit.
+        Placed = 0x200,
+        CountShift = 10,
+        MaxCount = 0x3FFFFF, // items held in the node
     };
 
     // The library's nodes: their type and flags.
@@ -121,6 +123,11 @@ private:
     // chunks has its destructor run and is marked dead in place, its memory
     // going with the file.
     static void Destroy(ParsedNode* node);
+    // Whether the node is a parser's comment holding its text.
+    bool HoldsText() const
+    {
+        return (m_Word & (TypeBits | TextInside)) == (CommentType | TextInside);
+    }
 
     u32 m_Parent = 0;
     u32 m_Word; // the type, the flags, the items held in the node

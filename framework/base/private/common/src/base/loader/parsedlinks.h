@@ -93,7 +93,7 @@ struct ParsedLinks
     // whose text is in the node.
     static ParsedStringPool::Record* Identifier(const ParsedNode& node)
     {
-        if (node.m_Word & ParsedNode::TextInside)
+        if (node.HoldsText())
             return nullptr;
         return Follow<ParsedStringPool::Record>(node, node.m_Identifier);
     }

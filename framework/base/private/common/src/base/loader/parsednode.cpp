@@ -246,7 +246,7 @@ void ParsedNode::Destroy(ParsedNode* node)
 
 const char* ParsedNode::GetIdentifier() const
 {
-    if (m_Word & TextInside)
+    if (HoldsText())
         return reinterpret_cast<const char*>(&m_Identifier);
     return TextOf(ParsedLinks::Follow<Record>(*this, m_Identifier));
 }
@@ -256,7 +256,7 @@ void ParsedNode::SetIdentifier(const char* identifier)
     // The new text first: it may be the one held.
     Record* held = ParsedLinks::Identifier(*this);
     Record* record = identifier ? ParsedStringPool::CreateRecord(identifier) : nullptr;
-    if (m_Word & TextInside)
+    if (HoldsText())
     {
         m_Word &= ~u32(TextInside);
         m_Identifier = 0;
