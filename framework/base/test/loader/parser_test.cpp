@@ -414,9 +414,11 @@ TEST(ParsedStringPool, HandlesCountAdoptedAndCopiedTextsAlike)
 // The parser hashes a text in its block a word at a time, reading past
 // its end; the pool hashes a caller's text without doing so. Both must
 // agree for every length, in the block and across its end, or a parsed
-// name would not be found by its text (nor shared with it).
+// name would not be found by its text (nor shared with it). Comments'
+// texts are pooled too, equal ones sharing the parameters' copy.
 TEST_F(ParserTest, ParsedTextsAreTheTextsThatThePoolFinds)
 {
+    Parser::SetParsingComment(true);
     std::string text;
     std::vector<std::string> words;
     for (int round = 0; text.size() < 40000; ++round)
@@ -424,19 +426,22 @@ TEST_F(ParserTest, ParsedTextsAreTheTextsThatThePoolFinds)
         {
             words.push_back(std::string(length, char('a' + round % 26)));
             const std::string& word = words.back();
-            text += "e" + std::to_string(words.size()) + "(" + word + " \"" + word + "\")\n";
+            text += ";" + word + "\ne" + std::to_string(words.size()) + "(" + word + " \"" + word +
+                    "\")\n;" + word + "\n";
         }
     auto file = Parse(text);
     ASSERT_TRUE(file);
-    ASSERT_EQ(file->GetChildCount(), words.size());
+    ASSERT_EQ(file->GetChildCount(), 3 * words.size());
     for (u32 i = 0; i < words.size(); ++i)
     {
-        const ParsedEntry* entry = static_cast<const ParsedEntry*>(file->GetChild(i));
+        const ParsedEntry* entry = static_cast<const ParsedEntry*>(file->GetChild(3 * i + 1));
         const std::string name = "e" + std::to_string(i + 1);
         ASSERT_EQ(ParsedStringPool::Search(name.c_str()), entry->GetIdentifier()) << name;
         ASSERT_STREQ(entry->GetParameter(0), words[i].c_str());
         ASSERT_EQ(ParsedStringPool::Search(words[i].c_str()), entry->GetParameter(0)) << name;
         ASSERT_EQ(entry->GetParameter(1), entry->GetParameter(0)) << name; // quoted
+        ASSERT_EQ(file->GetChild(3 * i)->GetIdentifier(), entry->GetParameter(0)) << name;
+        ASSERT_EQ(file->GetChild(3 * i + 2)->GetIdentifier(), entry->GetParameter(0)) << name;
     }
 }
 
@@ -581,10 +586,10 @@ u64 GeneralBytes()
 
 // The parser lays a file's nodes out in blocks that the file owns, linked
 // in 32 bits, or through a table when too far apart (the second time every
-// link is made so), and keeps its comments' texts there: parsed nodes
-// edited, emptied and released early, a replaced name and nodes made with
-// new mix with them, and destroying the file, which steps through its
-// blocks, gives every byte, text and table entry back.
+// link is made so), comments among them: parsed nodes edited, emptied and
+// released early, a replaced name and nodes made with new mix with them,
+// and destroying the file, which steps through its blocks, gives every
+// byte, text and table entry back.
 TEST_F(ParserTest, AFileHoldsItsNodesAndGivesThemBackWithIt)
 {
     Parser::SetParsingComment(true);

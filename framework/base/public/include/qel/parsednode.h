@@ -1,8 +1,7 @@
 // The tree the parser builds from a sectioned text file: a file node holding
 // sections and entries, sections holding more of both and an optional name
 // entry, entries holding parameter lists, and comments when the parser keeps
-// them. Every text is interned in the parsed string pool, but for the texts
-// of the parser's comments, which their nodes hold (see ParsedComment).
+// them. Every text is interned in the parsed string pool.
 //
 // A root owns its children and a section its name entry: destroying a node
 // destroys everything under it. Print writes the node back in the sectioned
@@ -100,14 +99,8 @@ private:
         // Items dropped from the end of those held in the node: the room
         // they had is kept in the link past the last one (see parsedlinks.h).
         Shrunk = 0x100,
-        // A comment of the parser whose text is in the node from its
-        // identifier on, in the file's chunks (its count is the text's
-        // length, which stays when the text is set anew).
-        TextInside = 0x200,
         // A parsed file's children: links in a dead node of its chunks,
-        // which its first item links to (see parsedlinks.h). Only a file
-        // is placed and only a comment has its text inside: they share a
-        // bit.
+        // which its first item links to (see parsedlinks.h).
         Placed = 0x200,
         CountShift = 10,
         MaxCount = 0x3FFFFF, // items held in the node
@@ -123,23 +116,13 @@ private:
     // chunks has its destructor run and is marked dead in place, its memory
     // going with the file.
     static void Destroy(ParsedNode* node);
-    // Whether the node is a parser's comment holding its text.
-    bool HoldsText() const
-    {
-        return (m_Word & (TypeBits | TextInside)) == (CommentType | TextInside);
-    }
 
+    u32 m_Identifier = 0; // to the text's pool record
     u32 m_Parent = 0;
     u32 m_Word; // the type, the flags, the items held in the node
-    // To the text's pool record; where a parser's comment keeps its text
-    // (TextInside), the text's first bytes.
-    u32 m_Identifier = 0;
 };
 
-// A comment kept by the parser: its text is the identifier. The parser's
-// comments hold their texts themselves, in their file's chunks, rather than
-// in the string pool, as a comment's text is nearly always its own; a text
-// set by hand is pooled as any other.
+// A comment kept by the parser: its text is the identifier.
 class QEL_API ParsedComment : public ParsedNode
 {
 public:

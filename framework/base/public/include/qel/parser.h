@@ -226,11 +226,9 @@ private:
     Record* m_EntryName;
     bool m_ReadingName;
     std::vector<Record*, GeneralAllocator<Record*>> m_Parameters;
-    // Where a node's items start, in entries and in sections, and where a
-    // comment's text does.
+    // Where a node's items start, in entries and in sections.
     u32 m_EntryItems;
     u32 m_SectionItems;
-    u32 m_CommentText;
 
     static std::atomic<Parser*> ms_SingletonInstance;
 };

@@ -26,7 +26,6 @@
 
 #include <qel/export.h>
 #include <qel/parsednode.h>
-#include <qel/parsedstringpool.h>
 
 #include <cstdint>
 
@@ -88,19 +87,6 @@ struct ParsedLinks
             LinkFar(holder, link, target);
     }
     static void LinkFar(ParsedNode& holder, u32& link, const void* target);
-
-    // The pool record of a node's identifier: none for a parser's comment
-    // whose text is in the node.
-    static ParsedStringPool::Record* Identifier(const ParsedNode& node)
-    {
-        if (node.HoldsText())
-            return nullptr;
-        return Follow<ParsedStringPool::Record>(node, node.m_Identifier);
-    }
-    static char* TextInside(ParsedNode& node)
-    {
-        return reinterpret_cast<char*>(&node.m_Identifier);
-    }
 
     static void Unlink(u32& link)
     {
@@ -219,8 +205,7 @@ struct ParsedLinks
             break;
         }
         case ParsedNode::CommentType:
-            bytes =
-                count ? Offset(node, node.m_Identifier) + count + 1 : u32(sizeof(ParsedComment));
+            bytes = u32(sizeof(ParsedComment));
             break;
         default:
             return 8 * count;

@@ -228,8 +228,8 @@ void ParsedLinks::MakeList(ParsedNode& node, u32& first, void* const* items, u32
 
 ParsedNode::~ParsedNode()
 {
-    Release(ParsedLinks::Identifier(*this));
-    ParsedLinks::ForgetFar(*this, &m_Parent, &m_Identifier + 1);
+    Release(ParsedLinks::Follow<Record>(*this, m_Identifier));
+    ParsedLinks::ForgetFar(*this, &m_Identifier, &m_Word);
 }
 
 void ParsedNode::Destroy(ParsedNode* node)
@@ -246,22 +246,15 @@ void ParsedNode::Destroy(ParsedNode* node)
 
 const char* ParsedNode::GetIdentifier() const
 {
-    if (HoldsText())
-        return reinterpret_cast<const char*>(&m_Identifier);
     return TextOf(ParsedLinks::Follow<Record>(*this, m_Identifier));
 }
 
 void ParsedNode::SetIdentifier(const char* identifier)
 {
     // The new text first: it may be the one held.
-    Record* held = ParsedLinks::Identifier(*this);
-    Record* record = identifier ? ParsedStringPool::CreateRecord(identifier) : nullptr;
-    if (HoldsText())
-    {
-        m_Word &= ~u32(TextInside);
-        m_Identifier = 0;
-    }
-    ParsedLinks::Link(*this, m_Identifier, record);
+    Record* held = ParsedLinks::Follow<Record>(*this, m_Identifier);
+    ParsedLinks::Link(*this, m_Identifier,
+                      identifier ? ParsedStringPool::CreateRecord(identifier) : nullptr);
     Release(held);
 }
 
@@ -709,10 +702,10 @@ inline u32 ParsedLinks::Dismantle(ParsedNode& node)
     default:
         return bytes; // dead
     }
-    Release(Identifier(node));
+    Release(Follow<Record>(node, node.m_Identifier));
     if (node.m_Word & ParsedNode::Far)
-        parsedlinks::ForgetFar(
-            &node.m_Parent, reinterpret_cast<const u32*>(reinterpret_cast<char*>(&node) + bytes));
+        parsedlinks::ForgetFar(&node.m_Identifier, reinterpret_cast<const u32*>(
+                                                       reinterpret_cast<char*>(&node) + bytes));
     return bytes;
 }
 

@@ -71,9 +71,6 @@ Parser::Parser()
         u32(reinterpret_cast<const char*>(&entry.m_Items) - reinterpret_cast<const char*>(&entry));
     m_SectionItems = u32(reinterpret_cast<const char*>(&section.m_Items) -
                          reinterpret_cast<const char*>(&section));
-    const ParsedComment comment;
-    m_CommentText = u32(reinterpret_cast<const char*>(&comment.m_Identifier) -
-                        reinterpret_cast<const char*>(&comment));
 }
 
 void Parser::InitializeSet(bool* set, bool value)
@@ -320,18 +317,10 @@ void Parser::ReadComment()
             if (m_Current != '\r')
                 text.push_back(m_Current);
     }
-    // The text is kept in the node, unless it is longer than a count holds.
-    const bool inside = !text.empty() && text.size() <= ParsedNode::MaxCount;
-    const u32 length = inside ? u32(text.size()) : 0;
-    ParsedComment* comment =
-        new (Place(Rounded(inside ? m_CommentText + length + 1 : u32(sizeof(ParsedComment)))))
-            ParsedComment;
-    comment->m_Word |= ParsedNode::InFile |
-                       (inside ? ParsedNode::TextInside | length << ParsedNode::CountShift : 0);
-    if (inside)
-        std::memcpy(ParsedLinks::TextInside(*comment), text.c_str(), length + 1);
+    ParsedComment* comment = new (Place(Rounded(sizeof(ParsedComment)))) ParsedComment;
+    comment->m_Word |= ParsedNode::InFile;
     m_Children.push_back(comment);
-    if (!text.empty() && !inside)
+    if (!text.empty())
         ParsedLinks::Link(*comment, comment->m_Identifier,
                           Made(ParsedStringPool::CreateRecord(text.c_str())));
 }
