@@ -414,9 +414,11 @@ TEST(ParsedStringPool, HandlesCountAdoptedAndCopiedTextsAlike)
 // The parser hashes a text in its block a word at a time, reading past
 // its end; the pool hashes a caller's text without doing so. Both must
 // agree for every length, in the block and across its end, or a parsed
-// name would not be found by its text (nor shared with it).
+// name would not be found by its text (nor shared with it). Comments'
+// texts are pooled too, equal ones sharing the parameters' copy.
 TEST_F(ParserTest, ParsedTextsAreTheTextsThatThePoolFinds)
 {
+    Parser::SetParsingComment(true);
     std::string text;
     std::vector<std::string> words;
     for (int round = 0; text.size() < 40000; ++round)
@@ -424,19 +426,22 @@ TEST_F(ParserTest, ParsedTextsAreTheTextsThatThePoolFinds)
         {
             words.push_back(std::string(length, char('a' + round % 26)));
             const std::string& word = words.back();
-            text += "e" + std::to_string(words.size()) + "(" + word + " \"" + word + "\")\n";
+            text += ";" + word + "\ne" + std::to_string(words.size()) + "(" + word + " \"" + word +
+                    "\")\n;" + word + "\n";
         }
     auto file = Parse(text);
     ASSERT_TRUE(file);
-    ASSERT_EQ(file->GetChildCount(), words.size());
+    ASSERT_EQ(file->GetChildCount(), 3 * words.size());
     for (u32 i = 0; i < words.size(); ++i)
     {
-        const ParsedEntry* entry = static_cast<const ParsedEntry*>(file->GetChild(i));
+        const ParsedEntry* entry = static_cast<const ParsedEntry*>(file->GetChild(3 * i + 1));
         const std::string name = "e" + std::to_string(i + 1);
         ASSERT_EQ(ParsedStringPool::Search(name.c_str()), entry->GetIdentifier()) << name;
         ASSERT_STREQ(entry->GetParameter(0), words[i].c_str());
         ASSERT_EQ(ParsedStringPool::Search(words[i].c_str()), entry->GetParameter(0)) << name;
         ASSERT_EQ(entry->GetParameter(1), entry->GetParameter(0)) << name; // quoted
+        ASSERT_EQ(file->GetChild(3 * i)->GetIdentifier(), entry->GetParameter(0)) << name;
+        ASSERT_EQ(file->GetChild(3 * i + 2)->GetIdentifier(), entry->GetParameter(0)) << name;
     }
 }
 
@@ -581,15 +586,17 @@ u64 GeneralBytes()
 
 // The parser lays a file's nodes out in blocks that the file owns, linked
 // in 32 bits, or through a table when too far apart (the second time every
-// link is made so): parsed nodes edited and released early, a replaced
-// name and nodes made with new mix with them, and destroying the file gives
-// every byte, text and table entry back.
+// link is made so), comments among them: parsed nodes edited, emptied and
+// released early, a replaced name and nodes made with new mix with them,
+// and destroying the file, which steps through its blocks, gives every
+// byte, text and table entry back.
 TEST_F(ParserTest, AFileHoldsItsNodesAndGivesThemBackWithIt)
 {
+    Parser::SetParsingComment(true);
     std::string text;
     for (int i = 0; i < 3000; ++i)
-        text += "{Object:o" + std::to_string(i) +
-                "\n\tPosition(1 2 3)\n\t{Light\n\t\tPower(60)\n\t}\n}\n";
+        text += "; note " + std::to_string(i) + "\n{Object:o" + std::to_string(i) +
+                "\n\tPosition(1 2 3)\n\tColour(4)\n\t{Light\n\t\tPower(60)\n\t}\n}\n";
     // A first parse grows the string pool's table for good.
     ASSERT_TRUE(Parse(text));
     const u64 bytes = GeneralBytes();
@@ -619,12 +626,31 @@ TEST_F(ParserTest, AFileHoldsItsNodesAndGivesThemBackWithIt)
         section->AddChild(added);
         file->AddChild(new ParsedSection, 3);
         EXPECT_EQ(added->GetParent(), section);
-        EXPECT_EQ(file->GetChildCount(), 3000u);
-        EXPECT_EQ(Printed(*section), "{Object:renamed\r\n\t{Light\r\n\t\tPower(\"watts\")\r\n\t}"
-                                     "\r\n\tAdded\r\n}\r\n");
-        EXPECT_STREQ(static_cast<ParsedSection*>(file->GetChild(6))->GetName()->GetIdentifier(),
-                     "o6");
+        EXPECT_EQ(file->GetChildCount(), 6000u);
+        EXPECT_EQ(Printed(*section),
+                  "{Object:renamed\r\n\tColour(\"4\")\r\n\t{Light\r\n\t\tPower(\"watts\")\r\n\t}"
+                  "\r\n\tAdded\r\n}\r\n");
+        EXPECT_STREQ(static_cast<ParsedSection*>(file->GetChild(7))->GetName()->GetIdentifier(),
+                     "o3");
+        // A comment's text set anew, a parsed section emptied and given a
+        // child made by hand.
+        ParsedNode* comment = file->GetChild(6);
+        EXPECT_STREQ(comment->GetIdentifier(), " note 3");
+        comment->SetIdentifier("edited");
+        ParsedRoot* emptied = file->FindChild("Object:o4");
+        ASSERT_TRUE(emptied);
+        emptied->ReleaseChildren();
+        emptied->AddChild(new ParsedComment);
+        EXPECT_EQ(Printed(*emptied), "{Object:o4\r\n\t;\r\n}\r\n");
+        EXPECT_STREQ(file->GetChild(6)->GetIdentifier(), "edited");
         printed[everyFar] = Printed(*file);
+        // A parsed file emptied, then given a node again.
+        std::unique_ptr<ParsedFile> emptiedFile = Parse(text, "b.txt");
+        ASSERT_TRUE(emptiedFile);
+        emptiedFile->ReleaseChildren();
+        emptiedFile->AddChild(new ParsedComment);
+        EXPECT_EQ(Printed(*emptiedFile), ";\r\n");
+        emptiedFile.reset();
 
         file.reset();
         parsedlinks::MakeEveryLinkFar(false);

@@ -96,8 +96,14 @@ private:
         Root = 0x20,   // a ParsedRoot
         Listed = 0x40, // the items are in a list, which the first one links to
         Far = 0x80,    // some link is far (see parsedlinks.h)
-        CountShift = 8,
-        MaxCount = 0xFFFFFF, // items held in the node
+        // Items dropped from the end of those held in the node: the room
+        // they had is kept in the link past the last one (see parsedlinks.h).
+        Shrunk = 0x100,
+        // A parsed file's children: links in a dead node of its chunks,
+        // which its first item links to (see parsedlinks.h).
+        Placed = 0x200,
+        CountShift = 10,
+        MaxCount = 0x3FFFFF, // items held in the node
     };
 
     // The library's nodes: their type and flags.
@@ -107,7 +113,8 @@ private:
     ParsedNode(Flagged, u32 word) : m_Word(word) {}
 
     // Destroys a node that its owner gives up: one that lives in its file's
-    // chunks only has its destructor run, its memory going with the file.
+    // chunks has its destructor run and is marked dead in place, its memory
+    // going with the file.
     static void Destroy(ParsedNode* node);
 
     u32 m_Identifier = 0; // to the text's pool record
@@ -195,6 +202,7 @@ protected:
 
 private:
     friend class Parser;
+    friend class ParsedFile;
     friend class ParsedSection;
     friend struct ParsedLinks;
 
@@ -238,7 +246,10 @@ private:
 // the file owns (instead of a block each): releasing one of them through
 // its parent runs its destructor, and its memory goes back with the file.
 // Such a node is never deleted by hand (the tree owns it). Nodes made with
-// new and added by hand come and go as everywhere else.
+// new and added by hand come and go as everywhere else. Destroying the file
+// goes through its blocks in order, dropping the texts of the nodes still
+// there and deleting the nodes made by hand that they hold, rather than
+// walking the tree.
 class QEL_API ParsedFile : public ParsedRoot
 {
 public:
@@ -253,6 +264,8 @@ private:
     friend class Parser;
 
     struct Chunk;
+    // Drops what the nodes in the chunks hold, without walking the tree.
+    void ReleaseChunks();
     enum : u32
     {
         ChunkHeader = 16 // a chunk's bytes before its nodes

@@ -154,6 +154,9 @@ private:
     void ReadEntry(bool name);
     // The section being read, once its '}' is.
     void CloseSection();
+    // Leaves a node that failed to be linked dead in the file's chunks,
+    // the texts and children it was given still held by the parser.
+    void Bury(ParsedNode* node, u32& first, u32 bytes);
     // Room for a node in the file's chunks.
     void* Place(u32 bytes);
     void* PlaceInNewChunk(u32 bytes);

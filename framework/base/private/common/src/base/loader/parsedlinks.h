@@ -12,6 +12,16 @@
 // the node from its first item on, their count in the node's word; a node
 // made or edited by hand (Listed) keeps them in a list on the general
 // allocator instead, to which its first item links.
+//
+// A parsed file keeps its children's links in a dead node of its chunks
+// (Placed) until they are edited.
+//
+// A parser's node keeps the room it was made with, so that its file can
+// step through its chunks node by node: items dropped from the end of those
+// in the node leave it Shrunk, the room kept in the link past the last
+// item; a node whose items move to a list keeps its room in its count. A
+// parser's node destroyed before its file is left in place as a dead node
+// (type 0) whose count is its size in 8-byte units.
 #pragma once
 
 #include <qel/export.h>
@@ -107,6 +117,12 @@ struct ParsedLinks
     {
         return reinterpret_cast<u32*>(reinterpret_cast<std::uintptr_t>(&first));
     }
+    // The same for a node that may be a parsed file, whose links are
+    // placed in its chunks.
+    static u32* Links(const ParsedNode& node, const u32& first)
+    {
+        return node.m_Word & ParsedNode::Placed ? Follow<u32>(node, first) : Links(first);
+    }
     static u32 Count(const ParsedNode& node, const u32& first)
     {
         if (!(node.m_Word & ParsedNode::Listed))
@@ -118,7 +134,7 @@ struct ParsedLinks
     static void* Get(const ParsedNode& node, const u32& first, u32 index)
     {
         if (!(node.m_Word & ParsedNode::Listed))
-            return Follow<void>(node, Links(first)[index]);
+            return Follow<void>(node, Links(node, first)[index]);
         return Follow<List>(node, first)->item[index];
     }
     // Inserts before `index` (at most the count), the node's items moved to
@@ -135,7 +151,7 @@ struct ParsedLinks
         if (!(node.m_Word & ParsedNode::Listed))
         {
             const u32 count = node.m_Word >> ParsedNode::CountShift;
-            return count ? Follow<void>(node, Links(first)[count - 1]) : nullptr;
+            return count ? Follow<void>(node, Links(node, first)[count - 1]) : nullptr;
         }
         const List* list = Follow<List>(node, first);
         return list && list->size ? list->item[list->size - 1] : nullptr;
@@ -147,15 +163,75 @@ struct ParsedLinks
             --Follow<List>(node, first)->size;
             return;
         }
-        Unlink(Links(first)[(node.m_Word >> ParsedNode::CountShift) - 1]);
-        node.m_Word -= 1 << ParsedNode::CountShift;
+        const u32 room = Capacity(node, first);
+        u32& last = Links(node, first)[(node.m_Word >> ParsedNode::CountShift) - 1];
+        Unlink(last);
+        last = room;
+        node.m_Word = (node.m_Word - (1 << ParsedNode::CountShift)) | ParsedNode::Shrunk;
     }
     // Frees the list of a node that has one, emptied of its items.
     static void FreeList(ParsedNode& node, u32& first);
     // A list of exactly `count` items for a listed node that has none.
     static void MakeList(ParsedNode& node, u32& first, void* const* items, u32 count);
 
+    // ---- the parser's nodes in their file's chunks
+
+    // The items a parser's node has room for in itself.
+    static u32 Capacity(const ParsedNode& node, const u32& first)
+    {
+        const u32 count = node.m_Word >> ParsedNode::CountShift;
+        if ((node.m_Word & (ParsedNode::Shrunk | ParsedNode::Listed)) == ParsedNode::Shrunk)
+            return Links(node, first)[count];
+        return count ? count : 1;
+    }
+    // The bytes a parser's node takes, dead or alive (in line: a file steps
+    // through its chunks with it).
+    static u32 Bytes(const ParsedNode& node)
+    {
+        const u32 count = node.m_Word >> ParsedNode::CountShift;
+        u32 bytes;
+        switch (node.m_Word & ParsedNode::TypeBits)
+        {
+        case ParsedNode::EntryType:
+        {
+            const ParsedEntry& entry = static_cast<const ParsedEntry&>(node);
+            bytes = Offset(entry, entry.m_Items) + 4 * Capacity(entry, entry.m_Items);
+            break;
+        }
+        case ParsedNode::SectionType:
+        {
+            const ParsedRoot& root = static_cast<const ParsedRoot&>(node);
+            bytes = Offset(root, root.m_Items) + 4 * Capacity(root, root.m_Items);
+            break;
+        }
+        case ParsedNode::CommentType:
+            bytes = u32(sizeof(ParsedComment));
+            break;
+        default:
+            return 8 * count;
+        }
+        return (bytes + 7) & ~7u;
+    }
+    // Leaves a parser's node, its destructor run, as a dead node of `bytes`.
+    static void Bury(ParsedNode* node, u32 bytes);
+    // Drops what a parser's node holds in place, without its destructor:
+    // its texts, its list and its far links, and the nodes made by hand it
+    // holds (its parser's nodes are in the chunks too). Gives its bytes.
+    static u32 Dismantle(ParsedNode& node);
+    // Destroys the listed node's items that were made by hand and frees
+    // its list; a parsed file's placed items, all the parser's, are let go
+    // as they are, the file left with an empty list.
+    static void ReleaseMadeByHand(ParsedNode& node, u32& first);
+    // The bytes of a dead node that holds `count` links, and its links
+    // once it is made at `place`.
+    static u32 PlacedBytes(u32 count);
+    static u32* Place(void* place, u32 count);
+
 private:
+    static u32 Offset(const ParsedNode& node, const u32& member)
+    {
+        return u32(reinterpret_cast<const char*>(&member) - reinterpret_cast<const char*>(&node));
+    }
     // The node's list with room for `extra` more items (just that much
     // with `exact`), the items moved there from the node first.
     static List* Room(ParsedNode& node, u32& first, u32 extra, bool exact);

@@ -175,12 +175,16 @@ List* ParsedLinks::Room(ParsedNode& node, u32& first, u32 extra, bool exact)
     }
     else
     {
-        const u32* links = Links(first);
+        const u32* links = Links(node, first);
         for (u32 i = 0; i < size; ++i)
             grown->item[i] = Follow<void>(node, links[i]);
-        ForgetFar(node, links, links + std::max<u32>(size, 1));
-        node.m_Word = (node.m_Word & 0xFF) | ParsedNode::Listed;
-        first = 0;
+        // The room stays in the count, where a listed node has no items.
+        const u32 room = Capacity(node, first);
+        ForgetFar(node, links, links + room);
+        node.m_Word = (node.m_Word & (ParsedNode::TypeBits | ParsedNode::InFile | ParsedNode::Root |
+                                      ParsedNode::Far)) |
+                      ParsedNode::Listed | room << ParsedNode::CountShift;
+        Unlink(first);
     }
     Link(node, first, grown);
     return grown;
@@ -230,10 +234,14 @@ ParsedNode::~ParsedNode()
 
 void ParsedNode::Destroy(ParsedNode* node)
 {
-    if (node != nullptr && (node->m_Word & InFile))
-        node->~ParsedNode();
-    else
+    if (node == nullptr || !(node->m_Word & InFile))
+    {
         delete node;
+        return;
+    }
+    const u32 bytes = ParsedLinks::Bytes(*node);
+    node->~ParsedNode();
+    ParsedLinks::Bury(node, bytes);
 }
 
 const char* ParsedNode::GetIdentifier() const
@@ -599,21 +607,139 @@ u32 ParsedFile::PrintHead(OutputStream&, u32 indent)
 
 // ---- the file's node memory ---------------------------------------------------
 
+namespace
+{
+
+// What is left in place of a parser's node destroyed before its file.
+class DeadNode : public ParsedNode
+{
+public:
+    DeadNode() : ParsedNode(0u) {}
+    void Print(OutputStream&, u32) override {}
+};
+
+u32 Rounded(u32 bytes)
+{
+    return (bytes + 7) & ~7u;
+}
+
+} // namespace
+
+void ParsedLinks::Bury(ParsedNode* node, u32 bytes)
+{
+    new (node) DeadNode;
+    node->m_Word = ParsedNode::InFile | (bytes / 8) << ParsedNode::CountShift;
+}
+
+u32 ParsedLinks::PlacedBytes(u32 count)
+{
+    return Rounded(Rounded(u32(sizeof(DeadNode))) + 4 * count);
+}
+
+u32* ParsedLinks::Place(void* place, u32 count)
+{
+    ParsedNode* node = static_cast<ParsedNode*>(place);
+    Bury(node, PlacedBytes(count));
+    return reinterpret_cast<u32*>(reinterpret_cast<char*>(node) + Rounded(sizeof(DeadNode)));
+}
+
+void ParsedLinks::ReleaseMadeByHand(ParsedNode& node, u32& first)
+{
+    if (node.m_Word & ParsedNode::Placed)
+    {
+        const u32* links = Links(node, first);
+        ForgetFar(node, links, links + Capacity(node, first));
+        Unlink(first);
+        node.m_Word = (node.m_Word & (ParsedNode::TypeBits | ParsedNode::Root | ParsedNode::Far)) |
+                      ParsedNode::Listed;
+        return;
+    }
+    if (List* list = Follow<List>(node, first))
+        for (u32 i = 0; i < list->size; ++i)
+        {
+            ParsedNode* item = static_cast<ParsedNode*>(list->item[i]);
+            if (!(item->m_Word & ParsedNode::InFile))
+                ParsedNode::Destroy(item);
+        }
+    FreeList(node, first);
+}
+
+inline u32 ParsedLinks::Dismantle(ParsedNode& node)
+{
+    const u32 bytes = Bytes(node);
+    switch (node.m_Word & ParsedNode::TypeBits)
+    {
+    case ParsedNode::EntryType:
+    {
+        ParsedEntry& entry = static_cast<ParsedEntry&>(node);
+        if (entry.m_Word & ParsedNode::Listed)
+        {
+            if (List* list = Follow<List>(entry, entry.m_Items))
+                for (u32 i = 0; i < list->size; ++i)
+                    Release(static_cast<Record*>(list->item[i]));
+            FreeList(entry, entry.m_Items);
+            break;
+        }
+        const u32 count = entry.m_Word >> ParsedNode::CountShift;
+        const u32* links = Links(entry.m_Items);
+        for (u32 i = 0; i < count; ++i)
+            Release(Follow<Record>(entry, links[i]));
+        break;
+    }
+    case ParsedNode::SectionType:
+    {
+        // Its parser's nodes, its name among them, lie in the chunks too.
+        ParsedRoot& root = static_cast<ParsedRoot&>(node);
+        ParsedNode* name = Follow<ParsedNode>(root, root.m_Name);
+        if (name && !(name->m_Word & ParsedNode::InFile))
+            ParsedNode::Destroy(name);
+        if (root.m_Word & ParsedNode::Listed)
+            ReleaseMadeByHand(root, root.m_Items);
+        break;
+    }
+    case ParsedNode::CommentType:
+        break;
+    default:
+        return bytes; // dead
+    }
+    Release(Follow<Record>(node, node.m_Identifier));
+    if (node.m_Word & ParsedNode::Far)
+        parsedlinks::ForgetFar(&node.m_Identifier, reinterpret_cast<const u32*>(
+                                                       reinterpret_cast<char*>(&node) + bytes));
+    return bytes;
+}
+
 struct ParsedFile::Chunk
 {
     Chunk* next;
     u32 size; // bytes, this header included
+    u32 used; // bytes up to the end of its last node, once a newer chunk is made
 };
 
 ParsedFile::~ParsedFile()
 {
-    // The nodes first: their destructors read the chunks.
-    ReleaseChildren();
-    while (Chunk* chunk = m_Chunks)
+    ReleaseChunks();
+}
+
+void ParsedFile::ReleaseChunks()
+{
+    // The children made by hand go as anywhere else; the parser's nodes
+    // are all dropped in their chunks' order, the tree left unread.
+    ParsedLinks::ReleaseMadeByHand(*this, m_Items);
+    for (Chunk* chunk = m_Chunks; chunk != nullptr;)
     {
-        m_Chunks = chunk->next;
+        char* const base = reinterpret_cast<char*>(chunk);
+        const char* const end = chunk == m_Chunks ? m_Free : base + chunk->used;
+        char* at = reinterpret_cast<char*>(
+            (reinterpret_cast<std::uintptr_t>(base) + ChunkHeader + 7) & ~std::uintptr_t(7));
+        while (at < end)
+            at += ParsedLinks::Dismantle(*reinterpret_cast<ParsedNode*>(at));
+        Chunk* const next = chunk->next;
         Mem::GetGeneralAlloc()->Free(chunk);
+        chunk = next;
     }
+    m_Chunks = nullptr;
+    m_Free = m_FreeEnd = nullptr;
 }
 
 void* ParsedFile::AllocateInNewChunk(u32 size, u32 chunkBytes)
@@ -622,7 +748,9 @@ void* ParsedFile::AllocateInNewChunk(u32 size, u32 chunkBytes)
     void* made = Mem::GetGeneralAlloc()->Malloc(chunkBytes);
     if (made == nullptr)
         return nullptr; // reported by the allocator
-    m_Chunks = new (made) Chunk{m_Chunks, chunkBytes};
+    if (m_Chunks != nullptr)
+        m_Chunks->used = u32(m_Free - reinterpret_cast<char*>(m_Chunks));
+    m_Chunks = new (made) Chunk{m_Chunks, chunkBytes, 0};
     const std::uintptr_t start =
         (reinterpret_cast<std::uintptr_t>(made) + ChunkHeader + 7) & ~std::uintptr_t(7);
     m_Free = reinterpret_cast<char*>(start);

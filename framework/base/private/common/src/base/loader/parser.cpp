@@ -353,13 +353,31 @@ void Parser::Read(ParsedFile* file)
             break;
         Fail(inSection ? "Missing '}'" : "Missing '{'");
     }
-    // The file takes its children over in one step, or none of them.
+    // The file takes its children over in one step, or none of them; their
+    // links go in its chunks, unless too many for a count.
+    const u32 count = u32(m_Children.size());
     for (ParsedNode* child : m_Children)
         ParsedLinks::LinkNew(*child, child->m_Parent, file);
-    if (!m_Children.empty())
+    if (count > ParsedNode::MaxCount)
         ParsedLinks::MakeList(*file, file->m_Items,
-                              reinterpret_cast<void* const*>(m_Children.data()),
-                              u32(m_Children.size()));
+                              reinterpret_cast<void* const*>(m_Children.data()), count);
+    else if (count != 0)
+    {
+        u32* links = ParsedLinks::Place(Place(ParsedLinks::PlacedBytes(count)), count);
+        try
+        {
+            for (u32 i = 0; i < count; ++i)
+                ParsedLinks::LinkNew(*file, links[i], m_Children[i]);
+            ParsedLinks::LinkNew(*file, file->m_Items, links);
+        }
+        catch (...)
+        {
+            ParsedLinks::ForgetFar(*file, links, links + count);
+            throw;
+        }
+        file->m_Word = (file->m_Word & ~u32(ParsedNode::Listed)) | ParsedNode::Placed |
+                       count << ParsedNode::CountShift;
+    }
     m_Children.clear();
     m_Open.clear();
 }
@@ -431,34 +449,42 @@ void Parser::ReadEntry(bool name)
     }
 
     // Made, the entry is linked to its parameters, then to its name, and
-    // only then owns them: a far link's table entry may find no memory.
+    // only then owns them: a far link's table entry may find no memory, and
+    // the entry is then left dead in its file (it is made with its room, as
+    // its file reads its chunks node by node).
     const u32 count = u32(m_Parameters.size());
     const bool listed = count > ParsedNode::MaxCount;
-    ParsedEntry* entry =
-        new (Place(Rounded(m_EntryItems + 4 * (listed || count == 0 ? 1 : count)))) ParsedEntry(0);
+    const u32 bytes = Rounded(m_EntryItems + 4 * (listed || count == 0 ? 1 : count));
+    ParsedEntry* entry = new (Place(bytes)) ParsedEntry(listed ? 0 : count);
+    try
+    {
+        if (listed)
+        {
+            entry->m_Word |= ParsedNode::Listed;
+            ParsedLinks::MakeList(*entry, entry->m_Items,
+                                  reinterpret_cast<void* const*>(m_Parameters.data()), count);
+        }
+        else
+        {
+            u32* links = ParsedLinks::Links(entry->m_Items);
+            for (u32 i = 0; i < count; ++i)
+                if (m_Parameters[i] != nullptr)
+                    ParsedLinks::LinkNew(*entry, links[i], m_Parameters[i]);
+                else
+                    links[i] = 0;
+        }
+        if (m_EntryName)
+            ParsedLinks::LinkNew(*entry, entry->m_Identifier, m_EntryName);
+    }
+    catch (...)
+    {
+        Bury(entry, entry->m_Items, bytes);
+        throw;
+    }
     if (name)
         m_Open.back().name = entry;
     else
         m_Children[place] = entry;
-    if (listed)
-    {
-        entry->m_Word |= ParsedNode::Listed;
-        ParsedLinks::MakeList(*entry, entry->m_Items,
-                              reinterpret_cast<void* const*>(m_Parameters.data()), count);
-        m_Parameters.clear(); // the list holds them
-    }
-    else
-    {
-        u32* links = ParsedLinks::Links(entry->m_Items);
-        for (u32 i = 0; i < count; ++i)
-            if (m_Parameters[i] != nullptr)
-                ParsedLinks::LinkNew(*entry, links[i], m_Parameters[i]);
-            else
-                links[i] = 0;
-    }
-    if (m_EntryName)
-        ParsedLinks::LinkNew(*entry, entry->m_Identifier, m_EntryName);
-    entry->m_Word |= (listed ? 0 : count) << ParsedNode::CountShift;
     m_EntryName = nullptr;
     m_ReadingName = false;
     m_Parameters.clear();
@@ -468,41 +494,59 @@ void Parser::CloseSection()
 {
     // Made, the section is linked to its children, name and identifier,
     // and only then owns them and takes their place in m_Children: a far
-    // link's table entry may find no memory.
+    // link's table entry may find no memory, and the section is then left
+    // dead in its file (it is made with its room, as its file reads its
+    // chunks node by node).
     const Open open = m_Open.back();
     const u32 count = u32(m_Children.size()) - open.first;
     if (count == 0)
         m_Children.push_back(nullptr); // its place
     const bool listed = count > ParsedNode::MaxCount;
-    ParsedSection* section =
-        new (Place(Rounded(m_SectionItems + 4 * (listed || count == 0 ? 1 : count))))
-            ParsedSection(0u);
+    const u32 bytes = Rounded(m_SectionItems + 4 * (listed || count == 0 ? 1 : count));
+    ParsedSection* section = new (Place(bytes)) ParsedSection(listed ? 0 : count);
     ParsedNode** children = m_Children.data() + open.first;
-    if (listed)
+    try
     {
-        section->m_Word |= ParsedNode::Listed;
-        ParsedLinks::MakeList(*section, section->m_Items, reinterpret_cast<void* const*>(children),
-                              count);
-    }
-    else
-    {
-        u32* links = ParsedLinks::Links(section->m_Items);
-        links[0] = 0;
+        if (listed)
+        {
+            section->m_Word |= ParsedNode::Listed;
+            ParsedLinks::MakeList(*section, section->m_Items,
+                                  reinterpret_cast<void* const*>(children), count);
+        }
+        else
+        {
+            u32* links = ParsedLinks::Links(section->m_Items);
+            links[0] = 0;
+            for (u32 i = 0; i < count; ++i)
+                ParsedLinks::LinkNew(*section, links[i], children[i]);
+        }
+        if (open.name)
+        {
+            ParsedLinks::LinkNew(*section, section->m_Name, open.name);
+            ParsedLinks::LinkNew(*open.name, open.name->m_Parent, section);
+        }
         for (u32 i = 0; i < count; ++i)
-            ParsedLinks::LinkNew(*section, links[i], children[i]);
+            ParsedLinks::LinkNew(*children[i], children[i]->m_Parent, section);
+        ParsedLinks::LinkNew(*section, section->m_Identifier, open.identifier);
     }
-    if (open.name)
+    catch (...)
     {
-        ParsedLinks::LinkNew(*section, section->m_Name, open.name);
-        ParsedLinks::LinkNew(*open.name, open.name->m_Parent, section);
+        Bury(section, section->m_Items, bytes);
+        throw;
     }
-    for (u32 i = 0; i < count; ++i)
-        ParsedLinks::LinkNew(*children[i], children[i]->m_Parent, section);
-    ParsedLinks::LinkNew(*section, section->m_Identifier, open.identifier);
-    section->m_Word |= (listed ? 0 : count) << ParsedNode::CountShift;
     m_Open.pop_back();
     m_Children.resize(open.first + 1);
     m_Children[open.first] = section;
+}
+
+void Parser::Bury(ParsedNode* node, u32& first, u32 bytes)
+{
+    // Its texts and children are still the parser's: only its list and
+    // far links go.
+    ParsedLinks::FreeList(*node, first);
+    ParsedLinks::ForgetFar(*node, reinterpret_cast<const u32*>(node),
+                           reinterpret_cast<const u32*>(reinterpret_cast<char*>(node) + bytes));
+    ParsedLinks::Bury(node, bytes);
 }
 
 // ---- files and errors ----------------------------------------------------------
