@@ -13,7 +13,18 @@ void MarkupText::Assign(String&& text)
 
 void MarkupText::Reset()
 {
-    m_Added.clear();
+    // The largest chunk stays, emptied, for the next insertions.
+    if (!m_Added.empty())
+    {
+        auto largest = std::max_element(m_Added.begin(), m_Added.end(),
+                                        [](const Chunk& a, const Chunk& b)
+                                        { return a.bytes.capacity() < b.bytes.capacity(); });
+        String kept;
+        kept.swap(largest->bytes);
+        kept.clear();
+        m_Added.clear();
+        m_Added.push_back(Chunk{u32(m_Source.size()), std::move(kept)});
+    }
     m_Pieces.clear();
     m_Starts.Clear();
     for (u32& recent : m_Recent)
@@ -140,15 +151,15 @@ u32 MarkupText::Replace(Mark from, Mark to, const char* text, u32 length)
     else
         m_Tail = before;
 
-    const u32 stored = u32(m_Source.size() + m_Added.size());
-    m_Added.append(text, length);
+    const u32 stored = Store(text, length);
     m_Size += length;
     m_Gathered = false;
     if (length == 0)
         return stored;
-    // Text typed on after the last insertion grows its piece.
+    // Text typed on after the last insertion, in the same chunk, grows its
+    // piece.
     if (before != kNone && m_Pieces[before].start + m_Pieces[before].length == stored &&
-        stored > m_Source.size())
+        stored != m_Added.back().base)
     {
         m_Pieces[before].length += length;
         return stored;
@@ -256,8 +267,55 @@ bool MarkupText::IsWasteful() const
     // Compacting costs a copy of the text: worth it once the stores hold
     // more than twice the text and a megabyte besides, so that its cost
     // spreads over at least that many bytes of edits.
-    const u64 stored = u64(m_Source.size()) + m_Added.size();
+    const u64 stored = StoredEnd();
     return stored > 2 * u64(m_Size) + (1u << 20) || stored > 0xC0000000u;
+}
+
+namespace
+{
+
+// The first chunk's size, and the largest a chunk grows to unless one
+// insertion needs more.
+const u32 kFirstChunk = 4096;
+const u32 kLargestChunk = 16u << 20;
+
+} // namespace
+
+u32 MarkupText::StoredEnd() const
+{
+    return m_Added.empty() ? u32(m_Source.size())
+                           : m_Added.back().base + u32(m_Added.back().bytes.size());
+}
+
+u32 MarkupText::Store(const char* text, u32 length)
+{
+    if (length == 0)
+        return StoredEnd();
+    if (m_Added.empty() || m_Added.back().bytes.capacity() - m_Added.back().bytes.size() < length)
+    {
+        u32 base = u32(m_Source.size());
+        u32 room = kFirstChunk;
+        if (!m_Added.empty())
+        {
+            const String& last = m_Added.back().bytes;
+            base = m_Added.back().base + u32(last.capacity());
+            room = u32(std::min<std::size_t>(2 * last.capacity(), kLargestChunk));
+        }
+        String bytes;
+        bytes.reserve(std::max(room, length));
+        m_Added.push_back(Chunk{base, std::move(bytes)});
+    }
+    Chunk& chunk = m_Added.back();
+    const u32 stored = chunk.base + u32(chunk.bytes.size());
+    chunk.bytes.append(text, length);
+    return stored;
+}
+
+const char* MarkupText::AtAdded(u32 at) const
+{
+    const auto after = std::upper_bound(m_Added.begin(), m_Added.end(), at,
+                                        [](u32 a, const Chunk& c) { return a < c.base; });
+    return (after - 1)->bytes.data() + (at - (after - 1)->base);
 }
 
 MarkupText::Renamer::Renamer(const MarkupText& text) : m_Text(text)
