@@ -347,7 +347,9 @@ const std::size_t kBlockEntries = 128;
 void MarkupText::Starts::Clear()
 {
     m_Blocks.clear();
+    m_Order.clear();
     m_Firsts.clear();
+    m_Spare.clear();
 }
 
 std::size_t MarkupText::Starts::BlockOf(u32 start) const
@@ -356,15 +358,29 @@ std::size_t MarkupText::Starts::BlockOf(u32 start) const
     return after == m_Firsts.begin() ? 0 : std::size_t(after - m_Firsts.begin() - 1);
 }
 
+u32 MarkupText::Starts::NewBlock()
+{
+    if (!m_Spare.empty())
+    {
+        const u32 index = m_Spare.back();
+        m_Spare.pop_back();
+        return index;
+    }
+    // Blocks are given their full size at once, so that they never grow.
+    m_Blocks.emplace_back();
+    m_Blocks.back().reserve(kBlockEntries);
+    return u32(m_Blocks.size() - 1);
+}
+
 void MarkupText::Starts::Insert(u32 start, u32 piece)
 {
-    if (m_Blocks.empty())
+    if (m_Order.empty())
     {
-        m_Blocks.emplace_back();
+        m_Order.push_back(NewBlock());
         m_Firsts.push_back(start);
     }
     const std::size_t index = BlockOf(start);
-    Block& block = m_Blocks[index];
+    Block& block = m_Blocks[m_Order[index]];
     auto at = std::upper_bound(block.begin(), block.end(), start,
                                [](u32 s, const Entry& e) { return s < e.start; });
     block.insert(at, Entry{start, piece});
@@ -372,31 +388,35 @@ void MarkupText::Starts::Insert(u32 start, u32 piece)
     if (block.size() < kBlockEntries)
         return;
     // A full block gives its upper half to a new one after it.
-    Block upper(block.begin() + kBlockEntries / 2, block.end());
-    block.resize(kBlockEntries / 2);
+    const u32 made = NewBlock();
+    Block& full = m_Blocks[m_Order[index]]; // NewBlock may have moved it
+    Block& upper = m_Blocks[made];
+    upper.assign(full.begin() + kBlockEntries / 2, full.end());
+    full.resize(kBlockEntries / 2);
     m_Firsts.insert(m_Firsts.begin() + std::ptrdiff_t(index + 1), upper.front().start);
-    m_Blocks.insert(m_Blocks.begin() + std::ptrdiff_t(index + 1), std::move(upper));
+    m_Order.insert(m_Order.begin() + std::ptrdiff_t(index + 1), made);
 }
 
 void MarkupText::Starts::Erase(u32 start)
 {
     const std::size_t index = BlockOf(start);
-    Block& block = m_Blocks[index];
+    Block& block = m_Blocks[m_Order[index]];
     auto at = std::lower_bound(block.begin(), block.end(), start,
                                [](const Entry& e, u32 s) { return e.start < s; });
     block.erase(at);
     if (!block.empty())
         m_Firsts[index] = block.front().start;
-    else if (m_Blocks.size() > 1)
+    else if (m_Order.size() > 1)
     {
-        m_Blocks.erase(m_Blocks.begin() + std::ptrdiff_t(index));
+        m_Spare.push_back(m_Order[index]);
+        m_Order.erase(m_Order.begin() + std::ptrdiff_t(index));
         m_Firsts.erase(m_Firsts.begin() + std::ptrdiff_t(index));
     }
 }
 
 u32 MarkupText::Starts::Find(u32 at) const
 {
-    const Block& block = m_Blocks[BlockOf(at)];
+    const Block& block = m_Blocks[m_Order[BlockOf(at)]];
     auto after = std::upper_bound(block.begin(), block.end(), at,
                                   [](u32 s, const Entry& e) { return s < e.start; });
     return (after - 1)->piece;

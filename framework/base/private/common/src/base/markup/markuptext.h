@@ -171,8 +171,15 @@ private:
         typedef std::vector<Entry, GeneralAllocator<Entry>> Block;
         std::size_t BlockOf(u32 start) const;
 
+        // A block to fill, spare or new.
+        u32 NewBlock();
+
+        // Blocks stay where they are made; m_Order lists them by their
+        // first start, so that making or dropping one moves indices only.
         std::vector<Block, GeneralAllocator<Block>> m_Blocks;
-        std::vector<u32, GeneralAllocator<u32>> m_Firsts; // each block's first start
+        std::vector<u32, GeneralAllocator<u32>> m_Order;
+        std::vector<u32, GeneralAllocator<u32>> m_Firsts; // each listed block's first start
+        std::vector<u32, GeneralAllocator<u32>> m_Spare;  // emptied blocks, not listed
     };
 
     Starts m_Starts;
