@@ -64,11 +64,16 @@ u32 MarkupText::Locate(u32 at) const
         if (recent != kNone && at - m_Pieces[recent].start < m_Pieces[recent].length)
             return recent;
     const u32 found = m_Starts.Find(at);
+    Remember(found);
+    return found;
+}
+
+void MarkupText::Remember(u32 piece) const
+{
     m_Recent[3] = m_Recent[2];
     m_Recent[2] = m_Recent[1];
     m_Recent[1] = m_Recent[0];
-    m_Recent[0] = found;
-    return found;
+    m_Recent[0] = piece;
 }
 
 u32 MarkupText::Last() const
@@ -120,6 +125,8 @@ u32 MarkupText::Split(Mark mark)
         m_Tail = tail;
     first.next = tail;
     m_Starts.Insert(at, tail);
+    // The text just after an edit is the likeliest to be read or edited next.
+    Remember(tail);
     return tail;
 }
 
@@ -379,11 +386,15 @@ void MarkupText::Starts::Insert(u32 start, u32 piece)
         m_Order.push_back(NewBlock());
         m_Firsts.push_back(start);
     }
-    const std::size_t index = BlockOf(start);
+    // Inserted text takes the highest names: its pieces go at the very end.
+    const std::size_t index = start >= m_Firsts.back() ? m_Firsts.size() - 1 : BlockOf(start);
     Block& block = m_Blocks[m_Order[index]];
-    auto at = std::upper_bound(block.begin(), block.end(), start,
-                               [](u32 s, const Entry& e) { return s < e.start; });
-    block.insert(at, Entry{start, piece});
+    if (block.empty() || block.back().start < start)
+        block.push_back(Entry{start, piece});
+    else
+        block.insert(std::upper_bound(block.begin(), block.end(), start,
+                                      [](u32 s, const Entry& e) { return s < e.start; }),
+                     Entry{start, piece});
     m_Firsts[index] = block.front().start;
     if (block.size() < kBlockEntries)
         return;

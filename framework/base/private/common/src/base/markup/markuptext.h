@@ -118,6 +118,8 @@ private:
     // One piece over the stored text, nothing added.
     void Reset();
     u32 Locate(u32 at) const;
+    // Puts the piece first among those last located.
+    void Remember(u32 piece) const;
     u32 Last(u32 piece) const;
     // Past the last stored byte of the piece.
     u32 End(u32 piece) const { return m_Pieces[piece].start + m_Pieces[piece].length; }
