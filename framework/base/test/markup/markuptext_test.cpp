@@ -40,7 +40,10 @@ MarkupText::Mark MarkAt(const MarkupText& text, u32 offset, bool after)
 
 TEST(MarkupText, SeededEditsMatchAPlainString)
 {
-    const char* const inserts[] = {"", "x", "<tag>", "a longer run of text\n", "\xC3\xA9"};
+    // The longest is more than a first chunk of inserted text holds.
+    const std::string run(5000, 'r');
+    const char* const inserts[] = {"",         "x",        "<tag>", "a longer run of text\n",
+                                   "\xC3\xA9", run.c_str()};
     for (unsigned seed = 1; seed <= 20; ++seed)
     {
         std::mt19937 random(seed);
@@ -54,7 +57,7 @@ TEST(MarkupText, SeededEditsMatchAPlainString)
             u32 to = from + pick(u32(reference.size()) - from + 1);
             if (pick(3) == 0)
                 to = from; // an insertion
-            const char* insert = inserts[pick(5)];
+            const char* insert = inserts[pick(6)];
             const std::string piece(insert);
             const u32 stored =
                 text.Replace(MarkAt(text, from, pick(2) != 0), MarkAt(text, to, pick(2) != 0),

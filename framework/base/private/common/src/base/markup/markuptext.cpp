@@ -13,7 +13,18 @@ void MarkupText::Assign(String&& text)
 
 void MarkupText::Reset()
 {
-    m_Added.clear();
+    // The largest chunk stays, emptied, for the next insertions.
+    if (!m_Added.empty())
+    {
+        auto largest = std::max_element(m_Added.begin(), m_Added.end(),
+                                        [](const Chunk& a, const Chunk& b)
+                                        { return a.bytes.capacity() < b.bytes.capacity(); });
+        String kept;
+        kept.swap(largest->bytes);
+        kept.clear();
+        m_Added.clear();
+        m_Added.push_back(Chunk{u32(m_Source.size()), std::move(kept)});
+    }
     m_Pieces.clear();
     m_Starts.Clear();
     for (u32& recent : m_Recent)
@@ -53,11 +64,16 @@ u32 MarkupText::Locate(u32 at) const
         if (recent != kNone && at - m_Pieces[recent].start < m_Pieces[recent].length)
             return recent;
     const u32 found = m_Starts.Find(at);
+    Remember(found);
+    return found;
+}
+
+void MarkupText::Remember(u32 piece) const
+{
     m_Recent[3] = m_Recent[2];
     m_Recent[2] = m_Recent[1];
     m_Recent[1] = m_Recent[0];
-    m_Recent[0] = found;
-    return found;
+    m_Recent[0] = piece;
 }
 
 u32 MarkupText::Last() const
@@ -109,6 +125,8 @@ u32 MarkupText::Split(Mark mark)
         m_Tail = tail;
     first.next = tail;
     m_Starts.Insert(at, tail);
+    // The text just after an edit is the likeliest to be read or edited next.
+    Remember(tail);
     return tail;
 }
 
@@ -140,15 +158,15 @@ u32 MarkupText::Replace(Mark from, Mark to, const char* text, u32 length)
     else
         m_Tail = before;
 
-    const u32 stored = u32(m_Source.size() + m_Added.size());
-    m_Added.append(text, length);
+    const u32 stored = Store(text, length);
     m_Size += length;
     m_Gathered = false;
     if (length == 0)
         return stored;
-    // Text typed on after the last insertion grows its piece.
+    // Text typed on after the last insertion, in the same chunk, grows its
+    // piece.
     if (before != kNone && m_Pieces[before].start + m_Pieces[before].length == stored &&
-        stored > m_Source.size())
+        stored != m_Added.back().base)
     {
         m_Pieces[before].length += length;
         return stored;
@@ -256,8 +274,55 @@ bool MarkupText::IsWasteful() const
     // Compacting costs a copy of the text: worth it once the stores hold
     // more than twice the text and a megabyte besides, so that its cost
     // spreads over at least that many bytes of edits.
-    const u64 stored = u64(m_Source.size()) + m_Added.size();
+    const u64 stored = StoredEnd();
     return stored > 2 * u64(m_Size) + (1u << 20) || stored > 0xC0000000u;
+}
+
+namespace
+{
+
+// The first chunk's size, and the largest a chunk grows to unless one
+// insertion needs more.
+const u32 kFirstChunk = 4096;
+const u32 kLargestChunk = 16u << 20;
+
+} // namespace
+
+u32 MarkupText::StoredEnd() const
+{
+    return m_Added.empty() ? u32(m_Source.size())
+                           : m_Added.back().base + u32(m_Added.back().bytes.size());
+}
+
+u32 MarkupText::Store(const char* text, u32 length)
+{
+    if (length == 0)
+        return StoredEnd();
+    if (m_Added.empty() || m_Added.back().bytes.capacity() - m_Added.back().bytes.size() < length)
+    {
+        u32 base = u32(m_Source.size());
+        u32 room = kFirstChunk;
+        if (!m_Added.empty())
+        {
+            const String& last = m_Added.back().bytes;
+            base = m_Added.back().base + u32(last.capacity());
+            room = u32(std::min<std::size_t>(2 * last.capacity(), kLargestChunk));
+        }
+        String bytes;
+        bytes.reserve(std::max(room, length));
+        m_Added.push_back(Chunk{base, std::move(bytes)});
+    }
+    Chunk& chunk = m_Added.back();
+    const u32 stored = chunk.base + u32(chunk.bytes.size());
+    chunk.bytes.append(text, length);
+    return stored;
+}
+
+const char* MarkupText::AtAdded(u32 at) const
+{
+    const auto after = std::upper_bound(m_Added.begin(), m_Added.end(), at,
+                                        [](u32 a, const Chunk& c) { return a < c.base; });
+    return (after - 1)->bytes.data() + (at - (after - 1)->base);
 }
 
 MarkupText::Renamer::Renamer(const MarkupText& text) : m_Text(text)
@@ -289,7 +354,9 @@ const std::size_t kBlockEntries = 128;
 void MarkupText::Starts::Clear()
 {
     m_Blocks.clear();
+    m_Order.clear();
     m_Firsts.clear();
+    m_Spare.clear();
 }
 
 std::size_t MarkupText::Starts::BlockOf(u32 start) const
@@ -298,47 +365,69 @@ std::size_t MarkupText::Starts::BlockOf(u32 start) const
     return after == m_Firsts.begin() ? 0 : std::size_t(after - m_Firsts.begin() - 1);
 }
 
+u32 MarkupText::Starts::NewBlock()
+{
+    if (!m_Spare.empty())
+    {
+        const u32 index = m_Spare.back();
+        m_Spare.pop_back();
+        return index;
+    }
+    // Blocks are given their full size at once, so that they never grow.
+    m_Blocks.emplace_back();
+    m_Blocks.back().reserve(kBlockEntries);
+    return u32(m_Blocks.size() - 1);
+}
+
 void MarkupText::Starts::Insert(u32 start, u32 piece)
 {
-    if (m_Blocks.empty())
+    if (m_Order.empty())
     {
-        m_Blocks.emplace_back();
+        m_Order.push_back(NewBlock());
         m_Firsts.push_back(start);
     }
-    const std::size_t index = BlockOf(start);
-    Block& block = m_Blocks[index];
-    auto at = std::upper_bound(block.begin(), block.end(), start,
-                               [](u32 s, const Entry& e) { return s < e.start; });
-    block.insert(at, Entry{start, piece});
+    // Inserted text takes the highest names: its pieces go at the very end.
+    const std::size_t index = start >= m_Firsts.back() ? m_Firsts.size() - 1 : BlockOf(start);
+    Block& block = m_Blocks[m_Order[index]];
+    if (block.empty() || block.back().start < start)
+        block.push_back(Entry{start, piece});
+    else
+        block.insert(std::upper_bound(block.begin(), block.end(), start,
+                                      [](u32 s, const Entry& e) { return s < e.start; }),
+                     Entry{start, piece});
     m_Firsts[index] = block.front().start;
     if (block.size() < kBlockEntries)
         return;
     // A full block gives its upper half to a new one after it.
-    Block upper(block.begin() + kBlockEntries / 2, block.end());
-    block.resize(kBlockEntries / 2);
+    const u32 made = NewBlock();
+    Block& full = m_Blocks[m_Order[index]]; // NewBlock may have moved it
+    Block& upper = m_Blocks[made];
+    upper.assign(full.begin() + kBlockEntries / 2, full.end());
+    full.resize(kBlockEntries / 2);
     m_Firsts.insert(m_Firsts.begin() + std::ptrdiff_t(index + 1), upper.front().start);
-    m_Blocks.insert(m_Blocks.begin() + std::ptrdiff_t(index + 1), std::move(upper));
+    m_Order.insert(m_Order.begin() + std::ptrdiff_t(index + 1), made);
 }
 
 void MarkupText::Starts::Erase(u32 start)
 {
     const std::size_t index = BlockOf(start);
-    Block& block = m_Blocks[index];
+    Block& block = m_Blocks[m_Order[index]];
     auto at = std::lower_bound(block.begin(), block.end(), start,
                                [](const Entry& e, u32 s) { return e.start < s; });
     block.erase(at);
     if (!block.empty())
         m_Firsts[index] = block.front().start;
-    else if (m_Blocks.size() > 1)
+    else if (m_Order.size() > 1)
     {
-        m_Blocks.erase(m_Blocks.begin() + std::ptrdiff_t(index));
+        m_Spare.push_back(m_Order[index]);
+        m_Order.erase(m_Order.begin() + std::ptrdiff_t(index));
         m_Firsts.erase(m_Firsts.begin() + std::ptrdiff_t(index));
     }
 }
 
 u32 MarkupText::Starts::Find(u32 at) const
 {
-    const Block& block = m_Blocks[BlockOf(at)];
+    const Block& block = m_Blocks[m_Order[BlockOf(at)]];
     auto after = std::upper_bound(block.begin(), block.end(), at,
                                   [](u32 s, const Entry& e) { return s < e.start; });
     return (after - 1)->piece;

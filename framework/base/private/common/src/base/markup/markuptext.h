@@ -2,12 +2,14 @@
 // the text around it.
 //
 // Bytes are stored once and never move: the loaded text first, then every
-// inserted text appended to a second store. A stored byte is named by its
-// offset in the two stores taken end to end, which stays its name for as
-// long as it is part of the text. The text is a list of pieces, each a run
-// of stored bytes. A place in the text is a mark: just before or just after
-// a stored byte, so that a mark keeps to the byte whatever is inserted or
-// removed elsewhere.
+// inserted text appended to chunks of doubling size (so that a growing
+// document neither copies what it inserted nor asks for twice the memory).
+// A stored byte is named by its offset in the stores taken end to end, each
+// chunk counted at its full size, which stays its name for as long as it is
+// part of the text. The text is a list of pieces, each a run of stored
+// bytes within one store. A place in the text is a mark: just before or
+// just after a stored byte, so that a mark keeps to the byte whatever is
+// inserted or removed elsewhere.
 //
 // Edits replace the text between two marks: they split at most two pieces,
 // drop the pieces between and link one new piece, so their cost does not
@@ -50,8 +52,10 @@ public:
     // The stored byte `at` and those after it in its piece.
     const char* At(u32 at) const
     {
-        return at < m_Source.size() ? m_Source.data() + at
-                                    : m_Added.data() + (at - m_Source.size());
+        if (at < m_Source.size() || m_Added.empty())
+            return m_Source.data() + at;
+        const Chunk& last = m_Added.back();
+        return at >= last.base ? last.bytes.data() + (at - last.base) : AtAdded(at);
     }
     // The first and last bytes of the text, and a byte's neighbours in it;
     // kNone past the ends.
@@ -114,6 +118,8 @@ private:
     // One piece over the stored text, nothing added.
     void Reset();
     u32 Locate(u32 at) const;
+    // Puts the piece first among those last located.
+    void Remember(u32 piece) const;
     u32 Last(u32 piece) const;
     // Past the last stored byte of the piece.
     u32 End(u32 piece) const { return m_Pieces[piece].start + m_Pieces[piece].length; }
@@ -122,8 +128,23 @@ private:
     u32 Split(Mark mark);
     u32 NewPiece(u32 start, u32 length);
 
+    // A run of inserted text, named from `base` on. Its bytes never grow
+    // past the room reserved for them, so that they never move; the next
+    // chunk's names start past that room.
+    struct Chunk
+    {
+        u32 base;
+        String bytes;
+    };
+    const char* AtAdded(u32 at) const;
+    // Stores the bytes after those inserted so far; returns the name of the
+    // first.
+    u32 Store(const char* text, u32 length);
+    // The name the next inserted byte would take.
+    u32 StoredEnd() const;
+
     String m_Source;
-    String m_Added;
+    std::vector<Chunk, GeneralAllocator<Chunk>> m_Added;
     std::vector<Piece, GeneralAllocator<Piece>> m_Pieces;
     u32 m_Free = kNone; // unused slots of m_Pieces, linked through next
     u32 m_Head = kNone;
@@ -152,8 +173,15 @@ private:
         typedef std::vector<Entry, GeneralAllocator<Entry>> Block;
         std::size_t BlockOf(u32 start) const;
 
+        // A block to fill, spare or new.
+        u32 NewBlock();
+
+        // Blocks stay where they are made; m_Order lists them by their
+        // first start, so that making or dropping one moves indices only.
         std::vector<Block, GeneralAllocator<Block>> m_Blocks;
-        std::vector<u32, GeneralAllocator<u32>> m_Firsts; // each block's first start
+        std::vector<u32, GeneralAllocator<u32>> m_Order;
+        std::vector<u32, GeneralAllocator<u32>> m_Firsts; // each listed block's first start
+        std::vector<u32, GeneralAllocator<u32>> m_Spare;  // emptied blocks, not listed
     };
 
     Starts m_Starts;
