@@ -80,6 +80,21 @@ file(WRITE ${QEL_WORK_DIR}/notes.txt "no dump here\n")
 expect(1 err memory notes.txt)
 file(REMOVE ${QEL_WORK_DIR}/notes.txt)
 
+# Names are UTF-8 on every platform, also those no ANSI code page of Windows
+# can spell. (Wine reads the Linux command line in the locale's encoding.)
+set(ENV{LC_ALL} C.UTF-8)
+set(name "σχήμα-語.xml")
+file(WRITE ${QEL_WORK_DIR}/${name} "<σ>x</σ>\n")
+expect(0 out xml ${name})
+if(NOT out MATCHES "^σ: x")
+    message(SEND_ERROR "qeltool xml ${name}: not its tree:\n${out}")
+endif()
+file(REMOVE ${QEL_WORK_DIR}/${name})
+expect(1 err xml ${name})
+if(NOT err MATCHES "^${name}: ")
+    message(SEND_ERROR "qeltool xml ${name}: the failure does not name it whole:\n${err}")
+endif()
+
 # How each command runs without operands when it needs none (in an empty
 # folder), and a command line on which it fails ("" when it cannot fail).
 set(bare_tour 1 err) # ./samples is not there

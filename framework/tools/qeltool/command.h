@@ -76,6 +76,9 @@ struct Command
     std::vector<Option> options = {};
 };
 
+// The tool: argv as main has it, every argument UTF-8 (platform/entry_*.cpp).
+int Main(int argc, char** argv);
+
 // Every command of the tool, in the order `qeltool --help` lists them
 // (main.cpp). cmake/QeltoolTest.cmake runs each of them and must be told how
 // a new one fails.

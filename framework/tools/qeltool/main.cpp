@@ -6,7 +6,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <system_error>
 
 namespace qeltool
@@ -20,7 +19,7 @@ int Tour(Arguments& arguments)
     TourContext context;
     context.dataDir = arguments.Count() > 0 ? arguments.operands[0] : "samples";
     std::error_code error;
-    if (!std::filesystem::is_directory(context.dataDir, error))
+    if (!std::filesystem::is_directory(LocalPath(context.dataDir), error))
     {
         std::fprintf(stderr, "%s: %s\n", context.dataDir.c_str(),
                      error ? error.message().c_str() : "not a folder");
@@ -107,9 +106,8 @@ const std::vector<Command>& Commands()
 
 } // namespace qeltool
 
-int main(int argc, char** argv)
+int qeltool::Main(int argc, char** argv)
 {
-    using namespace qeltool;
     if (argc < 2)
     {
         PrintUsage(stderr);

@@ -2,6 +2,7 @@
 // the sample data and prints what it did.
 #pragma once
 
+#include <filesystem>
 #include <string>
 
 namespace qel
@@ -19,6 +20,18 @@ struct TourContext
 
 // Prints a section banner.
 void Banner(const char* title);
+// The tool holds every name as UTF-8 text, as the library does (its command
+// line is UTF-8 on Windows too): these turn such a text into a path of the
+// system and back. A std::string given straight to std::filesystem, a stream
+// or fopen would be read in the ANSI code page on Windows.
+inline std::filesystem::path LocalPath(const std::string& utf8)
+{
+    return std::filesystem::u8path(utf8);
+}
+inline std::string Utf8(const std::filesystem::path& path)
+{
+    return path.u8string();
+}
 // The virtual path of a path of the system (made absolute first).
 std::string VirtualPath(const std::string& local);
 // What a file error says to the user after "FILE: ": the system's reason,

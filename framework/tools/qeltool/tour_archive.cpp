@@ -117,7 +117,7 @@ RoomClass& Rooms()
     return rooms;
 }
 
-void PrintFile(const std::string& local)
+void PrintFile(const std::filesystem::path& local)
 {
     std::ifstream in(local, std::ios::binary);
     std::string line;
@@ -187,9 +187,9 @@ void TourArchive(const TourContext&)
             std::printf("  %-22s %6u bytes\n", file,
                         unsigned(std::filesystem::file_size(local / file, ignored)));
         std::printf("the log of the pass (the lamp named twice is written once):\n");
-        PrintFile((local / "filearchive.log").string());
+        PrintFile(local / "filearchive.log");
         std::printf("rooms/hall.bin.dat:\n");
-        PrintFile((local / "rooms/hall.bin.dat").string());
+        PrintFile(local / "rooms/hall.bin.dat");
 
         qel::FileArchive reader(1, root.c_str(), nullptr);
         Room* loaded = As<Room>(reader.Load("rooms/hall"));
@@ -217,7 +217,7 @@ int DescribeFiles(int count, char** paths)
     int status = 0;
     for (int i = 0; i < count; ++i)
     {
-        const std::string local = std::filesystem::absolute(paths[i]).string();
+        const std::string local = Utf8(std::filesystem::absolute(LocalPath(paths[i])));
         const std::string path = VirtualPath(local);
         try
         {
@@ -252,7 +252,7 @@ int DescribeFiles(int count, char** paths)
             std::printf("%s\n  header: %s (%s byte order)\n  File Version: %u\n  Class Name: %s\n",
                         paths[i], tag, tag[7] == 'b' ? "big-endian" : "little-endian",
                         unsigned(version), name.c_str());
-            std::ifstream description(local + ".dat");
+            std::ifstream description(LocalPath(local + ".dat"));
             if (description)
             {
                 std::printf("  description (%s.dat):\n", paths[i]);

@@ -11,6 +11,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -28,7 +29,7 @@ std::string VirtualPath(const std::string& local)
     // where a cut one would name another file. UTF-8, as the library's
     // names are.
     std::error_code ignored;
-    const std::string absolute = std::filesystem::absolute(local, ignored).u8string();
+    const std::string absolute = Utf8(std::filesystem::absolute(LocalPath(local), ignored));
     std::vector<char> path(absolute.size() + 16);
     qel::FileManager::GetSingletonInstance().ResolveLocalPath(absolute.c_str(), path.data(),
                                                               qel::u32(path.size()));
@@ -62,16 +63,15 @@ std::string SampleCharacters(const TourContext& context)
 {
     std::string characters;
     std::string path = context.dataDir + "characters.txt";
-    if (FILE* file = std::fopen(path.c_str(), "r"))
+    if (std::ifstream file{LocalPath(path)})
     {
-        char line[128];
-        while (std::fgets(line, sizeof line, file))
+        std::string line;
+        while (std::getline(file, line))
         {
             unsigned code = 0;
-            if (line[0] != '#' && std::sscanf(line, "%x", &code) == 1 && code < 256)
+            if (line[0] != '#' && std::sscanf(line.c_str(), "%x", &code) == 1 && code < 256)
                 characters += char(code);
         }
-        std::fclose(file);
     }
     else
     {

@@ -137,7 +137,7 @@ void TourFiles(const TourContext& context)
 
     // A file two folders deep in a fresh folder: OpenCreatePath makes them.
     const std::string scratch =
-        VirtualFolder((std::filesystem::temp_directory_path() / "qeltool-tour").string());
+        VirtualFolder(Utf8(std::filesystem::temp_directory_path() / "qeltool-tour"));
     const std::string note = scratch + "a/b/note.txt";
     try
     {

@@ -22,7 +22,7 @@ void TourStreams(const TourContext&)
     FileManager& manager = FileManager::GetSingletonInstance();
     Banner("streams");
 
-    const std::string local = (std::filesystem::temp_directory_path() / "qeltool-streams").string();
+    const std::string local = Utf8(std::filesystem::temp_directory_path() / "qeltool-streams");
     char folder[FileManager::PathSize];
     manager.ResolveLocalPath(local.c_str(), folder, sizeof folder);
     std::string path = folder;

@@ -1,12 +1,9 @@
 // Threads on Windows: the C runtime's _beginthreadex, created suspended.
 #include "base/thread/threadstart_native.h"
 
-#include <qel/systembase.h>
-
 #include "base/platform/windows.h"
 
 #include <atomic>
-#include <cstring>
 #include <process.h>
 
 namespace qel
@@ -85,21 +82,20 @@ void ThreadYield()
 void* ThreadPinLibrary()
 {
     // The module holding this code: the program itself, or the library's
-    // DLL, which is loaded once more so that it stays while the thread runs.
-    MEMORY_BASIC_INFORMATION region;
-    if (VirtualQuery(reinterpret_cast<void*>(&ThreadPinLibrary), &region, sizeof region) == 0)
+    // DLL, whose reference count is raised so that it stays loaded while the
+    // thread runs. By address, not by name: a name through the ANSI API
+    // cannot spell every folder the DLL may be installed in.
+    HMODULE module = nullptr;
+    if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS |
+                                GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                            reinterpret_cast<LPCWSTR>(&ThreadPinLibrary), &module) ||
+        module == GetModuleHandleW(nullptr))
         return nullptr;
-    char name[1024];
-    const DWORD length =
-        GetModuleFileNameA(static_cast<HMODULE>(region.AllocationBase), name, sizeof name - 1);
-    if (length == 0)
+    HMODULE pinned = nullptr;
+    if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
+                            reinterpret_cast<LPCWSTR>(&ThreadPinLibrary), &pinned))
         return nullptr;
-    name[length] = '\0';
-    char lower[sizeof name];
-    const u32 count = SystemBase::CopyLowerCase(lower, name, sizeof lower);
-    if (count >= 4 && std::strcmp(lower + count - 4, ".exe") == 0)
-        return nullptr;
-    return LoadLibraryA(name);
+    return pinned;
 }
 
 void ThreadUnpinLibraryAndExit(void* token)
