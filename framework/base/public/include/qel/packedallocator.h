@@ -53,11 +53,14 @@
 // wait to be sorted into their lists while their headers are fetched (a
 // run's first block, which may be a big one, never waits).
 // An empty list takes half its limit in one locked pass, cut as consecutive
-// blocks from one free chunk where a run has one that large; when no run
-// has room, the new run has, from the page count the class's need calls for
-// up to 16 pages (25 above 16 pages' need), the count that leaves the least
-// of it unused (a class of 4608 bytes: 8 pages holding 7 blocks, where 4
-// pages hold 3). A list past its limit gives half back. A cached block keeps
+// blocks from one free chunk where a run has one that large; a list of
+// blocks of a page or more takes one, so that the blocks such a list holds
+// were all handed out before, and no page is first touched for a block that
+// may never be used. When no run has room, the new run has, from the page
+// count the class's need calls for up to 16 pages (25 above 16 pages' need),
+// the count that leaves the least of it unused (a class of 4608 bytes: 8
+// pages holding 7 blocks, where 4 pages hold 3). A list past its limit gives
+// half back. A cached block keeps
 // its header, with the marker 0xB1CAC4ED: it counts as allocated in the
 // statistics and dumps, and freeing it again is reported as a double free
 // when that free is sorted (a pending block freed twice, when both are

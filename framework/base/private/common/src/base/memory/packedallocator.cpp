@@ -587,6 +587,11 @@ void* PackedAllocator::Refill(ThreadCache& cache, u32 index)
     // Done before the arena's lock: it may give other lists back.
     u32 count = m_Caches->Refilling(cache, index);
     const u32 need = ClassCapacity(index) + BlockHeaderSize;
+    // Blocks of a page or more are carved one at a time: a batch would
+    // first-touch a page for each block that waits in the list, and the
+    // lock costs little beside a block that size.
+    if (need > PageSize)
+        count = 1;
     Arena& arena = ArenaOf(cache);
     ScopedLock<CriticalSection> lock(arena.lock);
     void* first = nullptr;
