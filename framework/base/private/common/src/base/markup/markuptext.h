@@ -47,6 +47,16 @@ public:
 
     // The text becomes `text`, stored afresh.
     void Assign(String&& text);
+    // Hands out the store of the text, to be filled and given back by
+    // Assign, so that a document loaded after another reuses its memory.
+    // Until then only Assign may be called; inserted text and the
+    // gathered text stay where they are.
+    String Release()
+    {
+        String store;
+        store.swap(m_Source);
+        return store;
+    }
 
     u32 Size() const { return m_Size; }
     // The stored byte `at` and those after it in its piece.
