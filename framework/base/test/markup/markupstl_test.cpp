@@ -106,6 +106,13 @@ TEST(MarkupCheck, TheFirstErrorWithItsLineAndColumn)
     } cases[] = {
         {"<a>\n  <b></c>\n</a>", 2, 8},
         {"<a x='1' x='2'/>", 1, 10},
+        // Among many attributes: the 17th repeats the 16th, the 19th the first.
+        {"<a b='' c='' d='' e='' f='' g='' h='' i='' j='' k='' l='' m='' n='' o='' p='' q='' "
+         "q=''/>",
+         1, 84},
+        {"<a b='' c='' d='' e='' f='' g='' h='' i='' j='' k='' l='' m='' n='' o='' p='' q='' r='' "
+         "s='' b=''/>",
+         1, 94},
         {"<a>\n <b>&nope;</b></a>", 2, 5},
         {"<a><!-- open </a>", 1, 4},
         {"<a></a>\n<b/>", 2, 1},

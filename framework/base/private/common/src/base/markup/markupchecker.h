@@ -178,10 +178,28 @@ private:
     bool ReadDefault(const Pending& attribute, String& value);
 
     // ---- elements (markupcheck.cpp, inline there: the hot path)
+    // The element reader's fast paths scan with a table of character
+    // classes and stop at the NUL that ends the text (it is a String's):
+    // they take the common well-formed case, and leave anything else
+    // (an error, a reference that is not predefined, the text's end) to
+    // the exact readers, which start again where the fast path started.
+    //
     // Checks the references in [from, to), whose '&' characters are the
     // only ones that need a look, and in strict mode that the text holds
     // no "]]>".
     inline bool CheckText(const char* from, const char* to, bool attribute);
+    // The content at m_At up to its next '<' when it holds no reference
+    // but predefined and character ones; null to read it exactly.
+    inline const char* ScanText() const;
+    // The attribute value after its opening quote at m_At: moves past
+    // its closing quote when it holds no '<' and no reference but
+    // predefined and character ones; false (m_At unmoved) to read it
+    // exactly with ReadValue.
+    inline bool ScanValue(char quote);
+    inline bool ReadValue(char quote);
+    // Whether the end tag at m_At closes `element`, read to its '>';
+    // false (nothing moved) to read it exactly with ReadEndTag.
+    inline bool ScanEndTag(u32 element);
     // The ';' of the entity reference "&name;" at `at`, which ends before
     // `to`; null when it is malformed.
     static const char* EntityReferenceEnd(const char* at, const char* to);
