@@ -87,19 +87,21 @@ private:
 
     bool ReadComment()
     {
-        const char* comment = m_At;
-        if (!SkipPast("-->", "a comment"))
-            return false;
+        // Its "-->" comes after its "<!--": "<!-->" is not closed.
+        const char* close = Find(m_At + 4, m_End, "-->");
+        if (close == nullptr)
+            return Fail("a comment is not closed");
         if (m_Strict)
         {
             // The first "--" must be the one that closes it.
-            const char* dashes = Find(comment + 4, m_At, "--");
-            if (dashes != m_At - 3)
+            const char* dashes = Find(m_At + 4, close + 2, "--");
+            if (dashes != close)
             {
                 m_At = dashes;
                 return Fail("'--' inside a comment");
             }
         }
+        m_At = close + 3;
         return true;
     }
 

@@ -277,7 +277,7 @@ void MarkupSTL::Decode(const char* from, const char* to, bool attribute, String&
                 // A comment or a processing instruction: checked at load.
                 const bool comment = end - at >= 4 && std::memcmp(at, "<!--", 4) == 0;
                 const char* terminator = comment ? "-->" : "?>";
-                at += 2;
+                at += comment ? 4 : 2;
                 while (std::memcmp(at, terminator, comment ? 3 : 2) != 0)
                     ++at;
                 at += comment ? 3 : 2;
