@@ -24,6 +24,31 @@ const u32 kRemoved = 0;
 
 typedef MarkupText::Mark Mark;
 
+// The bytes that decoding does not copy as they are: in data (bit 1) and
+// in attribute values (bit 2).
+struct DecodeTable
+{
+    unsigned char bits[256];
+    constexpr DecodeTable() : bits()
+    {
+        for (int c = 0; c < 256; ++c)
+        {
+            const bool both = c == '&' || c == '<' || c == '\r';
+            bits[c] = static_cast<unsigned char>((both ? 1 : 0) |
+                                                 (both || c == '\n' || c == '\t' ? 2 : 0));
+        }
+    }
+};
+constexpr DecodeTable kDecoded;
+
+inline bool SameBytes(const char* a, const char* b, std::size_t length)
+{
+    for (std::size_t i = 0; i < length; ++i)
+        if (a[i] != b[i])
+            return false;
+    return true;
+}
+
 } // namespace
 
 // ---- the document ---------------------------------------------------------------
@@ -161,8 +186,10 @@ bool MarkupSTL::WriteFile(const char* path, const String& bytes)
 bool MarkupSTL::Matches(u32 element, const char* name) const
 {
     const Element& e = m_Elements[element];
-    return std::strncmp(m_Text->At(e.start) + 1, name, e.nameLength) == 0 &&
-           name[e.nameLength] == 0;
+    const char* tag = m_Text->At(e.start) + 1;
+    // The first byte settles most mismatches; a shorter `name` differs
+    // at its NUL.
+    return tag[0] == name[0] && SameBytes(tag, name, e.nameLength) && name[e.nameLength] == 0;
 }
 
 u32 MarkupSTL::NextNamed(u32 at, const char* name) const
@@ -202,8 +229,17 @@ void MarkupSTL::Decode(const char* from, const char* to, bool attribute, String&
         const char* at;
         const char* end;
     };
+    // Most texts hold nothing to decode: their bytes up to the first that
+    // needs a look are appended as they are.
+    const unsigned bit = attribute ? 2 : 1;
+    const char* plain = from;
+    while (plain != to && !(kDecoded.bits[static_cast<unsigned char>(*plain)] & bit))
+        ++plain;
+    out.append(from, std::size_t(plain - from));
+    if (plain == to)
+        return;
     std::vector<Frame, GeneralAllocator<Frame>> entities;
-    const char* at = from;
+    const char* at = plain;
     const char* end = to;
     for (;;)
     {
@@ -348,7 +384,7 @@ bool MarkupSTL::FindAttribute(u32 element, const char* name, Span& value) const
     const std::size_t length = std::strlen(name);
     Span found;
     for (u32 at = 1 + e.nameLength; NextAttribute(tag, at, found, value);)
-        if (found.end - found.start == length && std::memcmp(tag + found.start, name, length) == 0)
+        if (found.end - found.start == length && SameBytes(tag + found.start, name, length))
             return true;
     return false;
 }
