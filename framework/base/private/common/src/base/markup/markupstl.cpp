@@ -381,12 +381,32 @@ bool MarkupSTL::FindAttribute(u32 element, const char* name, Span& value) const
         return false;
     const Element& e = m_Elements[element];
     const char* tag = m_Text->At(e.start);
-    const std::size_t length = std::strlen(name);
-    Span found;
-    for (u32 at = 1 + e.nameLength; NextAttribute(tag, at, found, value);)
-        if (found.end - found.start == length && SameBytes(tag + found.start, name, length))
+    const char* at = tag + 1 + e.nameLength;
+    for (;;)
+    {
+        while (XmlText::IsSpace(*at))
+            ++at;
+        if (!XmlText::IsNameStart(*at))
+            return false; // '>' or "/>"
+        // Each name is compared as it is read: it matches when both end
+        // together.
+        const char* wanted = name;
+        while (*at == *wanted && XmlText::IsNameChar(*at))
+            ++at, ++wanted;
+        const bool match = *wanted == 0 && !XmlText::IsNameChar(*at);
+        while (*at != '"' && *at != '\'')
+            ++at;
+        const char quote = *at++;
+        const char* start = at;
+        while (*at != quote)
+            ++at;
+        if (match)
+        {
+            value = Span{u32(start - tag), u32(at - tag)};
             return true;
-    return false;
+        }
+        ++at;
+    }
 }
 
 void MarkupSTL::DeclarationsOf(u32 element, const Declaration*& first,
