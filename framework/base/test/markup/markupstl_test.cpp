@@ -95,6 +95,19 @@ TEST(MarkupRead, NavigatesAndDecodesWhatUsersMeet)
     ASSERT_TRUE(doc.AddElement("lamp"));
     EXPECT_EQ(S(doc.GetAttributeName(0)), "shade");
     EXPECT_EQ(S(doc.GetAttribute("shade")), "paper");
+
+    // Reloaded from its own text: gathered after the edits, then stored
+    // (a reload reuses the store), then a part of it.
+    const std::string edited = S(doc.GetDocument());
+    ASSERT_TRUE(doc.SetDocument(doc.GetDocument().c_str()));
+    EXPECT_EQ(S(doc.GetDocument()), edited);
+    ASSERT_TRUE(doc.SetDocument(doc.GetDocument().c_str()));
+    EXPECT_EQ(S(doc.GetDocument()), edited);
+    const std::size_t root = edited.find("<scene");
+    ASSERT_TRUE(doc.SetDocument(doc.GetDocument().c_str() + root));
+    EXPECT_EQ(S(doc.GetDocument()), edited.substr(root));
+    ASSERT_TRUE(doc.FindElement("scene"));
+    EXPECT_EQ(S(doc.GetAttribute("name")), "Room & hall");
 }
 
 TEST(MarkupCheck, TheFirstErrorWithItsLineAndColumn)

@@ -1,6 +1,9 @@
 // Elements and references of the markup document's check.
 #include "base/markup/markupchecker.h"
 
+#include <qel/errormanager.h>
+#include <qel/report.h>
+
 #include "base/markup/markupencoding.h"
 #include "base/markup/markuptext.h"
 
@@ -95,6 +98,9 @@ MarkupSTL::String MarkupSTL::Checker::Quoted(const char* what, const char* name,
 
 bool MarkupSTL::Checker::Run()
 {
+    // The fast paths of the element reader stop at the NUL that the
+    // document's String keeps after its text.
+    QEL_ASSERT(ErrorManager::BaseCategory, *m_End == '\0');
     Index& elements = m_Document.m_Elements;
     elements.clear();
     elements.reserve(EstimateElements());

@@ -105,10 +105,11 @@ bool MarkupSTL::SetDocument(const char* text)
 
 bool MarkupSTL::SetDocument(const char* text, u32 length)
 {
-    // Into the previous document's store, so that reloading touches no new
-    // memory. The text may lie in that store (assign copes with the
-    // overlap) or elsewhere in the document, which Release leaves alone.
-    String bytes = m_Text->Release();
+    // Into the previous document's store when it has room, so that
+    // reloading touches no new memory. The text may lie in that store
+    // (assign copes with the overlap) or elsewhere in the document, which
+    // Release leaves alone.
+    String bytes = m_Text->Release(length);
     bytes.assign(text ? text : "", length);
     return Take(bytes);
 }

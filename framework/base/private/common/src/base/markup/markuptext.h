@@ -47,14 +47,16 @@ public:
 
     // The text becomes `text`, stored afresh.
     void Assign(String&& text);
-    // Hands out the store of the text, to be filled and given back by
-    // Assign, so that a document loaded after another reuses its memory.
-    // Until then only Assign may be called; inserted text and the
-    // gathered text stay where they are.
-    String Release()
+    // Hands out the store of the text when it holds `length` bytes without
+    // growing (so that filling it cannot throw), to be filled and given
+    // back by Assign: a document loaded after another then reuses its
+    // memory. Until then only Assign may be called; inserted text and the
+    // gathered text stay where they are. An empty String otherwise.
+    String Release(std::size_t length)
     {
         String store;
-        store.swap(m_Source);
+        if (m_Source.capacity() >= length)
+            store.swap(m_Source);
         return store;
     }
 
