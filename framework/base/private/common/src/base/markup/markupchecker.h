@@ -114,14 +114,15 @@ private:
         return SkipPast("?>", "a processing instruction");
     }
 
+    // The text ends in a NUL, which is no name character.
     bool ReadName(const char*& name, u32& length)
     {
         name = m_At;
-        if (m_At == m_End || !XmlText::IsNameStart(*m_At))
+        if (!XmlText::IsNameStart(*m_At))
             return Fail(m_At == m_End ? "the document ends where a name was expected"
                                       : "a name was expected");
         ++m_At;
-        while (m_At != m_End && XmlText::IsNameChar(*m_At))
+        while (XmlText::IsNameChar(*m_At))
             ++m_At;
         length = u32(m_At - name);
         return true;
