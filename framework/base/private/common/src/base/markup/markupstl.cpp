@@ -865,6 +865,9 @@ bool MarkupSTL::SetAttribute(u32 element, const char* name, const char* value)
         XmlText::Escape(value ? value : "", value ? std::strlen(value) : 0, true, escape);
         retagged += '"';
         retagged.append(tag + found.end + 1, length - found.end - 1);
+        // The value it already has, as it would be written: nothing to edit.
+        if (retagged.size() == length && std::memcmp(retagged.data(), tag, length) == 0)
+            return true;
     }
     else
     {
