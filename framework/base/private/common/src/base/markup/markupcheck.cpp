@@ -60,14 +60,6 @@ inline std::size_t SimpleReference(const char* at, std::size_t available)
     return XmlText::DecodeReference(at, available, bytes, written);
 }
 
-inline bool SameBytes(const char* a, const char* b, u32 length)
-{
-    for (u32 i = 0; i < length; ++i)
-        if (a[i] != b[i])
-            return false;
-    return true;
-}
-
 } // namespace
 
 // ---- the checker -----------------------------------------------------------------
@@ -345,7 +337,7 @@ inline bool MarkupSTL::Checker::ReadAttributes(const char* tag)
             twice = FindAttributeName(tag, name) != nullptr;
         else
             for (u32 i = 0; i < count && !twice; ++i)
-                twice = lengths[i] == length && SameBytes(names[i], name, length);
+                twice = lengths[i] == length && XmlText::SameBytes(names[i], name, length);
         if (twice)
         {
             m_At = name;
@@ -439,7 +431,7 @@ inline bool MarkupSTL::Checker::ScanEndTag(u32 element)
     const char* closing = m_At + 2;
     const u32 length = done.nameLength;
     if (std::size_t(m_End - closing) < length ||
-        !SameBytes(closing, m_Begin + done.start + 1, length) ||
+        !XmlText::SameBytes(closing, m_Begin + done.start + 1, length) ||
         XmlText::IsNameChar(closing[length]))
         return false;
     const char* close = SkipSpaces(closing + length);

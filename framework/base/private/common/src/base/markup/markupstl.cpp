@@ -41,14 +41,6 @@ struct DecodeTable
 };
 constexpr DecodeTable kDecoded;
 
-inline bool SameBytes(const char* a, const char* b, std::size_t length)
-{
-    for (std::size_t i = 0; i < length; ++i)
-        if (a[i] != b[i])
-            return false;
-    return true;
-}
-
 } // namespace
 
 // ---- the document ---------------------------------------------------------------
@@ -190,7 +182,8 @@ bool MarkupSTL::Matches(u32 element, const char* name) const
     const char* tag = m_Text->At(e.start) + 1;
     // The first byte settles most mismatches; a shorter `name` differs
     // at its NUL.
-    return tag[0] == name[0] && SameBytes(tag, name, e.nameLength) && name[e.nameLength] == 0;
+    return tag[0] == name[0] && XmlText::SameBytes(tag, name, e.nameLength) &&
+           name[e.nameLength] == 0;
 }
 
 u32 MarkupSTL::NextNamed(u32 at, const char* name) const
