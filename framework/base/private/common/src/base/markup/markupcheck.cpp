@@ -1,6 +1,9 @@
 // Elements and references of the markup document's check.
 #include "base/markup/markupchecker.h"
 
+#include <qel/errormanager.h>
+#include <qel/report.h>
+
 #include "base/markup/markupencoding.h"
 #include "base/markup/markuptext.h"
 
@@ -8,6 +11,56 @@
 
 namespace qel
 {
+
+namespace
+{
+
+// The classes of bytes the element reader's fast paths stop at.
+enum : unsigned char
+{
+    kSpace = 1,
+    kTextStop = 2,  // '<', '&' and NUL
+    kValueStop = 4, // the quotes, '<', '&' and NUL
+};
+
+struct ClassTable
+{
+    unsigned char bits[256];
+    constexpr ClassTable() : bits()
+    {
+        for (int c = 0; c < 256; ++c)
+        {
+            const bool stop = c == '<' || c == '&' || c == 0;
+            bits[c] = static_cast<unsigned char>(
+                (c == ' ' || c == '\n' || c == '\t' || c == '\r' ? kSpace : 0) |
+                (stop ? kTextStop : 0) | (stop || c == '"' || c == '\'' ? kValueStop : 0));
+        }
+    }
+};
+constexpr ClassTable kClasses;
+
+inline unsigned Class(char c)
+{
+    return kClasses.bits[static_cast<unsigned char>(c)];
+}
+
+inline const char* SkipSpaces(const char* at)
+{
+    while (Class(*at) & kSpace)
+        ++at;
+    return at;
+}
+
+// Whether a predefined or character reference is at `at`, among
+// `available` bytes; how many bytes it takes.
+inline std::size_t SimpleReference(const char* at, std::size_t available)
+{
+    char bytes[4];
+    u32 written;
+    return XmlText::DecodeReference(at, available, bytes, written);
+}
+
+} // namespace
 
 // ---- the checker -----------------------------------------------------------------
 
@@ -37,6 +90,9 @@ MarkupSTL::String MarkupSTL::Checker::Quoted(const char* what, const char* name,
 
 bool MarkupSTL::Checker::Run()
 {
+    // The fast paths of the element reader stop at the NUL that the
+    // document's String keeps after its text.
+    QEL_ASSERT(ErrorManager::BaseCategory, *m_End == '\0');
     Index& elements = m_Document.m_Elements;
     elements.clear();
     elements.reserve(EstimateElements());
@@ -189,50 +245,119 @@ bool MarkupSTL::Checker::CheckEntityReference(const char* at, const char* to, bo
     return true;
 }
 
+inline const char* MarkupSTL::Checker::ScanText() const
+{
+    for (const char* at = m_At;;)
+    {
+        while (!(Class(*at) & kTextStop))
+            ++at;
+        if (*at == '<')
+            return at;
+        if (at == m_End)
+            return nullptr;
+        if (*at == '&')
+        {
+            const std::size_t used = SimpleReference(at, std::size_t(m_End - at));
+            if (used == 0)
+                return nullptr;
+            at += used;
+        }
+        else
+            ++at; // a NUL in the text
+    }
+}
+
+inline bool MarkupSTL::Checker::ScanValue(char quote)
+{
+    for (const char* at = m_At;;)
+    {
+        while (!(Class(*at) & kValueStop))
+            ++at;
+        if (*at == quote)
+        {
+            m_At = at + 1;
+            return true;
+        }
+        if (*at == '<' || at == m_End)
+            return false;
+        if (*at == '&')
+        {
+            const std::size_t used = SimpleReference(at, std::size_t(m_End - at));
+            if (used == 0)
+                return false;
+            at += used;
+        }
+        else
+            ++at; // the other quote, or a NUL in the value
+    }
+}
+
+inline bool MarkupSTL::Checker::ReadValue(char quote)
+{
+    const char* value = m_At;
+    const char* close =
+        static_cast<const char*>(std::memchr(m_At, quote, std::size_t(m_End - m_At)));
+    if (close == nullptr)
+        return Fail("an attribute value is not closed");
+    if (const char* lt =
+            static_cast<const char*>(std::memchr(value, '<', std::size_t(close - value))))
+    {
+        m_At = lt;
+        return Fail("'<' in an attribute value");
+    }
+    if (!CheckText(value, close, true))
+        return false;
+    m_At = close + 1;
+    return true;
+}
+
 inline bool MarkupSTL::Checker::ReadAttributes(const char* tag)
 {
-    for (bool first = true;; first = false)
+    // The names read so far, to find a duplicate; past the first few, the
+    // tag is read again.
+    const u32 kKept = 16;
+    const char* names[kKept];
+    u32 lengths[kKept];
+    for (u32 count = 0;; ++count)
     {
         const char* before = m_At;
-        SkipSpace();
-        if (m_At == m_End)
-            return Fail("the document ends inside a start tag");
+        m_At = SkipSpaces(m_At);
         if (*m_At == '>' || *m_At == '/')
             return true;
+        if (m_At == m_End)
+            return Fail("the document ends inside a start tag");
         if (m_At == before)
             return Fail("attributes must be separated by white space");
         const char* name;
         u32 length;
         if (!ReadName(name, length))
             return false;
-        // Duplicates: the attributes read so far in this tag.
-        if (!first && FindAttributeName(tag, name) != nullptr)
+        bool twice = false;
+        if (count > kKept)
+            twice = FindAttributeName(tag, name) != nullptr;
+        else
+            for (u32 i = 0; i < count && !twice; ++i)
+                twice = lengths[i] == length && XmlText::SameBytes(names[i], name, length);
+        if (twice)
         {
             m_At = name;
             return Fail("an attribute appears twice in a tag");
         }
-        SkipSpace();
-        if (m_At == m_End || *m_At != '=')
-            return Fail("'=' was expected after an attribute name");
-        ++m_At;
-        SkipSpace();
-        if (m_At == m_End || (*m_At != '"' && *m_At != '\''))
-            return Fail("an attribute value must be quoted");
-        const char quote = *m_At++;
-        const char* value = m_At;
-        const char* close =
-            static_cast<const char*>(std::memchr(m_At, quote, std::size_t(m_End - m_At)));
-        if (close == nullptr)
-            return Fail("an attribute value is not closed");
-        if (const char* lt =
-                static_cast<const char*>(std::memchr(value, '<', std::size_t(close - value))))
+        if (count < kKept)
         {
-            m_At = lt;
-            return Fail("'<' in an attribute value");
+            names[count] = name;
+            lengths[count] = length;
         }
-        if (!CheckText(value, close, true))
+        m_At = SkipSpaces(m_At);
+        if (*m_At != '=')
+            return Fail("'=' was expected after an attribute name");
+        m_At = SkipSpaces(m_At + 1);
+        const char quote = *m_At;
+        if (quote != '"' && quote != '\'')
+            return Fail("an attribute value must be quoted");
+        ++m_At;
+        if (!ScanValue(quote) && !ReadValue(quote))
             return false;
-        m_At = close + 1;
     }
 }
 
@@ -300,6 +425,24 @@ inline bool MarkupSTL::Checker::ReadStartTag(u32 parent, u32& index, bool& open)
     return true;
 }
 
+inline bool MarkupSTL::Checker::ScanEndTag(u32 element)
+{
+    Element& done = m_Document.m_Elements[element];
+    const char* closing = m_At + 2;
+    const u32 length = done.nameLength;
+    if (std::size_t(m_End - closing) < length ||
+        !XmlText::SameBytes(closing, m_Begin + done.start + 1, length) ||
+        XmlText::IsNameChar(closing[length]))
+        return false;
+    const char* close = SkipSpaces(closing + length);
+    if (*close != '>')
+        return false;
+    done.close = u32(m_At - m_Begin);
+    done.end = u32(close - m_Begin);
+    m_At = close + 1;
+    return true;
+}
+
 inline bool MarkupSTL::Checker::ReadEndTag(u32 element)
 {
     Element& done = m_Document.m_Elements[element];
@@ -341,19 +484,24 @@ inline bool MarkupSTL::Checker::ReadElement()
         {
             if (open == 0)
                 return true;
-            const char* lt =
-                static_cast<const char*>(std::memchr(m_At, '<', std::size_t(m_End - m_At)));
+            const char* lt = m_Strict ? nullptr : ScanText();
             if (lt == nullptr)
             {
-                m_At = m_End;
-                return Fail("the document ends inside an element");
+                lt = static_cast<const char*>(std::memchr(m_At, '<', std::size_t(m_End - m_At)));
+                if (lt == nullptr)
+                {
+                    m_At = m_End;
+                    return Fail("the document ends inside an element");
+                }
+                if (!CheckText(m_At, lt, false))
+                    return false;
             }
-            if (!CheckText(m_At, lt, false))
-                return false;
             m_At = lt;
-            if (m_End - m_At >= 2 && m_At[1] == '/')
+            if (XmlText::IsNameStart(m_At[1]))
+                break;
+            if (m_At[1] == '/')
             {
-                if (!ReadEndTag(open))
+                if (!ScanEndTag(open) && !ReadEndTag(open))
                     return false;
                 open = elements[open].parent;
             }

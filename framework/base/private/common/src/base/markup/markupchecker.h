@@ -87,19 +87,21 @@ private:
 
     bool ReadComment()
     {
-        const char* comment = m_At;
-        if (!SkipPast("-->", "a comment"))
-            return false;
+        // Its "-->" comes after its "<!--": "<!-->" is not closed.
+        const char* close = Find(m_At + 4, m_End, "-->");
+        if (close == nullptr)
+            return Fail("a comment is not closed");
         if (m_Strict)
         {
             // The first "--" must be the one that closes it.
-            const char* dashes = Find(comment + 4, m_At, "--");
-            if (dashes != m_At - 3)
+            const char* dashes = Find(m_At + 4, close + 2, "--");
+            if (dashes != close)
             {
                 m_At = dashes;
                 return Fail("'--' inside a comment");
             }
         }
+        m_At = close + 3;
         return true;
     }
 
@@ -112,14 +114,15 @@ private:
         return SkipPast("?>", "a processing instruction");
     }
 
+    // The text ends in a NUL, which is no name character.
     bool ReadName(const char*& name, u32& length)
     {
         name = m_At;
-        if (m_At == m_End || !XmlText::IsNameStart(*m_At))
+        if (!XmlText::IsNameStart(*m_At))
             return Fail(m_At == m_End ? "the document ends where a name was expected"
                                       : "a name was expected");
         ++m_At;
-        while (m_At != m_End && XmlText::IsNameChar(*m_At))
+        while (XmlText::IsNameChar(*m_At))
             ++m_At;
         length = u32(m_At - name);
         return true;
@@ -178,10 +181,28 @@ private:
     bool ReadDefault(const Pending& attribute, String& value);
 
     // ---- elements (markupcheck.cpp, inline there: the hot path)
+    // The element reader's fast paths scan with a table of character
+    // classes and stop at the NUL that ends the text (it is a String's):
+    // they take the common well-formed case, and leave anything else
+    // (an error, a reference that is not predefined, the text's end) to
+    // the exact readers, which start again where the fast path started.
+    //
     // Checks the references in [from, to), whose '&' characters are the
     // only ones that need a look, and in strict mode that the text holds
     // no "]]>".
     inline bool CheckText(const char* from, const char* to, bool attribute);
+    // The content at m_At up to its next '<' when it holds no reference
+    // but predefined and character ones; null to read it exactly.
+    inline const char* ScanText() const;
+    // The attribute value after its opening quote at m_At: moves past
+    // its closing quote when it holds no '<' and no reference but
+    // predefined and character ones; false (m_At unmoved) to read it
+    // exactly with ReadValue.
+    inline bool ScanValue(char quote);
+    inline bool ReadValue(char quote);
+    // Whether the end tag at m_At closes `element`, read to its '>';
+    // false (nothing moved) to read it exactly with ReadEndTag.
+    inline bool ScanEndTag(u32 element);
     // The ';' of the entity reference "&name;" at `at`, which ends before
     // `to`; null when it is malformed.
     static const char* EntityReferenceEnd(const char* at, const char* to);

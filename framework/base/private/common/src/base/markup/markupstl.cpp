@@ -24,6 +24,23 @@ const u32 kRemoved = 0;
 
 typedef MarkupText::Mark Mark;
 
+// The bytes that decoding does not copy as they are: in data (bit 1) and
+// in attribute values (bit 2).
+struct DecodeTable
+{
+    unsigned char bits[256];
+    constexpr DecodeTable() : bits()
+    {
+        for (int c = 0; c < 256; ++c)
+        {
+            const bool both = c == '&' || c == '<' || c == '\r';
+            bits[c] = static_cast<unsigned char>((both ? 1 : 0) |
+                                                 (both || c == '\n' || c == '\t' ? 2 : 0));
+        }
+    }
+};
+constexpr DecodeTable kDecoded;
+
 } // namespace
 
 // ---- the document ---------------------------------------------------------------
@@ -80,7 +97,12 @@ bool MarkupSTL::SetDocument(const char* text)
 
 bool MarkupSTL::SetDocument(const char* text, u32 length)
 {
-    String bytes(text ? text : "", length);
+    // Into the previous document's store when it has room, so that
+    // reloading touches no new memory. The text may lie in that store
+    // (assign copes with the overlap) or elsewhere in the document, which
+    // Release leaves alone.
+    String bytes = m_Text->Release(length);
+    bytes.assign(text ? text : "", length);
     return Take(bytes);
 }
 
@@ -157,7 +179,10 @@ bool MarkupSTL::WriteFile(const char* path, const String& bytes)
 bool MarkupSTL::Matches(u32 element, const char* name) const
 {
     const Element& e = m_Elements[element];
-    return std::strncmp(m_Text->At(e.start) + 1, name, e.nameLength) == 0 &&
+    const char* tag = m_Text->At(e.start) + 1;
+    // The first byte settles most mismatches; a shorter `name` differs
+    // at its NUL.
+    return tag[0] == name[0] && XmlText::SameBytes(tag, name, e.nameLength) &&
            name[e.nameLength] == 0;
 }
 
@@ -198,8 +223,17 @@ void MarkupSTL::Decode(const char* from, const char* to, bool attribute, String&
         const char* at;
         const char* end;
     };
+    // Most texts hold nothing to decode: their bytes up to the first that
+    // needs a look are appended as they are.
+    const unsigned bit = attribute ? 2 : 1;
+    const char* plain = from;
+    while (plain != to && !(kDecoded.bits[static_cast<unsigned char>(*plain)] & bit))
+        ++plain;
+    out.append(from, std::size_t(plain - from));
+    if (plain == to)
+        return;
     std::vector<Frame, GeneralAllocator<Frame>> entities;
-    const char* at = from;
+    const char* at = plain;
     const char* end = to;
     for (;;)
     {
@@ -273,7 +307,7 @@ void MarkupSTL::Decode(const char* from, const char* to, bool attribute, String&
                 // A comment or a processing instruction: checked at load.
                 const bool comment = end - at >= 4 && std::memcmp(at, "<!--", 4) == 0;
                 const char* terminator = comment ? "-->" : "?>";
-                at += 2;
+                at += comment ? 4 : 2;
                 while (std::memcmp(at, terminator, comment ? 3 : 2) != 0)
                     ++at;
                 at += comment ? 3 : 2;
@@ -341,12 +375,32 @@ bool MarkupSTL::FindAttribute(u32 element, const char* name, Span& value) const
         return false;
     const Element& e = m_Elements[element];
     const char* tag = m_Text->At(e.start);
-    const std::size_t length = std::strlen(name);
-    Span found;
-    for (u32 at = 1 + e.nameLength; NextAttribute(tag, at, found, value);)
-        if (found.end - found.start == length && std::memcmp(tag + found.start, name, length) == 0)
+    const char* at = tag + 1 + e.nameLength;
+    for (;;)
+    {
+        while (XmlText::IsSpace(*at))
+            ++at;
+        if (!XmlText::IsNameStart(*at))
+            return false; // '>' or "/>"
+        // Each name is compared as it is read: it matches when both end
+        // together.
+        const char* wanted = name;
+        while (*at == *wanted && XmlText::IsNameChar(*at))
+            ++at, ++wanted;
+        const bool match = *wanted == 0 && !XmlText::IsNameChar(*at);
+        while (*at != '"' && *at != '\'')
+            ++at;
+        const char quote = *at++;
+        const char* start = at;
+        while (*at != quote)
+            ++at;
+        if (match)
+        {
+            value = Span{u32(start - tag), u32(at - tag)};
             return true;
-    return false;
+        }
+        ++at;
+    }
 }
 
 void MarkupSTL::DeclarationsOf(u32 element, const Declaration*& first,
@@ -804,6 +858,9 @@ bool MarkupSTL::SetAttribute(u32 element, const char* name, const char* value)
         XmlText::Escape(value ? value : "", value ? std::strlen(value) : 0, true, escape);
         retagged += '"';
         retagged.append(tag + found.end + 1, length - found.end - 1);
+        // The value it already has, as it would be written: nothing to edit.
+        if (retagged.size() == length && std::memcmp(retagged.data(), tag, length) == 0)
+            return true;
     }
     else
     {

@@ -47,6 +47,18 @@ public:
 
     // The text becomes `text`, stored afresh.
     void Assign(String&& text);
+    // Hands out the store of the text when it holds `length` bytes without
+    // growing (so that filling it cannot throw), to be filled and given
+    // back by Assign: a document loaded after another then reuses its
+    // memory. Until then only Assign may be called; inserted text and the
+    // gathered text stay where they are. An empty String otherwise.
+    String Release(std::size_t length)
+    {
+        String store;
+        if (m_Source.capacity() >= length)
+            store.swap(m_Source);
+        return store;
+    }
 
     u32 Size() const { return m_Size; }
     // The stored byte `at` and those after it in its piece.

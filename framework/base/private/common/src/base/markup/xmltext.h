@@ -47,6 +47,16 @@ inline bool IsSpace(char c)
     return c == ' ' || c == '\n' || c == '\t' || c == '\r';
 }
 
+// Whether two runs of bytes are the same, compared in place: for names,
+// too short to be worth a call.
+inline bool SameBytes(const char* a, const char* b, std::size_t length)
+{
+    for (std::size_t i = 0; i < length; ++i)
+        if (a[i] != b[i])
+            return false;
+    return true;
+}
+
 // Whether the bytes can stand in a document as they are once escaped:
 // valid UTF-8 with no character that XML 1.0 forbids (controls below 0x20
 // other than tab, line feed and carriage return).
