@@ -309,25 +309,46 @@ BENCHMARK(BM_MarkupSearchPugixml)->Unit(benchmark::kMillisecond);
 
 const int kEdits = 100;
 
+// The houses of the document, which the edits go round.
+long HouseCount()
+{
+    static const long count = []
+    {
+        long houses = 0;
+        for (std::size_t at = 0; (at = Document().find("<house ", at)) != std::string::npos; ++at)
+            ++houses;
+        return houses;
+    }();
+    return count;
+}
+
+// The value an edit gives a house's "checked": another one on each round,
+// so that every edit changes the document on both sides.
+const char* CheckedValue(long edit)
+{
+    return (edit / HouseCount()) % 2 == 0 ? "yes" : "no";
+}
+
 // Each iteration edits the next houses of one loaded document, from the
-// first again once past the last; loading and destroying it stay outside
-// the timed region.
+// first again once past the last, each round with another value; loading
+// and destroying it stay outside the timed region.
 void BM_MarkupEditMarkupSTL(benchmark::State& state)
 {
     qel::MarkupSTL doc;
     doc.SetDocument(Document().data(), qel::u32(Document().size()));
     doc.FindElement();
     doc.IntoElement();
+    long edit = 0;
     for (auto _ : state)
     {
-        for (int i = 0; i < kEdits; ++i)
+        for (int i = 0; i < kEdits; ++i, ++edit)
         {
             if (!doc.FindElement("house"))
             {
                 doc.ResetMainPosition();
                 doc.FindElement("house");
             }
-            doc.SetAttribute("checked", "yes");
+            doc.SetAttribute("checked", CheckedValue(edit));
             doc.AddChildElement("garden", "roses & tulips");
         }
         benchmark::DoNotOptimize(doc.GetElementCount());
@@ -341,15 +362,16 @@ void BM_MarkupEditPugixml(benchmark::State& state)
     pugi::xml_document doc;
     doc.load_buffer(Document().data(), Document().size());
     pugi::xml_node house;
+    long edit = 0;
     for (auto _ : state)
     {
-        for (int i = 0; i < kEdits; ++i)
+        for (int i = 0; i < kEdits; ++i, ++edit)
         {
             house = house ? house.next_sibling("house") : pugi::xml_node();
             if (!house)
                 house = doc.document_element().child("house");
             pugi::xml_attribute checked = house.attribute("checked");
-            (checked ? checked : house.append_attribute("checked")).set_value("yes");
+            (checked ? checked : house.append_attribute("checked")).set_value(CheckedValue(edit));
             house.append_child("garden").text().set("roses & tulips");
         }
         benchmark::DoNotOptimize(doc.first_child());
