@@ -148,11 +148,12 @@ TEST(OutputStream, FullBlocksGoBackAtOnceAndTheTailOnDestruction)
     EXPECT_EQ(provider.written, expected);
 }
 
-// Blocks of 2 bytes split every value but the first byte, and blocks of 5
-// split the arrays' elements: the per-value paths assemble them.
+// Blocks of 2 bytes split every value but the first byte, blocks of 3 end
+// right after the first short, and blocks of 5 split the arrays' elements:
+// the per-value paths assemble them and give each block back as it ends.
 TEST(Streams, EveryWidthAndArrayFormCrossesSmallBlocks)
 {
-    for (u32 blockSize : {2u, 5u})
+    for (u32 blockSize : {2u, 3u, 5u})
     {
         SCOPED_TRACE("blocks of " + std::to_string(blockSize));
         SmallBlockOutput sink(blockSize);
