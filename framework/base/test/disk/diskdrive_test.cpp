@@ -113,18 +113,17 @@ TEST_F(DiskDriveTest, ErrorsCarryTheSystemsReason)
     };
     for (const Case& c : cases)
     {
-        const std::size_t row = std::size_t(&c - cases);
+        SCOPED_TRACE("case " + std::to_string(&c - cases) + ", " + c.name);
         const auto check = [&](const FileException& e, bool notFound)
         {
-            EXPECT_EQ(e.GetError(), c.error) << row;
+            EXPECT_EQ(e.GetError(), c.error);
             EXPECT_EQ(notFound, c.error == DiskDrive::DiskErrorFileNotFound ||
-                                    c.error == DiskDrive::DiskErrorPathNotFound)
-                << row;
+                                    c.error == DiskDrive::DiskErrorPathNotFound);
             if (c.reason != nullptr)
             {
-                EXPECT_STREQ(e.GetReason(), c.reason) << row;
+                EXPECT_STREQ(e.GetReason(), c.reason);
             }
-            EXPECT_STREQ(e.GetPath().GetNativePath(), At(c.name).GetNativePath()) << row;
+            EXPECT_STREQ(e.GetPath().GetNativePath(), At(c.name).GetNativePath());
             const std::string reason = e.GetSystemReason();
 #if defined(_WIN32)
             const char* own = nullptr; // FormatMessage's, which differs between versions
@@ -133,19 +132,19 @@ TEST_F(DiskDriveTest, ErrorsCarryTheSystemsReason)
 #endif
             if (c.systemReason == nullptr)
             {
-                EXPECT_NE(e.GetSystemError(), 0u) << row;
+                EXPECT_NE(e.GetSystemError(), 0u);
             }
             if (c.systemReason != nullptr || own != nullptr)
             {
-                EXPECT_EQ(reason, c.systemReason ? c.systemReason : own) << row;
+                EXPECT_EQ(reason, c.systemReason ? c.systemReason : own);
             }
             EXPECT_FALSE(reason.empty() || reason.back() == '\n' || reason.back() == '\r')
-                << row << ": \"" << reason << "\"";
+                << "\"" << reason << "\"";
         };
         try
         {
             c.operation(At(c.name));
-            ADD_FAILURE() << row << ": no exception";
+            ADD_FAILURE() << "no exception";
         }
         catch (const qel::FileNotFoundException& e)
         {
