@@ -11,6 +11,7 @@
 #include <qel/serializer.h>
 #include <qel/threadmanager.h>
 
+#include "archive/reasonof.h"
 #include "disk/disktest.h"
 #include "support/environment.h"
 
@@ -26,6 +27,7 @@
 namespace
 {
 
+using archivetest::ReasonOf;
 using qel::FileArchive;
 using qel::ResourceManager;
 using qel::u32;
@@ -106,6 +108,16 @@ protected:
         if (name)
             archive.SetResourceName(Handle(item), name);
         return item;
+    }
+
+    // The index the manager hands out next: a failed load that left an
+    // object behind would have taken it.
+    static u32 NextIndex()
+    {
+        Item probe;
+        const u32 next = ResourceManager::Insert(Handle(&probe));
+        ResourceManager::Remove(Handle(&probe));
+        return next;
     }
 
     std::string File(const std::string& name) { return disktest::ReadFile(folder.Path() + name); }
@@ -317,54 +329,25 @@ TEST_F(FileArchiveTest, InlineNestingDeeperThanTheStackIsAnError)
         owned.push_back(item);
     EXPECT_EQ(length, 300u);
 
-    Item probe;
-    const u32 next = ResourceManager::Insert(Handle(&probe));
-    ResourceManager::Remove(Handle(&probe));
+    const u32 next = NextIndex();
     disktest::WriteFile(folder.Path() + "deep.bin", InlineChain(200000));
-    try
-    {
-        reader.Load("deep");
-        ADD_FAILURE() << "loaded";
-    }
-    catch (const qel::Exception& error)
-    {
-        EXPECT_EQ(error.GetReason(), "Resources nested too deeply for the stack: " +
-                                         std::string(archive.GetRoot()) + "deep.bin");
-    }
-    EXPECT_EQ(ResourceManager::Insert(Handle(&probe)), next) << "an object was left behind";
-    ResourceManager::Remove(Handle(&probe));
+    EXPECT_EQ(ReasonOf([&] { reader.Load("deep"); }),
+              "Resources nested too deeply for the stack: " + std::string(archive.GetRoot()) +
+                  "deep.bin");
+    EXPECT_EQ(NextIndex(), next) << "an object was left behind";
 }
 
 TEST_F(FileArchiveTest, NamingRules)
 {
     Item* one = Make(1, nullptr);
     Item* two = Make(2, nullptr);
-    EXPECT_EQ(std::string(
-                  [&]
-                  {
-                      try
-                      {
-                          archive.Save(itemClass, Handle(one));
-                      }
-                      catch (const qel::Exception& e)
-                      {
-                          return std::string(e.GetReason());
-                      }
-                      return std::string();
-                  }()),
+    EXPECT_EQ(ReasonOf([&] { archive.Save(itemClass, Handle(one)); }),
               "Resource isn't identified.");
     archive.SetResourceName(Handle(one), "one");
     archive.SetResourceName(Handle(two), "two");
     EXPECT_EQ(archive.GetResourceNamed("one"), Handle(one));
-    try
-    {
-        archive.SetResourceName(Handle(two), "one"); // taken
-        ADD_FAILURE();
-    }
-    catch (const qel::Exception& e)
-    {
-        EXPECT_STREQ(e.GetReason(), "This resource name is already in use!");
-    }
+    EXPECT_EQ(ReasonOf([&] { archive.SetResourceName(Handle(two), "one"); }), // taken
+              "This resource name is already in use!");
     // A fresh name throws too unless the index is 0, and stays bound to 0.
     const u32 index = ResourceManager::GetResourceIndex(Handle(two));
     if (index != 0)
@@ -408,27 +391,8 @@ TEST_F(FileArchiveTest, FailedLoadsLeaveNothingBehind)
                                                       {"good", File("good.bin")}};
 
     FileArchive reader(7, archive.GetRoot(), nullptr);
-    auto reason = [&]
-    {
-        try
-        {
-            reader.Load("top");
-        }
-        catch (const qel::Exception& e)
-        {
-            return std::string(e.GetReason());
-        }
-        catch (const qel::UnknownFormat&)
-        {
-            return std::string("UnknownFormat");
-        }
-        return std::string("loaded");
-    };
-    // The index the manager hands out next: a failed load that left an
-    // object behind would have taken it.
-    Item probe;
-    const u32 next = ResourceManager::Insert(Handle(&probe));
-    ResourceManager::Remove(Handle(&probe));
+    auto reason = [&] { return ReasonOf([&] { reader.Load("top"); }); };
+    const u32 next = NextIndex();
     auto expectFailure =
         [&](const std::string& name, const std::string& bytes, const std::string& expected)
     {
@@ -437,8 +401,7 @@ TEST_F(FileArchiveTest, FailedLoadsLeaveNothingBehind)
         EXPECT_EQ(reason(), expected);
         EXPECT_EQ(reader.GetResourceNamed("top"), nullptr);
         EXPECT_EQ(reader.GetResourceNamed("good"), nullptr);
-        EXPECT_EQ(ResourceManager::Insert(Handle(&probe)), next) << "an object was left behind";
-        ResourceManager::Remove(Handle(&probe));
+        EXPECT_EQ(NextIndex(), next) << "an object was left behind";
         disktest::WriteFile(folder.Path() + name + ".bin", whole.at(name));
     };
     const std::string unknown =

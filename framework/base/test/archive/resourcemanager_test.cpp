@@ -10,6 +10,8 @@
 #include <qel/outputmemorystream.h>
 #include <qel/resourcemanager.h>
 
+#include "archive/reasonof.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -22,6 +24,7 @@
 namespace
 {
 
+using archivetest::ReasonOf;
 using qel::ResourceManager;
 using qel::u32;
 
@@ -47,20 +50,6 @@ struct CountingArchive : qel::Archive
     qel::ClassDescriptor* savedClass = nullptr;
     void* savedObject = nullptr;
 };
-
-template <class Call>
-std::string ReasonOf(Call call)
-{
-    try
-    {
-        call();
-    }
-    catch (const qel::Exception& e)
-    {
-        return e.GetReason();
-    }
-    return "no exception";
-}
 
 // Removes `resources` in descending order of their indices.
 void RemoveAll(std::vector<void*> resources)

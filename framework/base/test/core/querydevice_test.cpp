@@ -13,23 +13,28 @@ namespace
 using qel::QueryDevice;
 using qeltest::ScriptedHost;
 
+// The default of a choice word past its last button, or of an unknown set of
+// buttons, is a programming error that breaks.
 TEST(QueryDevice, DefaultAnswerOfTheLibrarysChoiceWords)
 {
-    EXPECT_EQ(QueryDevice::ExtractDefaultChoice(0x4000010D), QueryDevice::Ignore);
-    EXPECT_EQ(QueryDevice::ExtractDefaultChoice(0x20000860), QueryDevice::No);
-    EXPECT_EQ(QueryDevice::ExtractDefaultChoice(0x10000060), QueryDevice::Yes);
-    EXPECT_EQ(QueryDevice::ExtractDefaultChoice(16), QueryDevice::OK);
+    const struct
+    {
+        qel::u32 choice;
+        QueryDevice::QueryAnswer answer;
+        bool breaks;
+    } cases[] = {
+        {0x4000010D, QueryDevice::Ignore, false}, {0x20000860, QueryDevice::No, false},
+        {0x10000060, QueryDevice::Yes, false},    {16, QueryDevice::OK, false},
+        {0x40000060, QueryDevice::Yes, true}, // the 3rd of two buttons
+        {0x20000062, QueryDevice::No, false},     {17, QueryDevice::OK, true}, // no such set
+    };
+    for (const auto& c : cases)
+    {
+        ScriptedHost host;
+        EXPECT_EQ(QueryDevice::ExtractDefaultChoice(c.choice), c.answer) << std::hex << c.choice;
+        EXPECT_EQ(host.breaks, int(c.breaks)) << std::hex << c.choice;
+    }
     EXPECT_EQ(QueryDevice::ExtractDefaultChoiceButton(0x4000010D), 0x40000000u);
-}
-
-TEST(QueryDevice, DefaultPastTheLastButtonOrUnknownSetIsAProgrammingError)
-{
-    ScriptedHost host;
-    EXPECT_EQ(QueryDevice::ExtractDefaultChoice(0x40000060), QueryDevice::Yes); // 3rd of two
-    EXPECT_EQ(host.breaks, 1);
-    EXPECT_EQ(QueryDevice::ExtractDefaultChoice(0x20000062), QueryDevice::No);
-    EXPECT_EQ(QueryDevice::ExtractDefaultChoice(17), QueryDevice::OK); // no such set
-    EXPECT_EQ(host.breaks, 2);
 }
 
 TEST(QueryDevice, SilentDeviceAnswersTheDefaultWithoutAsking)

@@ -36,50 +36,24 @@ protected:
     disktest::NativeDrive drive;
 };
 
-TEST_F(DiskDriveTest, FileExistsIsFalseForDirectoriesAndMissingFiles)
+// A directory is no file, but DirectoryExists drops the last character and
+// then accepts any entry.
+TEST_F(DiskDriveTest, ExistenceTestsAndTheirQuirks)
 {
     disktest::WriteFile(folder.Path() + "a.bin", "a");
     std::filesystem::create_directory(folder.Path() + "sub");
-    EXPECT_TRUE(drive.FileExists(At("a.bin")));
-    EXPECT_FALSE(drive.FileExists(At("sub")));
-    EXPECT_FALSE(drive.FileExists(At("missing.bin")));
-}
-
-TEST_F(DiskDriveTest, DirectoryExistsDropsTheLastCharacterAndAcceptsAnyEntry)
-{
-    disktest::WriteFile(folder.Path() + "a.bin", "a");
-    std::filesystem::create_directory(folder.Path() + "sub");
-    EXPECT_TRUE(drive.DirectoryExists(At("sub/")));
-    EXPECT_FALSE(drive.DirectoryExists(At("sub")));   // "su" is not there
-    EXPECT_TRUE(drive.DirectoryExists(At("a.bin/"))); // a file once '/' is dropped
-    EXPECT_FALSE(drive.DirectoryExists(At("missing/")));
+    const std::pair<const char*, bool> files[] = {
+        {"a.bin", true}, {"sub", false}, {"missing.bin", false}};
+    const std::pair<const char*, bool> directories[] = {
+        {"sub/", true},
+        {"sub", false},   // "su" is not there
+        {"a.bin/", true}, // a file once '/' is dropped
+        {"missing/", false}};
+    for (const auto& c : files)
+        EXPECT_EQ(drive.FileExists(At(c.first)), c.second) << c.first;
+    for (const auto& c : directories)
+        EXPECT_EQ(drive.DirectoryExists(At(c.first)), c.second) << c.first;
     EXPECT_TRUE(drive.DirectoryExists(MakePath("/disks/", ""))); // a mount's own root
-}
-
-TEST_F(DiskDriveTest, MissingFileIsFileNotFoundWhenItsDirectoryExistsElsePathNotFound)
-{
-    try
-    {
-        drive.DeleteFile(At("missing.bin"));
-        FAIL() << "no exception";
-    }
-    catch (const qel::FileNotFoundException& e)
-    {
-        EXPECT_EQ(e.GetError(), DiskDrive::DiskErrorFileNotFound);
-        EXPECT_STREQ(e.GetReason(), "File not found - Virtual Path: /v/missing.bin");
-        EXPECT_NE(e.GetSystemError(), 0u);
-    }
-    try
-    {
-        drive.DeleteFile(At("nowhere/missing.bin"));
-        FAIL() << "no exception";
-    }
-    catch (const qel::FileNotFoundException& e)
-    {
-        EXPECT_EQ(e.GetError(), DiskDrive::DiskErrorPathNotFound);
-        EXPECT_STREQ(e.GetReason(), "Path not found - Virtual Path: /v/nowhere/missing.bin");
-        EXPECT_STREQ(e.GetPath().GetNativePath(), At("nowhere/missing.bin").GetNativePath());
-    }
 }
 
 TEST_F(DiskDriveTest, DirectoryOperationsThrowWhatWentWrong)
@@ -111,49 +85,74 @@ TEST_F(DiskDriveTest, DirectoryOperationsThrowWhatWentWrong)
 }
 
 // The system's reason rides along with the error, and a directory taken for
-// a file says so, where Windows only says that access is denied.
+// a file says so, where Windows only says that access is denied. A missing
+// file is "File not found" when its directory exists, else "Path not found".
 TEST_F(DiskDriveTest, ErrorsCarryTheSystemsReason)
 {
     std::filesystem::create_directory(folder.Path() + "sub");
     struct Case
     {
-        const char* what;
-        std::function<void()> operation;
+        const char* name;
+        std::function<void(const qel::PathObject&)> operation;
         DiskDrive::DiskError error;
-        const char* reason; // null: the system's own text for the error
+        const char* reason;       // null: not checked
+        const char* systemReason; // null: the system's own text for the error
     };
+    const auto read = [&](const qel::PathObject& at) { drive.OpenFile(at, qel::File::OpenRead); };
+    const auto remove = [&](const qel::PathObject& at) { drive.DeleteFile(at); };
     const Case cases[] = {
-        {"read a directory", [&] { drive.OpenFile(At("sub"), qel::File::OpenRead); },
-         DiskDrive::DiskErrorAccessDenied, "Is a directory"},
-        {"write a directory", [&] { drive.OpenFile(At("sub"), qel::File::OpenCreateAlways); },
-         DiskDrive::DiskErrorAccessDenied, "Is a directory"},
-        {"delete a directory", [&] { drive.DeleteFile(At("sub")); },
-         DiskDrive::DiskErrorAccessDenied, "Is a directory"},
-        {"read a missing file", [&] { drive.OpenFile(At("missing"), qel::File::OpenRead); },
-         DiskDrive::DiskErrorFileNotFound, nullptr},
+        {"sub", read, DiskDrive::DiskErrorAccessDenied, nullptr, "Is a directory"},
+        {"sub", [&](const qel::PathObject& at) { drive.OpenFile(at, qel::File::OpenCreateAlways); },
+         DiskDrive::DiskErrorAccessDenied, nullptr, "Is a directory"},
+        {"sub", remove, DiskDrive::DiskErrorAccessDenied, nullptr, "Is a directory"},
+        {"missing", read, DiskDrive::DiskErrorFileNotFound, nullptr, nullptr},
+        {"missing.bin", remove, DiskDrive::DiskErrorFileNotFound,
+         "File not found - Virtual Path: /v/missing.bin", nullptr},
+        {"nowhere/missing.bin", remove, DiskDrive::DiskErrorPathNotFound,
+         "Path not found - Virtual Path: /v/nowhere/missing.bin", nullptr},
     };
     for (const Case& c : cases)
     {
-        try
+        SCOPED_TRACE("case " + std::to_string(&c - cases) + ", " + c.name);
+        const auto check = [&](const FileException& e, bool notFound)
         {
-            c.operation();
-            ADD_FAILURE() << c.what << ": no exception";
-        }
-        catch (const FileException& e)
-        {
-            EXPECT_EQ(e.GetError(), c.error) << c.what;
+            EXPECT_EQ(e.GetError(), c.error);
+            EXPECT_EQ(notFound, c.error == DiskDrive::DiskErrorFileNotFound ||
+                                    c.error == DiskDrive::DiskErrorPathNotFound);
+            if (c.reason != nullptr)
+            {
+                EXPECT_STREQ(e.GetReason(), c.reason);
+            }
+            EXPECT_STREQ(e.GetPath().GetNativePath(), At(c.name).GetNativePath());
             const std::string reason = e.GetSystemReason();
 #if defined(_WIN32)
             const char* own = nullptr; // FormatMessage's, which differs between versions
 #else
             const char* own = std::strerror(int(e.GetSystemError()));
 #endif
-            if (c.reason != nullptr || own != nullptr)
+            if (c.systemReason == nullptr)
             {
-                EXPECT_EQ(reason, c.reason ? c.reason : own) << c.what;
+                EXPECT_NE(e.GetSystemError(), 0u);
+            }
+            if (c.systemReason != nullptr || own != nullptr)
+            {
+                EXPECT_EQ(reason, c.systemReason ? c.systemReason : own);
             }
             EXPECT_FALSE(reason.empty() || reason.back() == '\n' || reason.back() == '\r')
-                << c.what << ": \"" << reason << "\"";
+                << "\"" << reason << "\"";
+        };
+        try
+        {
+            c.operation(At(c.name));
+            ADD_FAILURE() << "no exception";
+        }
+        catch (const qel::FileNotFoundException& e)
+        {
+            check(e, true);
+        }
+        catch (const FileException& e)
+        {
+            check(e, false);
         }
     }
 }

@@ -373,16 +373,6 @@ TEST(BoundingVolume, TouchingZeroSizeAndParallelCasesAreDecidedExactly)
 TEST(BoundingBox, SeparatingAxesAgreeWithTheConvexDistanceOverManyPairs)
 {
     // The box pair has its own test; the GJK distance is the reference.
-    class BoxShape final : public geometry::ConvexShape
-    {
-    public:
-        explicit BoxShape(const BoundingBox& box) : m_Box(box) {}
-        Vector3 Support(const Vector3& d) const override { return m_Box.Support(d); }
-        Vector3 Inside() const override { return m_Box.GetCenter(); }
-
-    private:
-        const BoundingBox& m_Box;
-    };
     GeometryRandom random(36);
     int both[2] = {0, 0};
     for (int i = 0; i < 3000; ++i)
@@ -391,7 +381,8 @@ TEST(BoundingBox, SeparatingAxesAgreeWithTheConvexDistanceOverManyPairs)
         const VolumePtr b = RandomVolume(random, 1, i / 4);
         const BoundingBox& boxA = static_cast<const BoundingBox&>(*a);
         const BoundingBox& boxB = static_cast<const BoundingBox&>(*b);
-        const float distance = geometry::ConvexDistance(BoxShape(boxA), BoxShape(boxB));
+        const float distance = geometry::ConvexDistance(VolumeSupport<BoundingBox>(boxA),
+                                                        VolumeSupport<BoundingBox>(boxB));
         if (distance == 0.0f || distance > 1e-4f)
         {
             EXPECT_EQ(a->Intersects(*b), distance == 0.0f) << i << " " << distance;

@@ -1,7 +1,5 @@
 #include "volumesamples.h"
 
-#include "base/geometry/convex.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -26,18 +24,6 @@ public:
 
 private:
     const Triangle& m_T;
-};
-
-template <class Volume>
-class VolumeSupport final : public geometry::ConvexShape
-{
-public:
-    explicit VolumeSupport(const Volume& v) : m_V(v) {}
-    Vector3 Support(const Vector3& d) const override { return m_V.Support(d); }
-    Vector3 Inside() const override { return m_V.GetCenter(); }
-
-private:
-    const Volume& m_V;
 };
 
 } // namespace

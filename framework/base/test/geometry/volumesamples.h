@@ -9,6 +9,8 @@
 #include <qel/boundingmesh.h>
 #include <qel/boundingsphere.h>
 
+#include "base/geometry/convex.h"
+
 #include <memory>
 #include <vector>
 
@@ -36,5 +38,18 @@ struct SurfaceSamples
     float spacing = 0.0f;
 };
 SurfaceSamples SampleSurface(const qel::BoundingVolume& volume);
+
+// A box or a cylinder as the convex distance sees it.
+template <class Volume>
+class VolumeSupport final : public qel::geometry::ConvexShape
+{
+public:
+    explicit VolumeSupport(const Volume& v) : m_V(v) {}
+    qel::Vector3 Support(const qel::Vector3& d) const override { return m_V.Support(d); }
+    qel::Vector3 Inside() const override { return m_V.GetCenter(); }
+
+private:
+    const Volume& m_V;
+};
 
 } // namespace qeltest

@@ -32,17 +32,6 @@ TEST(TextWriter, BlocksIndentTheirLabelledValues)
     EXPECT_EQ(Printed(
                   [](qel::TextWriter& w)
                   {
-                      u32 five = 5;
-                      w.Begin();
-                      w.Identify("a");
-                      w.Serialize(five);
-                      w.End();
-                  }),
-              "{\n    a: 5\n}\n");
-
-    EXPECT_EQ(Printed(
-                  [](qel::TextWriter& w)
-                  {
                       bool flag = true, off = false;
                       short s = -2;
                       w.Begin();

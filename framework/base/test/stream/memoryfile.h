@@ -1,6 +1,6 @@
-// Helpers of the streaming tests. A File over bytes held in memory: its contents
-// are a known pattern, reads can be cut short, and its destruction is
-// counted.
+// Helpers of the stream tests. A File over bytes held in memory: its contents
+// are a known pattern, reads can be cut short, reads and seeks are recorded
+// and its destruction is counted.
 #pragma once
 
 #include <qel/file.h>
@@ -52,6 +52,7 @@ public:
     // Every read is cut to this many bytes.
     qel::u32 readLimit = 0xFFFFFFFFu;
     std::vector<qel::u32> reads; // the count asked by each read
+    std::vector<qel::u64> seeks; // the target of each seek
 
 protected:
     qel::u32 DoRead(void* buffer, qel::u32 count) override
@@ -63,7 +64,11 @@ protected:
         std::memcpy(buffer, bytes.data() + position, n);
         return n;
     }
-    qel::u64 DoSeek(qel::u64 target) override { return target; }
+    qel::u64 DoSeek(qel::u64 target) override
+    {
+        seeks.push_back(target);
+        return target;
+    }
 };
 
 } // namespace streamtest

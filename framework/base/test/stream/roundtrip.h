@@ -1,6 +1,6 @@
 // One sequence of every value width and array form, written to an output
-// stream and checked back from an input stream, shared by the file and the
-// memory stream suites.
+// stream and checked back from an input stream, shared by the streams over
+// small blocks, files and memory.
 #pragma once
 
 #include <qel/inputstream.h>
@@ -17,7 +17,7 @@ using qel::u32;
 using qel::u64;
 
 // Bytes the sequence takes in the stream.
-constexpr u32 RoundTripSize = 1 + 2 + 4 + 8 + 5 + 3 * 2 + 3 * 4 + 2 * 8 + 3 * 2 + 7;
+constexpr u32 RoundTripSize = 1 + 2 + 4 + 8 + 5 + 3 * 2 + 3 * 4 + 2 * 8 + 3 * 2 + 3 * 4 + 2 * 3 + 7;
 
 inline void WriteEverything(qel::OutputStream& out)
 {
@@ -33,7 +33,10 @@ inline void WriteEverything(qel::OutputStream& out)
     EXPECT_EQ(out.Write(shorts, 3, 2), 3u);
     EXPECT_EQ(out.Write(longs, 3, 4), 3u);
     EXPECT_EQ(out.Write(wides, 2, 8), 2u);
-    EXPECT_EQ(out.Write(longs, 3, 2), 3u); // narrowed to the low 2 bytes
+    EXPECT_EQ(out.Write(longs, 3, 2), 3u);  // narrowed to the low 2 bytes
+    EXPECT_EQ(out.Write(shorts, 3, 4), 3u); // widened
+    EXPECT_EQ(out.Write(wides, 2, 3), 2u);  // narrowed to the low 3 bytes
+    EXPECT_EQ(out.Write(longs, 3, 9), 0u);  // no such width
     EXPECT_EQ(out.Write("written", 7), 7u);
 }
 
@@ -57,12 +60,16 @@ inline void CheckEverything(qel::InputStream& in)
     u32 longs[3] = {};
     u64 wides[2] = {};
     u32 narrowed[3] = {};
+    u32 widened[3] = {};
+    u64 low[2] = {};
     char text[8] = {};
     EXPECT_EQ(in.Read(bytes, 5, 1), 5u);
     EXPECT_EQ(in.Read(shorts, 3, 2), 3u);
     EXPECT_EQ(in.Read(longs, 3, 4), 3u);
     EXPECT_EQ(in.Read(wides, 2, 8), 2u);
     EXPECT_EQ(in.Read(narrowed, 3, 2), 3u);
+    EXPECT_EQ(in.Read(widened, 3, 4), 3u);
+    EXPECT_EQ(in.Read(low, 2, 3), 2u);
     EXPECT_EQ(in.Read(text, 7), 7u);
     EXPECT_EQ(bytes[4], 0xFF);
     EXPECT_EQ(bytes[0] + bytes[1] + bytes[2] + bytes[3], 10);
@@ -74,6 +81,10 @@ inline void CheckEverything(qel::InputStream& in)
     EXPECT_EQ(wides[1], ~0ull);
     EXPECT_EQ(narrowed[0], 0xCDEFu);
     EXPECT_EQ(narrowed[2], 0xFFFFu);
+    EXPECT_EQ(widened[0], 0x1234u);
+    EXPECT_EQ(widened[1], 0xFFFFu);
+    EXPECT_EQ(low[0], 0xABCDEFull);
+    EXPECT_EQ(low[1], 0xFFFFFFull);
     EXPECT_STREQ(text, "written");
     EXPECT_EQ(in.GetPosition(), RoundTripSize);
 }
