@@ -22,9 +22,11 @@
 
 #include <qel/allocationoperators.h>
 #include <qel/export.h>
+#include <qel/generalallocator.h>
 #include <qel/types.h>
 
 #include <atomic>
+#include <vector>
 
 namespace qel
 {
@@ -59,6 +61,10 @@ public:
     // Create(text, true), giving the text's record.
     static Record* CreateRecord(const char* text);
     static void ReleaseRecord(Record* record);
+    // One more reference on a record whose head is full: its count goes on
+    // in the table of carries. Without memory for the table the allocator
+    // reports it and std::bad_alloc goes on, the count unchanged.
+    static void Carry(Record* record);
 
 private:
     template <class T, class Storage>
@@ -120,6 +126,16 @@ private:
     const char** m_Adopted;
     u32 m_AdoptedCount;
     u32 m_AdoptedCapacity;
+
+    // The records whose count has crossed their head, in address order,
+    // with the number of times it did (net of the times it came back).
+    struct Carried
+    {
+        Record* record;
+        u32 carries;
+    };
+    std::vector<Carried, GeneralAllocator<Carried>> m_Carried;
+    Carried* FindCarried(Record* record);
 
     static std::atomic<ParsedStringPool*> ms_SingletonInstance;
 };

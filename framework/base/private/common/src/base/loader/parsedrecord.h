@@ -13,12 +13,20 @@ namespace qel
 {
 
 // Its references, then the text itself when the pool copied it, or else
-// the caller's pointer. Four bytes of head, so that a copied name of up to
-// eleven characters takes a block of sixteen.
+// the caller's pointer. Two bytes of head, so that a copied text of up to
+// thirteen characters takes a block of sixteen. The head holds the low
+// part of the count; a text held more often (the names every section
+// repeats) keeps the rest in the pool's table of carries, which a count
+// crosses once every kMostHeld + 1 references.
 struct ParsedStringPool::Record
 {
-    u32 references : 31;
-    u32 adopted : 1; // the caller's text, not a copy
+    enum : u32
+    {
+        kMostHeld = 0x3FFF
+    };
+    std::uint16_t references : 14;
+    std::uint16_t carried : 1; // the count goes on in the table of carries
+    std::uint16_t adopted : 1; // the caller's text, not a copy
 
     const char* Text() const
     {
@@ -30,6 +38,7 @@ struct ParsedStringPool::Record
         return text;
     }
 };
+static_assert(sizeof(ParsedStringPool::Record) == 2, "a record's head takes two bytes");
 
 // The pool's table, whose lookup the parser makes in line for the texts
 // of its block, which are nearly all pooled already.
@@ -101,8 +110,18 @@ Record* RecordHolding(u64 slot, u64 key, const char* text, u32 length)
 
 } // namespace pooledtext
 
+// Takes one more reference on a record, without a call unless the count
+// carries.
+inline void TakeRecord(ParsedStringPool::Record* record)
+{
+    if (record->references != ParsedStringPool::Record::kMostHeld)
+        ++record->references;
+    else
+        ParsedStringPool::Carry(record);
+}
+
 // Drops a reference held on a record, without a call unless it is the
-// last.
+// last or the count borrows.
 inline void DropRecord(ParsedStringPool::Record* record)
 {
     if (record->references > 1)

@@ -142,7 +142,7 @@ ParsedStringPool::Record* ParsedStringPool::InternRecord(const char* text, u32 l
         if (Record* record = RecordHolding<Record>(pool.m_Slots[hash & (pool.m_Capacity - 1)],
                                                    KeyOf(hash, length), text, length))
         {
-            ++record->references;
+            TakeRecord(record);
             return record;
         }
     if ((u64(pool.m_Used) + 1) * 4 > u64(pool.m_Capacity) * 3 && !pool.Grow())
@@ -153,7 +153,7 @@ ParsedStringPool::Record* ParsedStringPool::InternRecord(const char* text, u32 l
         // A text pooled already keeps its pointer, also when the caller
         // offers its own: trees and handles may hold the pooled one.
         Record* record = RecordIn<Record>(*slot);
-        ++record->references;
+        TakeRecord(record);
         return record;
     }
     const u32 size = u32(sizeof(Record)) + (copy ? length + 1 : u32(sizeof text));
@@ -167,6 +167,7 @@ ParsedStringPool::Record* ParsedStringPool::InternRecord(const char* text, u32 l
         return nullptr; // reported by the allocator
     }
     record->references = 1;
+    record->carried = 0;
     record->adopted = !copy;
     char* behind = reinterpret_cast<char*>(record + 1);
     if (copy)
@@ -211,8 +212,8 @@ void ParsedStringPool::Release(const char* text)
     u32 length;
     const u32 hash = HashTerminated(text, length);
     Slot* slot = pool.Find(text, length, hash);
-    if (Holds(*slot) && --RecordIn<Record>(*slot)->references == 0)
-        pool.Remove(slot);
+    if (Holds(*slot))
+        pool.Drop(RecordIn<Record>(*slot));
 }
 
 ParsedStringPool::Record* ParsedStringPool::HeldRecord(const char* pooled)
@@ -226,13 +227,14 @@ ParsedStringPool::Record* ParsedStringPool::HeldRecord(const char* pooled)
         return RecordIn<Record>(*slot);
     }
     Record* record = reinterpret_cast<Record*>(const_cast<char*>(pooled)) - 1;
-    QEL_ASSERT(ErrorManager::BaseCategory, record->references != 0 && !record->adopted);
+    QEL_ASSERT(ErrorManager::BaseCategory,
+               (record->references != 0 || record->carried) && !record->adopted);
     return record;
 }
 
 void ParsedStringPool::AddHeld(const char* pooled)
 {
-    ++GetSingletonInstance().HeldRecord(pooled)->references;
+    TakeRecord(GetSingletonInstance().HeldRecord(pooled));
 }
 
 void ParsedStringPool::ReleaseHeld(const char* pooled)
@@ -251,7 +253,25 @@ void ParsedStringPool::ReleaseRecord(Record* record)
 
 void ParsedStringPool::Drop(Record* record)
 {
-    if (--record->references != 0)
+    if (record->references > 1)
+    {
+        --record->references;
+        return;
+    }
+    if (record->references == 0) // a carried count goes back below its head
+    {
+        Carried* carried = FindCarried(record);
+        QEL_ASSERT(ErrorManager::BaseCategory, carried != nullptr);
+        if (--carried->carries == 0)
+        {
+            m_Carried.erase(m_Carried.begin() + (carried - m_Carried.data()));
+            record->carried = 0;
+        }
+        record->references = Record::kMostHeld;
+        return;
+    }
+    record->references = 0;
+    if (record->carried)
         return;
     u32 length;
     const char* text = record->Text();
@@ -267,6 +287,36 @@ void ParsedStringPool::Remove(Slot* slot)
     *slot = kRemoved;
     --m_Count;
     Free(record);
+}
+
+// ---- counts past a record's head ---------------------------------------------
+
+ParsedStringPool::Carried* ParsedStringPool::FindCarried(Record* record)
+{
+    Carried* end = m_Carried.data() + m_Carried.size();
+    Carried* at = std::lower_bound(m_Carried.data(), end, record,
+                                   [](const Carried& carried, Record* r)
+                                   { return std::less<Record*>()(carried.record, r); });
+    return at != end && at->record == record ? at : nullptr;
+}
+
+void ParsedStringPool::Carry(Record* record)
+{
+    ParsedStringPool& pool = GetSingletonInstance();
+    if (!record->carried)
+    {
+        // Inserted first: without memory the count stays as it was.
+        auto at = std::lower_bound(pool.m_Carried.begin(), pool.m_Carried.end(), record,
+                                   [](const Carried& carried, Record* r)
+                                   { return std::less<Record*>()(carried.record, r); });
+        pool.m_Carried.insert(at, Carried{record, 1});
+        record->carried = 1;
+    }
+    else
+    {
+        ++pool.FindCarried(record)->carries;
+    }
+    record->references = 0;
 }
 
 // ---- adopted texts ----------------------------------------------------------

@@ -212,7 +212,7 @@ Parser::Record* Parser::ReadString(u32 set)
                 pooledtext::RecordHolding<Record>(pool.m_Slots[hash & (pool.m_Capacity - 1)],
                                                   pooledtext::KeyOf(hash, length), text, length))
         {
-            ++record->references;
+            TakeRecord(record);
             return record;
         }
     return Made(ParsedStringPool::InternRecord(text, length, hash, true));
