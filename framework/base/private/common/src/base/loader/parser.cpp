@@ -199,7 +199,13 @@ inline bool Parser::ScanInBlock(u32 set, const char*& text, u32& length, u32& ha
     return true;
 }
 
-Parser::Record* Parser::ReadString(u32 set)
+// In line in the reading steps, with the lookup in it: as calls they took
+// a twentieth of a parse's instructions.
+#if defined(__GNUC__)
+__attribute__((always_inline))
+#endif
+inline Parser::Record*
+Parser::ReadString(u32 set)
 {
     const char* text;
     u32 length;
