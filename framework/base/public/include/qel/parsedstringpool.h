@@ -106,9 +106,9 @@ private:
     bool Grow();
 
     Slot* m_Slots;
-    u32 m_Capacity; // a power of two
-    u32 m_Used;     // texts and tombstones
-    u32 m_Count;    // texts
+    u32 m_Capacity;
+    u32 m_Used;  // texts and tombstones
+    u32 m_Count; // texts
 
     // The adopted texts' addresses, in order: a held text is adopted when
     // it is one of them.

@@ -64,6 +64,15 @@ inline u64 KeyOf(u32 hash, u32 length)
            u64(length < kLongest ? length : kLongest) << kLengthShift;
 }
 
+// The slot a text's probe starts at in a table of `capacity` slots, which
+// grows by half, not double, so that it stays near the size its texts
+// need: the hash's low 24 bits scaled to the table (the top 8, which the
+// slot keeps, come last), rather than masked.
+inline u32 HomeOf(u32 hash, u32 capacity)
+{
+    return u32((u64(hash << 8 | hash >> 24) * capacity) >> 32);
+}
+
 inline bool Holds(u64 slot)
 {
     return slot != kEmpty && slot != kRemoved;

@@ -63,7 +63,7 @@ ParsedStringPool::Slot* ParsedStringPool::Find(const char* text, u32 length, u32
 {
     const u64 key = KeyOf(hash, length);
     Slot* reusable = nullptr;
-    for (u32 i = hash & (m_Capacity - 1);; i = (i + 1) & (m_Capacity - 1))
+    for (u32 i = HomeOf(hash, m_Capacity);; i = i + 1 == m_Capacity ? 0 : i + 1)
     {
         Slot& slot = m_Slots[i];
         if (slot == kEmpty)
@@ -82,15 +82,16 @@ ParsedStringPool::Slot* ParsedStringPool::Find(const char* text, u32 length, u32
 
 bool ParsedStringPool::Grow()
 {
-    // The table fills up to three quarters (a file of unique names holds
-    // nearly as many texts as nodes: a half-empty table would cost it a
-    // tenth of its size). Removals leave tombstones that count as used: a
-    // table whose live texts fill no more than half of it is rebuilt at its
-    // size rather than doubled, so that a program parsing and releasing
-    // files in turn keeps a table of the size its live texts need.
+    // The table fills up to three quarters and grows by half (a file of
+    // unique names holds nearly as many texts as nodes: a table doubled,
+    // as much as five-eighths empty, would cost it a fifth of its size).
+    // Removals leave tombstones that count as used: a table whose live
+    // texts fill no more than half of it is rebuilt at its size rather
+    // than grown, so that a program parsing and releasing files in turn
+    // keeps a table of the size its live texts need.
     u32 capacity = m_Capacity ? m_Capacity : 1024;
     if (u64(m_Count + 1) * 2 > capacity)
-        capacity *= 2;
+        capacity += capacity / 2;
     Slot* slots = static_cast<Slot*>(Mem::GetGeneralAlloc()->Malloc(u32(capacity * sizeof(Slot))));
     if (slots == nullptr)
         return false; // reported by the allocator
@@ -106,9 +107,9 @@ bool ParsedStringPool::Grow()
         if (Holds(old[i]))
         {
             u32 length;
-            u32 at = HashTerminated(RecordIn<Record>(old[i])->Text(), length) & (capacity - 1);
+            u32 at = HomeOf(HashTerminated(RecordIn<Record>(old[i])->Text(), length), capacity);
             while (slots[at] != kEmpty)
-                at = (at + 1) & (capacity - 1);
+                at = at + 1 == capacity ? 0 : at + 1;
             slots[at] = old[i];
         }
     if (old)
@@ -139,7 +140,7 @@ ParsedStringPool::Record* ParsedStringPool::InternRecord(const char* text, u32 l
     // Most texts are pooled already, in the first slot they hash to: that
     // case goes without a call.
     if (pool.m_Capacity != 0)
-        if (Record* record = RecordHolding<Record>(pool.m_Slots[hash & (pool.m_Capacity - 1)],
+        if (Record* record = RecordHolding<Record>(pool.m_Slots[HomeOf(hash, pool.m_Capacity)],
                                                    KeyOf(hash, length), text, length))
         {
             TakeRecord(record);

@@ -215,9 +215,9 @@ Parser::ReadString(u32 set)
     // A text pooled already in the first slot it hashes to, in line.
     ParsedStringPool& pool = ParsedStringPool::GetSingletonInstance();
     if (pool.m_Capacity != 0)
-        if (Record* record =
-                pooledtext::RecordHolding<Record>(pool.m_Slots[hash & (pool.m_Capacity - 1)],
-                                                  pooledtext::KeyOf(hash, length), text, length))
+        if (Record* record = pooledtext::RecordHolding<Record>(
+                pool.m_Slots[pooledtext::HomeOf(hash, pool.m_Capacity)],
+                pooledtext::KeyOf(hash, length), text, length))
         {
             TakeRecord(record);
             return record;
