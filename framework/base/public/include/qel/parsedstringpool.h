@@ -102,7 +102,8 @@ private:
     static void Free(Record* record);
     // The slot holding the text, or the free slot where it would go.
     Slot* Find(const char* text, u32 length, u32 hash);
-    // Doubles the table (or makes the first one); false without memory.
+    // Grows the table by half, or rebuilds it at its size when tombstones
+    // fill it (or makes the first one); false without memory.
     bool Grow();
 
     Slot* m_Slots;
@@ -135,7 +136,8 @@ private:
         u32 carries;
     };
     std::vector<Carried, GeneralAllocator<Carried>> m_Carried;
-    Carried* FindCarried(Record* record);
+    // Where the record is, or would go, among them.
+    Carried* CarriedPlace(Record* record);
 
     static std::atomic<ParsedStringPool*> ms_SingletonInstance;
 };

@@ -261,8 +261,8 @@ void ParsedStringPool::Drop(Record* record)
     }
     if (record->references == 0) // a carried count goes back below its head
     {
-        Carried* carried = FindCarried(record);
-        QEL_ASSERT(ErrorManager::BaseCategory, carried != nullptr);
+        Carried* carried = CarriedPlace(record);
+        QEL_ASSERT(ErrorManager::BaseCategory, record->carried && carried->record == record);
         if (--carried->carries == 0)
         {
             m_Carried.erase(m_Carried.begin() + (carried - m_Carried.data()));
@@ -292,30 +292,27 @@ void ParsedStringPool::Remove(Slot* slot)
 
 // ---- counts past a record's head ---------------------------------------------
 
-ParsedStringPool::Carried* ParsedStringPool::FindCarried(Record* record)
+ParsedStringPool::Carried* ParsedStringPool::CarriedPlace(Record* record)
 {
-    Carried* end = m_Carried.data() + m_Carried.size();
-    Carried* at = std::lower_bound(m_Carried.data(), end, record,
-                                   [](const Carried& carried, Record* r)
-                                   { return std::less<Record*>()(carried.record, r); });
-    return at != end && at->record == record ? at : nullptr;
+    return std::lower_bound(m_Carried.data(), m_Carried.data() + m_Carried.size(), record,
+                            [](const Carried& carried, Record* r)
+                            { return std::less<Record*>()(carried.record, r); });
 }
 
 void ParsedStringPool::Carry(Record* record)
 {
     ParsedStringPool& pool = GetSingletonInstance();
+    Carried* at = pool.CarriedPlace(record);
     if (!record->carried)
     {
         // Inserted first: without memory the count stays as it was.
-        auto at = std::lower_bound(pool.m_Carried.begin(), pool.m_Carried.end(), record,
-                                   [](const Carried& carried, Record* r)
-                                   { return std::less<Record*>()(carried.record, r); });
-        pool.m_Carried.insert(at, Carried{record, 1});
+        pool.m_Carried.insert(pool.m_Carried.begin() + (at - pool.m_Carried.data()),
+                              Carried{record, 1});
         record->carried = 1;
     }
     else
     {
-        ++pool.FindCarried(record)->carries;
+        ++at->carries;
     }
     record->references = 0;
 }
