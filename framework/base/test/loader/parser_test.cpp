@@ -451,7 +451,8 @@ TEST_F(ParserTest, CountsPastARecordsHeadFreeTheTextAtTheLastRelease)
 // its end; the pool hashes a caller's text without doing so. Both must
 // agree for every length, in the block and across its end, or a parsed
 // name would not be found by its text (nor shared with it). Comments'
-// texts are pooled too, equal ones sharing the parameters' copy.
+// texts are pooled too, equal ones sharing the parameters' copy; skipped,
+// they are passed a block's rest at a time.
 TEST_F(ParserTest, ParsedTextsAreTheTextsThatThePoolFinds)
 {
     Parser::SetParsingComment(true);
@@ -479,6 +480,14 @@ TEST_F(ParserTest, ParsedTextsAreTheTextsThatThePoolFinds)
         ASSERT_EQ(file->GetChild(3 * i)->GetIdentifier(), entry->GetParameter(0)) << name;
         ASSERT_EQ(file->GetChild(3 * i + 2)->GetIdentifier(), entry->GetParameter(0)) << name;
     }
+    // Skipped, the same comments, across the block's end too, leave the
+    // entries as they are.
+    Parser::SetParsingComment(false);
+    auto skipped = Parse(text, "b.txt");
+    ASSERT_TRUE(skipped);
+    ASSERT_EQ(skipped->GetChildCount(), words.size());
+    for (u32 i = 0; i < words.size(); ++i)
+        ASSERT_STREQ(skipped->GetChild(i)->GetIdentifier(), ("e" + std::to_string(i + 1)).c_str());
 }
 
 TEST_F(ParserTest, FindChildMatchesPrefixesOfIdentifiersAndNames)

@@ -147,6 +147,8 @@ private:
     // keeps a small frame).
     Record* ReadAcross(u32 set);
     char SkipToCode();
+    // Skips a line comment's bytes, up to its line end.
+    void SkipLine();
     void SkipBatchComment(bool inComment);
     void ReadComment();
     // A section's identifier and name entry, after its '{'.

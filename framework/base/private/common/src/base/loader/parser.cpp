@@ -294,9 +294,25 @@ char Parser::SkipToCode()
             SkipBatchComment(false);
             continue;
         }
-        while (m_Current != '\n' && m_Current != 0)
-            MoveNext();
+        SkipLine();
     }
+}
+
+void Parser::SkipLine()
+{
+    // Up to the line end or a zero, found in the rest of the block at once
+    // (its end mark is a zero too); the next block's part byte by byte.
+    if (m_Current != '\n' && m_Current != 0 && m_Next != m_End)
+    {
+        const unsigned char* at =
+            m_Next + std::strcspn(reinterpret_cast<const char*>(m_Next), "\n");
+        if (at == m_End)
+            --at; // its last byte, which is neither
+        m_Current = char(*at);
+        m_Next = at + 1;
+    }
+    while (m_Current != '\n' && m_Current != 0)
+        MoveNext();
 }
 
 // ---- the grammar ---------------------------------------------------------------
