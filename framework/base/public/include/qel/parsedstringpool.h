@@ -62,9 +62,9 @@ public:
     static Record* CreateRecord(const char* text);
     static void ReleaseRecord(Record* record);
     // One more reference on a record whose head is full: its count goes on
-    // in the table of carries. Without memory for the table the allocator
-    // reports it and std::bad_alloc goes on, the count unchanged.
-    static void Carry(Record* record);
+    // in the table of carries. False, the count unchanged, when the table
+    // finds no memory (reported by the allocator).
+    static bool Carry(Record* record);
 
 private:
     template <class T, class Storage>

@@ -124,13 +124,13 @@ RecordHolding(u64 slot, u64 key, const char* text, u32 length)
 } // namespace pooledtext
 
 // Takes one more reference on a record, without a call unless the count
-// carries.
-inline void TakeRecord(ParsedStringPool::Record* record)
+// carries; false, the count unchanged, when the carry finds no memory.
+inline bool TakeRecord(ParsedStringPool::Record* record)
 {
-    if (record->references != ParsedStringPool::Record::kMostHeld)
-        ++record->references;
-    else
-        ParsedStringPool::Carry(record);
+    if (record->references == ParsedStringPool::Record::kMostHeld)
+        return ParsedStringPool::Carry(record);
+    ++record->references;
+    return true;
 }
 
 // Drops a reference held on a record, without a call unless it is the

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <new>
 
 namespace qel
 {
@@ -142,10 +143,7 @@ ParsedStringPool::Record* ParsedStringPool::InternRecord(const char* text, u32 l
     if (pool.m_Capacity != 0)
         if (Record* record = RecordHolding<Record>(pool.m_Slots[HomeOf(hash, pool.m_Capacity)],
                                                    KeyOf(hash, length), text, length))
-        {
-            TakeRecord(record);
-            return record;
-        }
+            return TakeRecord(record) ? record : nullptr;
     if ((u64(pool.m_Used) + 1) * 4 > u64(pool.m_Capacity) * 3 && !pool.Grow())
         return nullptr;
     Slot* slot = pool.Find(text, length, hash);
@@ -154,8 +152,7 @@ ParsedStringPool::Record* ParsedStringPool::InternRecord(const char* text, u32 l
         // A text pooled already keeps its pointer, also when the caller
         // offers its own: trees and handles may hold the pooled one.
         Record* record = RecordIn<Record>(*slot);
-        TakeRecord(record);
-        return record;
+        return TakeRecord(record) ? record : nullptr;
     }
     const u32 size = u32(sizeof(Record)) + (copy ? length + 1 : u32(sizeof text));
     Record* record = static_cast<Record*>(Mem::GetGeneralAlloc()->Malloc(size));
@@ -235,7 +232,8 @@ ParsedStringPool::Record* ParsedStringPool::HeldRecord(const char* pooled)
 
 void ParsedStringPool::AddHeld(const char* pooled)
 {
-    TakeRecord(GetSingletonInstance().HeldRecord(pooled));
+    if (!TakeRecord(GetSingletonInstance().HeldRecord(pooled)))
+        throw std::bad_alloc(); // reported by the allocator
 }
 
 void ParsedStringPool::ReleaseHeld(const char* pooled)
@@ -299,15 +297,22 @@ ParsedStringPool::Carried* ParsedStringPool::CarriedPlace(Record* record)
                             { return std::less<Record*>()(carried.record, r); });
 }
 
-void ParsedStringPool::Carry(Record* record)
+bool ParsedStringPool::Carry(Record* record)
 {
     ParsedStringPool& pool = GetSingletonInstance();
     Carried* at = pool.CarriedPlace(record);
     if (!record->carried)
     {
         // Inserted first: without memory the count stays as it was.
-        pool.m_Carried.insert(pool.m_Carried.begin() + (at - pool.m_Carried.data()),
-                              Carried{record, 1});
+        try
+        {
+            pool.m_Carried.insert(pool.m_Carried.begin() + (at - pool.m_Carried.data()),
+                                  Carried{record, 1});
+        }
+        catch (const std::bad_alloc&)
+        {
+            return false;
+        }
         record->carried = 1;
     }
     else
@@ -315,6 +320,7 @@ void ParsedStringPool::Carry(Record* record)
         ++at->carries;
     }
     record->references = 0;
+    return true;
 }
 
 // ---- adopted texts ----------------------------------------------------------

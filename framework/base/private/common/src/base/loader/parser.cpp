@@ -218,10 +218,10 @@ Parser::ReadString(u32 set)
         if (Record* record = pooledtext::RecordHolding<Record>(
                 pool.m_Slots[pooledtext::HomeOf(hash, pool.m_Capacity)],
                 pooledtext::KeyOf(hash, length), text, length))
-        {
-            TakeRecord(record);
-            return record;
-        }
+            if (TakeRecord(record))
+                return record;
+    // Any other text goes through the pool, as does one whose count could
+    // not carry (it then gives null there too, or takes the reference).
     return Made(ParsedStringPool::InternRecord(text, length, hash, true));
 }
 
