@@ -411,11 +411,48 @@ TEST(ParsedStringPool, HandlesCountAdoptedAndCopiedTextsAlike)
     EXPECT_EQ(ParsedStringPool::GetCount(), before);
 }
 
+// A record's head holds only the low part of its count, the rest going to
+// a table each time the head fills: counts that cross it (by handles, by
+// the parser's links, back and forth at the edge) must still free the
+// text at its last release, and not before.
+TEST_F(ParserTest, CountsPastARecordsHeadFreeTheTextAtTheLastRelease)
+{
+    const u32 before = ParsedStringPool::GetCount();
+    for (u32 references : {16383u, 16384u, 16385u, 40000u})
+    {
+        const char* pooled = ParsedStringPool::Create("carried", true);
+        std::vector<ParsedString> handles;
+        for (u32 i = 1; i < references; ++i)
+            if (i % 2)
+                handles.push_back(ParsedString::Adopt(ParsedStringPool::Create("carried", true)));
+            else
+                handles.push_back(handles.back());
+        for (int i = 0; i < 4; ++i) // down and up over the last count
+        {
+            handles.pop_back();
+            handles.push_back(handles.front());
+        }
+        std::string text;
+        for (u32 i = 0; i < references; ++i)
+            text += "carried\n";
+        auto file = Parse(text);
+        ASSERT_TRUE(file);
+        handles.clear();
+        EXPECT_EQ(ParsedStringPool::Search("carried"), pooled) << references;
+        file.reset();
+        EXPECT_EQ(ParsedStringPool::Search("carried"), pooled) << references;
+        ParsedStringPool::Release("carried");
+        EXPECT_EQ(ParsedStringPool::Search("carried"), nullptr) << references;
+    }
+    EXPECT_EQ(ParsedStringPool::GetCount(), before);
+}
+
 // The parser hashes a text in its block a word at a time, reading past
 // its end; the pool hashes a caller's text without doing so. Both must
 // agree for every length, in the block and across its end, or a parsed
 // name would not be found by its text (nor shared with it). Comments'
-// texts are pooled too, equal ones sharing the parameters' copy.
+// texts are pooled too, equal ones sharing the parameters' copy; skipped,
+// they are passed a block's rest at a time.
 TEST_F(ParserTest, ParsedTextsAreTheTextsThatThePoolFinds)
 {
     Parser::SetParsingComment(true);
@@ -443,6 +480,14 @@ TEST_F(ParserTest, ParsedTextsAreTheTextsThatThePoolFinds)
         ASSERT_EQ(file->GetChild(3 * i)->GetIdentifier(), entry->GetParameter(0)) << name;
         ASSERT_EQ(file->GetChild(3 * i + 2)->GetIdentifier(), entry->GetParameter(0)) << name;
     }
+    // Skipped, the same comments, across the block's end too, leave the
+    // entries as they are.
+    Parser::SetParsingComment(false);
+    auto skipped = Parse(text, "b.txt");
+    ASSERT_TRUE(skipped);
+    ASSERT_EQ(skipped->GetChildCount(), words.size());
+    for (u32 i = 0; i < words.size(); ++i)
+        ASSERT_STREQ(skipped->GetChild(i)->GetIdentifier(), ("e" + std::to_string(i + 1)).c_str());
 }
 
 TEST_F(ParserTest, FindChildMatchesPrefixesOfIdentifiersAndNames)

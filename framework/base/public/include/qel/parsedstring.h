@@ -1,6 +1,8 @@
 // A handle to one text of the parsed string pool (null for none). Building
 // one from a text interns it with a reference, a copy takes one more, a move
-// hands the reference on, and Release or the destructor drops it.
+// hands the reference on, and Release or the destructor drops it. A copy
+// throws std::bad_alloc, nothing changed, when the pool finds no memory to
+// count the reference (reported by the allocator).
 #pragma once
 
 #include <qel/export.h>
@@ -34,10 +36,10 @@ public:
     }
     ParsedString& operator=(const ParsedString& other)
     {
+        if (other.m_Text)
+            ParsedStringPool::AddHeld(other.m_Text);
         const char* held = m_Text;
         m_Text = other.m_Text;
-        if (m_Text)
-            ParsedStringPool::AddHeld(m_Text);
         if (held) // after taking the new one: it may be the text held
             ParsedStringPool::ReleaseHeld(held);
         return *this;

@@ -22,9 +22,11 @@
 
 #include <qel/allocationoperators.h>
 #include <qel/export.h>
+#include <qel/generalallocator.h>
 #include <qel/types.h>
 
 #include <atomic>
+#include <vector>
 
 namespace qel
 {
@@ -59,6 +61,10 @@ public:
     // Create(text, true), giving the text's record.
     static Record* CreateRecord(const char* text);
     static void ReleaseRecord(Record* record);
+    // One more reference on a record whose head is full: its count goes on
+    // in the table of carries. False, the count unchanged, when the table
+    // finds no memory (reported by the allocator).
+    static bool Carry(Record* record);
 
 private:
     template <class T, class Storage>
@@ -96,13 +102,14 @@ private:
     static void Free(Record* record);
     // The slot holding the text, or the free slot where it would go.
     Slot* Find(const char* text, u32 length, u32 hash);
-    // Doubles the table (or makes the first one); false without memory.
+    // Grows the table by half, or rebuilds it at its size when tombstones
+    // fill it (or makes the first one); false without memory.
     bool Grow();
 
     Slot* m_Slots;
-    u32 m_Capacity; // a power of two
-    u32 m_Used;     // texts and tombstones
-    u32 m_Count;    // texts
+    u32 m_Capacity;
+    u32 m_Used;  // texts and tombstones
+    u32 m_Count; // texts
 
     // The adopted texts' addresses, in order: a held text is adopted when
     // it is one of them.
@@ -120,6 +127,17 @@ private:
     const char** m_Adopted;
     u32 m_AdoptedCount;
     u32 m_AdoptedCapacity;
+
+    // The records whose count has crossed their head, in address order,
+    // with the number of times it did (net of the times it came back).
+    struct Carried
+    {
+        Record* record;
+        u32 carries;
+    };
+    std::vector<Carried, GeneralAllocator<Carried>> m_Carried;
+    // Where the record is, or would go, among them.
+    Carried* CarriedPlace(Record* record);
 
     static std::atomic<ParsedStringPool*> ms_SingletonInstance;
 };

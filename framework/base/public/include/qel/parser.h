@@ -89,6 +89,7 @@ protected:
         EntryNameEnd = 2, // end of an entry name
         QuotedEnd = 3,    // end of a quoted parameter
         WordEnd = 4,      // end of an unquoted parameter
+        CommentEnd = 5,   // end of a line comment's text
     };
 
     Parser();
@@ -146,6 +147,8 @@ private:
     // keeps a small frame).
     Record* ReadAcross(u32 set);
     char SkipToCode();
+    // Skips a line comment's bytes, up to its line end.
+    void SkipLine();
     void SkipBatchComment(bool inComment);
     void ReadComment();
     // A section's identifier and name entry, after its '{'.
@@ -203,11 +206,12 @@ private:
         Skipped = 0xFF
     };
     unsigned char m_Code[256];
-    bool m_Stop[5][256];
+    bool m_Stop[6][256];
     // The stop bytes of a text scanned within the block: the set's, and a
     // line end (lines are counted as they are passed) and a zero (the
-    // block's end, or one in the file) for every set.
-    bool m_StopInBlock[5][256];
+    // block's end, or one in the file) for every set, and a carriage
+    // return, which a comment's text leaves out, for a comment's.
+    bool m_StopInBlock[6][256];
 
     // The sections being read, below the file: their identifiers, name
     // entries and first children in m_Children.

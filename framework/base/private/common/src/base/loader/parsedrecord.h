@@ -13,12 +13,20 @@ namespace qel
 {
 
 // Its references, then the text itself when the pool copied it, or else
-// the caller's pointer. Four bytes of head, so that a copied name of up to
-// eleven characters takes a block of sixteen.
+// the caller's pointer. Two bytes of head, so that a copied text of up to
+// thirteen characters takes a block of sixteen. The head holds the low
+// part of the count; a text held more often (the names every section
+// repeats) keeps the rest in the pool's table of carries, which a count
+// crosses once every kMostHeld + 1 references.
 struct ParsedStringPool::Record
 {
-    u32 references : 31;
-    u32 adopted : 1; // the caller's text, not a copy
+    enum : u32
+    {
+        kMostHeld = 0x3FFF
+    };
+    std::uint16_t references : 14;
+    std::uint16_t carried : 1; // the count goes on in the table of carries
+    std::uint16_t adopted : 1; // the caller's text, not a copy
 
     const char* Text() const
     {
@@ -30,6 +38,7 @@ struct ParsedStringPool::Record
         return text;
     }
 };
+static_assert(sizeof(ParsedStringPool::Record) == 2, "a record's head takes two bytes");
 
 // The pool's table, whose lookup the parser makes in line for the texts
 // of its block, which are nearly all pooled already.
@@ -53,6 +62,15 @@ inline u64 KeyOf(u32 hash, u32 length)
 {
     return u64(hash >> (32 - (kLengthShift - kAddressBits))) << kAddressBits |
            u64(length < kLongest ? length : kLongest) << kLengthShift;
+}
+
+// The slot a text's probe starts at in a table of `capacity` slots, which
+// grows by half, not double, so that it stays near the size its texts
+// need: the hash's low 24 bits scaled to the table (the top 8, which the
+// slot keeps, come last), rather than masked.
+inline u32 HomeOf(u32 hash, u32 capacity)
+{
+    return u32((u64(hash << 8 | hash >> 24) * capacity) >> 32);
 }
 
 inline bool Holds(u64 slot)
@@ -88,9 +106,13 @@ Record* RecordIn(u64 slot)
 }
 
 // The record in `slot` when it holds the text `text` of key `key`, else
-// null.
+// null. In line wherever it is used: the parser makes one per text.
 template <class Record>
-Record* RecordHolding(u64 slot, u64 key, const char* text, u32 length)
+#if defined(__GNUC__)
+__attribute__((always_inline))
+#endif
+inline Record*
+RecordHolding(u64 slot, u64 key, const char* text, u32 length)
 {
     if ((slot & ~kAddressMask) != key || !Holds(slot))
         return nullptr;
@@ -101,8 +123,18 @@ Record* RecordHolding(u64 slot, u64 key, const char* text, u32 length)
 
 } // namespace pooledtext
 
+// Takes one more reference on a record, without a call unless the count
+// carries; false, the count unchanged, when the carry finds no memory.
+inline bool TakeRecord(ParsedStringPool::Record* record)
+{
+    if (record->references == ParsedStringPool::Record::kMostHeld)
+        return ParsedStringPool::Carry(record);
+    ++record->references;
+    return true;
+}
+
 // Drops a reference held on a record, without a call unless it is the
-// last.
+// last or the count borrows.
 inline void DropRecord(ParsedStringPool::Record* record)
 {
     if (record->references > 1)

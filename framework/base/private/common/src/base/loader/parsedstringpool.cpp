@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <new>
 
 namespace qel
 {
@@ -63,7 +64,7 @@ ParsedStringPool::Slot* ParsedStringPool::Find(const char* text, u32 length, u32
 {
     const u64 key = KeyOf(hash, length);
     Slot* reusable = nullptr;
-    for (u32 i = hash & (m_Capacity - 1);; i = (i + 1) & (m_Capacity - 1))
+    for (u32 i = HomeOf(hash, m_Capacity);; i = i + 1 == m_Capacity ? 0 : i + 1)
     {
         Slot& slot = m_Slots[i];
         if (slot == kEmpty)
@@ -82,15 +83,16 @@ ParsedStringPool::Slot* ParsedStringPool::Find(const char* text, u32 length, u32
 
 bool ParsedStringPool::Grow()
 {
-    // The table fills up to three quarters (a file of unique names holds
-    // nearly as many texts as nodes: a half-empty table would cost it a
-    // tenth of its size). Removals leave tombstones that count as used: a
-    // table whose live texts fill no more than half of it is rebuilt at its
-    // size rather than doubled, so that a program parsing and releasing
-    // files in turn keeps a table of the size its live texts need.
+    // The table fills up to three quarters and grows by half (a file of
+    // unique names holds nearly as many texts as nodes: a table doubled,
+    // as much as five-eighths empty, would cost it a fifth of its size).
+    // Removals leave tombstones that count as used: a table whose live
+    // texts fill no more than half of it is rebuilt at its size rather
+    // than grown, so that a program parsing and releasing files in turn
+    // keeps a table of the size its live texts need.
     u32 capacity = m_Capacity ? m_Capacity : 1024;
     if (u64(m_Count + 1) * 2 > capacity)
-        capacity *= 2;
+        capacity += capacity / 2;
     Slot* slots = static_cast<Slot*>(Mem::GetGeneralAlloc()->Malloc(u32(capacity * sizeof(Slot))));
     if (slots == nullptr)
         return false; // reported by the allocator
@@ -106,9 +108,9 @@ bool ParsedStringPool::Grow()
         if (Holds(old[i]))
         {
             u32 length;
-            u32 at = HashTerminated(RecordIn<Record>(old[i])->Text(), length) & (capacity - 1);
+            u32 at = HomeOf(HashTerminated(RecordIn<Record>(old[i])->Text(), length), capacity);
             while (slots[at] != kEmpty)
-                at = (at + 1) & (capacity - 1);
+                at = at + 1 == capacity ? 0 : at + 1;
             slots[at] = old[i];
         }
     if (old)
@@ -139,12 +141,9 @@ ParsedStringPool::Record* ParsedStringPool::InternRecord(const char* text, u32 l
     // Most texts are pooled already, in the first slot they hash to: that
     // case goes without a call.
     if (pool.m_Capacity != 0)
-        if (Record* record = RecordHolding<Record>(pool.m_Slots[hash & (pool.m_Capacity - 1)],
+        if (Record* record = RecordHolding<Record>(pool.m_Slots[HomeOf(hash, pool.m_Capacity)],
                                                    KeyOf(hash, length), text, length))
-        {
-            ++record->references;
-            return record;
-        }
+            return TakeRecord(record) ? record : nullptr;
     if ((u64(pool.m_Used) + 1) * 4 > u64(pool.m_Capacity) * 3 && !pool.Grow())
         return nullptr;
     Slot* slot = pool.Find(text, length, hash);
@@ -153,8 +152,7 @@ ParsedStringPool::Record* ParsedStringPool::InternRecord(const char* text, u32 l
         // A text pooled already keeps its pointer, also when the caller
         // offers its own: trees and handles may hold the pooled one.
         Record* record = RecordIn<Record>(*slot);
-        ++record->references;
-        return record;
+        return TakeRecord(record) ? record : nullptr;
     }
     const u32 size = u32(sizeof(Record)) + (copy ? length + 1 : u32(sizeof text));
     Record* record = static_cast<Record*>(Mem::GetGeneralAlloc()->Malloc(size));
@@ -167,6 +165,7 @@ ParsedStringPool::Record* ParsedStringPool::InternRecord(const char* text, u32 l
         return nullptr; // reported by the allocator
     }
     record->references = 1;
+    record->carried = 0;
     record->adopted = !copy;
     char* behind = reinterpret_cast<char*>(record + 1);
     if (copy)
@@ -211,8 +210,8 @@ void ParsedStringPool::Release(const char* text)
     u32 length;
     const u32 hash = HashTerminated(text, length);
     Slot* slot = pool.Find(text, length, hash);
-    if (Holds(*slot) && --RecordIn<Record>(*slot)->references == 0)
-        pool.Remove(slot);
+    if (Holds(*slot))
+        pool.Drop(RecordIn<Record>(*slot));
 }
 
 ParsedStringPool::Record* ParsedStringPool::HeldRecord(const char* pooled)
@@ -226,13 +225,15 @@ ParsedStringPool::Record* ParsedStringPool::HeldRecord(const char* pooled)
         return RecordIn<Record>(*slot);
     }
     Record* record = reinterpret_cast<Record*>(const_cast<char*>(pooled)) - 1;
-    QEL_ASSERT(ErrorManager::BaseCategory, record->references != 0 && !record->adopted);
+    QEL_ASSERT(ErrorManager::BaseCategory,
+               (record->references != 0 || record->carried) && !record->adopted);
     return record;
 }
 
 void ParsedStringPool::AddHeld(const char* pooled)
 {
-    ++GetSingletonInstance().HeldRecord(pooled)->references;
+    if (!TakeRecord(GetSingletonInstance().HeldRecord(pooled)))
+        throw std::bad_alloc(); // reported by the allocator
 }
 
 void ParsedStringPool::ReleaseHeld(const char* pooled)
@@ -251,7 +252,25 @@ void ParsedStringPool::ReleaseRecord(Record* record)
 
 void ParsedStringPool::Drop(Record* record)
 {
-    if (--record->references != 0)
+    if (record->references > 1)
+    {
+        --record->references;
+        return;
+    }
+    if (record->references == 0) // a carried count goes back below its head
+    {
+        Carried* carried = CarriedPlace(record);
+        QEL_ASSERT(ErrorManager::BaseCategory, record->carried && carried->record == record);
+        if (--carried->carries == 0)
+        {
+            m_Carried.erase(m_Carried.begin() + (carried - m_Carried.data()));
+            record->carried = 0;
+        }
+        record->references = Record::kMostHeld;
+        return;
+    }
+    record->references = 0;
+    if (record->carried)
         return;
     u32 length;
     const char* text = record->Text();
@@ -267,6 +286,41 @@ void ParsedStringPool::Remove(Slot* slot)
     *slot = kRemoved;
     --m_Count;
     Free(record);
+}
+
+// ---- counts past a record's head ---------------------------------------------
+
+ParsedStringPool::Carried* ParsedStringPool::CarriedPlace(Record* record)
+{
+    return std::lower_bound(m_Carried.data(), m_Carried.data() + m_Carried.size(), record,
+                            [](const Carried& carried, Record* r)
+                            { return std::less<Record*>()(carried.record, r); });
+}
+
+bool ParsedStringPool::Carry(Record* record)
+{
+    ParsedStringPool& pool = GetSingletonInstance();
+    Carried* at = pool.CarriedPlace(record);
+    if (!record->carried)
+    {
+        // Inserted first: without memory the count stays as it was.
+        try
+        {
+            pool.m_Carried.insert(pool.m_Carried.begin() + (at - pool.m_Carried.data()),
+                                  Carried{record, 1});
+        }
+        catch (const std::bad_alloc&)
+        {
+            return false;
+        }
+        record->carried = 1;
+    }
+    else
+    {
+        ++at->carries;
+    }
+    record->references = 0;
+    return true;
 }
 
 // ---- adopted texts ----------------------------------------------------------
