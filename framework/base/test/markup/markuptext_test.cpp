@@ -58,11 +58,22 @@ TEST(MarkupText, SeededEditsMatchAPlainString)
             if (pick(3) == 0)
                 to = from; // an insertion
             const char* insert = inserts[pick(6)];
-            const std::string piece(insert);
-            const u32 stored =
+            std::string piece(insert);
+            u32 stored =
                 text.Replace(MarkAt(text, from, pick(2) != 0), MarkAt(text, to, pick(2) != 0),
                              piece.data(), u32(piece.size()));
             reference.replace(from, to - from, piece);
+            if (!piece.empty() && pick(3) == 0)
+            {
+                // Written anew over its own run, as a start tag is: shorter,
+                // as long or longer.
+                const std::string again = inserts[1 + pick(5)];
+                stored = text.Replace(MarkupText::Mark{stored, false},
+                                      MarkupText::Mark{stored + u32(piece.size()) - 1, true},
+                                      again.data(), u32(again.size()));
+                reference.replace(from, piece.size(), again);
+                piece = again;
+            }
             ASSERT_EQ(text.Size(), reference.size()) << "seed " << seed << " step " << step;
             ASSERT_EQ(S(text.Whole()), reference) << "seed " << seed << " step " << step;
             if (!piece.empty())

@@ -1,6 +1,7 @@
 #include "base/markup/markuptext.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace qel
 {
@@ -132,6 +133,12 @@ u32 MarkupText::Split(Mark mark)
 
 u32 MarkupText::Replace(Mark from, Mark to, const char* text, u32 length)
 {
+    if (from.at != kNone && to.at != kNone && !from.after && to.after && length != 0)
+    {
+        const u32 index = Locate(from.at);
+        if (from.at == m_Pieces[index].start && to.at + 1 == End(index))
+            return Rewrite(index, text, length);
+    }
     const u32 first = Split(from);
     const u32 stop = Split(to);
     u32 before = first == kNone ? m_Tail : m_Pieces[first].previous;
@@ -184,6 +191,26 @@ u32 MarkupText::Replace(Mark from, Mark to, const char* text, u32 length)
     else
         m_Tail = made;
     m_Starts.Insert(stored, made);
+    return stored;
+}
+
+u32 MarkupText::Rewrite(u32 index, const char* text, u32 length)
+{
+    Piece& piece = m_Pieces[index];
+    m_Size = m_Size - piece.length + length;
+    m_Gathered = false;
+    if (length <= piece.length)
+    {
+        // Its bytes are its own: no other piece holds them.
+        std::memmove(const_cast<char*>(At(piece.start)), text, length);
+        piece.length = length;
+        return piece.start;
+    }
+    const u32 stored = Store(text, length);
+    m_Starts.Erase(piece.start);
+    m_Starts.Insert(stored, index);
+    piece.start = stored;
+    piece.length = length;
     return stored;
 }
 

@@ -78,6 +78,8 @@ public:
 
     // Replaces the text between the marks (`from` not after `to`) by
     // `length` bytes; returns the stored offset of the first of them.
+    // The text of one whole piece (a start tag written anew, most often)
+    // is rewritten in its piece, in place when it grows no longer.
     u32 Replace(Mark from, Mark to, const char* text, u32 length);
     // Appends the text between the marks to `out`.
     void Append(Mark from, Mark to, String& out) const;
@@ -139,6 +141,10 @@ private:
     // the end of the text.
     u32 Split(Mark mark);
     u32 NewPiece(u32 start, u32 length);
+    // Replaces the whole text of a piece, which keeps its place in the
+    // list: over its own bytes when the new text is no longer, else over
+    // bytes stored anew.
+    u32 Rewrite(u32 piece, const char* text, u32 length);
 
     // A run of inserted text, named from `base` on. Its bytes never grow
     // past the room reserved for them, so that they never move; the next
