@@ -176,6 +176,7 @@ u32 MarkupText::Replace(Mark from, Mark to, const char* text, u32 length)
         stored != m_Added.back().base)
     {
         m_Pieces[before].length += length;
+        Remember(before);
         return stored;
     }
     const u32 made = NewPiece(stored, length);
@@ -191,6 +192,7 @@ u32 MarkupText::Replace(Mark from, Mark to, const char* text, u32 length)
     else
         m_Tail = made;
     m_Starts.Insert(stored, made);
+    Remember(made);
     return stored;
 }
 

@@ -85,6 +85,16 @@ public:
     void Append(Mark from, Mark to, String& out) const;
     // The text between the marks when it is one run of stored bytes.
     bool Span(Mark from, Mark to, const char*& data, u32& length) const;
+    // The piece that holds the stored byte `at`, to be recalled later.
+    u32 PieceOf(u32 at) const { return Locate(at); }
+    // Makes the look-ups that follow try `piece` first: a piece kept from
+    // before an edit that took its bytes away holds none they look for,
+    // so any value is safe.
+    void Recall(u32 piece) const
+    {
+        if (piece < m_Pieces.size())
+            Remember(piece);
+    }
     // The whole text, gathered after an edit.
     const String& Whole() const;
     // The offset in the text of the place a mark names.
