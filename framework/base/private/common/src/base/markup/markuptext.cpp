@@ -52,7 +52,7 @@ u32 MarkupText::NewPiece(u32 start, u32 length)
     }
     else
         m_Free = m_Pieces[index].next;
-    m_Pieces[index] = Piece{start, length, kNone, kNone};
+    m_Pieces[index] = Piece{start, length, kNone, kNone, length};
     ++m_Live;
     return index;
 }
@@ -117,7 +117,8 @@ u32 MarkupText::Split(Mark mark)
     const u32 tail = NewPiece(at, piece.start + piece.length - at);
     Piece& first = m_Pieces[index]; // NewPiece may have moved it
     Piece& second = m_Pieces[tail];
-    first.length = at - first.start;
+    second.room = first.start + first.room - at;
+    first.length = first.room = at - first.start;
     second.previous = index;
     second.next = first.next;
     if (first.next != kNone)
@@ -176,6 +177,7 @@ u32 MarkupText::Replace(Mark from, Mark to, const char* text, u32 length)
         stored != m_Added.back().base)
     {
         m_Pieces[before].length += length;
+        m_Pieces[before].room += length;
         Remember(before);
         return stored;
     }
@@ -201,7 +203,7 @@ u32 MarkupText::Rewrite(u32 index, const char* text, u32 length)
     Piece& piece = m_Pieces[index];
     m_Size = m_Size - piece.length + length;
     m_Gathered = false;
-    if (length <= piece.length)
+    if (length <= piece.room)
     {
         // Its bytes are its own: no other piece holds them.
         std::memmove(const_cast<char*>(At(piece.start)), text, length);
@@ -212,7 +214,7 @@ u32 MarkupText::Rewrite(u32 index, const char* text, u32 length)
     m_Starts.Erase(piece.start);
     m_Starts.Insert(stored, index);
     piece.start = stored;
-    piece.length = length;
+    piece.length = piece.room = length;
     return stored;
 }
 

@@ -79,7 +79,8 @@ public:
     // Replaces the text between the marks (`from` not after `to`) by
     // `length` bytes; returns the stored offset of the first of them.
     // The text of one whole piece (a start tag written anew, most often)
-    // is rewritten in its piece, in place when it grows no longer.
+    // is rewritten in its piece, in place when it grows no longer than it
+    // ever was.
     u32 Replace(Mark from, Mark to, const char* text, u32 length);
     // Appends the text between the marks to `out`.
     void Append(Mark from, Mark to, String& out) const;
@@ -137,6 +138,10 @@ private:
         u32 length;
         u32 previous;
         u32 next;
+        // The stored bytes from `start` that are the piece's alone: its
+        // text, then what rewriting it shorter left unused, which rewriting
+        // it longer may take back.
+        u32 room;
     };
 
     // One piece over the stored text, nothing added.
@@ -152,8 +157,8 @@ private:
     u32 Split(Mark mark);
     u32 NewPiece(u32 start, u32 length);
     // Replaces the whole text of a piece, which keeps its place in the
-    // list: over its own bytes when the new text is no longer, else over
-    // bytes stored anew.
+    // list: over its own bytes when they have room, else over bytes
+    // stored anew.
     u32 Rewrite(u32 piece, const char* text, u32 length);
 
     // A run of inserted text, named from `base` on. Its bytes never grow
