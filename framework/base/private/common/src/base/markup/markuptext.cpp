@@ -201,21 +201,25 @@ u32 MarkupText::Replace(Mark from, Mark to, const char* text, u32 length)
 u32 MarkupText::Rewrite(u32 index, const char* text, u32 length)
 {
     Piece& piece = m_Pieces[index];
-    m_Size = m_Size - piece.length + length;
-    m_Gathered = false;
     if (length <= piece.room)
     {
         // Its bytes are its own: no other piece holds them.
         std::memmove(const_cast<char*>(At(piece.start)), text, length);
-        piece.length = length;
-        return piece.start;
     }
-    const u32 stored = Store(text, length);
-    m_Starts.Erase(piece.start);
-    m_Starts.Insert(stored, index);
-    piece.start = stored;
-    piece.length = piece.room = length;
-    return stored;
+    else
+    {
+        // Stored and indexed before the piece moves, so that running out
+        // of memory leaves the text as it was.
+        const u32 stored = Store(text, length);
+        m_Starts.Insert(stored, index);
+        m_Starts.Erase(piece.start);
+        piece.start = stored;
+        piece.room = length;
+    }
+    m_Size = m_Size - piece.length + length;
+    m_Gathered = false;
+    piece.length = length;
+    return piece.start;
 }
 
 void MarkupText::Append(Mark from, Mark to, String& out) const

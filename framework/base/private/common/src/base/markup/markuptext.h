@@ -13,7 +13,8 @@
 //
 // Edits replace the text between two marks: they split at most two pieces,
 // drop the pieces between and link one new piece, so their cost does not
-// grow with the document. Whole() gathers the text once after an edit.
+// grow with the document; a piece replaced whole is rewritten over its own
+// bytes when they have room. Whole() gathers the text once after an edit.
 #pragma once
 
 #include <qel/allocationoperators.h>
