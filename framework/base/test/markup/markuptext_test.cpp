@@ -58,11 +58,22 @@ TEST(MarkupText, SeededEditsMatchAPlainString)
             if (pick(3) == 0)
                 to = from; // an insertion
             const char* insert = inserts[pick(6)];
-            const std::string piece(insert);
-            const u32 stored =
+            std::string piece(insert);
+            u32 stored =
                 text.Replace(MarkAt(text, from, pick(2) != 0), MarkAt(text, to, pick(2) != 0),
                              piece.data(), u32(piece.size()));
             reference.replace(from, to - from, piece);
+            while (!piece.empty() && pick(3) == 0)
+            {
+                // Written anew over its own run, as a start tag is: shorter,
+                // as long or longer, and longer again after shorter.
+                const std::string again = inserts[1 + pick(5)];
+                stored = text.Replace(MarkupText::Mark{stored, false},
+                                      MarkupText::Mark{stored + u32(piece.size()) - 1, true},
+                                      again.data(), u32(again.size()));
+                reference.replace(from, piece.size(), again);
+                piece = again;
+            }
             ASSERT_EQ(text.Size(), reference.size()) << "seed " << seed << " step " << step;
             ASSERT_EQ(S(text.Whole()), reference) << "seed " << seed << " step " << step;
             if (!piece.empty())
@@ -73,7 +84,24 @@ TEST(MarkupText, SeededEditsMatchAPlainString)
             // Any range, read whole or as one run.
             if (reference.empty())
                 continue;
-            const u32 a = pick(u32(reference.size()));
+            u32 a = pick(u32(reference.size()));
+            if (pick(4) == 0)
+            {
+                // The run of bytes stored one after the other around it,
+                // split or rewritten shorter before perhaps: written anew.
+                u32 first = StoredAt(text, a), last = first, at = a;
+                while (text.Previous(first) != MarkupText::kNone &&
+                       text.Previous(first) + 1 == first)
+                    first = text.Previous(first), --at;
+                while (text.Next(last) != MarkupText::kNone && text.Next(last) == last + 1)
+                    ++last;
+                const std::string again = inserts[1 + pick(5)];
+                text.Replace(MarkupText::Mark{first, false}, MarkupText::Mark{last, true},
+                             again.data(), u32(again.size()));
+                reference.replace(at, last - first + 1, again);
+                ASSERT_EQ(S(text.Whole()), reference) << "seed " << seed << " step " << step;
+                a = at;
+            }
             const u32 b = a + pick(u32(reference.size()) - a + 1);
             const MarkupText::Mark ma = MarkAt(text, a, pick(2) != 0);
             const MarkupText::Mark mb = MarkAt(text, b, pick(2) != 0);

@@ -357,6 +357,10 @@ private:
     bool FindAttribute(u32 element, const char* name, Span& value) const;
     // Replaces an element's start tag by `tag`.
     void Retag(u32 element, const String& tag);
+    // The piece of text that held an element's start tag after its last
+    // edit is where the next edit of it or beside it looks first.
+    void RecallPiece(u32 element) const;
+    void KeepPiece(u32 element);
     void CompactIfWasteful();
     // Gives an empty-element tag an end tag, so that it can hold content.
     void Open(u32 element);
@@ -381,6 +385,10 @@ private:
     Position m_Position{0, 0, 0};
     String m_Error;
     String m_Scratch; // the text an edit puts in
+    // The piece of each edited element's start tag, by element. Only edits
+    // fill it, and the text checks a piece before it trusts one: one left
+    // from an earlier document or edit only costs a search.
+    std::vector<u32, GeneralAllocator<u32>> m_TagPieces;
     u32 m_ErrorLine = 0;
     u32 m_ErrorColumn = 0;
 };

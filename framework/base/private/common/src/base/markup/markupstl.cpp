@@ -534,8 +534,23 @@ u32 MarkupSTL::Depth(u32 element) const
     return depth;
 }
 
+void MarkupSTL::RecallPiece(u32 element) const
+{
+    if (element < m_TagPieces.size())
+        m_Text->Recall(m_TagPieces[element]);
+}
+
+void MarkupSTL::KeepPiece(u32 element)
+{
+    // Grown with the index's room, not one element at a time.
+    if (element >= m_TagPieces.size())
+        m_TagPieces.resize(m_Elements.capacity(), u32(MarkupText::kNone));
+    m_TagPieces[element] = m_Text->PieceOf(m_Elements[element].start);
+}
+
 void MarkupSTL::Retag(u32 element, const String& tag)
 {
+    RecallPiece(element);
     Element& e = m_Elements[element];
     const bool empty = e.end == e.open;
     const u32 stored =
@@ -544,6 +559,7 @@ void MarkupSTL::Retag(u32 element, const String& tag)
     e.open = stored + u32(tag.size()) - 1;
     if (empty)
         e.close = e.end = e.open;
+    KeepPiece(element);
 }
 
 void MarkupSTL::Open(u32 element)
@@ -551,6 +567,7 @@ void MarkupSTL::Open(u32 element)
     Element& e = m_Elements[element];
     if (e.end != e.open)
         return;
+    RecallPiece(element);
     // "<a .../>" becomes "<a ...></a>".
     const char* tag = m_Text->At(e.start);
     const u32 slash = e.open - 1 - e.start;
@@ -564,6 +581,7 @@ void MarkupSTL::Open(u32 element)
     e.open = stored + slash;
     e.close = e.open + 1;
     e.end = stored + u32(text.size()) - 1;
+    KeepPiece(element);
 }
 u32 MarkupSTL::AddUnder(u32 parent, u32 before, const char* name, const char* data)
 {
@@ -588,13 +606,16 @@ u32 MarkupSTL::AddUnder(u32 parent, u32 before, const char* name, const char* da
         Open(parent);
         const Element& up = m_Elements[parent];
         const u32 indent = Depth(parent) * kTabulation;
+        RecallPiece(parent);
         if (before != 0)
         {
+            RecallPiece(before);
             at = Mark{m_Elements[before].start, false};
             breakAfter = true, spacesAfter = indent;
         }
         else if (up.lastChild != 0)
         {
+            RecallPiece(up.lastChild);
             at = Mark{m_Elements[up.lastChild].end, true};
             breakBefore = true, spacesBefore = indent;
         }
@@ -667,6 +688,7 @@ u32 MarkupSTL::AddUnder(u32 parent, u32 before, const char* name, const char* da
     else
         owner.lastChild = index;
     ++m_Count;
+    KeepPiece(index);
     return index;
 }
 

@@ -1,6 +1,7 @@
 #include "base/markup/markuptext.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace qel
 {
@@ -51,7 +52,7 @@ u32 MarkupText::NewPiece(u32 start, u32 length)
     }
     else
         m_Free = m_Pieces[index].next;
-    m_Pieces[index] = Piece{start, length, kNone, kNone};
+    m_Pieces[index] = Piece{start, length, kNone, kNone, length};
     ++m_Live;
     return index;
 }
@@ -116,7 +117,8 @@ u32 MarkupText::Split(Mark mark)
     const u32 tail = NewPiece(at, piece.start + piece.length - at);
     Piece& first = m_Pieces[index]; // NewPiece may have moved it
     Piece& second = m_Pieces[tail];
-    first.length = at - first.start;
+    second.room = first.start + first.room - at;
+    first.length = first.room = at - first.start;
     second.previous = index;
     second.next = first.next;
     if (first.next != kNone)
@@ -132,6 +134,12 @@ u32 MarkupText::Split(Mark mark)
 
 u32 MarkupText::Replace(Mark from, Mark to, const char* text, u32 length)
 {
+    if (from.at != kNone && to.at != kNone && !from.after && to.after && length != 0)
+    {
+        const u32 index = Locate(from.at);
+        if (from.at == m_Pieces[index].start && to.at + 1 == End(index))
+            return Rewrite(index, text, length);
+    }
     const u32 first = Split(from);
     const u32 stop = Split(to);
     u32 before = first == kNone ? m_Tail : m_Pieces[first].previous;
@@ -169,6 +177,8 @@ u32 MarkupText::Replace(Mark from, Mark to, const char* text, u32 length)
         stored != m_Added.back().base)
     {
         m_Pieces[before].length += length;
+        m_Pieces[before].room += length;
+        Remember(before);
         return stored;
     }
     const u32 made = NewPiece(stored, length);
@@ -184,7 +194,32 @@ u32 MarkupText::Replace(Mark from, Mark to, const char* text, u32 length)
     else
         m_Tail = made;
     m_Starts.Insert(stored, made);
+    Remember(made);
     return stored;
+}
+
+u32 MarkupText::Rewrite(u32 index, const char* text, u32 length)
+{
+    Piece& piece = m_Pieces[index];
+    if (length <= piece.room)
+    {
+        // Its bytes are its own: no other piece holds them.
+        std::memmove(const_cast<char*>(At(piece.start)), text, length);
+    }
+    else
+    {
+        // Stored and indexed before the piece moves, so that running out
+        // of memory leaves the text as it was.
+        const u32 stored = Store(text, length);
+        m_Starts.Insert(stored, index);
+        m_Starts.Erase(piece.start);
+        piece.start = stored;
+        piece.room = length;
+    }
+    m_Size = m_Size - piece.length + length;
+    m_Gathered = false;
+    piece.length = length;
+    return piece.start;
 }
 
 void MarkupText::Append(Mark from, Mark to, String& out) const

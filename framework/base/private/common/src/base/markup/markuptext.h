@@ -13,7 +13,8 @@
 //
 // Edits replace the text between two marks: they split at most two pieces,
 // drop the pieces between and link one new piece, so their cost does not
-// grow with the document. Whole() gathers the text once after an edit.
+// grow with the document; a piece replaced whole is rewritten over its own
+// bytes when they have room. Whole() gathers the text once after an edit.
 #pragma once
 
 #include <qel/allocationoperators.h>
@@ -78,11 +79,24 @@ public:
 
     // Replaces the text between the marks (`from` not after `to`) by
     // `length` bytes; returns the stored offset of the first of them.
+    // The text of one whole piece (a start tag written anew, most often)
+    // is rewritten in its piece, in place when it grows no longer than it
+    // ever was.
     u32 Replace(Mark from, Mark to, const char* text, u32 length);
     // Appends the text between the marks to `out`.
     void Append(Mark from, Mark to, String& out) const;
     // The text between the marks when it is one run of stored bytes.
     bool Span(Mark from, Mark to, const char*& data, u32& length) const;
+    // The piece that holds the stored byte `at`, to be recalled later.
+    u32 PieceOf(u32 at) const { return Locate(at); }
+    // Makes the look-ups that follow try `piece` first: a piece kept from
+    // before an edit that took its bytes away holds none they look for,
+    // so any value is safe.
+    void Recall(u32 piece) const
+    {
+        if (piece < m_Pieces.size())
+            Remember(piece);
+    }
     // The whole text, gathered after an edit.
     const String& Whole() const;
     // The offset in the text of the place a mark names.
@@ -125,6 +139,10 @@ private:
         u32 length;
         u32 previous;
         u32 next;
+        // The stored bytes from `start` that are the piece's alone: its
+        // text, then what rewriting it shorter left unused, which rewriting
+        // it longer may take back.
+        u32 room;
     };
 
     // One piece over the stored text, nothing added.
@@ -139,6 +157,10 @@ private:
     // the end of the text.
     u32 Split(Mark mark);
     u32 NewPiece(u32 start, u32 length);
+    // Replaces the whole text of a piece, which keeps its place in the
+    // list: over its own bytes when they have room, else over bytes
+    // stored anew.
+    u32 Rewrite(u32 piece, const char* text, u32 length);
 
     // A run of inserted text, named from `base` on. Its bytes never grow
     // past the room reserved for them, so that they never move; the next
