@@ -15,38 +15,9 @@ namespace qel
 namespace
 {
 
-// The classes of bytes the element reader's fast paths stop at.
-enum : unsigned char
-{
-    kSpace = 1,
-    kTextStop = 2,  // '<', '&' and NUL
-    kValueStop = 4, // the quotes, '<', '&' and NUL
-};
-
-struct ClassTable
-{
-    unsigned char bits[256];
-    constexpr ClassTable() : bits()
-    {
-        for (int c = 0; c < 256; ++c)
-        {
-            const bool stop = c == '<' || c == '&' || c == 0;
-            bits[c] = static_cast<unsigned char>(
-                (c == ' ' || c == '\n' || c == '\t' || c == '\r' ? kSpace : 0) |
-                (stop ? kTextStop : 0) | (stop || c == '"' || c == '\'' ? kValueStop : 0));
-        }
-    }
-};
-constexpr ClassTable kClasses;
-
-inline unsigned Class(char c)
-{
-    return kClasses.bits[static_cast<unsigned char>(c)];
-}
-
 inline const char* SkipSpaces(const char* at)
 {
-    while (Class(*at) & kSpace)
+    while (XmlText::IsSpace(*at))
         ++at;
     return at;
 }
@@ -249,7 +220,7 @@ inline const char* MarkupSTL::Checker::ScanText() const
 {
     for (const char* at = m_At;;)
     {
-        while (!(Class(*at) & kTextStop))
+        while (!(XmlText::ClassOf(*at) & XmlText::kTextStop))
             ++at;
         if (*at == '<')
             return at;
@@ -271,7 +242,7 @@ inline bool MarkupSTL::Checker::ScanValue(char quote)
 {
     for (const char* at = m_At;;)
     {
-        while (!(Class(*at) & kValueStop))
+        while (!(XmlText::ClassOf(*at) & XmlText::kValueStop))
             ++at;
         if (*at == quote)
         {

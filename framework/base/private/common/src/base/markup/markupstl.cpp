@@ -24,23 +24,6 @@ const u32 kRemoved = 0;
 
 typedef MarkupText::Mark Mark;
 
-// The bytes that decoding does not copy as they are: in data (bit 1) and
-// in attribute values (bit 2).
-struct DecodeTable
-{
-    unsigned char bits[256];
-    constexpr DecodeTable() : bits()
-    {
-        for (int c = 0; c < 256; ++c)
-        {
-            const bool both = c == '&' || c == '<' || c == '\r';
-            bits[c] = static_cast<unsigned char>((both ? 1 : 0) |
-                                                 (both || c == '\n' || c == '\t' ? 2 : 0));
-        }
-    }
-};
-constexpr DecodeTable kDecoded;
-
 } // namespace
 
 // ---- the document ---------------------------------------------------------------
@@ -180,10 +163,8 @@ bool MarkupSTL::Matches(u32 element, const char* name) const
 {
     const Element& e = m_Elements[element];
     const char* tag = m_Text->At(e.start) + 1;
-    // The first byte settles most mismatches; a shorter `name` differs
-    // at its NUL.
-    return tag[0] == name[0] && XmlText::SameBytes(tag, name, e.nameLength) &&
-           name[e.nameLength] == 0;
+    // The first byte settles most mismatches.
+    return tag[0] == name[0] && XmlText::SameName(tag, e.nameLength, name);
 }
 
 u32 MarkupSTL::NextNamed(u32 at, const char* name) const
@@ -225,9 +206,9 @@ void MarkupSTL::Decode(const char* from, const char* to, bool attribute, String&
     };
     // Most texts hold nothing to decode: their bytes up to the first that
     // needs a look are appended as they are.
-    const unsigned bit = attribute ? 2 : 1;
+    const unsigned decoded = attribute ? XmlText::kDecodedInValue : XmlText::kDecodedInData;
     const char* plain = from;
-    while (plain != to && !(kDecoded.bits[static_cast<unsigned char>(*plain)] & bit))
+    while (plain != to && !(XmlText::ClassOf(*plain) & decoded))
         ++plain;
     out.append(from, std::size_t(plain - from));
     if (plain == to)
@@ -375,32 +356,11 @@ bool MarkupSTL::FindAttribute(u32 element, const char* name, Span& value) const
         return false;
     const Element& e = m_Elements[element];
     const char* tag = m_Text->At(e.start);
-    const char* at = tag + 1 + e.nameLength;
-    for (;;)
-    {
-        while (XmlText::IsSpace(*at))
-            ++at;
-        if (!XmlText::IsNameStart(*at))
-            return false; // '>' or "/>"
-        // Each name is compared as it is read: it matches when both end
-        // together.
-        const char* wanted = name;
-        while (*at == *wanted && XmlText::IsNameChar(*at))
-            ++at, ++wanted;
-        const bool match = *wanted == 0 && !XmlText::IsNameChar(*at);
-        while (*at != '"' && *at != '\'')
-            ++at;
-        const char quote = *at++;
-        const char* start = at;
-        while (*at != quote)
-            ++at;
-        if (match)
-        {
-            value = Span{u32(start - tag), u32(at - tag)};
+    Span found;
+    for (u32 at = 1 + e.nameLength; NextAttribute(tag, at, found, value);)
+        if (XmlText::SameName(tag + found.start, found.end - found.start, name))
             return true;
-        }
-        ++at;
-    }
+    return false;
 }
 
 void MarkupSTL::DeclarationsOf(u32 element, const Declaration*& first,

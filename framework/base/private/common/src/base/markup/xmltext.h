@@ -15,36 +15,57 @@ namespace qel
 namespace XmlText
 {
 
-// Bit 1: a name may start with the byte; bit 2: a name may hold it.
-struct NameTable
+// The classes of a byte, one table for every scan of XML text.
+enum ByteClass : unsigned char
+{
+    kNameStart = 1,
+    kNameChar = 2,
+    kSpace = 4,
+    kTextStop = 8,        // where a scan of content stops: '<', '&' and NUL
+    kValueStop = 16,      // ... of an attribute value: the quotes too
+    kDecodedInData = 32,  // what decoding content does not copy as it is
+    kDecodedInValue = 64, // ... an attribute value: white space too
+};
+
+struct ByteClasses
 {
     unsigned char bits[256];
-    constexpr NameTable() : bits()
+    constexpr ByteClasses() : bits()
     {
         for (int c = 0; c < 256; ++c)
         {
             const bool start = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c >= 0x80 ||
                                c == '_' || c == ':';
             const bool rest = start || (c >= '0' && c <= '9') || c == '-' || c == '.';
-            bits[c] = static_cast<unsigned char>((start ? 1 : 0) | (rest ? 2 : 0));
+            const bool space = c == ' ' || c == '\n' || c == '\t' || c == '\r';
+            const bool stop = c == '<' || c == '&' || c == 0;
+            const bool decoded = c == '&' || c == '<' || c == '\r';
+            bits[c] = static_cast<unsigned char>(
+                (start ? kNameStart : 0) | (rest ? kNameChar : 0) | (space ? kSpace : 0) |
+                (stop ? kTextStop : 0) | (stop || c == '"' || c == '\'' ? kValueStop : 0) |
+                (decoded ? kDecodedInData : 0) | (decoded || space ? kDecodedInValue : 0));
         }
     }
 };
-constexpr NameTable kNames;
+constexpr ByteClasses kClasses;
 
+inline unsigned ClassOf(char c)
+{
+    return kClasses.bits[static_cast<unsigned char>(c)];
+}
 inline bool IsNameStart(char c)
 {
-    return (kNames.bits[static_cast<unsigned char>(c)] & 1) != 0;
+    return (ClassOf(c) & kNameStart) != 0;
 }
 inline bool IsNameChar(char c)
 {
-    return (kNames.bits[static_cast<unsigned char>(c)] & 2) != 0;
+    return (ClassOf(c) & kNameChar) != 0;
 }
 bool IsName(const char* text, std::size_t length);
 
 inline bool IsSpace(char c)
 {
-    return c == ' ' || c == '\n' || c == '\t' || c == '\r';
+    return (ClassOf(c) & kSpace) != 0;
 }
 
 // Whether two runs of bytes are the same, compared in place: for names,
@@ -55,6 +76,12 @@ inline bool SameBytes(const char* a, const char* b, std::size_t length)
         if (a[i] != b[i])
             return false;
     return true;
+}
+// Whether the `length` bytes at `bytes` (a name, so no NUL among them) are
+// the text `name`; a shorter `name` differs at its NUL.
+inline bool SameName(const char* bytes, std::size_t length, const char* name)
+{
+    return SameBytes(bytes, name, length) && name[length] == 0;
 }
 
 // Whether the bytes can stand in a document as they are once escaped:
