@@ -10,6 +10,7 @@
 #include <qel/resourcemanager.h>
 #include <qel/serializer.h>
 
+#include "archive/reasonof.h"
 #include "support/environment.h"
 
 #include <gtest/gtest.h>
@@ -135,7 +136,8 @@ TEST(ArchiveNames, SavedNamesAreTheFilesAndLoadBack)
     {
         const std::string folder = saveTo ? saveTo : temporary.Path();
         std::filesystem::create_directories(std::filesystem::u8path(folder));
-        Save(folder);
+        // The library's errors are no std::exception: their reason is said.
+        EXPECT_EQ(archivetest::ReasonOf([&] { Save(folder); }), "no exception");
         std::vector<std::string> expected;
         for (const char* name : kNames)
         {
@@ -148,7 +150,10 @@ TEST(ArchiveNames, SavedNamesAreTheFilesAndLoadBack)
         EXPECT_EQ(OnDisk(folder), expected);
     }
     if (saveTo == nullptr)
-        Load(loadFrom ? loadFrom : temporary.Path());
+    {
+        EXPECT_EQ(archivetest::ReasonOf([&] { Load(loadFrom ? loadFrom : temporary.Path()); }),
+                  "no exception");
+    }
 }
 
 } // namespace
