@@ -140,6 +140,7 @@ TEST(MallocAllocator, ZeroSizesGiveNullAndReallocToZeroFrees)
 TEST(MallocAllocator, HasItsOwnCategoryForItsLifetime)
 {
     qel::ErrorManager& errors = qel::ErrorManager::GetSingletonInstance();
+    qel::Mem::GetNativeAlloc(); // the first allocator made registers the memory category
     const qel::u32 before = errors.GetNumberOfCategories();
     {
         qel::MallocAllocator allocator;
