@@ -24,8 +24,8 @@ bool In(int c, std::initializer_list<Range> ranges)
     return false;
 }
 
-// The asymmetries are deliberate: 0xD0 and 0xDF have no lower case, 0xFF no
-// upper case though it is flagged lower case, and 0x92 is printable where
+// The asymmetries are deliberate: 0xD0 is not lowered, 0xFF is flagged lower
+// case but not raised, 0xDF is only printable, and 0x92 is printable where
 // 0x93 is nothing.
 int ExpectedLower(int c)
 {
