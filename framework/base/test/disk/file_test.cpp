@@ -1,6 +1,5 @@
-// File's bookkeeping over a scripted file: where the position goes, when a
-// seek reaches the system, what the size means, and the base class's fatal
-// errors.
+// File's bookkeeping over a scripted file: where a seek goes and when it
+// reaches the system, the name's bound, and the base class's fatal errors.
 #include <qel/file.h>
 
 #include "support/scriptedhost.h"
@@ -14,35 +13,20 @@ namespace
 {
 
 using qel::File;
-using qel::u32;
 using qel::u64;
 
-// A file of `length` bytes whose Do* operations are counted; reads stop at
-// the end, writes grow it.
-class CountingFile : public File
+// A file of `length` bytes whose seeks are recorded.
+class SeekingFile : public File
 {
 public:
-    explicit CountingFile(u64 length, const char* name = "/test/file.bin")
-        : File(name, nullptr, length, File::OpenRead, true, true), length(length)
+    explicit SeekingFile(u64 length, const char* name = "/test/file.bin")
+        : File(name, nullptr, length, File::OpenRead, true, true)
     {
     }
 
-    u64 length;
     std::vector<u64> seeks;
 
 protected:
-    u32 DoRead(void*, u32 count) override
-    {
-        const u64 position = GetFilePosition();
-        const u64 left = position < length ? length - position : 0;
-        return u32(count < left ? count : left);
-    }
-    u32 DoWrite(const void*, u32 count) override
-    {
-        if (GetFilePosition() + count > length)
-            length = GetFilePosition() + count;
-        return count;
-    }
     u64 DoSeek(u64 target) override
     {
         seeks.push_back(target);
@@ -60,7 +44,7 @@ public:
 // Each mode computes its target; only a seek that moves reaches the system.
 TEST(FileTest, SeekModesComputeTheirTargetsAndStayingPutMakesNoSystemCall)
 {
-    CountingFile file(100);
+    SeekingFile file(100);
     const struct
     {
         File::SeekMode mode;
@@ -72,30 +56,10 @@ TEST(FileTest, SeekModesComputeTheirTargetsAndStayingPutMakesNoSystemCall)
     EXPECT_EQ(file.seeks, (std::vector<u64>{40, 45, 70}));
 }
 
-TEST(FileTest, WritesMoveThePositionButNotTheSizeSoSeekEndUsesTheOpeningSize)
-{
-    CountingFile file(10);
-    char bytes[32] = {};
-    file.Seek(File::SeekEnd, 0);
-    EXPECT_EQ(file.Write(bytes, 32), 32u);
-    EXPECT_EQ(file.GetFilePosition(), 42u);
-    EXPECT_EQ(file.GetFileSize(), 10u);
-    EXPECT_EQ(file.Seek(File::SeekEnd, 0), 10u);
-}
-
-TEST(FileTest, ReadAtEndOfFileReturnsZeroAndLeavesThePosition)
-{
-    CountingFile file(6);
-    char bytes[8];
-    EXPECT_EQ(file.Read(bytes, 8), 6u);
-    EXPECT_EQ(file.Read(bytes, 8), 0u);
-    EXPECT_EQ(file.GetFilePosition(), 6u);
-}
-
 TEST(FileTest, FileNameIsCutTo255Characters)
 {
     const std::string name(300, 'n');
-    CountingFile file(0, name.c_str());
+    SeekingFile file(0, name.c_str());
     EXPECT_EQ(std::string(file.GetFileName()), name.substr(0, 255));
 }
 

@@ -59,16 +59,6 @@ TEST(Mem, FactoryMadeAllocatorsLiveOnNativeAndGoBackThere)
     EXPECT_FALSE(native->IsValidPointer(made));
 }
 
-TEST(GetOwner, FindsThePageAllocatorFromAnyAddressOfItsBlock)
-{
-    qel::Allocator* page = Mem::GetPageAlloc();
-    char* block = static_cast<char*>(page->Malloc(3 * kPage + 1));
-    ASSERT_NE(block, nullptr);
-    EXPECT_EQ(qel::Allocator::GetOwner(block), page);
-    EXPECT_EQ(qel::Allocator::GetOwner(block + 4 * kPage - 1), page);
-    page->Free(block);
-}
-
 TEST(GetOwner, AddressNoAllocatorOwnsIsFatal)
 {
     qeltest::ScriptedHost host;

@@ -356,52 +356,6 @@ INSTANTIATE_TEST_SUITE_P(Units, ChunkTreeRandom,
                          [](const ::testing::TestParamInfo<RandomCase>& info)
                          { return "Unit" + std::to_string(info.param.unit); });
 
-// Thousands of free chunks inserted by ascending address with growing sizes
-// (the worst order for an unbalanced tree, in both trees at once), then taken
-// and returned at random, so that both trees grow deep and every removal
-// rebalances somewhere.
-TEST(ChunkTree, ManyChunksStayBalancedAndMatchModel)
-{
-    const u32 kSlots = 3000;
-    Buffer buffer(1, kSlots * 200);
-    MemChunkTree tree(1);
-    Model model(1);
-    for (u32 i = 0; i < kSlots; ++i)
-    {
-        ASSERT_TRUE(tree.InsertChunkInTree(buffer.At(i * 200), 40 + i % 100, kTag));
-        model.Insert(i * 200, 40 + i % 100, true);
-    }
-    ASSERT_NO_FATAL_FAILURE(ExpectSame(tree, model, buffer));
-    std::mt19937 rng(7);
-    std::map<u32, u32> taken;
-    for (int step = 0; step < 20000; ++step)
-    {
-        if (rng() % 2 == 0 || taken.empty())
-        {
-            u32 count = 40 + rng() % 100, expected = count;
-            const long offset = model.Take(expected);
-            void* p = tree.GetChunk(count, kTag);
-            ASSERT_EQ(p, offset < 0 ? nullptr : buffer.At(u32(offset)));
-            ASSERT_EQ(count, expected);
-            if (p != nullptr)
-                taken[u32(offset)] = count;
-        }
-        else
-        {
-            auto it = taken.begin();
-            std::advance(it, rng() % taken.size());
-            ASSERT_TRUE(tree.InsertChunkInTree(buffer.At(it->first), it->second, kTag));
-            model.Insert(it->first, it->second, true);
-            taken.erase(it);
-        }
-        if (step % 50 == 0)
-        {
-            ASSERT_NO_FATAL_FAILURE(ExpectSame(tree, model, buffer)) << "step " << step;
-        }
-    }
-    ASSERT_NO_FATAL_FAILURE(ExpectSame(tree, model, buffer));
-}
-
 // ---- the named cases ----------------------------------------------------------
 
 // One step of a scripted case. Insert and Apart (no merge) must be accepted,

@@ -44,7 +44,9 @@ protected:
     std::unique_ptr<PageManager> pages;
 };
 
-TEST_F(PageManagerTest, FirstPageCommitsOneStepMetapage)
+// The first request commits one step, a bigger one a metapage of exactly its
+// size, and one past the maximum gets what is left or nothing.
+TEST_F(PageManagerTest, MetapagesAreAStepOrTheRequestsSizeUpToTheMaximum)
 {
     void* run = pages->AllocatePages(&owner, 1);
     ASSERT_NE(run, nullptr);
@@ -52,25 +54,17 @@ TEST_F(PageManagerTest, FirstPageCommitsOneStepMetapage)
     EXPECT_EQ(pages->GetSystemBytes(), kMB);
     EXPECT_EQ(pages->GetStatistics().currentSystemPages, 256u);
     EXPECT_EQ(pages->GetNumberOfMetapages(), 1u);
-}
-
-TEST_F(PageManagerTest, RequestBiggerThanStepGetsMetapageOfExactlyItsSize)
-{
-    ASSERT_NE(pages->AllocatePages(&owner, 1), nullptr);
     ASSERT_NE(pages->AllocatePages(&owner, 300), nullptr);
     EXPECT_EQ(pages->GetSystemBytes(), kMB + 300 * kPage);
     EXPECT_EQ(pages->GetStatistics().currentSystemPages, 256u + 300u);
-}
 
-TEST_F(PageManagerTest, RequestPastMaximumGetsWhatIsLeftOrNothing)
-{
-    pages->SetLimits(0, kMB + 128 * kPage, kMB);
-    ASSERT_NE(pages->AllocatePages(&owner, 256), nullptr); // fills the first metapage
+    pages->SetLimits(0, kMB + 428 * kPage, kMB);           // room for 128 pages more
+    ASSERT_NE(pages->AllocatePages(&owner, 255), nullptr); // fills the first metapage
     ASSERT_NE(pages->AllocatePages(&owner, 100), nullptr);
-    EXPECT_EQ(pages->GetSystemBytes(), kMB + 128 * kPage);
+    EXPECT_EQ(pages->GetSystemBytes(), kMB + 428 * kPage);
     EXPECT_EQ(pages->AllocatePages(&owner, 29), nullptr); // 28 pages left
     EXPECT_NE(pages->AllocatePages(&owner, 28), nullptr);
-    EXPECT_EQ(pages->GetStatistics().currentUsedPages, 384u);
+    EXPECT_EQ(pages->GetStatistics().currentUsedPages, 684u);
 }
 
 TEST_F(PageManagerTest, EmptyMetapageGoesBackUnlessItIsTheKeptFirstOne)

@@ -9,7 +9,6 @@
 #include <qel/streamingrequest.h>
 
 #include "memoryfile.h"
-#include "roundtrip.h"
 #include "support/environment.h"
 
 #include <gtest/gtest.h>
@@ -47,20 +46,6 @@ protected:
     qeltest::TemporaryFolder folder;
     std::string root;
 };
-
-TEST_F(FileStreamTest, EveryWidthAndArrayFormSurvivesTheFile)
-{
-    {
-        OutputFileStream out(Virtual("all.bin").c_str());
-        streamtest::WriteEverything(out);
-    }
-    EXPECT_EQ(SizeOnDisk("all.bin"), streamtest::RoundTripSize);
-    InputFileStream in(Virtual("all.bin").c_str());
-    EXPECT_EQ(in.GetSize(), streamtest::RoundTripSize);
-    streamtest::CheckEverything(in);
-    unsigned char past = 0;
-    EXPECT_EQ(in.Read(&past, 1), 0u);
-}
 
 TEST_F(FileStreamTest, TailReachesTheFileOnlyWhenTheStreamDiesOrFlushes)
 {

@@ -123,6 +123,7 @@ TEST(OutputMemoryStreamTest, EveryWidthAndArrayFormSurvivesTheMemoryPair)
     const unsigned char* data = out.GetBuffer(size);
     ASSERT_EQ(size, streamtest::RoundTripSize);
     qel::InputMemoryStream in(data, size);
+    EXPECT_EQ(in.GetSize(), size);
     streamtest::CheckEverything(in);
 }
 

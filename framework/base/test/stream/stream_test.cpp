@@ -2,7 +2,6 @@
 // straddling blocks, when blocks go back, skipping, the per-value array
 // paths, and the buffer providers' bounds.
 #include <qel/inputbufferstream.h>
-#include <qel/inputmemorystream.h>
 #include <qel/outputbufferstream.h>
 
 #include "roundtrip.h"
@@ -202,16 +201,6 @@ TEST(BufferStreams, OutputRecordsTheWrittenEndAndOverflowsAtCapacity)
     stream.Flush();
     EXPECT_EQ(stream.GetWrittenSize(), 1u);
     EXPECT_EQ(buffer[0], 0x42);
-}
-
-TEST(MemoryStreams, ReaderStopsAtGetSize)
-{
-    const auto data = Bytes(9);
-    qel::InputMemoryStream stream(data.data(), 9);
-    EXPECT_EQ(stream.GetSize(), 9u);
-    std::vector<unsigned char> out(9);
-    EXPECT_EQ(stream.Read(out.data(), u32(stream.GetSize())), 9u);
-    EXPECT_EQ(out, data);
 }
 
 } // namespace

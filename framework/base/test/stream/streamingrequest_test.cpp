@@ -128,16 +128,10 @@ TEST(StreamingRequestTest, RingThatCannotBeAllocatedReportsNothingAvailable)
     delete request;
 }
 
-class StreamingPathTest : public ::testing::Test
+TEST(StreamingRequestTest, PathFormsOpenTheFileAndAMissingOneThrows)
 {
-protected:
-    void SetUp() override { root = folder.VirtualPath(); }
     qeltest::TemporaryFolder folder;
-    std::string root;
-};
-
-TEST_F(StreamingPathTest, PathFormsOpenTheFileAndAMissingOneThrows)
-{
+    const std::string root = folder.VirtualPath();
     std::ofstream(folder.Path() + "data.bin", std::ios::binary) << std::string(1000, 'x') + "tail";
     StreamingRequest* request = StreamingRequest::Create((root + "data.bin").c_str(), 64, 16, 1000);
     ASSERT_NE(request, nullptr);
