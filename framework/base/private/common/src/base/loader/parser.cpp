@@ -13,6 +13,7 @@
 #include "base/loader/parsedrecord.h"
 #include "base/loader/texthash.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -585,17 +586,30 @@ void Parser::Bury(ParsedNode* node, u32& first, u32 bytes)
 void* Parser::PlaceInNewChunk(u32 bytes)
 {
     // Chunks double from 4 KB up to 4 MB, none much larger than what the
-    // rest of the file is expected to need at the rate so far: the last one
-    // ends nearly full.
+    // rest of the file is expected to need at the rate so far: its nodes,
+    // and the links of all of the file's children, which go in at its end.
+    // So the last chunk ends nearly full, holding the links too; one made
+    // at the end, for the links only, has their size. An estimate short of
+    // the need costs one more chunk, sized again.
     u64 chunk = m_ChunkBytes == 0           ? 4096
                 : m_ChunkBytes < (4u << 20) ? 2 * u64(m_ChunkBytes)
                                             : m_ChunkBytes;
     const u64 position = GetPosition();
     if (position != 0 && m_NodeBytes != 0)
     {
-        const u64 expected = m_NodeBytes * (m_Size - position) / position;
-        if (chunk > expected + expected / 8 + 4096)
-            chunk = expected + expected / 8 + 4096;
+        // A file holding more children than a count keeps their links in
+        // a list instead.
+        const double used = double(m_NodeBytes - u64(m_File->m_FreeEnd - m_File->m_Free));
+        const double children = double(m_Open.size() > 1 ? m_Open[1].first : m_Children.size());
+        const double scale = double(m_Size) / double(position);
+        const u64 nodes = u64(used * (scale - 1));
+        const u64 links = u64(std::min(4 * children * scale, 4.0 * ParsedNode::MaxCount));
+        const u64 need = position >= m_Size ? 0 : nodes + links + (nodes + links) / 256 + 4096;
+        // Nor leaving the rest of the nodes to another chunk when they
+        // take up to two: near the end of the file one chunk takes all
+        // (up to 64 MB).
+        if (chunk > need || nodes <= 2 * chunk)
+            chunk = std::min(need, u64(64) << 20);
     }
     const u64 least = bytes + ParsedFile::ChunkHeader;
     m_ChunkBytes = u32(chunk > least ? chunk : least);
