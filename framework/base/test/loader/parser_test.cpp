@@ -13,6 +13,7 @@
 #include <qel/provider.h>
 
 #include "base/loader/parsedlinks.h"
+#include "base/loader/parsedrecord.h"
 #include "disk/disktest.h"
 #include "support/environment.h"
 #include "support/parsedshape.h"
@@ -418,7 +419,8 @@ TEST(ParsedStringPool, HandlesCountAdoptedAndCopiedTextsAlike)
 TEST_F(ParserTest, CountsPastARecordsHeadFreeTheTextAtTheLastRelease)
 {
     const u32 before = ParsedStringPool::GetCount();
-    for (u32 references : {16383u, 16384u, 16385u, 40000u})
+    const u32 head = ParsedStringPool::Record::kMostHeld;
+    for (u32 references : {head, head + 1, head + 2, 3 * head + 4, 40000u})
     {
         const char* pooled = ParsedStringPool::Create("carried", true);
         std::vector<ParsedString> handles;
