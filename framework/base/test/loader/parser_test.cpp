@@ -419,8 +419,8 @@ TEST(ParsedStringPool, HandlesCountAdoptedAndCopiedTextsAlike)
 TEST_F(ParserTest, CountsPastARecordsHeadFreeTheTextAtTheLastRelease)
 {
     const u32 before = ParsedStringPool::GetCount();
-    const u32 head = ParsedStringPool::Record::kMostHeld;
-    for (u32 references : {head, head + 1, head + 2, 3 * head + 4, 40000u})
+    const u32 head = ParsedStringPool::Record::kMostHeld, many = 40000;
+    for (u32 references : {head, head + 1, head + 2, 3 * head + 4, many})
     {
         const char* pooled = ParsedStringPool::Create("carried", true);
         std::vector<ParsedString> handles;
