@@ -719,13 +719,16 @@ inline u32 ParsedLinks::Dismantle(ParsedNode& node)
     }
     case ParsedNode::SectionType:
     {
-        // Its parser's nodes, its name among them, lie in the chunks too.
+        // Its parser's nodes, its name among them, lie in the chunks too:
+        // only a listed one may hold others.
         ParsedRoot& root = static_cast<ParsedRoot&>(node);
-        ParsedNode* name = Name(root);
-        if (name && !(name->m_Word & ParsedNode::InFile))
-            ParsedNode::Destroy(name);
         if (root.m_Word & ParsedNode::Listed)
+        {
+            ParsedNode* name = Name(root);
+            if (name && !(name->m_Word & ParsedNode::InFile))
+                ParsedNode::Destroy(name);
             ReleaseMadeByHand(root, root.m_Items);
+        }
         break;
     }
     case ParsedNode::CommentType:
