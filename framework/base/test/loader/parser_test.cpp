@@ -13,6 +13,7 @@
 #include <qel/provider.h>
 
 #include "base/loader/parsedlinks.h"
+#include "base/loader/parsedrecord.h"
 #include "disk/disktest.h"
 #include "support/environment.h"
 #include "support/parsedshape.h"
@@ -418,7 +419,8 @@ TEST(ParsedStringPool, HandlesCountAdoptedAndCopiedTextsAlike)
 TEST_F(ParserTest, CountsPastARecordsHeadFreeTheTextAtTheLastRelease)
 {
     const u32 before = ParsedStringPool::GetCount();
-    for (u32 references : {16383u, 16384u, 16385u, 40000u})
+    const u32 head = ParsedStringPool::Record::kMostHeld, many = 40000;
+    for (u32 references : {head, head + 1, head + 2, 3 * head + 4, many})
     {
         const char* pooled = ParsedStringPool::Create("carried", true);
         std::vector<ParsedString> handles;
@@ -677,6 +679,21 @@ TEST_F(ParserTest, AFileHoldsItsNodesAndGivesThemBackWithIt)
                   "\r\n\tAdded\r\n}\r\n");
         EXPECT_STREQ(static_cast<ParsedSection*>(file->GetChild(7))->GetName()->GetIdentifier(),
                      "o3");
+        // A parsed name dropped, and one made by hand for a section that
+        // has no list yet.
+        auto* unnamed = static_cast<ParsedSection*>(file->FindChild("Object:o1"));
+        ASSERT_TRUE(unnamed);
+        unnamed->SetName(nullptr);
+        EXPECT_EQ(unnamed->GetName(), nullptr);
+        auto* lamp = static_cast<ParsedSection*>(unnamed->GetChild(2));
+        lamp->SetName(new ParsedEntry);
+        lamp->GetName()->AddParameter("lit");
+        for (int i = 0; i < 4; ++i) // past the list's first room
+            lamp->AddChild(new ParsedComment);
+        EXPECT_EQ(Printed(*unnamed),
+                  "{Object\r\n\tPosition(\"1\", \"2\", \"3\")\r\n\tColour(\"4\")\r\n"
+                  "\t{Light:(\"lit\")\r\n\t\tPower(\"60\")\r\n\t\t;\r\n\t\t;\r\n\t\t;\r\n\t\t;\r\n"
+                  "\t}\r\n}\r\n");
         // A comment's text set anew, a parsed section emptied and given a
         // child made by hand.
         ParsedNode* comment = file->GetChild(6);

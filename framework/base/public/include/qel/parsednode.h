@@ -45,10 +45,11 @@ class ParsedRoot;
 // A node keeps its links to its texts, its parent and its children in 32
 // bits each (see ParsedLinks in base/loader/parsedlinks.h), and the
 // parser's nodes keep their parameters or children inside them, exactly as
-// many as they have: a parsed file's nodes take less than twice its size
-// (with a unique name and comment per section, their pooled texts and the
-// pool's table add two fifths of it more). A node edited by hand keeps
-// them in a list of its own instead.
+// many as they have, a section's name entry right behind it: a parsed
+// file's nodes take less than twice its size (with a unique name and
+// comment per section, their pooled texts and the pool's table add two
+// fifths of it more). A node edited by hand keeps them in a list of its
+// own instead, a section its name entry too.
 class QEL_API ParsedNode
 {
 public:
@@ -101,9 +102,9 @@ private:
         // Items dropped from the end of those held in the node: the room
         // they had is kept in the link past the last one (see parsedlinks.h).
         Shrunk = 0x100,
-        // A parsed file's children: links in a dead node of its chunks,
-        // which its first item links to (see parsedlinks.h).
-        Placed = 0x200,
+        // A parser's section whose name entry follows it in its chunk (see
+        // parsedlinks.h).
+        NamedAfter = 0x200,
         CountShift = 10,
         MaxCount = 0x3FFFFF, // items held in the node
     };
@@ -214,7 +215,6 @@ private:
     {
     }
 
-    u32 m_Name = 0; // a section's name entry
     // The children's links, the parser's past the end of the object.
     u32 m_Items = 0;
 };
@@ -227,7 +227,9 @@ public:
 
     // The name entry, null when the section has none.
     ParsedEntry* GetName() const;
-    // Takes the entry over, destroying the one held before.
+    // Takes the entry over, destroying the one held before. When no list
+    // can be had to keep it (the allocator reported it and std::bad_alloc
+    // goes on), the entry is destroyed, the name held left as it was.
     void SetName(ParsedEntry* name);
 
 protected:

@@ -153,9 +153,14 @@ private:
     void ReadComment();
     // A section's identifier and name entry, after its '{'.
     void ReadHead();
-    // An entry, or the name entry of the section being read.
+    // An entry, or the name entry of the section being read, which is made
+    // with the section.
     void ReadEntry(bool name);
-    // The section being read, once its '}' is.
+    // Links an entry made at its place to its name and `count` parameters.
+    void LinkEntry(ParsedEntry* entry, Record* name, Record* const* parameters, u32 count);
+    // The bytes of an entry of `count` parameters.
+    u32 EntryBytes(u32 count) const;
+    // The section being read, once its '}' is, and its name entry behind it.
     void CloseSection();
     // Leaves a node that failed to be linked dead in the file's chunks,
     // the texts and children it was given still held by the parser.
@@ -213,20 +218,24 @@ private:
     // return, which a comment's text leaves out, for a comment's.
     bool m_StopInBlock[6][256];
 
-    // The sections being read, below the file: their identifiers, name
-    // entries and first children in m_Children.
+    // The sections being read, below the file: their identifiers, first
+    // children in m_Children and name entries (whether they have one, its
+    // name, and its parameters from `parameters` on in m_Parameters).
     struct Open
     {
         Record* identifier;
-        ParsedEntry* name;
         u32 first;
+        bool named;
+        Record* name;
+        u32 parameters;
     };
     std::vector<Open, GeneralAllocator<Open>> m_Open;
     // The children of the file and of the sections being read, in order; a
     // null child is the place of an entry being read.
     std::vector<ParsedNode*, GeneralAllocator<ParsedNode*>> m_Children;
     // The entry being read: its name and parameters, and whether it is
-    // the name entry of the section being read.
+    // the name entry of the section being read. The parameters of the
+    // sections' name entries wait below those of the entry, in order.
     Record* m_EntryName;
     bool m_ReadingName;
     std::vector<Record*, GeneralAllocator<Record*>> m_Parameters;

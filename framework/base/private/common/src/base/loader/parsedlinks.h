@@ -14,7 +14,12 @@
 // allocator instead, to which its first item links.
 //
 // A parsed file keeps its children's links in a dead node of its chunks
-// (Placed) until they are edited.
+// until they are edited: it is placed, the one root neither in a file's
+// chunks nor listed.
+//
+// A parser's section with a name entry has it right behind itself in its
+// chunk (NamedAfter); any other section keeps its name entry in its list,
+// which it then has even without children.
 //
 // A parser's node keeps the room it was made with, so that its file can
 // step through its chunks node by node: items dropped from the end of those
@@ -104,11 +109,12 @@ struct ParsedLinks
 
     // ---- items: an entry's parameters or a root's children
 
-    // A hand-made node's items.
+    // A hand-made node's items, and a section's name entry.
     struct List
     {
         u32 size;
         u32 capacity;
+        void* name;
         void* item[1];
     };
 
@@ -117,11 +123,11 @@ struct ParsedLinks
     {
         return reinterpret_cast<u32*>(reinterpret_cast<std::uintptr_t>(&first));
     }
-    // The same for a node that may be a parsed file, whose links are
-    // placed in its chunks.
+    // The same for a node that is not listed and may be a parsed file,
+    // whose links are placed in its chunks.
     static u32* Links(const ParsedNode& node, const u32& first)
     {
-        return node.m_Word & ParsedNode::Placed ? Follow<u32>(node, first) : Links(first);
+        return node.m_Word & ParsedNode::InFile ? Links(first) : Follow<u32>(node, first);
     }
     static u32 Count(const ParsedNode& node, const u32& first)
     {
@@ -169,6 +175,13 @@ struct ParsedLinks
         last = room;
         node.m_Word = (node.m_Word - (1 << ParsedNode::CountShift)) | ParsedNode::Shrunk;
     }
+    // A section's name entry, null when it has none.
+    static ParsedEntry* Name(const ParsedRoot& section);
+    // Takes the entry over as the section's name (null for none) and gives
+    // the one held before, the section no longer holding it. Without
+    // memory for a list the allocator reports it and std::bad_alloc goes
+    // on, nothing changed.
+    static ParsedEntry* SwapName(ParsedRoot& section, ParsedEntry* name);
     // Frees the list of a node that has one, emptied of its items.
     static void FreeList(ParsedNode& node, u32& first);
     // A list of exactly `count` items for a listed node that has none.

@@ -138,6 +138,7 @@ List* NewList(u32 capacity)
     List* list = reinterpret_cast<List*>(GeneralAllocator<char>().allocate(bytes));
     list->size = 0;
     list->capacity = capacity;
+    list->name = nullptr;
     return list;
 }
 
@@ -170,6 +171,7 @@ List* ParsedLinks::Room(ParsedNode& node, u32& first, u32 extra, bool exact)
     grown->size = size;
     if (list)
     {
+        grown->name = list->name;
         std::copy(list->item, list->item + size, grown->item);
         DeleteList(list);
     }
@@ -182,7 +184,7 @@ List* ParsedLinks::Room(ParsedNode& node, u32& first, u32 extra, bool exact)
         const u32 room = Capacity(node, first);
         ForgetFar(node, links, links + room);
         node.m_Word = (node.m_Word & (ParsedNode::TypeBits | ParsedNode::InFile | ParsedNode::Root |
-                                      ParsedNode::Far)) |
+                                      ParsedNode::Far | ParsedNode::NamedAfter)) |
                       ParsedNode::Listed | room << ParsedNode::CountShift;
         Unlink(first);
     }
@@ -205,6 +207,29 @@ void* ParsedLinks::Remove(ParsedNode& node, u32& first, u32 index)
     std::move(list->item + index + 1, list->item + list->size, list->item + index);
     --list->size;
     return item;
+}
+
+ParsedEntry* ParsedLinks::Name(const ParsedRoot& section)
+{
+    const std::uintptr_t at = reinterpret_cast<std::uintptr_t>(&section);
+    if (section.m_Word & ParsedNode::NamedAfter)
+        return reinterpret_cast<ParsedEntry*>(at + Bytes(section));
+    if (!(section.m_Word & ParsedNode::Listed))
+        return nullptr;
+    const List* list = Follow<List>(section, section.m_Items);
+    return list ? static_cast<ParsedEntry*>(list->name) : nullptr;
+}
+
+ParsedEntry* ParsedLinks::SwapName(ParsedRoot& section, ParsedEntry* name)
+{
+    ParsedEntry* held = Name(section);
+    if (name != nullptr)
+        Room(section, section.m_Items, 0, false)->name = name;
+    else if (section.m_Word & ParsedNode::Listed)
+        if (List* list = Follow<List>(section, section.m_Items))
+            list->name = nullptr;
+    section.m_Word &= ~u32(ParsedNode::NamedAfter);
+    return held;
 }
 
 void ParsedLinks::FreeList(ParsedNode& node, u32& first)
@@ -386,7 +411,7 @@ ParsedRoot::~ParsedRoot()
 {
     ReleaseChildren();
     ParsedLinks::FreeList(*this, m_Items);
-    ParsedLinks::ForgetFar(*this, &m_Name, &m_Items + 1);
+    ParsedLinks::ForgetFar(*this, &m_Items, &m_Items + 1);
 }
 
 u32 ParsedRoot::GetChildCount() const
@@ -556,22 +581,28 @@ ParsedRoot* ParsedRoot::FindChild(const char* path)
 
 ParsedSection::~ParsedSection()
 {
-    ParsedEntry* name = GetName();
-    ParsedLinks::Unlink(m_Name);
-    Destroy(name);
+    Destroy(ParsedLinks::SwapName(*this, nullptr));
 }
 
 ParsedEntry* ParsedSection::GetName() const
 {
-    return ParsedLinks::Follow<ParsedEntry>(*this, m_Name);
+    return ParsedLinks::Name(*this);
 }
 
 void ParsedSection::SetName(ParsedEntry* name)
 {
-    ParsedEntry* held = GetName();
-    if (name == held)
+    if (name == GetName())
         return;
-    ParsedLinks::Link(*this, m_Name, name);
+    ParsedEntry* held;
+    try
+    {
+        held = ParsedLinks::SwapName(*this, name);
+    }
+    catch (...)
+    {
+        Destroy(name);
+        throw;
+    }
     Destroy(held);
     if (name)
         ParsedLinks::Link(*name, name->m_Parent, this);
@@ -645,7 +676,7 @@ u32* ParsedLinks::Place(void* place, u32 count)
 
 void ParsedLinks::ReleaseMadeByHand(ParsedNode& node, u32& first)
 {
-    if (node.m_Word & ParsedNode::Placed)
+    if (!(node.m_Word & (ParsedNode::InFile | ParsedNode::Listed))) // placed
     {
         const u32* links = Links(node, first);
         ForgetFar(node, links, links + Capacity(node, first));
@@ -688,13 +719,16 @@ inline u32 ParsedLinks::Dismantle(ParsedNode& node)
     }
     case ParsedNode::SectionType:
     {
-        // Its parser's nodes, its name among them, lie in the chunks too.
+        // Its parser's nodes, its name among them, lie in the chunks too:
+        // only a listed one may hold others.
         ParsedRoot& root = static_cast<ParsedRoot&>(node);
-        ParsedNode* name = Follow<ParsedNode>(root, root.m_Name);
-        if (name && !(name->m_Word & ParsedNode::InFile))
-            ParsedNode::Destroy(name);
         if (root.m_Word & ParsedNode::Listed)
+        {
+            ParsedNode* name = Name(root);
+            if (name && !(name->m_Word & ParsedNode::InFile))
+                ParsedNode::Destroy(name);
             ReleaseMadeByHand(root, root.m_Items);
+        }
         break;
     }
     case ParsedNode::CommentType:

@@ -13,8 +13,8 @@ namespace qel
 {
 
 // Its references, then the text itself when the pool copied it, or else
-// the caller's pointer. Two bytes of head, so that a copied text of up to
-// thirteen characters takes a block of sixteen. The head holds the low
+// the caller's pointer. One byte of head, so that a copied text of up to
+// fourteen characters takes a block of sixteen. The head holds the low
 // part of the count; a text held more often (the names every section
 // repeats) keeps the rest in the pool's table of carries, which a count
 // crosses once every kMostHeld + 1 references.
@@ -22,11 +22,11 @@ struct ParsedStringPool::Record
 {
     enum : u32
     {
-        kMostHeld = 0x3FFF
+        kMostHeld = 0x3F
     };
-    std::uint16_t references : 14;
-    std::uint16_t carried : 1; // the count goes on in the table of carries
-    std::uint16_t adopted : 1; // the caller's text, not a copy
+    std::uint8_t references : 6;
+    std::uint8_t carried : 1; // the count goes on in the table of carries
+    std::uint8_t adopted : 1; // the caller's text, not a copy
 
     const char* Text() const
     {
@@ -38,7 +38,7 @@ struct ParsedStringPool::Record
         return text;
     }
 };
-static_assert(sizeof(ParsedStringPool::Record) == 2, "a record's head takes two bytes");
+static_assert(sizeof(ParsedStringPool::Record) == 1, "a record's head takes one byte");
 
 // The pool's table, whose lookup the parser makes in line for the texts
 // of its block, which are nearly all pooled already.

@@ -13,6 +13,7 @@
 #include "base/loader/parsedrecord.h"
 #include "base/loader/texthash.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -358,7 +359,7 @@ void Parser::ReadComment()
 
 void Parser::Read(ParsedFile* file)
 {
-    m_Open.push_back(Open{nullptr, nullptr, 0}); // the file
+    m_Open.push_back(Open{nullptr, 0, false, nullptr, 0}); // the file
     for (;;)
     {
         const char c = ReadCode();
@@ -406,8 +407,8 @@ void Parser::Read(ParsedFile* file)
             ParsedLinks::ForgetFar(*file, links, links + count);
             throw;
         }
-        file->m_Word = (file->m_Word & ~u32(ParsedNode::Listed)) | ParsedNode::Placed |
-                       count << ParsedNode::CountShift;
+        // No longer listed, the file is placed.
+        file->m_Word = (file->m_Word & ~u32(ParsedNode::Listed)) | count << ParsedNode::CountShift;
     }
     m_Children.clear();
     m_Open.clear();
@@ -417,7 +418,7 @@ void Parser::ReadHead()
 {
     // The section is read before it is made: its children's number is
     // known at its end.
-    m_Open.push_back(Open{nullptr, nullptr, u32(m_Children.size())});
+    m_Open.push_back(Open{nullptr, u32(m_Children.size()), false, nullptr, 0});
     m_Open.back().identifier = ReadString(SectionEnd);
     if (m_Open.back().identifier == nullptr)
         Fail("Missing 'Section Identifier' after '{'");
@@ -428,6 +429,39 @@ void Parser::ReadHead()
         ReadEntry(true);
 }
 
+inline u32 Parser::EntryBytes(u32 count) const
+{
+    // A listed entry keeps the room of one link.
+    return Rounded(m_EntryItems + 4 * (count > ParsedNode::MaxCount || count == 0 ? 1 : count));
+}
+
+// In line in the reading steps: as a call it took a fortieth of a parse's
+// instructions.
+#if defined(__GNUC__)
+__attribute__((always_inline))
+#endif
+inline void
+Parser::LinkEntry(ParsedEntry* entry, Record* name, Record* const* parameters, u32 count)
+{
+    if (count > ParsedNode::MaxCount)
+    {
+        entry->m_Word |= ParsedNode::Listed;
+        ParsedLinks::MakeList(*entry, entry->m_Items, reinterpret_cast<void* const*>(parameters),
+                              count);
+    }
+    else
+    {
+        u32* links = ParsedLinks::Links(entry->m_Items);
+        for (u32 i = 0; i < count; ++i)
+            if (parameters[i] != nullptr)
+                ParsedLinks::LinkNew(*entry, links[i], parameters[i]);
+            else
+                links[i] = 0;
+    }
+    if (name)
+        ParsedLinks::LinkNew(*entry, entry->m_Identifier, name);
+}
+
 void Parser::ReadEntry(bool name)
 {
     // A child keeps its place among its parent's children while comments
@@ -435,6 +469,7 @@ void Parser::ReadEntry(bool name)
     const std::size_t place = m_Children.size();
     if (!name)
         m_Children.push_back(nullptr);
+    const u32 first = u32(m_Parameters.size());
     m_ReadingName = name;
     m_EntryName = ReadString(EntryNameEnd);
     if (ReadCode() == '(')
@@ -471,70 +506,68 @@ void Parser::ReadEntry(bool name)
                     m_Parameters.push_back(nullptr);
             }
         }
-        if (m_Parameters.empty())
+        if (m_Parameters.size() == first)
             m_Parameters.push_back(nullptr); // name() has one empty parameter
     }
     else if (m_EntryName == nullptr)
     {
         Fail("Missing 'Entry Name' after ':'", true);
     }
+    m_ReadingName = false;
+    if (name)
+    {
+        Open& open = m_Open.back();
+        open.named = true;
+        open.name = m_EntryName;
+        open.parameters = first;
+        m_EntryName = nullptr;
+        return;
+    }
 
     // Made, the entry is linked to its parameters, then to its name, and
     // only then owns them: a far link's table entry may find no memory, and
     // the entry is then left dead in its file (it is made with its room, as
     // its file reads its chunks node by node).
-    const u32 count = u32(m_Parameters.size());
-    const bool listed = count > ParsedNode::MaxCount;
-    const u32 bytes = Rounded(m_EntryItems + 4 * (listed || count == 0 ? 1 : count));
-    ParsedEntry* entry = new (Place(bytes)) ParsedEntry(listed ? 0 : count);
+    const u32 count = u32(m_Parameters.size()) - first;
+    const u32 bytes = EntryBytes(count);
+    ParsedEntry* entry = new (Place(bytes)) ParsedEntry(count > ParsedNode::MaxCount ? 0 : count);
     try
     {
-        if (listed)
-        {
-            entry->m_Word |= ParsedNode::Listed;
-            ParsedLinks::MakeList(*entry, entry->m_Items,
-                                  reinterpret_cast<void* const*>(m_Parameters.data()), count);
-        }
-        else
-        {
-            u32* links = ParsedLinks::Links(entry->m_Items);
-            for (u32 i = 0; i < count; ++i)
-                if (m_Parameters[i] != nullptr)
-                    ParsedLinks::LinkNew(*entry, links[i], m_Parameters[i]);
-                else
-                    links[i] = 0;
-        }
-        if (m_EntryName)
-            ParsedLinks::LinkNew(*entry, entry->m_Identifier, m_EntryName);
+        LinkEntry(entry, m_EntryName, m_Parameters.data() + first, count);
     }
     catch (...)
     {
         Bury(entry, entry->m_Items, bytes);
         throw;
     }
-    if (name)
-        m_Open.back().name = entry;
-    else
-        m_Children[place] = entry;
+    m_Children[place] = entry;
     m_EntryName = nullptr;
-    m_ReadingName = false;
-    m_Parameters.clear();
+    m_Parameters.resize(first);
 }
 
 void Parser::CloseSection()
 {
-    // Made, the section is linked to its children, name and identifier,
-    // and only then owns them and takes their place in m_Children: a far
-    // link's table entry may find no memory, and the section is then left
-    // dead in its file (it is made with its room, as its file reads its
-    // chunks node by node).
+    // Made, the section is linked to its children, name entry and
+    // identifier, and only then owns them and takes their place in
+    // m_Children: a far link's table entry may find no memory, and the
+    // section and its name entry are then left dead in its file (they are
+    // made with their room, as its file reads its chunks node by node).
     const Open open = m_Open.back();
     const u32 count = u32(m_Children.size()) - open.first;
     if (count == 0)
         m_Children.push_back(nullptr); // its place
     const bool listed = count > ParsedNode::MaxCount;
     const u32 bytes = Rounded(m_SectionItems + 4 * (listed || count == 0 ? 1 : count));
-    ParsedSection* section = new (Place(bytes)) ParsedSection(listed ? 0 : count);
+    const u32 parameters = open.named ? u32(m_Parameters.size()) - open.parameters : 0;
+    const u32 nameBytes = open.named ? EntryBytes(parameters) : 0;
+    char* const place = static_cast<char*>(Place(bytes + nameBytes));
+    ParsedSection* section = new (place) ParsedSection(listed ? 0 : count);
+    ParsedEntry* name = nullptr;
+    if (open.named)
+    {
+        name = new (place + bytes) ParsedEntry(parameters > ParsedNode::MaxCount ? 0 : parameters);
+        section->m_Word |= ParsedNode::NamedAfter;
+    }
     ParsedNode** children = m_Children.data() + open.first;
     try
     {
@@ -551,10 +584,10 @@ void Parser::CloseSection()
             for (u32 i = 0; i < count; ++i)
                 ParsedLinks::LinkNew(*section, links[i], children[i]);
         }
-        if (open.name)
+        if (name)
         {
-            ParsedLinks::LinkNew(*section, section->m_Name, open.name);
-            ParsedLinks::LinkNew(*open.name, open.name->m_Parent, section);
+            LinkEntry(name, open.name, m_Parameters.data() + open.parameters, parameters);
+            ParsedLinks::LinkNew(*name, name->m_Parent, section);
         }
         for (u32 i = 0; i < count; ++i)
             ParsedLinks::LinkNew(*children[i], children[i]->m_Parent, section);
@@ -562,10 +595,14 @@ void Parser::CloseSection()
     }
     catch (...)
     {
+        if (name)
+            Bury(name, name->m_Items, nameBytes);
         Bury(section, section->m_Items, bytes);
         throw;
     }
     m_Open.pop_back();
+    if (open.named)
+        m_Parameters.resize(open.parameters);
     m_Children.resize(open.first + 1);
     m_Children[open.first] = section;
 }
@@ -585,17 +622,30 @@ void Parser::Bury(ParsedNode* node, u32& first, u32 bytes)
 void* Parser::PlaceInNewChunk(u32 bytes)
 {
     // Chunks double from 4 KB up to 4 MB, none much larger than what the
-    // rest of the file is expected to need at the rate so far: the last one
-    // ends nearly full.
+    // rest of the file is expected to need at the rate so far: its nodes,
+    // and the links of all of the file's children, which go in at its end.
+    // So the last chunk ends nearly full, holding the links too; one made
+    // at the end, for the links only, has their size. An estimate short of
+    // the need costs one more chunk, sized again.
     u64 chunk = m_ChunkBytes == 0           ? 4096
                 : m_ChunkBytes < (4u << 20) ? 2 * u64(m_ChunkBytes)
                                             : m_ChunkBytes;
     const u64 position = GetPosition();
     if (position != 0 && m_NodeBytes != 0)
     {
-        const u64 expected = m_NodeBytes * (m_Size - position) / position;
-        if (chunk > expected + expected / 8 + 4096)
-            chunk = expected + expected / 8 + 4096;
+        // A file holding more children than a count keeps their links in
+        // a list instead.
+        const double used = double(m_NodeBytes - u64(m_File->m_FreeEnd - m_File->m_Free));
+        const double children = double(m_Open.size() > 1 ? m_Open[1].first : m_Children.size());
+        const double scale = double(m_Size) / double(position);
+        const u64 nodes = u64(used * (scale - 1));
+        const u64 links = u64(std::min(4 * children * scale, 4.0 * ParsedNode::MaxCount));
+        const u64 need = position >= m_Size ? 0 : nodes + links + (nodes + links) / 256 + 4096;
+        // Nor leaving the rest of the nodes to another chunk when they
+        // take up to two: near the end of the file one chunk takes all
+        // (up to 64 MB).
+        if (chunk > need || nodes <= 2 * chunk)
+            chunk = std::min(need, u64(64) << 20);
     }
     const u64 least = bytes + ParsedFile::ChunkHeader;
     m_ChunkBytes = u32(chunk > least ? chunk : least);
@@ -676,11 +726,9 @@ void Parser::Abandoned()
         ParsedNode::Destroy(child);
     m_Children.clear();
     for (Open& open : m_Open)
-    {
-        ParsedNode::Destroy(open.name);
-        if (open.identifier)
-            ParsedStringPool::ReleaseRecord(open.identifier);
-    }
+        for (Record* text : {open.identifier, open.name})
+            if (text)
+                ParsedStringPool::ReleaseRecord(text);
     m_Open.clear();
     for (Record* parameter : m_Parameters)
         if (parameter)
@@ -710,7 +758,7 @@ void Parser::Fail(const char* message, bool below, const Record* identifier)
     {
         const Open& open = m_Open[level];
         add(open.identifier ? open.identifier->Text() : nullptr);
-        const char* named = open.name ? open.name->GetIdentifier() : nullptr;
+        const char* named = open.name ? open.name->Text() : nullptr;
         if (level == m_Open.size() - 1 && m_ReadingName && m_EntryName)
             named = m_EntryName->Text(); // the name entry being read
         if (named && *named)
