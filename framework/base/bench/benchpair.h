@@ -70,5 +70,9 @@ void RunPair(benchmark::State& state, int items, Ours ours, Peer peer)
 
 } // namespace qelbench
 
+// For the loops that passes call: inlined into each pass, whether one
+// benchmark or several share them.
+#define QEL_BENCH_INLINE inline __attribute__((always_inline))
+
 // Registers a pair: its time is ours alone, as RunPair sets it.
 #define QEL_BENCHMARK_PAIR(function) BENCHMARK(function)->UseManualTime()

@@ -464,7 +464,7 @@ alignas(64) glm::vec3 g_GlmClosest[kCount];
 // (which starts at -1 and is left alone by a miss, or not, as each side does)
 // in the answers of side (0 ours, 1 the peer's).
 template <int side, class Test>
-void HitPass(const Test& test)
+QEL_BENCH_INLINE void HitPass(const Test& test)
 {
     for (int i = 0; i < kCount; ++i)
     {
@@ -490,7 +490,7 @@ void Hits(benchmark::State& state, const Ours& ours, const Peer& peer)
 
 // One pass of test(i) on every item, keeping each distance.
 template <int side, class Test>
-void DistancePass(const Test& test)
+QEL_BENCH_INLINE void DistancePass(const Test& test)
 {
     for (int i = 0; i < kCount; ++i)
         g_Answers[side][i] = test(i);
@@ -671,7 +671,7 @@ QEL_BENCHMARK_PAIR(PlaneDistance_glm);
 
 // The closest point itself is the answer: all three coordinates are kept.
 template <class Test, class Point>
-void ClosestPass(const Test& test, Point (&closest)[kCount])
+QEL_BENCH_INLINE void ClosestPass(const Test& test, Point (&closest)[kCount])
 {
     for (int i = 0; i < kCount; ++i)
         closest[i] = test(i);
