@@ -33,7 +33,7 @@ public:
     }
     float Distance(const Vector3& point) const override
     {
-        return (std::max)((point - m_Center).Length() - m_Radius, 0.0f);
+        return (std::max)((m_Center - point).Length() - m_Radius, 0.0f);
     }
     // In double precision: there the differences and products of float
     // coordinates lose (next to) nothing, so the discriminant b * b - a * c
@@ -68,8 +68,7 @@ public:
     // rounding of the squares.
     bool Intersects(const BoundingSphere& other) const
     {
-        const float reach = (m_Radius + other.m_Radius) * (1.0f + 1e-6f);
-        return (m_Center - other.m_Center).LengthSquared() <= reach * reach;
+        return Meet(m_Center, m_Radius, other.m_Center, other.m_Radius);
     }
     // Reaches, both sides squared: no root is taken.
     bool Intersects(const BoundingBox& box) const
@@ -87,6 +86,13 @@ public:
     BoundingVolume* Clone() const override;
 
 private:
+    // By value: a caller's loop over pairs in an array addresses both
+    // spheres from one index, as it would for its own.
+    static bool Meet(Vector3 a, float ra, Vector3 b, float rb)
+    {
+        const float reach = (ra + rb) * (1.0f + 1e-6f);
+        return (a - b).LengthSquared() <= reach * reach;
+    }
     Vector3 m_Center;
     float m_Radius;
 };
