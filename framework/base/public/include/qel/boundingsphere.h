@@ -33,6 +33,8 @@ public:
     }
     float Distance(const Vector3& point) const override
     {
+        // From the center: the same length, and in a caller's loop over
+        // points the subtractions read the point's coordinates themselves.
         return (std::max)((m_Center - point).Length() - m_Radius, 0.0f);
     }
     // In double precision: there the differences and products of float
