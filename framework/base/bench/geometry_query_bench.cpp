@@ -42,7 +42,7 @@ namespace
 // peers that branch on each answer gained up to a factor of three against
 // ours (box Contains: 1.36 then, 4.8 now; glm's ray and sphere: 0.52, 0.88),
 // by amounts that changed from run to run. At 32768 it learns next to
-// nothing (65536 moves no row by more than the noise), as in a caller's
+// nothing (65536 moves the rows by less than a tenth), as in a caller's
 // loop over new rays.
 const int kCount = 32768;
 
