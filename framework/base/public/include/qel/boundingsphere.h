@@ -95,6 +95,7 @@ private:
         const float reach = (ra + rb) * (1.0f + 1e-6f);
         return (a - b).LengthSquared() <= reach * reach;
     }
+
     Vector3 m_Center;
     float m_Radius;
 };
