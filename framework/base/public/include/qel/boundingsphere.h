@@ -33,9 +33,7 @@ public:
     }
     float Distance(const Vector3& point) const override
     {
-        // From the center: the same length, and in a caller's loop over
-        // points the subtractions read the point's coordinates themselves.
-        return (std::max)((m_Center - point).Length() - m_Radius, 0.0f);
+        return (std::max)((point - m_Center).Length() - m_Radius, 0.0f);
     }
     // In double precision: there the differences and products of float
     // coordinates lose (next to) nothing, so the discriminant b * b - a * c
