@@ -52,13 +52,12 @@ public:
         }
         const double dx = ray.direction.x, dy = ray.direction.y, dz = ray.direction.z;
         const double b = ox * dx + oy * dy + oz * dz;
-        if (!(b < 0.0))
-            return false; // moving away (or not moving)
         const double h = b * b - (dx * dx + dy * dy + dz * dz) * c;
-        // std::isless is h < 0.0 without a signal for a NaN: the same test
-        // as the one compilers put before a root to set errno, which they
-        // then leave out, and with it the call to the library's sqrt.
-        if (std::isless(h, 0.0))
+        // Moving away (or not moving), or passing by. std::isless is
+        // h < 0.0 without a signal for a NaN: the same test as the one
+        // compilers put before a root to set errno, which they then leave
+        // out, and with it the call to the library's sqrt.
+        if (!(b < 0.0) || std::isless(h, 0.0))
             return false;
         // The near root (-b - sqrt(h)) / a without its cancellation.
         t = float(c / (std::sqrt(h) - b));
