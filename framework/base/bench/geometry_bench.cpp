@@ -1,32 +1,33 @@
 // The geometry library against glm on the same data, in one program and run:
 // 4x4 matrix products, point transforms, quaternion rotations of vectors and
 // quaternion products. The intersection and distance tests are in
-// geometry_query_bench.cpp, in the same program.
+// geometry_query_bench.cpp, in the same program. Each row runs ours and
+// glm pass by pass in turn (benchpair.h).
+#include "benchpair.h"
+
 #include <qel/matrix4.h>
 #include <qel/quaternion.h>
-
-#include <benchmark/benchmark.h>
 
 #include <glm/glm.hpp>
 #include <glm/gtc/quaternion.hpp>
 
 #include <cstring>
 #include <random>
-#include <vector>
 
 namespace
 {
 
 const int kCount = 4096;
 
+// Both sides' inputs and outputs start on a cache line.
 struct Data
 {
-    std::vector<qel::Matrix4> a, b, c;
-    std::vector<glm::mat4> ga, gb, gc;
-    std::vector<qel::Vector3> points, directions;
-    std::vector<glm::vec3> gpoints, gdirections;
-    std::vector<qel::Vector3> results;
-    std::vector<glm::vec3> gresults;
+    alignas(64) qel::Matrix4 a[kCount], b[kCount], c[kCount];
+    alignas(64) glm::mat4 ga[kCount], gb[kCount], gc[kCount];
+    alignas(64) qel::Vector3 points[kCount], directions[kCount], results[kCount];
+    alignas(64) glm::vec3 gpoints[kCount], gdirections[kCount], gresults[kCount];
+    alignas(64) qel::Quaternion q[kCount], r[kCount];
+    alignas(64) glm::quat gq[kCount], gr[kCount];
 
     Data()
     {
@@ -34,31 +35,22 @@ struct Data
         std::uniform_real_distribution<float> uniform(-1.0f, 1.0f);
         for (int i = 0; i < kCount; ++i)
         {
-            qel::Matrix4 m, n;
             for (int k = 0; k < 16; ++k)
             {
-                (&m.columns[0].x)[k] = uniform(engine);
-                (&n.columns[0].x)[k] = uniform(engine);
+                (&a[i].columns[0].x)[k] = uniform(engine);
+                (&b[i].columns[0].x)[k] = uniform(engine);
             }
-            a.push_back(m);
-            b.push_back(n);
-            glm::mat4 gm, gn;
-            std::memcpy(static_cast<void*>(&gm), &m, sizeof m);
-            std::memcpy(static_cast<void*>(&gn), &n, sizeof n);
-            ga.push_back(gm);
-            gb.push_back(gn);
+            std::memcpy(static_cast<void*>(&ga[i]), &a[i], sizeof a[i]);
+            std::memcpy(static_cast<void*>(&gb[i]), &b[i], sizeof b[i]);
             const qel::Vector3 p(uniform(engine) * 5, uniform(engine) * 5, uniform(engine) * 5 + 8);
-            const qel::Vector3 d =
+            points[i] = p;
+            directions[i] =
                 (qel::Vector3(uniform(engine), uniform(engine), uniform(engine)) - p).Normalized();
-            points.push_back(p);
-            directions.push_back(d);
-            gpoints.emplace_back(p.x, p.y, p.z);
-            gdirections.emplace_back(d.x, d.y, d.z);
+            gpoints[i] = glm::vec3(p.x, p.y, p.z);
+            gdirections[i] = glm::vec3(directions[i].x, directions[i].y, directions[i].z);
+            q[i] = qel::Quaternion::FromAxisAngle(directions[i], p.x);
+            gq[i] = glm::angleAxis(p.x, gdirections[i]);
         }
-        c.resize(kCount);
-        gc.resize(kCount);
-        results.resize(kCount);
-        gresults.resize(kCount);
     }
 };
 
@@ -68,119 +60,89 @@ Data& GetData()
     return data;
 }
 
-void MatrixProduct_qel(benchmark::State& state)
+void MatrixProduct(benchmark::State& state)
 {
     Data& d = GetData();
-    for (auto _ : state)
-    {
-        for (int i = 0; i < kCount; ++i)
-            d.c[i] = d.a[i] * d.b[i];
-        benchmark::ClobberMemory();
-    }
-    state.SetItemsProcessed(state.iterations() * kCount);
+    qelbench::RunPair(
+        state, kCount,
+        [&d]
+        {
+            for (int i = 0; i < kCount; ++i)
+                d.c[i] = d.a[i] * d.b[i];
+            benchmark::ClobberMemory();
+        },
+        [&d]
+        {
+            for (int i = 0; i < kCount; ++i)
+                d.gc[i] = d.ga[i] * d.gb[i];
+            benchmark::ClobberMemory();
+        });
 }
-BENCHMARK(MatrixProduct_qel);
+QEL_BENCHMARK_PAIR(MatrixProduct);
 
-void MatrixProduct_glm(benchmark::State& state)
-{
-    Data& d = GetData();
-    for (auto _ : state)
-    {
-        for (int i = 0; i < kCount; ++i)
-            d.gc[i] = d.ga[i] * d.gb[i];
-        benchmark::ClobberMemory();
-    }
-    state.SetItemsProcessed(state.iterations() * kCount);
-}
-BENCHMARK(MatrixProduct_glm);
-
-void TransformPoint_qel(benchmark::State& state)
+void TransformPoint(benchmark::State& state)
 {
     Data& d = GetData();
     const qel::Matrix4 m = d.a[0];
-    for (auto _ : state)
-    {
-        for (int i = 0; i < kCount; ++i)
-            d.results[i] = m.TransformPoint(d.points[i]);
-        benchmark::ClobberMemory();
-    }
-    state.SetItemsProcessed(state.iterations() * kCount);
+    const glm::mat4 gm = d.ga[0];
+    qelbench::RunPair(
+        state, kCount,
+        [&d, m]
+        {
+            for (int i = 0; i < kCount; ++i)
+                d.results[i] = m.TransformPoint(d.points[i]);
+            benchmark::ClobberMemory();
+        },
+        [&d, gm]
+        {
+            for (int i = 0; i < kCount; ++i)
+                d.gresults[i] = glm::vec3(gm * glm::vec4(d.gpoints[i], 1.0f));
+            benchmark::ClobberMemory();
+        });
 }
-BENCHMARK(TransformPoint_qel);
+QEL_BENCHMARK_PAIR(TransformPoint);
 
-void TransformPoint_glm(benchmark::State& state)
-{
-    Data& d = GetData();
-    const glm::mat4 m = d.ga[0];
-    for (auto _ : state)
-    {
-        for (int i = 0; i < kCount; ++i)
-            d.gresults[i] = glm::vec3(m * glm::vec4(d.gpoints[i], 1.0f));
-        benchmark::ClobberMemory();
-    }
-    state.SetItemsProcessed(state.iterations() * kCount);
-}
-BENCHMARK(TransformPoint_glm);
-
-void QuaternionRotate_qel(benchmark::State& state)
+void QuaternionRotate(benchmark::State& state)
 {
     Data& d = GetData();
     const qel::Quaternion q = qel::Quaternion::FromAxisAngle(qel::Vector3(1, 2, 3), 0.7f);
-    for (auto _ : state)
-    {
-        for (int i = 0; i < kCount; ++i)
-            d.results[i] = q.Rotate(d.points[i]);
-        benchmark::ClobberMemory();
-    }
-    state.SetItemsProcessed(state.iterations() * kCount);
+    const glm::quat gq = glm::angleAxis(0.7f, glm::normalize(glm::vec3(1, 2, 3)));
+    qelbench::RunPair(
+        state, kCount,
+        [&d, q]
+        {
+            for (int i = 0; i < kCount; ++i)
+                d.results[i] = q.Rotate(d.points[i]);
+            benchmark::ClobberMemory();
+        },
+        [&d, gq]
+        {
+            for (int i = 0; i < kCount; ++i)
+                d.gresults[i] = gq * d.gpoints[i];
+            benchmark::ClobberMemory();
+        });
 }
-BENCHMARK(QuaternionRotate_qel);
+QEL_BENCHMARK_PAIR(QuaternionRotate);
 
-void QuaternionRotate_glm(benchmark::State& state)
+void QuaternionProduct(benchmark::State& state)
 {
     Data& d = GetData();
-    const glm::quat q = glm::angleAxis(0.7f, glm::normalize(glm::vec3(1, 2, 3)));
-    for (auto _ : state)
-    {
-        for (int i = 0; i < kCount; ++i)
-            d.gresults[i] = q * d.gpoints[i];
-        benchmark::ClobberMemory();
-    }
-    state.SetItemsProcessed(state.iterations() * kCount);
+    qelbench::RunPair(
+        state, kCount - 1,
+        [&d]
+        {
+            for (int i = 1; i < kCount; ++i)
+                d.r[i] = d.q[i] * d.q[i - 1];
+            benchmark::ClobberMemory();
+        },
+        [&d]
+        {
+            for (int i = 1; i < kCount; ++i)
+                d.gr[i] = d.gq[i] * d.gq[i - 1];
+            benchmark::ClobberMemory();
+        });
 }
-BENCHMARK(QuaternionRotate_glm);
-
-void QuaternionProduct_qel(benchmark::State& state)
-{
-    Data& d = GetData();
-    std::vector<qel::Quaternion> q(kCount), r(kCount);
-    for (int i = 0; i < kCount; ++i)
-        q[i] = qel::Quaternion::FromAxisAngle(d.directions[i], d.points[i].x);
-    for (auto _ : state)
-    {
-        for (int i = 1; i < kCount; ++i)
-            r[i] = q[i] * q[i - 1];
-        benchmark::ClobberMemory();
-    }
-    state.SetItemsProcessed(state.iterations() * (kCount - 1));
-}
-BENCHMARK(QuaternionProduct_qel);
-
-void QuaternionProduct_glm(benchmark::State& state)
-{
-    Data& d = GetData();
-    std::vector<glm::quat> q(kCount), r(kCount);
-    for (int i = 0; i < kCount; ++i)
-        q[i] = glm::angleAxis(d.points[i].x, d.gdirections[i]);
-    for (auto _ : state)
-    {
-        for (int i = 1; i < kCount; ++i)
-            r[i] = q[i] * q[i - 1];
-        benchmark::ClobberMemory();
-    }
-    state.SetItemsProcessed(state.iterations() * (kCount - 1));
-}
-BENCHMARK(QuaternionProduct_glm);
+QEL_BENCHMARK_PAIR(QuaternionProduct);
 
 } // namespace
 

@@ -74,7 +74,9 @@ public:
             const float passing = m_Axis.Dot(offset.Cross(d));
             // a times the squared half chord.
             const float h = m_Radius * m_Radius * a - passing * passing;
-            if (h < 0.0f)
+            // h < 0.0f without a signal for a NaN: the test compilers put
+            // before a root to set errno, which then needs no second one.
+            if (std::isless(h, 0.0f))
                 return false;
             const float inverse = 1.0f / a;
             const float closest = -offset.Dot(d) * inverse, half = std::sqrt(h) * inverse;

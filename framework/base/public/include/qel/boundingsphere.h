@@ -52,10 +52,12 @@ public:
         }
         const double dx = ray.direction.x, dy = ray.direction.y, dz = ray.direction.z;
         const double b = ox * dx + oy * dy + oz * dz;
-        if (!(b < 0.0))
-            return false; // moving away (or not moving)
         const double h = b * b - (dx * dx + dy * dy + dz * dz) * c;
-        if (h < 0.0)
+        // Moving away (or not moving), or passing by. std::isless is
+        // h < 0.0 without a signal for a NaN: the same test as the one
+        // compilers put before a root to set errno, which they then leave
+        // out, and with it the call to the library's sqrt.
+        if (!(b < 0.0) || std::isless(h, 0.0))
             return false;
         // The near root (-b - sqrt(h)) / a without its cancellation.
         t = float(c / (std::sqrt(h) - b));
@@ -68,8 +70,7 @@ public:
     // rounding of the squares.
     bool Intersects(const BoundingSphere& other) const
     {
-        const float reach = (m_Radius + other.m_Radius) * (1.0f + 1e-6f);
-        return (m_Center - other.m_Center).LengthSquared() <= reach * reach;
+        return Meet(m_Center, m_Radius, other.m_Center, other.m_Radius);
     }
     // Reaches, both sides squared: no root is taken.
     bool Intersects(const BoundingBox& box) const
@@ -87,6 +88,14 @@ public:
     BoundingVolume* Clone() const override;
 
 private:
+    // By value: a caller's loop over pairs in an array addresses both
+    // spheres from one index, as it would for its own.
+    static bool Meet(Vector3 a, float ra, Vector3 b, float rb)
+    {
+        const float reach = (ra + rb) * (1.0f + 1e-6f);
+        return (a - b).LengthSquared() <= reach * reach;
+    }
+
     Vector3 m_Center;
     float m_Radius;
 };
