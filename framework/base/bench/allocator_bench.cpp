@@ -12,11 +12,15 @@
 // window of 1024 blocks; (b) a working set of 100,000 blocks of 16 to 1024
 // bytes replaced at random; (c) two and four threads, each churning a window
 // of its own as in (a), their items per second summed; (d) a buffer grown by
-// realloc from 16 bytes to 1 MB in steps of 1 KB. The resident memory of (a)
+// realloc from 16 bytes to 1 MB in steps of 1 KB, many times over. Beside
+// ours, the churns and (a) to (c) also run a model of the least that the
+// library's block layout forces (allocatorfloor.h), "QelFloor", whose ratio
+// to mimalloc is the best ours can reach. The resident memory of (a)
 // and (b), and of one million live 16-byte blocks, is measured in a fresh
 // process per allocator (the program runs itself with --resident), the
 // General allocator's also without its caches (QelUncached). The program
 // ends with a table of ratios against the peers.
+#include "allocatorfloor.h"
 #include "allocatorpeers.h"
 
 #include <qel/mem.h>
@@ -124,8 +128,18 @@ void BM_Churn_Mimalloc(benchmark::State& state)
         [&peer](void* p) { peer.free(p); });
 }
 
+// The floor of the pool's layout (allocatorfloor.h).
+void BM_Churn_QelFloor(benchmark::State& state)
+{
+    qelbench::floor::Model* model = qelbench::floor::Pool();
+    Churn(
+        state, [model](unsigned size) { return model->Malloc(size); },
+        [model](void* p) { model->Free(p); });
+}
+
 #define QEL_CHURN_SIZES Args({16, 16})->Args({64, 64})->Args({256, 256})->Args({1, 256})
 BENCHMARK(BM_Churn_QelPool)->QEL_CHURN_SIZES;
+BENCHMARK(BM_Churn_QelFloor)->QEL_CHURN_SIZES;
 BENCHMARK(BM_Churn_GlibcMalloc)->QEL_CHURN_SIZES;
 BENCHMARK(BM_Churn_Jemalloc)->QEL_CHURN_SIZES;
 BENCHMARK(BM_Churn_Mimalloc)->QEL_CHURN_SIZES;
@@ -197,18 +211,23 @@ void Replace(benchmark::State& state, const Api& api, const Workload& workload)
     state.SetItemsProcessed(state.iterations());
 }
 
-// One iteration grows a buffer from 16 bytes to 1 MB, 1 KB at a time.
+// One iteration grows a buffer from 16 bytes to 1 MB, 1 KB at a time, and
+// does it again, kGrowths times: one growth is over in microseconds, and what
+// it costs depends on the pages it finds, so each repetition takes many.
+const unsigned kGrowths = 64;
+
 void GrowByRealloc(benchmark::State& state, const Api& api)
 {
     for (auto _ : state)
-    {
-        void* p = api.malloc(16);
-        for (size_t size = 1024; size <= (1u << 20); size += 1024)
-            p = api.realloc(p, size);
-        benchmark::DoNotOptimize(p);
-        api.free(p);
-    }
-    state.SetItemsProcessed(state.iterations() * 1024);
+        for (unsigned growth = 0; growth < kGrowths; ++growth)
+        {
+            void* p = api.malloc(16);
+            for (size_t size = 1024; size <= (1u << 20); size += 1024)
+                p = api.realloc(p, size);
+            benchmark::DoNotOptimize(p);
+            api.free(p);
+        }
+    state.SetItemsProcessed(state.iterations() * kGrowths * 1024);
 }
 
 // In the child process: builds the working set, replaces a million blocks
@@ -295,6 +314,16 @@ void RegisterResident(const std::string& name, const char* api, const char* work
         ->Iterations(1);
 }
 
+void* FloorMalloc(size_t size)
+{
+    return qelbench::floor::General()->Malloc(unsigned(size));
+}
+
+void FloorFree(void* p)
+{
+    qelbench::floor::General()->Free(p);
+}
+
 void RegisterGeneralBenchmarks()
 {
     // Resident memory, each in a fresh process; the General allocator
@@ -308,7 +337,11 @@ void RegisterGeneralBenchmarks()
             RegisterResident("BM_General_Resident_" + std::string(workload) + peer, api.name,
                              workload);
     }
-    for (const Api& api : Apis())
+    // The floor of the General allocator's layout, beside ours and the peers
+    // (allocatorfloor.h); it has no realloc.
+    std::vector<Api> timed = Apis();
+    timed.push_back({"QelFloor", &FloorMalloc, &FloorFree, nullptr, nullptr});
+    for (const Api& api : timed)
     {
         const std::string peer = std::string("/") + api.name;
         for (const Workload* workload : {&kChurn, &kWorkingSet})
@@ -323,8 +356,10 @@ void RegisterGeneralBenchmarks()
                                          { Replace(state, api, kChurn); })
                 ->Threads(threads)
                 ->UseRealTime();
-        benchmark::RegisterBenchmark(("BM_General_ReallocGrowTo1M" + peer).c_str(),
-                                     [api](benchmark::State& state) { GrowByRealloc(state, api); });
+        if (api.realloc != nullptr)
+            benchmark::RegisterBenchmark(("BM_General_ReallocGrowTo1M" + peer).c_str(),
+                                         [api](benchmark::State& state)
+                                         { GrowByRealloc(state, api); });
     }
 }
 
@@ -347,8 +382,8 @@ public:
                 continue;
             std::string name = run.run_name.str();
             std::string allocator;
-            for (const char* token :
-                 {"QelPool", "QelGeneral", "QelUncached", "GlibcMalloc", "Jemalloc", "Mimalloc"})
+            for (const char* token : {"QelPool", "QelGeneral", "QelUncached", "QelFloor",
+                                      "GlibcMalloc", "Jemalloc", "Mimalloc"})
             {
                 const std::size_t at = name.find(token);
                 if (at != std::string::npos)
@@ -373,8 +408,9 @@ public:
         ConsoleReporter::Finalize();
         const double budget = 2.13; // MB: the pool's and the packed allocator's caches
         std::printf("\nRatios (above 1: ours faster or smaller): the peer's time an item, or "
-                    "resident MB, over ours.\n%-58s %9s %9s %9s %9s %9s\n",
-                    "workload", "glibc", "jemalloc", "mimalloc", "uncached", "bar");
+                    "resident MB, over ours; floor: mimalloc's time over the layout's "
+                    "floor.\n%-58s %9s %9s %9s %9s %9s %9s\n",
+                    "workload", "glibc", "jemalloc", "mimalloc", "floor", "uncached", "bar");
         for (const auto& workload : m_Values)
         {
             const auto& values = workload.second;
@@ -392,6 +428,12 @@ public:
                 else
                     std::printf(" %9.2f", found->second / ours->second);
             }
+            const auto floor = values.find("QelFloor");
+            const auto mimalloc = values.find("Mimalloc");
+            if (floor != values.end() && mimalloc != values.end())
+                std::printf(" %9.2f", mimalloc->second / floor->second);
+            else
+                std::printf(" %9s", "-");
             const auto uncached = values.find("QelUncached");
             const auto glibc = values.find("GlibcMalloc");
             if (uncached != values.end() && glibc != values.end())

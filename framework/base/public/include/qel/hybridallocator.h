@@ -81,9 +81,16 @@ private:
 
     // The first entry for `size`, NumberOfEntries when none fits.
     u32 FirstEntryFor(unsigned int size) const;
+    // A block from the calling thread's cache of the entry that serves
+    // `size` first, or null; inline and with no call.
+    inline void* MallocCached(unsigned int size);
     void* MallocFromEntries(unsigned int size);
+    // MallocFromEntries, or the warning of the plain or debug form and null.
+    void* MallocOrWarn(unsigned int size, bool debug);
     // ReAllocNoThrow past its test for a big block that keeps its place.
     void* ReAllocFromOwner(void* p, unsigned int size);
+    // Free for a block of any owner but the two whose paths are inline.
+    void FreeToOwner(const void* p);
     // The owner of `p`; null, and reported, when there is none.
     Allocator* OwnerOf(const void* p) const;
 

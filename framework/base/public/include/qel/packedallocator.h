@@ -279,10 +279,18 @@ private:
     // MallocNoThrow for SmallestCached to LargestCached bytes, and Free
     // with the page record of `p` already read (its owner is this
     // allocator), inline for the hybrid allocator's paths
-    // (packedallocatorfast.h).
+    // (packedallocatorfast.h): what the calling thread's cache holds is
+    // taken and given inline; anything else (the first look at a cache, a
+    // refill, the locked paths) is out of line, so that the inline paths
+    // save no registers.
     friend class HybridAllocator;
     inline void* MallocFast(unsigned int size);
+    // A block from the thread's cache, or null.
+    inline void* MallocCached(unsigned int size);
+    void* MallocMiss(unsigned int size);
     inline void FreeFast(const void* p, u32 record);
+    inline void FreeCached(ThreadCache& cache, const void* p, u32 record);
+    void FreeMiss(const void* p, u32 record);
     // Puts a freed block into its class's list, or frees it as any block
     // when it has none.
     inline void Sort(ThreadCache& cache, void* p);

@@ -123,11 +123,19 @@ private:
     void GiveBlocks(void* chain, bool sorted);
     void* Refill(ThreadCache& cache, u32 index, unsigned int size);
     // MallocNoThrow for 1 to 256 bytes and Free, inline for the hybrid
-    // allocator's paths (poolallocatorfast.h).
+    // allocator's paths (poolallocatorfast.h): what the calling thread's
+    // cache holds is taken and given inline; anything else (the first look
+    // at a cache, a refill, the locked paths) is out of line, so that the
+    // inline paths save no registers.
     friend class HybridAllocator;
     inline void* MallocFast(unsigned int size);
+    // A block from the thread's cache, or null.
+    inline void* MallocCached(unsigned int size);
+    void* MallocMiss(unsigned int size);
     // `record`: the page record of `p` when the caller read it, else 0.
     inline void FreeFast(const void* p, u32 record);
+    void FreeMiss(const void* p, u32 record);
+    inline void FreeCached(ThreadCache& cache, const void* p, u32 record);
     bool AddPage(Pool& pool);
     void ReleasePage(Pool& pool, PoolAllocatorPage* page);
     void DumpPages(OutputStream& out, bool allocations);

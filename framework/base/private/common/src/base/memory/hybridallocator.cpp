@@ -88,7 +88,20 @@ void* NoRoom(bool debug, unsigned int size)
 
 } // namespace
 
-inline void* HybridAllocator::MallocFromEntries(unsigned int size)
+inline void* HybridAllocator::MallocCached(unsigned int size)
+{
+    // The pool's limit is 256: it is the first entry for 1 to 256 bytes.
+    if (m_Pool != nullptr && size - 1 < 256)
+        return m_Pool->MallocCached(size);
+    if (m_Packed != nullptr &&
+        size - PackedAllocator::SmallestCached <=
+            PackedAllocator::LargestCached - PackedAllocator::SmallestCached &&
+        ((u64(size) + 15) & ~u64(15)) > m_Entries[0].limit)
+        return m_Packed->MallocCached(size);
+    return nullptr;
+}
+
+void* HybridAllocator::MallocFromEntries(unsigned int size)
 {
     // FirstEntryFor with its loop unrolled: this is every allocation's path.
     const u64 rounded = (u64(size) + 15) & ~u64(15);
@@ -108,18 +121,29 @@ inline void* HybridAllocator::MallocFromEntries(unsigned int size)
     return m_Entries[1].allocator->MallocNoThrow(size);
 }
 
-void* HybridAllocator::MallocNoThrow(unsigned int size)
+// Out of line, so that the cached paths save no registers for it.
+#if defined(__GNUC__)
+__attribute__((noinline))
+#endif
+void* HybridAllocator::MallocOrWarn(unsigned int size, bool debug)
 {
     if (void* p = MallocFromEntries(size))
         return p;
-    return NoRoom(false, size);
+    return NoRoom(debug, size);
+}
+
+void* HybridAllocator::MallocNoThrow(unsigned int size)
+{
+    if (void* p = MallocCached(size))
+        return p;
+    return MallocOrWarn(size, false);
 }
 
 void* HybridAllocator::MallocDebugNoThrow(unsigned int size, const char*, const char*, u32)
 {
-    if (void* p = MallocFromEntries(size))
+    if (void* p = MallocCached(size))
         return p;
-    return NoRoom(true, size);
+    return MallocOrWarn(size, true);
 }
 
 void HybridAllocator::Free(const void* p)
@@ -135,6 +159,15 @@ void HybridAllocator::Free(const void* p)
         if (owner == m_PackedOwner && m_Packed != nullptr)
             return m_Packed->FreeFast(p, value);
     }
+    FreeToOwner(p);
+}
+
+// Out of line, so that the cached paths save no registers for it.
+#if defined(__GNUC__)
+__attribute__((noinline))
+#endif
+void HybridAllocator::FreeToOwner(const void* p)
+{
     if (Allocator* owner = OwnerOf(p))
         owner->Free(p);
 }

@@ -270,6 +270,31 @@ void PackedAllocator::Free(const void* p)
     FreeSlow(p);
 }
 
+void* PackedAllocator::MallocMiss(unsigned int size)
+{
+    if (m_Caches != nullptr)
+        if (ThreadCache* cache = m_Caches->Cache())
+        {
+            const u32 index = ClassAbove(size);
+            void* p = cache->Pop(index);
+            if (p == nullptr)
+                return Refill(*cache, index);
+            __atomic_store_n(&PackedBlock::Of(p)->marker, BlockMarker, __ATOMIC_RELAXED);
+            return p;
+        }
+    Arena& arena = ThreadArena();
+    ScopedLock<CriticalSection> lock(arena.lock);
+    return MallocLocked(arena, NeedFor(size));
+}
+
+void PackedAllocator::FreeMiss(const void* p, u32 record)
+{
+    if (m_Caches != nullptr && HeaderOnPage(p, record))
+        if (ThreadCache* cache = m_Caches->Cache())
+            return FreeCached(*cache, p, record);
+    FreeSlow(p);
+}
+
 void PackedAllocator::FreeSlow(const void* p)
 {
     Arena& arena = ArenaOf(p);

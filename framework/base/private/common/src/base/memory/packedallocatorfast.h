@@ -49,20 +49,24 @@ inline bool PackedAllocator::StaysInPlace(const void* p, unsigned int size, u32 
            Stays(NeedFor(size), block->Chunk());
 }
 
-inline void* PackedAllocator::MallocFast(unsigned int size)
+inline void* PackedAllocator::MallocCached(unsigned int size)
 {
     if (m_Caches != nullptr)
-        if (ThreadCache* cache = m_Caches->Cache())
-        {
-            const u32 index = ClassAbove(size);
-            void* p = cache->Pop(index);
-            if (p == nullptr)
-                return Refill(*cache, index);
-            // Atomic: a dump may read the marker meanwhile, under the lock.
-            __atomic_store_n(&PackedBlock::Of(p)->marker, BlockMarker, __ATOMIC_RELAXED);
-            return p;
-        }
-    return MallocNoThrow(size);
+        if (ThreadCache* cache = m_Caches->Found())
+            if (void* p = cache->Pop(ClassAbove(size)))
+            {
+                // Atomic: a dump may read the marker meanwhile, under the lock.
+                __atomic_store_n(&PackedBlock::Of(p)->marker, BlockMarker, __ATOMIC_RELAXED);
+                return p;
+            }
+    return nullptr;
+}
+
+inline void* PackedAllocator::MallocFast(unsigned int size)
+{
+    if (void* p = MallocCached(size))
+        return p;
+    return MallocMiss(size);
 }
 
 inline void PackedAllocator::Sort(ThreadCache& cache, void* p)
@@ -79,28 +83,30 @@ inline void PackedAllocator::Sort(ThreadCache& cache, void* p)
     FreeSlow(p);
 }
 
+inline void PackedAllocator::FreeCached(ThreadCache& cache, const void* p, u32 record)
+{
+    // The block waits among the pending ones while its header is fetched,
+    // and the oldest of them is sorted instead; the first block of a run,
+    // which may be a big one alone in its run, is sorted at once, so that a
+    // big block is never held back.
+    void* block = const_cast<void*>(p);
+    const std::uintptr_t offset = reinterpret_cast<std::uintptr_t>(p) & (PageSize - 1);
+    if (offset != RunHeaderSize + BlockHeaderSize || (record & PageRecordTable::RunStart) == 0)
+    {
+        __builtin_prefetch(PackedBlock::Of(p), 1);
+        block = cache.Defer(block);
+        if (block == nullptr)
+            return;
+    }
+    Sort(cache, block);
+}
+
 inline void PackedAllocator::FreeFast(const void* p, u32 record)
 {
     if (m_Caches != nullptr && HeaderOnPage(p, record))
-        if (ThreadCache* cache = m_Caches->Cache())
-        {
-            // The block waits among the pending ones while its header is
-            // fetched, and the oldest of them is sorted instead; the first
-            // block of a run, which may be a big one alone in its run, is
-            // sorted at once, so that a big block is never held back.
-            void* block = const_cast<void*>(p);
-            const std::uintptr_t offset = reinterpret_cast<std::uintptr_t>(p) & (PageSize - 1);
-            if (offset != RunHeaderSize + BlockHeaderSize ||
-                (record & PageRecordTable::RunStart) == 0)
-            {
-                __builtin_prefetch(PackedBlock::Of(p), 1);
-                block = cache->Defer(block);
-                if (block == nullptr)
-                    return;
-            }
-            return Sort(*cache, block);
-        }
-    FreeSlow(p);
+        if (ThreadCache* cache = m_Caches->Found())
+            return FreeCached(*cache, p, record);
+    FreeMiss(p, record);
 }
 
 } // namespace qel

@@ -152,6 +152,29 @@ void PoolAllocator::Free(const void* p)
         FreeFast(p, 0);
 }
 
+void* PoolAllocator::MallocMiss(unsigned int size)
+{
+    if (m_Caches != nullptr)
+        if (ThreadCache* cache = m_Caches->Cache())
+        {
+            const u32 index = ClassOf(size);
+            if (void* block = cache->Pop(index))
+                return block;
+            return Refill(*cache, index, size);
+        }
+    ScopedLock<CriticalSection> lock(m_Lock);
+    return MallocLocked(size);
+}
+
+void PoolAllocator::FreeMiss(const void* p, u32 record)
+{
+    if (m_Caches != nullptr)
+        if (ThreadCache* cache = m_Caches->Cache())
+            return FreeCached(*cache, p, record);
+    ScopedLock<CriticalSection> lock(m_Lock);
+    GiveBlock(p);
+}
+
 void PoolAllocator::GiveBlocks(void* chain, bool)
 {
     ScopedLock<CriticalSection> lock(m_Lock);

@@ -11,35 +11,37 @@
 namespace qel
 {
 
-inline void* PoolAllocator::MallocFast(unsigned int size)
+inline void* PoolAllocator::MallocCached(unsigned int size)
 {
     if (m_Caches != nullptr)
-        if (ThreadCache* cache = m_Caches->Cache())
-        {
-            const u32 index = ClassOf(size);
-            if (void* block = cache->Pop(index))
-                return block;
-            return Refill(*cache, index, size);
-        }
-    ScopedLock<CriticalSection> lock(m_Lock);
-    return MallocLocked(size);
+        if (ThreadCache* cache = m_Caches->Found())
+            return cache->Pop(ClassOf(size));
+    return nullptr;
+}
+
+inline void* PoolAllocator::MallocFast(unsigned int size)
+{
+    if (void* block = MallocCached(size))
+        return block;
+    return MallocMiss(size);
+}
+
+inline void PoolAllocator::FreeCached(ThreadCache& cache, const void* p, u32 record)
+{
+    // The class is in the page's record when the caller read it, else in
+    // the page's header.
+    const u32 tag = record & PageRecordTable::TagMask;
+    const u32 index = tag != 0 ? tag - 1 : ClassOf(PoolAllocatorPage::Of(p)->blockSize);
+    if (cache.Push(index, const_cast<void*>(p)))
+        m_Caches->Overflow(cache, index);
 }
 
 inline void PoolAllocator::FreeFast(const void* p, u32 record)
 {
     if (m_Caches != nullptr)
-        if (ThreadCache* cache = m_Caches->Cache())
-        {
-            // The class is in the page's record when the caller read it, else
-            // in the page's header.
-            const u32 tag = record & PageRecordTable::TagMask;
-            const u32 index = tag != 0 ? tag - 1 : ClassOf(PoolAllocatorPage::Of(p)->blockSize);
-            if (cache->Push(index, const_cast<void*>(p)))
-                m_Caches->Overflow(*cache, index);
-            return;
-        }
-    ScopedLock<CriticalSection> lock(m_Lock);
-    GiveBlock(p);
+        if (ThreadCache* cache = m_Caches->Found())
+            return FreeCached(*cache, p, record);
+    FreeMiss(p, record);
 }
 
 } // namespace qel

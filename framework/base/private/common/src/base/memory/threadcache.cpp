@@ -284,6 +284,11 @@ void ThreadCacheHome::HalveIdleLimits(ThreadCache& cache)
     }
 }
 
+void ThreadCacheHome::Overflow(ThreadCache& cache, u32 index)
+{
+    Drain(cache, index, cache.lists[index].limit / 2);
+}
+
 u32 ThreadCacheHome::Refilling(ThreadCache& cache, u32 index)
 {
     ++cache.refills;

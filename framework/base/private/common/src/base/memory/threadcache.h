@@ -206,12 +206,20 @@ public:
     // made (the thread ended, or uses too many cached allocators).
     ThreadCache* Cache()
     {
+        if (ThreadCache* cache = Found())
+            return cache;
+        return FindCache();
+    }
+    // The calling thread's cache when it is found at the first look, else
+    // null: what the allocators' hot paths take, with no call.
+    ThreadCache* Found() const
+    {
         ThreadCaches* mine = ThreadCaches::Mine();
         ThreadCache* cache = mine != nullptr ? mine->caches[m_Slot] : nullptr;
         if (cache != nullptr && cache->home.load(std::memory_order_relaxed) == this &&
             cache->epoch.load(std::memory_order_relaxed) == m_Epoch.load(std::memory_order_relaxed))
             return cache;
-        return FindCache();
+        return nullptr;
     }
 
     // Gives the calling thread's cache back.
@@ -223,11 +231,9 @@ public:
     void VoidAll() { m_Epoch.fetch_add(1, std::memory_order_acq_rel); }
     // Gives blocks of the list back until `keep` are left.
     void Drain(ThreadCache& cache, u32 index, u32 keep) { GiveBack(cache.Cut(index, keep), true); }
-    // The list went past its limit: half of it goes back.
-    void Overflow(ThreadCache& cache, u32 index)
-    {
-        Drain(cache, index, cache.lists[index].limit / 2);
-    }
+    // The list went past its limit: half of it goes back. Out of line, so
+    // that the paths that push need no room for it.
+    void Overflow(ThreadCache& cache, u32 index);
     // The list ran empty: its limit grows if the budget allows, and this is
     // how many blocks to take (at least 1).
     u32 Refilling(ThreadCache& cache, u32 index);

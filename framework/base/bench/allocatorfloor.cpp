@@ -1,0 +1,54 @@
+#include "allocatorfloor.h"
+
+namespace qelbench
+{
+namespace floor
+{
+
+__thread Lists t_Lists __attribute__((tls_model("initial-exec")));
+
+namespace
+{
+
+struct ThreadEnd
+{
+    bool armed = false;
+
+    // The General allocator frees blocks of the pool too.
+    ~ThreadEnd()
+    {
+        if (!armed)
+            return;
+        qel::Allocator* allocator = qel::Mem::GetGeneralAlloc();
+        for (void*& head : t_Lists.pool)
+            while (void* block = Pop(head))
+                allocator->Free(block);
+        for (void*& head : t_Lists.packed)
+            while (void* block = Pop(head))
+                allocator->Free(block);
+    }
+};
+
+thread_local ThreadEnd t_End;
+
+} // namespace
+
+void KeepForThreadEnd()
+{
+    t_End.armed = true;
+}
+
+Model* Pool()
+{
+    static PoolModel model(qel::Mem::GetSmallAlloc());
+    return &model;
+}
+
+Model* General()
+{
+    static GeneralModel model(qel::Mem::GetGeneralAlloc());
+    return &model;
+}
+
+} // namespace floor
+} // namespace qelbench
