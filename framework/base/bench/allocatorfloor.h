@@ -95,6 +95,15 @@ inline void* Pop(void*& head)
 // The blocks of the thread's lists go back when it ends.
 void KeepForThreadEnd();
 
+// A block of the list, or else one of `size` bytes from the real allocator.
+inline void* PopOrTake(void*& head, qel::Allocator* allocator, unsigned size)
+{
+    if (void* block = Pop(head))
+        return block;
+    KeepForThreadEnd();
+    return allocator->MallocNoThrow(size);
+}
+
 class Model
 {
 public:
@@ -112,10 +121,7 @@ public:
     void* Malloc(unsigned size) override
     {
         const unsigned index = PoolClass(size);
-        if (void* block = Pop(t_Lists.pool[index]))
-            return block;
-        KeepForThreadEnd();
-        return m_Pool->MallocNoThrow(PoolClassSize(index));
+        return PopOrTake(t_Lists.pool[index], m_Pool, PoolClassSize(index));
     }
     void Free(void* p) override
     {
@@ -143,16 +149,10 @@ public:
         if (size <= 256)
         {
             const unsigned index = PoolClass(size);
-            if (void* block = Pop(t_Lists.pool[index]))
-                return block;
-            KeepForThreadEnd();
-            return m_General->MallocNoThrow(PoolClassSize(index));
+            return PopOrTake(t_Lists.pool[index], m_General, PoolClassSize(index));
         }
         const unsigned index = PackedClassAbove(size);
-        if (void* block = Pop(t_Lists.packed[index]))
-            return block;
-        KeepForThreadEnd();
-        return m_General->MallocNoThrow(PackedClassSize(index));
+        return PopOrTake(t_Lists.packed[index], m_General, PackedClassSize(index));
     }
     void Free(void* p) override
     {

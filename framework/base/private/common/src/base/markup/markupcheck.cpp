@@ -31,6 +31,17 @@ inline std::size_t SimpleReference(const char* at, std::size_t available)
     return XmlText::DecodeReference(at, available, bytes, written);
 }
 
+// Past the stop at `at` that the fast scans of text and values read on
+// over: a simple reference, or one byte (a NUL, or in a value the other
+// quote); null at a reference that needs the exact reader.
+inline const char* PastStop(const char* at, const char* end)
+{
+    if (*at != '&')
+        return at + 1;
+    const std::size_t used = SimpleReference(at, std::size_t(end - at));
+    return used == 0 ? nullptr : at + used;
+}
+
 } // namespace
 
 // ---- the checker -----------------------------------------------------------------
@@ -226,15 +237,9 @@ inline const char* MarkupSTL::Checker::ScanText() const
             return at;
         if (at == m_End)
             return nullptr;
-        if (*at == '&')
-        {
-            const std::size_t used = SimpleReference(at, std::size_t(m_End - at));
-            if (used == 0)
-                return nullptr;
-            at += used;
-        }
-        else
-            ++at; // a NUL in the text
+        at = PastStop(at, m_End);
+        if (at == nullptr)
+            return nullptr;
     }
 }
 
@@ -251,15 +256,9 @@ inline bool MarkupSTL::Checker::ScanValue(char quote)
         }
         if (*at == '<' || at == m_End)
             return false;
-        if (*at == '&')
-        {
-            const std::size_t used = SimpleReference(at, std::size_t(m_End - at));
-            if (used == 0)
-                return false;
-            at += used;
-        }
-        else
-            ++at; // the other quote, or a NUL in the value
+        at = PastStop(at, m_End);
+        if (at == nullptr)
+            return false;
     }
 }
 
