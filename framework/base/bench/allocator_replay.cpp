@@ -3,7 +3,7 @@
 // resident memory and the ratios.
 //
 //   qel_allocator_replay_bench --convert LOG TRACE   a recorder's log to a trace
-//   qel_allocator_replay_bench [--repetitions N] [--only API] TRACE...
+//   qel_allocator_replay_bench [--repetitions N] [--seconds S] [--only API] TRACE...
 //
 // A trace keeps each thread's calls in its order, every block named by a
 // number that the thread reuses after the block is freed, and for each call
@@ -22,12 +22,18 @@
 // the replay less the resident size before it (the trace's own pages are in
 // both). The replayer's own memory comes from mmap, so that glibc's heap is
 // the replay's alone. Each repetition runs every allocator once, in an
-// order that turns each time; the table gives medians, and ratios of the
-// peers' time over ours (above 1: ours faster) and of resident memory
-// (ours over theirs). The General allocator without its thread caches
-// (QelUncached, a hybrid over a pool and a packed allocator of its own) is
-// replayed too: the resident bar is the larger of glibc's figure and its
-// figure plus the caches' budget for each thread of the trace.
+// order that turns each time. A short trace is repeated more than N times
+// (5 by default), until its fastest allocator has had about S seconds of
+// replay (1 by default, at most 50 repetitions): a replay of 50 ms swings
+// by a third with the machine's load, and only many of them, interleaved,
+// give medians that hold from one run to the next. The table gives the
+// medians and the spread of each allocator's times (the middle half's
+// width over the median), and ratios of the peers' time over ours (above
+// 1: ours faster) and of resident memory (ours over theirs). The General
+// allocator without its thread caches (QelUncached, a hybrid over a pool and
+// a packed allocator of its own) is replayed too: the resident bar is the
+// larger of glibc's figure and its figure plus the caches' budget for each
+// thread of the trace.
 #include "allocatorpeers.h"
 
 #include <qel/allocator.h>
@@ -37,6 +43,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cinttypes>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -648,7 +655,19 @@ std::string Short(const char* name)
 // this for each thread of the trace.
 const double kCacheBudget = 2.13 * 1048576;
 
-int Compare(const std::vector<const char*>& traces, int repetitions, const char* only)
+// The interquartile range of `values` over their median.
+double Spread(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    const size_t n = values.size();
+    const double median = Median(values);
+    return n < 4 || median == 0 ? 0 : (values[n * 3 / 4] - values[n / 4]) / median;
+}
+
+const int kMostRepetitions = 50;
+
+int Compare(const std::vector<const char*>& traces, int repetitions, double seconds,
+            const char* only)
 {
     // Ours, the peers, then ours without caches (for the resident bar).
     std::vector<Api> apis = qelbench::Apis();
@@ -672,7 +691,9 @@ int Compare(const std::vector<const char*>& traces, int repetitions, const char*
             return 1;
         const double ops = double(mapped.header->ops);
         std::vector<std::vector<double>> times(n), resident(n);
-        for (int round = 0; round < repetitions; ++round)
+        int rounds = repetitions;
+        for (int round = 0; round < rounds; ++round)
+        {
             for (size_t k = 0; k < n; ++k)
             {
                 const size_t a = (k + size_t(round)) % n;
@@ -686,16 +707,27 @@ int Compare(const std::vector<const char*>& traces, int repetitions, const char*
                 times[a].push_back(result.ns);
                 resident[a].push_back(result.resident);
             }
+            if (round == 0) // the fastest sets how many rounds the trace gets
+            {
+                double fastest = 0;
+                for (const std::vector<double>& t : times)
+                    if (!t.empty() && (fastest == 0 || t[0] < fastest))
+                        fastest = t[0];
+                if (fastest > 0)
+                    rounds = std::max(rounds, int(std::min(double(kMostRepetitions),
+                                                           std::ceil(seconds * 1e9 / fastest))));
+            }
+        }
         std::printf("\n%s: %.0f calls, %u threads, %d repetitions\n", Name(trace).c_str(), ops,
-                    mapped.header->threads, repetitions);
-        std::printf("  %-12s %10s %10s %12s %9s %9s\n", "allocator", "ms", "ns/call", "resident MB",
-                    "speed", "resident");
+                    mapped.header->threads, rounds);
+        std::printf("  %-12s %10s %10s %9s %12s %9s %9s\n", "allocator", "ms", "ns/call", "spread",
+                    "resident MB", "speed", "resident");
         const double ours = Median(times[0]), oursResident = Median(resident[0]);
         for (size_t a = 0; a < n; ++a)
         {
             const double t = Median(times[a]), r = Median(resident[a]);
-            std::printf("  %-12s %10.1f %10.1f %12.2f %9.2f %9.2f\n", apis[a].name, t / 1e6,
-                        t / ops, r / 1048576.0, a == 0 ? 1.0 : t / ours,
+            std::printf("  %-12s %10.1f %10.1f %8.0f%% %12.2f %9.2f %9.2f\n", apis[a].name, t / 1e6,
+                        t / ops, 100 * Spread(times[a]), r / 1048576.0, a == 0 ? 1.0 : t / ours,
                         a == 0 ? 1.0 : oursResident / r);
         }
         if (!full)
@@ -753,12 +785,15 @@ int main(int argc, char** argv)
     if (argc == 4 && std::strcmp(argv[1], "--child") == 0)
         return Child(argv[2], argv[3]);
     int repetitions = 5;
+    double seconds = 1;
     const char* only = nullptr;
     std::vector<const char*> traces;
     for (int i = 1; i < argc; ++i)
     {
         if (std::strcmp(argv[i], "--repetitions") == 0 && i + 1 < argc)
             repetitions = std::max(1, std::atoi(argv[++i]));
+        else if (std::strcmp(argv[i], "--seconds") == 0 && i + 1 < argc)
+            seconds = std::max(0.0, std::atof(argv[++i]));
         else if (std::strcmp(argv[i], "--only") == 0 && i + 1 < argc)
             only = argv[++i];
         else
@@ -768,9 +803,9 @@ int main(int argc, char** argv)
     {
         std::fprintf(stderr,
                      "usage: %s --convert LOG TRACE\n"
-                     "       %s [--repetitions N] [--only API] TRACE...\n",
+                     "       %s [--repetitions N] [--seconds S] [--only API] TRACE...\n",
                      argv[0], argv[0]);
         return 2;
     }
-    return Compare(traces, repetitions, only);
+    return Compare(traces, repetitions, seconds, only);
 }

@@ -203,6 +203,55 @@ TEST_F(PageManagerTest, RunGrowsOnlyIntoFreePagesRightBehindIt)
     EXPECT_EQ(pages->GetStatistics().currentUsedPages, 1u);
 }
 
+// A run takes the best fitting stretch of the oldest metapage that has one;
+// a run that is to grow, the head of the largest stretch (the oldest
+// metapage's among equals), where it can grow the longest.
+TEST_F(PageManagerTest, RunToGrowTakesTheHeadOfTheLargestStretch)
+{
+    struct Case
+    {
+        const char* what;
+        u32 count;
+        bool toGrow;
+        int metapage; // 0 and 1 as made below, 2 a new one
+        u32 page;     // where the run starts
+        u32 stretch;  // the free pages it starts
+    };
+    const Case cases[] = {
+        {"best fit, oldest first", 8, false, 0, 10, 10},
+        {"best fit where only one holds it", 50, false, 1, 100, 100},
+        {"largest stretch", 8, true, 1, 100, 100},
+        {"largest stretch, exactly its size", 100, true, 1, 100, 100},
+        {"equal largest stretches: the oldest", 8, true, 0, 50, 40},
+        {"no stretch holds it", 101, true, 2, 0, 0},
+    };
+    for (const Case& c : cases)
+    {
+        // Two full metapages of 256 pages; free stretches of 10 and 40 pages
+        // in the first, of 100 (or 40) in the second.
+        pages.reset(new PageManager(0, 64 * kMB, kMB));
+        pages->AddOwner(&owner);
+        char* first = static_cast<char*>(pages->AllocatePages(&owner, 256));
+        char* second = static_cast<char*>(pages->AllocatePages(&owner, 256));
+        pages->ReleasePages(&owner, Page(first, 10), 10);
+        pages->ReleasePages(&owner, Page(first, 50), 40);
+        const bool equal = std::strstr(c.what, "equal") != nullptr;
+        pages->ReleasePages(&owner, Page(second, 100), equal ? 40 : 100);
+
+        char* run = static_cast<char*>(pages->AllocatePages(&owner, c.count, c.toGrow));
+        ASSERT_NE(run, nullptr) << c.what;
+        if (c.metapage == 2)
+        {
+            EXPECT_EQ(pages->GetNumberOfMetapages(), 3u) << c.what;
+            continue;
+        }
+        EXPECT_EQ(run, Page(c.metapage == 0 ? first : second, c.page)) << c.what;
+        EXPECT_FALSE(pages->ExtendRun(&owner, run, c.count, c.stretch - c.count + 1)) << c.what;
+        EXPECT_EQ(pages->ExtendRun(&owner, run, c.count, c.stretch - c.count), c.count < c.stretch)
+            << c.what;
+    }
+}
+
 // Where the system moves pages (Linux), a run that fills its metapage alone
 // moves to a larger place with its contents, and its metapage with it.
 TEST_F(PageManagerTest, RunAloneInItsMetapageMovesWithoutACopy)

@@ -298,7 +298,9 @@ private:
     // ReAllocNoThrow's lock-free test for a block that keeps its place, the
     // page record of `p` (whose owner is this allocator) already read.
     static inline bool StaysInPlace(const void* p, unsigned int size, u32 record);
-    void* MallocLocked(Arena& arena, u32 need);
+    // A block from the first run of the room set that holds `need`, or from
+    // a new run, placed for growth when `toGrow` (PageManager::AllocatePages).
+    void* MallocLocked(Arena& arena, u32 need, bool toGrow = false);
     void FreeLocked(Arena& arena, const void* p);
     // Gives back a chain of cached blocks (linked through their first
     // word), or of pending ones, which are freed as any block is.
@@ -326,7 +328,7 @@ private:
     // the Lone answer; `capacity` receives the block's capacity.
     Resize ResizeInPlace(void* p, unsigned int size, bool lone, u32& capacity);
 
-    PackedRun* NewRun(Arena& arena, u32 pages);
+    PackedRun* NewRun(Arena& arena, u32 pages, bool toGrow = false);
     // Adds pages behind the run so that the block ending at `end` can grow
     // by `missing` bytes in place; the run is left out of its set.
     bool GrowRun(PackedRun* run, unsigned char* end, u32 missing);

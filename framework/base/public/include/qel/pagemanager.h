@@ -120,8 +120,11 @@ public:
     u32 GetMetapageStep() const { return m_MetapageStep; }
 
     // A run of `count` contiguous pages for `owner` (which must be in the
-    // owner list), or null.
-    void* AllocatePages(Allocator* owner, u32 count);
+    // owner list), or null. It takes the best fitting free stretch of the
+    // oldest metapage that has one; a run expected to grow (`toGrow`) takes
+    // the head of the largest stretch instead, so that ExtendRun can grow it
+    // the longest. A new metapage is made only when no stretch holds it.
+    void* AllocatePages(Allocator* owner, u32 count, bool toGrow = false);
     // Gives back `count` pages from `first`. A run that lies in no metapage
     // is a fatal error.
     void ReleasePages(Allocator* owner, void* first, u32 count);
@@ -214,8 +217,10 @@ private:
     static PageManager* CreateSingletonInstance();
 
     // Metapages (metapage.cpp).
-    void* TakeFromMetapages(u32 count);
-    void* TakeRun(Metapage* metapage, u32 count);
+    void* TakeFromMetapages(u32 count, bool toGrow);
+    // The head of the smallest free stretch of at least `stretch` pages;
+    // `count` of them are taken.
+    void* TakeRun(Metapage* metapage, u32 count, u32 stretch);
     Metapage* CreateMetapage(u32 count);
     void ReleaseMetapage(Metapage* metapage);
     Metapage* FindMetapage(const void* first, u32 count) const;

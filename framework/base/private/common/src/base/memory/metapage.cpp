@@ -20,23 +20,37 @@ const u64 kPageMask = ~u64(PageManager::PageSize - 1);
 
 } // namespace
 
-void* PageManager::TakeFromMetapages(u32 count)
+void* PageManager::TakeFromMetapages(u32 count, bool toGrow)
 {
-    // Oldest first: young metapages stay empty longer and can go back.
+    if (!toGrow)
+    {
+        // Oldest first: young metapages stay empty longer and can go back.
+        for (Metapage* metapage = m_RoomList; metapage != nullptr; metapage = metapage->next)
+            if (metapage->freePages.GetLargestChunk() >= count)
+                if (void* run = TakeRun(metapage, count, count))
+                    return run;
+        return nullptr;
+    }
+    // The head of the largest stretch, the oldest metapage's among equals:
+    // ExtendRun can grow the run there the longest.
+    Metapage* roomiest = nullptr;
+    u32 largest = count - 1;
     for (Metapage* metapage = m_RoomList; metapage != nullptr; metapage = metapage->next)
-        if (metapage->freePages.GetLargestChunk() >= count)
-            if (void* run = TakeRun(metapage, count))
-                return run;
-    return nullptr;
+        if (metapage->freePages.GetLargestChunk() > largest)
+        {
+            roomiest = metapage;
+            largest = metapage->freePages.GetLargestChunk();
+        }
+    return roomiest != nullptr ? TakeRun(roomiest, count, largest) : nullptr;
 }
 
-void* PageManager::TakeRun(Metapage* metapage, u32 count)
+void* PageManager::TakeRun(Metapage* metapage, u32 count, u32 stretch)
 {
-    u32 taken = count;
+    u32 taken = stretch;
     char* run = static_cast<char*>(metapage->freePages.GetChunk(taken, MemChunkTree::MetapageTag));
     if (run == nullptr)
         return nullptr;
-    if (taken > count) // the tree handed out a whole chunk: keep only what was asked
+    if (taken > count) // the tree handed out more than asked: keep only that
         metapage->freePages.InsertChunkInTree(run + std::size_t(count) * PageSize, taken - count,
                                               MemChunkTree::MetapageTag);
     Raise(metapage->usedPages, metapage->peakUsedPages, count);

@@ -63,9 +63,9 @@ PackedAllocator::~PackedAllocator()
 
 // ---- runs and their sets ----------------------------------------------------
 
-PackedRun* PackedAllocator::NewRun(Arena& arena, u32 pages)
+PackedRun* PackedAllocator::NewRun(Arena& arena, u32 pages, bool toGrow)
 {
-    void* start = m_Pages->AllocatePages(this, pages);
+    void* start = m_Pages->AllocatePages(this, pages, toGrow);
     if (start == nullptr)
         return nullptr;
     PackedRun* run = new (start) PackedRun(pages, arena.index);
@@ -239,10 +239,10 @@ void* PackedAllocator::MallocNoThrow(unsigned int size)
     return MallocLocked(arena, need);
 }
 
-void* PackedAllocator::MallocLocked(Arena& arena, u32 need)
+void* PackedAllocator::MallocLocked(Arena& arena, u32 need, bool toGrow)
 {
     PackedRun* run = packedrun::FirstAtLeast(arena.room, need);
-    if (run == nullptr && (run = NewRun(arena, RunPagesFor(need))) == nullptr)
+    if (run == nullptr && (run = NewRun(arena, RunPagesFor(need), toGrow)) == nullptr)
         return nullptr;
     // The run's largest free chunk holds `need`: GetChunk cannot fail.
     u32 chunk = need;
@@ -361,16 +361,20 @@ void* PackedAllocator::ReAllocNoThrow(void* p, unsigned int size)
     }
     // A block that must move to grow takes the best fitting free chunk, not
     // a cached block (those lie packed together), and a block of 1 KB or
-    // more a quarter more room: the next growths are then in place.
+    // more a quarter more room: the next growths are then in place. A block
+    // that needs a big run of its own takes one where it can grow the
+    // longest: copying it again would cost more than the stretch of free
+    // pages it breaks. Blocks that large seldom move.
     const unsigned int roomy = size >= 1024 && size <= 0xCCCC0000u ? size + size / 4 : size;
+    const bool toGrow = need > MaxRoomKey;
     void* moved = nullptr;
     {
         Arena& arena = ThreadArena();
         ScopedLock<CriticalSection> lock(arena.lock);
         if (const u32 roomyNeed = NeedFor(roomy))
-            moved = MallocLocked(arena, roomyNeed);
+            moved = MallocLocked(arena, roomyNeed, toGrow);
         if (moved == nullptr && roomy != size)
-            moved = MallocLocked(arena, need);
+            moved = MallocLocked(arena, need, toGrow);
     }
     if (moved == nullptr)
         return nullptr;

@@ -145,7 +145,7 @@ u32 PageManager::GetOwnerIndex(const Allocator* owner) const
 
 // ---- runs -------------------------------------------------------------------
 
-void* PageManager::AllocatePages(Allocator* owner, u32 count)
+void* PageManager::AllocatePages(Allocator* owner, u32 count, bool toGrow)
 {
     if (count == 0)
         return nullptr;
@@ -153,13 +153,13 @@ void* PageManager::AllocatePages(Allocator* owner, u32 count)
     const u32 index = GetOwnerIndex(owner);
     if (index == NoOwner)
         return nullptr;
-    void* run = TakeFromMetapages(count);
+    void* run = TakeFromMetapages(count, toGrow);
     if (run == nullptr)
     {
         Metapage* metapage = CreateMetapage(count);
         if (metapage == nullptr)
             return nullptr;
-        run = TakeRun(metapage, count);
+        run = TakeRun(metapage, count, count);
     }
 
     const u32 record = index << PageRecordTable::OwnerShift;
