@@ -12,9 +12,26 @@ namespace qel
 {
 
 ThreadCache ThreadCache::Vacant;
-static_assert(ThreadCaches::MaxCaches == 4, "ThreadCaches::Ended lists every place");
-ThreadCaches ThreadCaches::Ended = {
+
+namespace
+{
+
+// Set before any code runs: a thread may allocate before static
+// constructors are done.
+static_assert(ThreadCaches::MaxCaches == 4, "kNone lists every place");
+constexpr ThreadCaches kNone = {
     {&ThreadCache::Vacant, &ThreadCache::Vacant, &ThreadCache::Vacant, &ThreadCache::Vacant}};
+
+} // namespace
+
+ThreadCaches ThreadCaches::Ended = kNone;
+
+// What the thread slot holds before a thread's first cache is made.
+struct native::ThreadSlotStart
+{
+    ThreadCaches none;
+};
+native::ThreadSlotStart native::g_ThreadSlotStart = {kNone};
 
 namespace
 {
@@ -117,7 +134,7 @@ public:
         if (mine == &ThreadCaches::Ended)
             return nullptr;
         RegistryLock registry;
-        if (mine == nullptr)
+        if (mine == &native::g_ThreadSlotStart.none)
         {
             if (!g_SlotMade && !native::ThreadSlotCreate(&ThreadEnds))
                 return nullptr;
@@ -221,10 +238,7 @@ void ThreadCacheHome::Destroy(ThreadCacheHome* home)
 
 ThreadCache* ThreadCacheHome::FindOwn() const
 {
-    ThreadCaches* mine = ThreadCaches::Mine();
-    if (mine == nullptr)
-        return nullptr;
-    for (ThreadCache* cache : mine->caches)
+    for (ThreadCache* cache : ThreadCaches::Mine()->caches)
         if (cache->home.load(std::memory_order_relaxed) == this)
             return cache;
     return nullptr;

@@ -181,8 +181,9 @@ struct ThreadCache
 
 // A thread's caches, one for each allocator it used (up to four at once,
 // ThreadCache::Vacant in the other places): what the library's thread slot
-// holds. After the thread's caches went back the slot holds `Ended`, which
-// has none, so that late allocations take the locked paths.
+// holds. Before the thread's first cache is made the slot holds one with
+// none, and after its caches went back it holds `Ended`, which has none
+// either, so that late allocations take the locked paths.
 struct ThreadCaches
 {
     enum
@@ -193,7 +194,7 @@ struct ThreadCaches
 
     static ThreadCaches Ended;
 
-    // The calling thread's; null when it has none yet.
+    // The calling thread's, never null.
     static ThreadCaches* Mine() { return static_cast<ThreadCaches*>(native::ThreadSlotGet()); }
 };
 
@@ -224,17 +225,12 @@ public:
     // null: what the allocators' hot paths take, with no call.
     ThreadCache* Found() const
     {
-        if (ThreadCaches* mine = ThreadCaches::Mine())
-        {
-            ThreadCache* cache = mine->caches[m_Slot];
-            if (cache->key.load(std::memory_order_relaxed) == m_Key.load(std::memory_order_relaxed))
-            {
-                if (cache == nullptr) // never: empty places hold Vacant
-                    __builtin_unreachable();
-                return cache;
-            }
-        }
-        return nullptr;
+        ThreadCache* cache = ThreadCaches::Mine()->caches[m_Slot];
+        if (cache->key.load(std::memory_order_relaxed) != m_Key.load(std::memory_order_relaxed))
+            return nullptr;
+        if (cache == nullptr) // never: empty places hold Vacant
+            __builtin_unreachable();
+        return cache;
     }
 
     // Gives the calling thread's cache back.
