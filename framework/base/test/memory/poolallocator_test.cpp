@@ -380,4 +380,22 @@ TEST(PoolAllocatorThreadCaches, CachedBlocksAreCountedShownAndGiveBackAtTheThrea
     qeltest::ExpectFreeAllVoidsTheCache(pool, 32, 32, [&] { return pool.GetTotals(); });
 }
 
+// A thread's cache outlives its allocator: one made later in the same place
+// of the thread's caches, and at the same address, starts from a cache of
+// its own and never serves the blocks of the one that went.
+TEST(PoolAllocatorThreadCaches, ALaterAllocatorNeverTakesTheCacheOfOneThatWent)
+{
+    for (int round = 0; round < 3; ++round)
+    {
+        // As many homes a round as there are places, so that each round's
+        // first takes the place of the one before.
+        PoolAllocator pools[4];
+        for (PoolAllocator& pool : pools)
+            pool.EnableThreadCaches();
+        void* b = pools[0].Malloc(32);
+        EXPECT_EQ(pools[0].GetTotals().currentAllocations, 1u) << round;
+        pools[0].Free(b); // left in this thread's cache as the pool goes
+    }
+}
+
 } // namespace

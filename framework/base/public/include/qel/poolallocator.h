@@ -91,8 +91,9 @@ public:
     u32 GetErrorCategory() const override { return m_ErrorCategory; }
     void* Transfert(Allocator* target, void* p, unsigned int size) override;
 
-    // The class serving `size` bytes (1 to 256).
-    static u32 ClassOf(unsigned int size) { return (size + Granularity - 1) / Granularity - 1; }
+    // The class serving `size` bytes (1 to 256): the size rounded up to the
+    // granularity, less one, over the granularity, with no rounding done.
+    static u32 ClassOf(unsigned int size) { return (size - 1) / Granularity; }
 
     // A copy of the statistics of class `index` (0-15) or of the totals.
     AllocatorStatistics GetStatistics(u32 index) const;

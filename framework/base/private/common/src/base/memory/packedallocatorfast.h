@@ -12,20 +12,24 @@
 namespace qel
 {
 
+// Between 2^b and 2^(b+1) the classes go up in eighths of 2^b, and class
+// 8(b - 8) holds 2^b bytes: the top four bits of a size, its highest bit
+// `b` included, count the eighths.
 inline u32 PackedAllocator::ClassAbove(u32 size)
 {
-    const u32 doubling = u32(31 - __builtin_clz(size)) - 8;
-    const u32 base = SmallestCached << doubling, shift = 5 + doubling;
-    return (doubling << 3) + ((size - base + (1u << shift) - 1) >> shift);
+    static_assert(SmallestCached == 1u << 8, "class 0 holds 2^8 bytes");
+    // Rounded up: the eighths of size - 1, and one more (256 gives 0).
+    const u32 below = size - 1;
+    const u32 b = u32(31 - __builtin_clz(below));
+    return 8 * b + (below >> (b - 3)) - 71;
 }
 
 inline u32 PackedAllocator::ClassBelow(u32 capacity)
 {
     if (capacity < SmallestCached)
         return CacheClasses;
-    const u32 doubling = u32(31 - __builtin_clz(capacity)) - 8;
-    const u32 index =
-        (doubling << 3) + ((capacity - (SmallestCached << doubling)) >> (5 + doubling));
+    const u32 b = u32(31 - __builtin_clz(capacity));
+    const u32 index = 8 * b + (capacity >> (b - 3)) - 72;
     return index < CacheClasses ? index : u32(CacheClasses);
 }
 

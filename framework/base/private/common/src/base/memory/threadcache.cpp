@@ -11,7 +11,27 @@
 namespace qel
 {
 
-ThreadCaches ThreadCaches::Ended = {};
+ThreadCache ThreadCache::Vacant;
+
+namespace
+{
+
+// Set before any code runs: a thread may allocate before static
+// constructors are done.
+static_assert(ThreadCaches::MaxCaches == 4, "kNone lists every place");
+constexpr ThreadCaches kNone = {
+    {&ThreadCache::Vacant, &ThreadCache::Vacant, &ThreadCache::Vacant, &ThreadCache::Vacant}};
+
+} // namespace
+
+ThreadCaches ThreadCaches::Ended = kNone;
+
+// What the thread slot holds before a thread's first cache is made.
+struct native::ThreadSlotStart
+{
+    ThreadCaches none;
+};
+native::ThreadSlotStart native::g_ThreadSlotStart = {kNone};
 
 namespace
 {
@@ -69,7 +89,7 @@ void Release(ThreadCache*& cache)
 {
     cache->~ThreadCache();
     FreeLines(cache);
-    cache = nullptr;
+    cache = &ThreadCache::Vacant;
 }
 
 } // namespace
@@ -102,7 +122,7 @@ public:
         {
             RegistryLock registry;
             for (ThreadCache*& cache : mine->caches)
-                if (cache != nullptr)
+                if (cache != &ThreadCache::Vacant)
                     Retire(cache);
         }
         FreeLines(mine);
@@ -114,7 +134,7 @@ public:
         if (mine == &ThreadCaches::Ended)
             return nullptr;
         RegistryLock registry;
-        if (mine == nullptr)
+        if (mine == &native::g_ThreadSlotStart.none)
         {
             if (!g_SlotMade && !native::ThreadSlotCreate(&ThreadEnds))
                 return nullptr;
@@ -122,17 +142,21 @@ public:
             mine = static_cast<ThreadCaches*>(AllocateLines(sizeof(ThreadCaches)));
             if (mine == nullptr)
                 return nullptr;
+            for (ThreadCache*& cache : mine->caches)
+                cache = &ThreadCache::Vacant;
             native::ThreadSlotSet(mine);
         }
         ThreadCache** slot = nullptr;
         for (ThreadCache*& cache : mine->caches)
         {
-            if (cache != nullptr && cache->home.load(std::memory_order_relaxed) == nullptr)
+            if (cache != &ThreadCache::Vacant &&
+                cache->home.load(std::memory_order_relaxed) == nullptr)
             {
                 // Its home is gone: the slot is free again.
                 Release(cache);
             }
-            if (cache == nullptr && (slot == nullptr || &cache == &mine->caches[home->m_Slot]))
+            if (cache == &ThreadCache::Vacant &&
+                (slot == nullptr || &cache == &mine->caches[home->m_Slot]))
                 slot = &cache;
         }
         if (slot == nullptr)
@@ -143,8 +167,7 @@ public:
         ThreadCache* cache = new (storage) ThreadCache();
         home->StartLimits(*cache);
         cache->home.store(home, std::memory_order_relaxed);
-        cache->epoch.store(home->m_Epoch.load(std::memory_order_acquire),
-                           std::memory_order_relaxed);
+        cache->key.store(home->m_Key.load(std::memory_order_acquire), std::memory_order_relaxed);
         {
             ScopedLock<CriticalSection> lock(home->m_Lock);
             cache->next = home->m_Caches;
@@ -174,19 +197,26 @@ namespace
 {
 
 std::atomic<u32> g_NextSlot{0};
+std::atomic<std::uintptr_t> g_NextKey{1}; // 0 is ThreadCache::Vacant's
 
 } // namespace
 
 ThreadCacheHome::ThreadCacheHome(CriticalSection& lock)
     : m_Lock(lock),
-      m_Slot(g_NextSlot.fetch_add(1, std::memory_order_relaxed) % ThreadCaches::MaxCaches)
+      m_Slot(g_NextSlot.fetch_add(1, std::memory_order_relaxed) % ThreadCaches::MaxCaches),
+      m_Key(NewKey())
 {
+}
+
+std::uintptr_t ThreadCacheHome::NewKey()
+{
+    return g_NextKey.fetch_add(1, std::memory_order_relaxed);
 }
 
 void ThreadCache::GiveAllBack()
 {
     ThreadCacheHome* owner = home.load(std::memory_order_relaxed);
-    if (epoch.load(std::memory_order_relaxed) == owner->m_Epoch.load(std::memory_order_relaxed))
+    if (key.load(std::memory_order_relaxed) == owner->m_Key.load(std::memory_order_relaxed))
     {
         if (void* chain = TakePending())
             owner->GiveBack(chain, false);
@@ -208,11 +238,8 @@ void ThreadCacheHome::Destroy(ThreadCacheHome* home)
 
 ThreadCache* ThreadCacheHome::FindOwn() const
 {
-    ThreadCaches* mine = ThreadCaches::Mine();
-    if (mine == nullptr)
-        return nullptr;
-    for (ThreadCache* cache : mine->caches)
-        if (cache != nullptr && cache->home.load(std::memory_order_relaxed) == this)
+    for (ThreadCache* cache : ThreadCaches::Mine()->caches)
+        if (cache->home.load(std::memory_order_relaxed) == this)
             return cache;
     return nullptr;
 }
@@ -224,11 +251,11 @@ ThreadCache* ThreadCacheHome::FindCache()
         cache = ThreadCacheRegistry::Create(this);
     if (cache == nullptr)
         return nullptr;
-    const u32 epoch = m_Epoch.load(std::memory_order_acquire);
-    if (cache->epoch.load(std::memory_order_relaxed) != epoch)
+    const std::uintptr_t key = m_Key.load(std::memory_order_acquire);
+    if (cache->key.load(std::memory_order_relaxed) != key)
     {
         cache->Clear(); // its blocks went with the pages at FreeAll
-        cache->epoch.store(epoch, std::memory_order_relaxed);
+        cache->key.store(key, std::memory_order_relaxed);
     }
     return cache;
 }
@@ -243,10 +270,10 @@ u32 ThreadCacheHome::HeldByOtherThreads() const
 {
     ScopedLock<CriticalSection> lock(m_Lock);
     const ThreadCache* own = FindOwn();
-    const u32 epoch = m_Epoch.load(std::memory_order_relaxed);
+    const std::uintptr_t key = m_Key.load(std::memory_order_relaxed);
     u32 held = 0;
     for (const ThreadCache* cache = m_Caches; cache != nullptr; cache = cache->next)
-        if (cache != own && cache->epoch.load(std::memory_order_relaxed) == epoch)
+        if (cache != own && cache->key.load(std::memory_order_relaxed) == key)
         {
             held += cache->pendingCount.load(std::memory_order_relaxed);
             for (u32 index = 0; index < m_Classes; ++index)
@@ -262,7 +289,7 @@ void ThreadCacheHome::StartLimits(ThreadCache& cache) const
     for (u32 index = 0; index < m_Classes; ++index)
     {
         cache.lists[index].limit = m_Policy[index].floor;
-        cache.lists[index].refilled = 0;
+        cache.refilled[index] = false;
     }
 }
 
@@ -272,8 +299,8 @@ void ThreadCacheHome::HalveIdleLimits(ThreadCache& cache)
     {
         ThreadCache::List& list = cache.lists[index];
         const Policy& policy = m_Policy[index];
-        const bool idle = list.refilled == 0;
-        list.refilled = 0;
+        const bool idle = !cache.refilled[index];
+        cache.refilled[index] = false;
         if (!idle || list.limit <= policy.floor)
             continue;
         const u32 limit = list.limit / 2 > policy.floor ? list.limit / 2 : policy.floor;
@@ -293,7 +320,7 @@ u32 ThreadCacheHome::Refilling(ThreadCache& cache, u32 index)
 {
     ++cache.refills;
     ThreadCache::List& list = cache.lists[index];
-    list.refilled = 1;
+    cache.refilled[index] = true;
     const Policy& policy = m_Policy[index];
     if (list.limit < policy.ceiling)
     {

@@ -1,15 +1,17 @@
 // Threads' caches of free blocks in front of an allocator's size classes.
 //
 // An allocator that turns caches on keeps a ThreadCacheHome: its lock, the
-// list of every thread's cache for it, a count of its FreeAll calls (the
-// epoch) that voids older caches, and its classes' limits. Each thread that
-// allocates from it gets a ThreadCache: for each class, a list of free
-// blocks linked through their first word, that only this thread changes, so
-// taking and giving a block needs no lock. The allocator decides what a
-// class is and how blocks go back: GiveBack hands it a chain of blocks,
-// linked like the lists, and it takes whatever locks it needs. The home's
-// lock guards its list of caches only; it is taken before any lock of the
-// allocator's, never after one.
+// list of every thread's cache for it, its key, and its classes' limits.
+// Each thread that allocates from it gets a ThreadCache: for each class, a
+// list of free blocks linked through their first word, that only this
+// thread changes, so taking and giving a block needs no lock. A cache
+// carries the key its home had when the cache was filled. No key is given
+// twice in the process and a home takes a new one at each FreeAll, so a
+// cache whose key is the home's is that home's and not voided: the one test
+// of the hot paths. The allocator decides what a class is and how blocks go
+// back: GiveBack hands it a chain of blocks, linked like the lists, and it
+// takes whatever locks it needs. The home's lock guards its list of caches
+// only; it is taken before any lock of the allocator's, never after one.
 //
 // How much a list keeps adapts to use, within one budget for the thread's
 // cache. Each class has a floor and a ceiling (blocks) and a capacity
@@ -42,6 +44,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <new>
 
 namespace qel
@@ -56,25 +59,32 @@ struct ThreadCache
         MaxClasses = 72
     };
 
+    // The count leads, and the lists lead the cache, so that a list's
+    // address is where its count is: compilers give an atomic's address a
+    // register of its own.
     struct List
     {
-        void* head;             // each free block's first word links the next one
         std::atomic<u32> count; // only this thread writes it
         u32 limit;              // see the top of this file
-        u32 refilled;           // since the idle lists were last halved
+        void* head;             // each free block's first word links the next one
     };
 
+    List lists[MaxClasses];
     std::atomic<ThreadCacheHome*> home; // null once the allocator is gone
     ThreadCache* previous;              // neighbours in the home's list
     ThreadCache* next;
-    std::atomic<u32> epoch; // the home's FreeAll count when the lists were filled
-    u32 owner;              // the allocator's own word about this thread, 0 at first
-    u32 budgetUsed;         // the lists' limits above their floors, in bytes
-    u32 refills;            // since the limits were last halved
-    u32 pendingNext;        // the slot of `pending` that Defer fills next
+    std::atomic<std::uintptr_t> key; // the home's key when the lists were filled
+    u32 owner;                       // the allocator's own word about this thread, 0 at first
+    u32 budgetUsed;                  // the lists' limits above their floors, in bytes
+    u32 refills;                     // since the limits were last halved
+    u32 pendingNext;                 // the slot of `pending` that Defer fills next
     std::atomic<u32> pendingCount;
-    void* pending[4]; // freed blocks not yet sorted, null where none
-    List lists[MaxClasses];
+    void* pending[4];          // freed blocks not yet sorted, null where none
+    bool refilled[MaxClasses]; // since the idle lists were last halved
+
+    // In every place of ThreadCaches that holds no cache: its key, 0, is no
+    // home's, so that the hot paths need no test for an empty place.
+    static ThreadCache Vacant;
 
     // Puts `block` among the pending ones; returns the oldest pending block
     // when they were all taken, to be sorted now, else null.
@@ -164,15 +174,16 @@ struct ThreadCache
         list.count.store(keep, std::memory_order_relaxed);
         return chain;
     }
-    // Gives every list back to the home and empties them; blocks of a
-    // voided epoch are dropped (they went with FreeAll).
+    // Gives every list back to the home and empties them; blocks filled
+    // under a voided key are dropped (they went with FreeAll).
     void GiveAllBack();
 };
 
-// A thread's caches, one for each allocator it used (up to four at once):
-// what the library's thread slot holds. After the thread's caches went back
-// the slot holds `Ended`, which has none, so that late allocations take the
-// locked paths.
+// A thread's caches, one for each allocator it used (up to four at once,
+// ThreadCache::Vacant in the other places): what the library's thread slot
+// holds. Before the thread's first cache is made the slot holds one with
+// none, and after its caches went back it holds `Ended`, which has none
+// either, so that late allocations take the locked paths.
 struct ThreadCaches
 {
     enum
@@ -183,7 +194,7 @@ struct ThreadCaches
 
     static ThreadCaches Ended;
 
-    // The calling thread's; null when it has none yet.
+    // The calling thread's, never null.
     static ThreadCaches* Mine() { return static_cast<ThreadCaches*>(native::ThreadSlotGet()); }
 };
 
@@ -214,12 +225,12 @@ public:
     // null: what the allocators' hot paths take, with no call.
     ThreadCache* Found() const
     {
-        ThreadCaches* mine = ThreadCaches::Mine();
-        ThreadCache* cache = mine != nullptr ? mine->caches[m_Slot] : nullptr;
-        if (cache != nullptr && cache->home.load(std::memory_order_relaxed) == this &&
-            cache->epoch.load(std::memory_order_relaxed) == m_Epoch.load(std::memory_order_relaxed))
-            return cache;
-        return nullptr;
+        ThreadCache* cache = ThreadCaches::Mine()->caches[m_Slot];
+        if (cache->key.load(std::memory_order_relaxed) != m_Key.load(std::memory_order_relaxed))
+            return nullptr;
+        if (cache == nullptr) // never: empty places hold Vacant
+            __builtin_unreachable();
+        return cache;
     }
 
     // Gives the calling thread's cache back.
@@ -227,8 +238,8 @@ public:
     // The blocks in other threads' caches.
     u32 HeldByOtherThreads() const;
     // At FreeAll, with the allocator's locks held: every cache's blocks went
-    // with the pages, the caches see the new epoch and start empty.
-    void VoidAll() { m_Epoch.fetch_add(1, std::memory_order_acq_rel); }
+    // with the pages, the caches see the new key and start empty.
+    void VoidAll() { m_Key.store(NewKey(), std::memory_order_release); }
     // Gives blocks of the list back until `keep` are left.
     void Drain(ThreadCache& cache, u32 index, u32 keep) { GiveBack(cache.Cut(index, keep), true); }
     // The list went past its limit: half of it goes back. Out of line, so
@@ -262,6 +273,7 @@ private:
     friend struct ThreadCache;
     friend class ThreadCacheRegistry;
 
+    static std::uintptr_t NewKey();
     ThreadCache* FindCache();
     ThreadCache* FindOwn() const;
     // Every list at its floor, the budget used counted.
@@ -282,7 +294,7 @@ private:
     // homes take the places in turn, so that the few alive at once (the
     // shared Small and Big allocators') each find theirs at the first look.
     const u32 m_Slot;
-    std::atomic<u32> m_Epoch{0};
+    std::atomic<std::uintptr_t> m_Key;
     ThreadCache* m_Caches = nullptr; // every thread's, under the lock
     u32 m_Classes = 0;
     u32 m_Budget = 0;

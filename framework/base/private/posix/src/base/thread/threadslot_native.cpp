@@ -8,7 +8,7 @@ namespace qel
 namespace native
 {
 
-__thread void* t_ThreadSlot QEL_THREAD_SLOT_TLS = nullptr;
+__thread void* t_ThreadSlot QEL_THREAD_SLOT_TLS = &g_ThreadSlotStart;
 
 namespace
 {

@@ -18,13 +18,18 @@ namespace native
 #endif
 extern __thread void* t_ThreadSlot QEL_THREAD_SLOT_TLS;
 
+// What every thread's value is until it is set: an object that the slot's
+// user defines, so that a value read is never null.
+struct ThreadSlotStart;
+extern ThreadSlotStart g_ThreadSlotStart;
+
 // Made once, before the first ThreadSlotSet, under a lock of the caller's:
 // `atExit` then receives every thread's value as that thread ends, after
 // its C++ thread-local objects are gone, whatever started the thread. False
 // when the system has no slot to give.
 bool ThreadSlotCreate(void (*atExit)(void*));
 
-// The calling thread's value; null until it is set.
+// The calling thread's value; &g_ThreadSlotStart until it is set.
 inline void* ThreadSlotGet()
 {
     return t_ThreadSlot;

@@ -68,11 +68,11 @@ bool ThreadSlotCreate(void (*atExit)(void*))
 void* ThreadSlotGetSlow(unsigned long index)
 {
     if (index == NoThreadSlot)
-        return nullptr;
+        return &g_ThreadSlotStart;
     const DWORD error = GetLastError();
     void* value = TlsGetValue(index);
     SetLastError(error);
-    return value;
+    return value != nullptr ? value : &g_ThreadSlotStart;
 }
 
 void ThreadSlotSet(void* value)

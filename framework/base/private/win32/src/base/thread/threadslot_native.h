@@ -20,16 +20,21 @@ namespace native
 const unsigned long NoThreadSlot = 0xFFFFFFFFul;
 extern std::atomic<unsigned long> g_ThreadSlotIndex;
 
+// What every thread's value is until it is set: an object that the slot's
+// user defines, so that a value read is never null.
+struct ThreadSlotStart;
+extern ThreadSlotStart g_ThreadSlotStart;
+
 // Made once, before the first ThreadSlotSet, under a lock of the caller's:
 // `atExit` then receives every thread's value as that thread ends, whatever
 // started the thread. False when the system has no slot to give.
 bool ThreadSlotCreate(void (*atExit)(void*));
 
-// The value in a slot beyond the environment block's 64, or null when no
-// slot was made yet; the thread's last error stays as it was.
+// The value in a slot beyond the environment block's 64, as ThreadSlotGet
+// gives it; the thread's last error stays as it was.
 void* ThreadSlotGetSlow(unsigned long index);
 
-// The calling thread's value; null until it is set.
+// The calling thread's value; &g_ThreadSlotStart until it is set.
 inline void* ThreadSlotGet()
 {
     const unsigned long index = g_ThreadSlotIndex.load(std::memory_order_relaxed);
@@ -40,11 +45,12 @@ inline void* ThreadSlotGet()
     std::uintptr_t teb;
 #if defined(_WIN64)
     __asm__("movq %%gs:0x30, %0" : "=r"(teb));
-    return reinterpret_cast<void* const*>(teb + 0x1480)[index];
+    void* value = reinterpret_cast<void* const*>(teb + 0x1480)[index];
 #else
     __asm__("movl %%fs:0x18, %0" : "=r"(teb));
-    return reinterpret_cast<void* const*>(teb + 0xE10)[index];
+    void* value = reinterpret_cast<void* const*>(teb + 0xE10)[index];
 #endif
+    return value != nullptr ? value : &g_ThreadSlotStart;
 }
 
 // Sets the calling thread's value, to be handed to `atExit`.
