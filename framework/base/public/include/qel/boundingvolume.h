@@ -65,7 +65,7 @@ public:
     virtual float Distance(const Vector3& point) const = 0;
     // The first point of the ray inside the volume: t >= 0 in units of the
     // ray's direction, 0 when the ray starts inside. A zero direction hits
-    // exactly when the origin is inside.
+    // exactly when the origin is inside. A miss may change t.
     virtual bool IntersectRay(const Ray& ray, float& t) const = 0;
     // The first point of the segment from start to end inside the volume, as
     // a distance from start (0 when start is inside).
