@@ -84,7 +84,7 @@ public:
             leave = closest + half;
         }
         // Between the caps.
-        if (!ClipToSlab(oa, da, m_HalfHeight, enter, leave))
+        if (!ClipToSlab(oa, da, m_HalfHeight, enter, leave) || enter > leave)
             return false;
         t = enter;
         return true;
