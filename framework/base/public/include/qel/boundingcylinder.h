@@ -75,10 +75,8 @@ public:
             const float passing = m_Axis.Dot(offset.Cross(d));
             // a times the squared half chord.
             const float h = m_Radius * m_Radius * a - passing * passing;
+            // The root of |h|, as the sphere's: no branch to set errno.
             within = !std::isless(h, 0.0f);
-            // The root of |h|: compilers branch to a library call that sets
-            // errno before a root of a negative number, a branch now never
-            // taken.
             const float inverse = 1.0f / a;
             const float closest = -offset.Dot(d) * inverse,
                         half = std::sqrt(std::fabs(h)) * inverse;
