@@ -69,19 +69,19 @@ public:
         }
         return squared;
     }
-    // Slabs.
+    // Slabs, all three clipped before the answer is asked (see ClipToSlab),
+    // so t is written on a miss too.
     bool IntersectRay(const Ray& ray, float& t) const override
     {
         const Vector3 offset = ray.origin - m_Center;
         float enter = 0.0f, leave = FLT_MAX;
+        bool within = true;
         for (int i = 0; i < 3; ++i)
-        {
-            if (!ClipToSlab(m_Axes.columns[i].Dot(offset), m_Axes.columns[i].Dot(ray.direction),
-                            m_HalfExtents[i], enter, leave))
-                return false;
-        }
+            within &=
+                ClipToSlab(m_Axes.columns[i].Dot(offset), m_Axes.columns[i].Dot(ray.direction),
+                           m_HalfExtents[i], enter, leave);
         t = enter;
-        return true;
+        return within & !(enter > leave);
     }
     using BoundingVolume::Intersects;
     // The pairs with a test of their own, without the dispatch on kinds.

@@ -52,42 +52,41 @@ public:
     }
     // The ray's interval inside the infinite cylinder, intersected with its
     // interval between the caps. A direction within 1e-6 of the axis (by the
-    // sine of their angle) is taken as along it; otherwise exact.
+    // sine of their angle) is taken as along it; otherwise exact. As the
+    // box's, without a branch on the answer (see ClipToSlab), so t is written
+    // on a miss too; only a direction along the axis takes a branch.
     bool IntersectRay(const Ray& ray, float& t) const override
     {
         const Vector3 offset = ray.origin - m_Center;
         const float oa = offset.Dot(m_Axis), da = ray.direction.Dot(m_Axis);
-        // Across the axis first, where most misses end, and without a
-        // division before the answer: the ray's line passes the axis at the
-        // distance |axis . (offset x d)| / |d|, d the direction across it.
+        // The ray's line passes the axis at the distance
+        // |axis . (offset x d)| / |d|, d the direction across it.
         const Vector3 d = ray.direction - m_Axis * da;
         const float a = d.LengthSquared();
         float enter = 0.0f, leave = FLT_MAX;
+        bool within;
         if (a <= ray.direction.LengthSquared() * 1e-12f)
         {
             // Along the axis: inside the infinite cylinder everywhere or nowhere.
-            if ((offset - m_Axis * oa).LengthSquared() > m_Radius * m_Radius)
-                return false;
+            within = !((offset - m_Axis * oa).LengthSquared() > m_Radius * m_Radius);
         }
         else
         {
             const float passing = m_Axis.Dot(offset.Cross(d));
             // a times the squared half chord.
             const float h = m_Radius * m_Radius * a - passing * passing;
-            // h < 0.0f without a signal for a NaN: the test compilers put
-            // before a root to set errno, which then needs no second one.
-            if (std::isless(h, 0.0f))
-                return false;
+            // The root of |h|, as the sphere's: no branch to set errno.
+            within = !std::isless(h, 0.0f);
             const float inverse = 1.0f / a;
-            const float closest = -offset.Dot(d) * inverse, half = std::sqrt(h) * inverse;
+            const float closest = -offset.Dot(d) * inverse,
+                        half = std::sqrt(std::fabs(h)) * inverse;
             enter = (std::max)(enter, closest - half);
             leave = closest + half;
         }
         // Between the caps.
-        if (!ClipToSlab(oa, da, m_HalfHeight, enter, leave))
-            return false;
+        within &= ClipToSlab(oa, da, m_HalfHeight, enter, leave);
         t = enter;
-        return true;
+        return within & !(enter > leave);
     }
     void Transform(const Matrix4& m) override;
     void GetBounds(Vector3& min, Vector3& max) const override;

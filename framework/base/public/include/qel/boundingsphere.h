@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
 
 namespace qel
 {
@@ -40,28 +42,34 @@ public:
     // keeps its digits for a small sphere far from the origin (in float that
     // takes a cross product), and the inside is decided without the rounding
     // that Contains has.
+    //
+    // Without a branch on the answer: a loop over rays that hit about half
+    // the time would mispredict every other ray, which costs more than
+    // taking the root and the quotient of every ray. So t is written on a
+    // miss too, where it means nothing.
     bool IntersectRay(const Ray& ray, float& t) const override
     {
         const double ox = double(ray.origin.x) - m_Center.x, oy = double(ray.origin.y) - m_Center.y,
                      oz = double(ray.origin.z) - m_Center.z;
         const double c = ox * ox + oy * oy + oz * oz - double(m_Radius) * m_Radius;
-        if (!(c > 0.0))
-        {
-            t = 0.0f;
-            return true;
-        }
         const double dx = ray.direction.x, dy = ray.direction.y, dz = ray.direction.z;
         const double b = ox * dx + oy * dy + oz * dz;
         const double h = b * b - (dx * dx + dy * dy + dz * dz) * c;
-        // Moving away (or not moving), or passing by. std::isless is
-        // h < 0.0 without a signal for a NaN: the same test as the one
-        // compilers put before a root to set errno, which they then leave
-        // out, and with it the call to the library's sqrt.
-        if (!(b < 0.0) || std::isless(h, 0.0))
-            return false;
-        // The near root (-b - sqrt(h)) / a without its cancellation.
-        t = float(c / (std::sqrt(h) - b));
-        return true;
+        // Inside (or not a number); otherwise moving toward the center and
+        // not passing by.
+        const bool inside = !(c > 0.0);
+        const bool hit = inside | ((b < 0.0) & (h >= 0.0));
+        // The near root (-b - sqrt(h)) / a without its cancellation. The root
+        // of |h|: compilers branch to a library call that sets errno before
+        // a root of a negative number, a branch now never taken.
+        const float near = float(c / (std::sqrt(std::fabs(h)) - b));
+        // 0 from inside: the bits of the root masked off, not a select,
+        // which compilers turn back into a branch.
+        std::uint32_t bits;
+        std::memcpy(&bits, &near, sizeof bits);
+        bits &= std::uint32_t(inside) - 1u;
+        std::memcpy(&t, &bits, sizeof t);
+        return hit;
     }
     using BoundingVolume::Intersects;
     // The pairs with a test of their own, without the dispatch on kinds.

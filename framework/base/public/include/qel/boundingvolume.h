@@ -65,7 +65,7 @@ public:
     virtual float Distance(const Vector3& point) const = 0;
     // The first point of the ray inside the volume: t >= 0 in units of the
     // ray's direction, 0 when the ray starts inside. A zero direction hits
-    // exactly when the origin is inside.
+    // exactly when the origin is inside. A miss may change t.
     virtual bool IntersectRay(const Ray& ray, float& t) const = 0;
     // The first point of the segment from start to end inside the volume, as
     // a distance from start (0 when start is inside).
@@ -91,19 +91,21 @@ protected:
     BoundingVolume& operator=(const BoundingVolume&) = default;
 
     // Narrows [enter, leave] to where a ray at `o` along an axis, moving `d`
-    // along it, lies within [-h, h]; false once that range is empty (or the
-    // ray runs parallel outside the slab).
+    // along it, lies within [-h, h]; false when the ray runs parallel
+    // outside the slab. The range may come out empty (enter > leave), which
+    // the caller asks after its last slab: a branch out of every slab would
+    // be mispredicted on every other ray of a loop that hits half the time.
     static bool ClipToSlab(float o, float d, float h, float& enter, float& leave)
     {
         if (d == 0.0f)
-            return std::fabs(o) <= h && !(enter > leave);
-        const float inverse = 1.0f / d;
-        float t0 = (-h - o) * inverse, t1 = (h - o) * inverse;
-        if (t0 > t1)
-            std::swap(t0, t1);
-        enter = (std::max)(enter, t0);
-        leave = (std::min)(leave, t1);
-        return !(enter > leave);
+            return std::fabs(o) <= h;
+        // The near face is the one the ray moves toward: h signed as d,
+        // without a select, which compilers turn into a branch.
+        const float inverse = 1.0f / d, toward = std::copysign(h, d);
+        const float near = (-toward - o) * inverse, far = (toward - o) * inverse;
+        enter = (std::max)(enter, near);
+        leave = (std::min)(leave, far);
+        return true;
     }
 
 private:

@@ -6,6 +6,8 @@
 #include <qel/vector3.h>
 
 #include <cmath>
+#include <cstdint>
+#include <cstring>
 
 namespace qel
 {
@@ -105,7 +107,12 @@ private:
     // double, where the fourth powers of float lengths neither overflow nor
     // vanish. The longest edge is picked by value: std::max returns a
     // reference, which puts the lengths in memory inside callers' loops and
-    // keeps the test from being hoisted out of them.
+    // keeps the test from being hoisted out of them. Both sides are compared
+    // as their bits, which order non-negative doubles as their values do:
+    // compilers hoist the two sides out of a caller's loop but not the
+    // comparison, which then is one integer compare of two registers
+    // instead of a double's move, load and compare. (A triangle with NaN
+    // corners may be taken either way.)
     static bool IsFlat(const Vector3& ab, const Vector3& ac)
     {
         const Vector3 bc = ac - ab, n = ab.Cross(ac);
@@ -113,7 +120,11 @@ private:
         const float l23 = l3 > l2 ? l3 : l2;
         const double longest = l23 > l1 ? l23 : l1;
         const double area = double(n.x) * n.x + double(n.y) * n.y + double(n.z) * n.z;
-        return !(area > longest * longest * 1e-12);
+        const double limit = longest * longest * 1e-12;
+        std::int64_t areaBits, limitBits;
+        std::memcpy(&areaBits, &area, sizeof areaBits);
+        std::memcpy(&limitBits, &limit, sizeof limitBits);
+        return !(areaBits > limitBits);
     }
     // The closest point of the three edges. Static, with the corners by
     // value: the triangle's address does not escape from callers' loops.
