@@ -26,7 +26,8 @@
 // in the node leave it Shrunk, the room kept in the link past the last
 // item; a node whose items move to a list keeps its room in its count. A
 // parser's node destroyed before its file is left in place as a dead node
-// (type 0) whose count is its size in 8-byte units.
+// (type 0) whose count is its size in 8-byte units, Shrunk when 4 bytes
+// more: nodes lie on 4-byte boundaries, packed.
 #pragma once
 
 #include <qel/export.h>
@@ -221,9 +222,9 @@ struct ParsedLinks
             bytes = u32(sizeof(ParsedComment));
             break;
         default:
-            return 8 * count;
+            return 8 * count + (node.m_Word & ParsedNode::Shrunk ? 4 : 0);
         }
-        return (bytes + 7) & ~7u;
+        return bytes;
     }
     // Leaves a parser's node, its destructor run, as a dead node of `bytes`.
     static void Bury(ParsedNode* node, u32 bytes);

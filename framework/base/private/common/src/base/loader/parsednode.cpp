@@ -649,29 +649,25 @@ public:
     void Print(OutputStream&, u32) override {}
 };
 
-u32 Rounded(u32 bytes)
-{
-    return (bytes + 7) & ~7u;
-}
-
 } // namespace
 
 void ParsedLinks::Bury(ParsedNode* node, u32 bytes)
 {
     new (node) DeadNode;
-    node->m_Word = ParsedNode::InFile | (bytes / 8) << ParsedNode::CountShift;
+    node->m_Word = ParsedNode::InFile | (bytes % 8 ? u32(ParsedNode::Shrunk) : 0u) |
+                   (bytes / 8) << ParsedNode::CountShift;
 }
 
 u32 ParsedLinks::PlacedBytes(u32 count)
 {
-    return Rounded(Rounded(u32(sizeof(DeadNode))) + 4 * count);
+    return u32(sizeof(DeadNode)) + 4 * count;
 }
 
 u32* ParsedLinks::Place(void* place, u32 count)
 {
     ParsedNode* node = static_cast<ParsedNode*>(place);
     Bury(node, PlacedBytes(count));
-    return reinterpret_cast<u32*>(reinterpret_cast<char*>(node) + Rounded(sizeof(DeadNode)));
+    return reinterpret_cast<u32*>(reinterpret_cast<char*>(node) + sizeof(DeadNode));
 }
 
 void ParsedLinks::ReleaseMadeByHand(ParsedNode& node, u32& first)

@@ -46,12 +46,6 @@ Node* Made(Node* node)
     return node;
 }
 
-// Nodes are laid out on 8-byte boundaries.
-u32 Rounded(u32 bytes)
-{
-    return (bytes + 7) & ~7u;
-}
-
 } // namespace
 
 Parser* Parser::CreateSingletonInstance()
@@ -345,7 +339,7 @@ void Parser::ReadComment()
             if (m_Current != '\r')
                 gathered.push_back(m_Current);
     }
-    ParsedComment* comment = new (Place(Rounded(sizeof(ParsedComment)))) ParsedComment;
+    ParsedComment* comment = new (Place(u32(sizeof(ParsedComment)))) ParsedComment;
     comment->m_Word |= ParsedNode::InFile;
     m_Children.push_back(comment);
     Record* record = nullptr;
@@ -432,7 +426,7 @@ void Parser::ReadHead()
 inline u32 Parser::EntryBytes(u32 count) const
 {
     // A listed entry keeps the room of one link.
-    return Rounded(m_EntryItems + 4 * (count > ParsedNode::MaxCount || count == 0 ? 1 : count));
+    return m_EntryItems + 4 * (count > ParsedNode::MaxCount || count == 0 ? 1 : count);
 }
 
 // In line in the reading steps: as a call it took a fortieth of a parse's
@@ -557,7 +551,7 @@ void Parser::CloseSection()
     if (count == 0)
         m_Children.push_back(nullptr); // its place
     const bool listed = count > ParsedNode::MaxCount;
-    const u32 bytes = Rounded(m_SectionItems + 4 * (listed || count == 0 ? 1 : count));
+    const u32 bytes = m_SectionItems + 4 * (listed || count == 0 ? 1 : count);
     const u32 parameters = open.named ? u32(m_Parameters.size()) - open.parameters : 0;
     const u32 nameBytes = open.named ? EntryBytes(parameters) : 0;
     char* const place = static_cast<char*>(Place(bytes + nameBytes));
