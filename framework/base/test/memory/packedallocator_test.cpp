@@ -470,11 +470,12 @@ TEST(ThreadCaches, CachedBlocksAreCountedShownAndGoBackAtTheThreadsEnd)
     qeltest::ExpectFreeAllVoidsTheCache(packed, 1000, 1024, [&] { return packed.GetStatistics(); });
 }
 
-// Allocators past the thread's places share one: each then finds its own
-// cache past the place, and serves the blocks cached there, never another's.
+// Homes are given places round the thread's four: the fifth allocator made
+// looks first in the first one's place. In a fresh thread it finds the
+// first's cache there, makes its own elsewhere, and serves from that one,
+// never from the first's.
 TEST(PackedAllocatorThreadCaches, AllocatorsSharingAPlaceServeTheirOwnBlocks)
 {
-    // One more than a thread has places: the last takes the first's.
     std::vector<std::unique_ptr<PackedAllocator>> packed;
     for (int i = 0; i < 5; ++i)
     {
@@ -483,14 +484,22 @@ TEST(PackedAllocatorThreadCaches, AllocatorsSharingAPlaceServeTheirOwnBlocks)
     }
     PackedAllocator& first = *packed.front();
     PackedAllocator& last = *packed.back();
-    void* a = first.Malloc(1000); // the refill leaves more in its cache
-    void* b = last.Malloc(1000);  // takes the place
-    void* c = first.Malloc(1000);
-    EXPECT_EQ(qel::Allocator::GetOwner(c), &first);
-    EXPECT_EQ(qel::Allocator::GetOwner(b), &last);
-    for (void* p : {a, c})
-        first.Free(p);
-    last.Free(b);
+    std::thread(
+        [&]
+        {
+            void* a = first.Malloc(1000); // the refill leaves more in its cache
+            void* b = last.Malloc(1000);
+            void* c = last.Malloc(1000); // from its own cache, past the first look
+            EXPECT_EQ(qel::Allocator::GetOwner(a), &first);
+            EXPECT_EQ(qel::Allocator::GetOwner(b), &last);
+            EXPECT_EQ(qel::Allocator::GetOwner(c), &last);
+            first.Free(a);
+            for (void* p : {b, c})
+                last.Free(p);
+        })
+        .join();
+    EXPECT_EQ(first.GetStatistics().currentAllocations + last.GetStatistics().currentAllocations,
+              0u);
 }
 
 // A cache refilled when no run has room takes a run sized for its class:
