@@ -73,22 +73,14 @@ TEST(HybridAllocator, RoutesByRoundedSizeAndFallsThroughToBig)
 
     // No page left for the pool: 250 bytes come from the packed run that
     // still has room.
-    qel::PageManager& pages = qel::PageManager::GetSingletonInstance();
-    const u32 first = pages.GetFirstMetapageSize(), maximum = pages.GetMaximumSize(),
-              step = pages.GetMetapageStep();
-    Allocator* drain = qel::Mem::CreatePageAllocator();
-    qel::Mem::SetPageManagerLimits(first, pages.GetSystemBytes(), step);
-    std::vector<void*> drained;
-    while (void* page = drain->MallocNoThrow(4096))
-        drained.push_back(page);
-    void* at250 = hybrid.MallocNoThrow(250);
-    EXPECT_EQ(Allocator::GetOwner(at250), &packed);
-    grown = hybrid.ReAllocNoThrow(grown, 250); // the pool cannot grow it: moved to packed
-    EXPECT_EQ(Allocator::GetOwner(grown), &packed);
-    for (void* page : drained)
-        drain->Free(page);
-    delete drain;
-    qel::Mem::SetPageManagerLimits(first, maximum, step);
+    void* at250;
+    {
+        qeltest::PagesDrained drained;
+        at250 = hybrid.MallocNoThrow(250);
+        EXPECT_EQ(Allocator::GetOwner(at250), &packed);
+        grown = hybrid.ReAllocNoThrow(grown, 250); // the pool cannot grow it: moved to packed
+        EXPECT_EQ(Allocator::GetOwner(grown), &packed);
+    }
     for (void* p : {at257, at250, grown})
         hybrid.Free(p);
     EXPECT_EQ(pool.GetTotals().currentAllocations + packed.GetStatistics().currentAllocations, 0u);

@@ -1,10 +1,13 @@
 // Helpers of the memory tests: capturing a dump, spelling addresses as the
-// dumps and messages do, and a seeded multithreaded churn with content checks.
+// dumps and messages do, a seeded multithreaded churn with content checks,
+// and a page manager left with no page to give.
 #pragma once
 
 #include <qel/allocator.h>
 #include <qel/allocatorstatistics.h>
+#include <qel/mem.h>
 #include <qel/outputstream.h>
+#include <qel/pagemanager.h>
 #include <qel/provider.h>
 
 #include <gtest/gtest.h>
@@ -13,7 +16,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <future>
 #include <mutex>
 #include <random>
 #include <string>
@@ -199,37 +201,34 @@ inline long HeldInOtherThreadsCaches(DumpCapture& dump)
     return -1;
 }
 
-// A worker thread takes `count` blocks of each of `sizes` and frees them,
-// four rounds over, then waits while `totals()` is read here: what its cache
-// holds alone. The worker has ended, its cache gone back, on return.
-template <class Totals>
-qel::AllocatorStatistics TotalsWhileAThreadHoldsItsCache(qel::Allocator& allocator,
-                                                         const std::vector<unsigned>& sizes,
-                                                         int count, Totals totals)
+// While it lives, the page manager may take nothing more from the system
+// and every page it has is taken: allocators find no page to grow by.
+class PagesDrained
 {
-    std::promise<void> used, checked;
-    std::thread worker(
-        [&]
-        {
-            std::vector<void*> blocks;
-            for (int round = 0; round < 4; ++round)
-                for (unsigned size : sizes)
-                {
-                    for (int i = 0; i < count; ++i)
-                        blocks.push_back(allocator.Malloc(size));
-                    for (void* p : blocks)
-                        allocator.Free(p);
-                    blocks.clear();
-                }
-            used.set_value();
-            checked.get_future().wait();
-        });
-    used.get_future().wait();
-    const qel::AllocatorStatistics held = totals();
-    checked.set_value();
-    worker.join();
-    return held;
-}
+public:
+    PagesDrained()
+    {
+        qel::Mem::SetPageManagerLimits(m_First, m_Pages.GetSystemBytes(), m_Step);
+        while (void* page = m_Drain->MallocNoThrow(4096))
+            m_Taken.push_back(page);
+    }
+    ~PagesDrained()
+    {
+        for (void* page : m_Taken)
+            m_Drain->Free(page);
+        delete m_Drain;
+        qel::Mem::SetPageManagerLimits(m_First, m_Maximum, m_Step);
+    }
+    PagesDrained(const PagesDrained&) = delete;
+    PagesDrained& operator=(const PagesDrained&) = delete;
+
+private:
+    qel::PageManager& m_Pages = qel::PageManager::GetSingletonInstance();
+    const qel::u32 m_First = m_Pages.GetFirstMetapageSize(), m_Maximum = m_Pages.GetMaximumSize(),
+                   m_Step = m_Pages.GetMetapageStep();
+    qel::Allocator* m_Drain = qel::Mem::CreatePageAllocator();
+    std::vector<void*> m_Taken;
+};
 
 // Blocks cached by this thread go with FreeAll, and the allocator serves on:
 // a block of `size` (`usable` bytes written) is then the only one counted.

@@ -1,9 +1,11 @@
 // The packed allocator: the need and run-size rules, the choice among runs and
 // among free chunks, merging, set-aside runs, runs going back, reallocation
-// in place and across pages, reports of bad frees, the dumps and the checks.
-// Moves to another allocator (Transfert) are tested through the hybrid.
+// in place and across pages, reports of bad frees, the dumps and the checks;
+// its thread caches, and those of the pool where both behave alike. Moves to
+// another allocator (Transfert) are tested through the hybrid.
 #include <qel/packedallocator.h>
 #include <qel/pagemanager.h>
+#include <qel/poolallocator.h>
 
 #include "memory/memorytest.h"
 #include "support/scriptedhost.h"
@@ -12,7 +14,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <future>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -331,69 +335,171 @@ TEST(PackedAllocator, DestructionListsWhatIsStillAllocated)
     EXPECT_NE(output.find(Hex(leak) + Format("\t%16u", 112)), std::string::npos) << output;
 }
 
-// Cached blocks count as allocated: other threads' dumps say how many a
-// thread holds, and they go back when it ends. A request takes its class's
-// capacity; freeing a cached block again is a reported double free; FreeAll
-// voids every cache.
-TEST(PackedAllocatorThreadCaches, CachedBlocksAreCountedShownAndGoBackAtTheThreadsEnd)
+// The pool's and the packed allocator's thread caches alike, each case with
+// blocks of its own allocator's sizes.
+struct CacheCase
 {
-    PackedAllocator packed("Cached", 256);
+    const char* name;
+    qel::Allocator& allocator;
+    std::function<qel::AllocatorStatistics()> totals;
+};
+
+// However a thread uses its cache, what the cache holds stays within its
+// allocator's documented bound (80 KB for the pool, about 2.05 MB for the
+// packed allocator), and goes back when the thread ends.
+TEST(ThreadCaches, AThreadsCacheStaysWithinItsBudget)
+{
+    qel::PoolAllocator pool;
+    PackedAllocator packed("Budget", 256);
+    pool.EnableThreadCaches();
     packed.EnableThreadCaches();
-    std::promise<void> filled, checked;
-    std::shared_future<void> done = checked.get_future().share();
-    std::thread worker(
-        [&]
-        {
-            // The classes of 1024 and 3072 bytes, the second kept.
-            void* p = packed.Malloc(1000);
-            packed.Free(p);
-            char* kept = static_cast<char*>(packed.Malloc(3000));
-            std::memset(kept, 1, 3072);
-            filled.set_value();
-            done.wait();
-            EXPECT_EQ(packed.GetStatistics().currentAllocations, 1u); // its own went back
-            packed.Free(kept);
-        });
-    filled.get_future().wait();
-    qeltest::DumpCapture dump;
-    packed.DumpStatistics(PackedAllocator::DumpUsage, nullptr, nullptr, dump.Stream(), nullptr);
-    const long held = qeltest::HeldInOtherThreadsCaches(dump);
-    EXPECT_GE(held, 1); // the block of 1024 at least
-    EXPECT_EQ(packed.GetStatistics().currentAllocations, u32(held) + 1);
-    EXPECT_GE(packed.GetStatistics().currentUsedSize, 1024u + 3072u);
-    EXPECT_TRUE(packed.ValidateMemory()); // cached headers are sound
-    checked.set_value();
-    worker.join();
-    EXPECT_EQ(packed.GetStatistics().currentAllocations, 0u);
-    EXPECT_EQ(packed.GetStatistics().currentPages, 0u);
+    std::vector<unsigned> small, large;
+    for (unsigned size = 16; size <= 256; size += 16)
+        small.push_back(size);
+    for (unsigned size = 256; size <= 65536; size += size / 8)
+        large.push_back(size);
+    const struct
+    {
+        CacheCase cache;
+        const std::vector<unsigned>& sizes;
+        int count;
+        u32 budget;
+    } cases[] = {
+        {{"pool", pool, [&] { return pool.GetTotals(); }}, small, 2000, 80u * 1024},
+        {{"packed", packed, [&] { return packed.GetStatistics(); }}, large, 40, 2100u * 1024},
+    };
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(c.cache.name);
+        // Four rounds over the sizes, `count` blocks of each taken and freed.
+        std::promise<void> used, checked;
+        std::thread worker(
+            [&]
+            {
+                std::vector<void*> blocks;
+                for (int round = 0; round < 4; ++round)
+                    for (unsigned size : c.sizes)
+                    {
+                        for (int i = 0; i < c.count; ++i)
+                            blocks.push_back(c.cache.allocator.Malloc(size));
+                        for (void* p : blocks)
+                            c.cache.allocator.Free(p);
+                        blocks.clear();
+                    }
+                used.set_value();
+                checked.get_future().wait();
+            });
+        used.get_future().wait();
+        const qel::AllocatorStatistics held = c.cache.totals(); // the worker's cache alone
+        checked.set_value();
+        worker.join();
+        EXPECT_GT(held.currentUsedSize, 0u);
+        EXPECT_LE(held.currentUsedSize, c.budget);
+        EXPECT_EQ(c.cache.totals().currentAllocations, 0u);
+    }
+}
+
+// A thread's cache counts as allocated while the thread lives: other
+// threads' dumps say how many blocks it holds, its own statistics calls give
+// it back first, and it goes back when the thread ends. A block freed twice
+// is reported as its cache goes back; FreeAll voids every cache.
+TEST(ThreadCaches, CachedBlocksAreCountedShownAndGoBackAtTheThreadsEnd)
+{
+    qel::PoolAllocator pool;
+    PackedAllocator packed("Cached", 256);
+    pool.EnableThreadCaches();
+    packed.EnableThreadCaches();
+    // The worker takes and frees `count` blocks of `freed` bytes, then keeps
+    // one of `kept` (`usable` bytes written).
+    const struct
+    {
+        CacheCase cache;
+        unsigned freed, count, kept, usable;
+    } cases[] = {
+        {{"pool", pool, [&] { return pool.GetTotals(); }}, 16, 10, 40, 48},
+        {{"packed", packed, [&] { return packed.GetStatistics(); }}, 1000, 1, 3000, 3072},
+    };
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(c.cache.name);
+        qel::Allocator& allocator = c.cache.allocator;
+        std::promise<void> filled, checked;
+        std::shared_future<void> done = checked.get_future().share();
+        char* kept = nullptr;
+        std::thread worker(
+            [&]
+            {
+                std::vector<void*> blocks;
+                for (unsigned i = 0; i < c.count; ++i)
+                    blocks.push_back(allocator.Malloc(c.freed));
+                for (void* block : blocks)
+                    allocator.Free(block);
+                kept = static_cast<char*>(allocator.Malloc(c.kept));
+                std::memset(kept, 1, c.usable);
+                filled.set_value();
+                done.wait();
+                EXPECT_EQ(c.cache.totals().currentAllocations, 1u); // its own cache went back
+                allocator.Free(kept);
+            });
+        filled.get_future().wait();
+        EXPECT_EQ(qel::Allocator::GetOwner(kept), &allocator);
+        qeltest::DumpCapture dump;
+        allocator.DumpStatistics(1, nullptr, nullptr, dump.Stream(), nullptr); // usage
+        const long held = qeltest::HeldInOtherThreadsCaches(dump);
+        EXPECT_GE(held, long(c.count)); // the freed blocks at least
+        EXPECT_EQ(c.cache.totals().currentAllocations, u32(held) + 1);
+        EXPECT_GE(c.cache.totals().currentUsedSize, c.freed * c.count + c.usable);
+        EXPECT_TRUE(allocator.ValidateMemory()); // cached blocks are sound
+        checked.set_value();
+        worker.join();
+        EXPECT_EQ(c.cache.totals().currentAllocations, 0u);
+        EXPECT_EQ(c.cache.totals().currentPages, 0u);
+    }
 
     qeltest::ScriptedHost host;
     void* q = packed.Malloc(1000);
     packed.Free(q);
     packed.Free(q);
-    packed.GetStatistics(); // a block freed twice is found when its thread's cache goes back
+    packed.GetStatistics(); // the cache goes back: the second free is found
     EXPECT_EQ(Asked(host, "PackedAllocator::Free(): " + Hex(q) +
                               " is not a live block of this allocator!"),
               1u);
     EXPECT_FALSE(packed.IsValidPointer(q));
 
+    qeltest::ExpectFreeAllVoidsTheCache(pool, 32, 32, [&] { return pool.GetTotals(); });
     qeltest::ExpectFreeAllVoidsTheCache(packed, 1000, 1024, [&] { return packed.GetStatistics(); });
 }
 
-// However a thread uses its cache, what the cache holds stays within the
-// documented bound (about 2.05 MB), and goes back when the thread ends.
-TEST(PackedAllocatorThreadCaches, AThreadsCacheStaysWithinItsBudget)
+// Homes are given places round the thread's four: the fifth allocator made
+// looks first in the first one's place. In a fresh thread it finds the
+// first's cache there, makes its own elsewhere, and serves from that one,
+// never from the first's.
+TEST(PackedAllocatorThreadCaches, AllocatorsSharingAPlaceServeTheirOwnBlocks)
 {
-    PackedAllocator packed("Budget", 256);
-    packed.EnableThreadCaches();
-    std::vector<unsigned> sizes;
-    for (unsigned size = 256; size <= 65536; size += size / 8)
-        sizes.push_back(size);
-    const qel::AllocatorStatistics held = qeltest::TotalsWhileAThreadHoldsItsCache(
-        packed, sizes, 40, [&] { return packed.GetStatistics(); });
-    EXPECT_GT(held.currentUsedSize, 0u);
-    EXPECT_LE(held.currentUsedSize, 2100u * 1024);
-    EXPECT_EQ(packed.GetStatistics().currentAllocations, 0u);
+    std::vector<std::unique_ptr<PackedAllocator>> packed;
+    for (int i = 0; i < 5; ++i)
+    {
+        packed.emplace_back(new PackedAllocator("Shared", 256));
+        packed.back()->EnableThreadCaches();
+    }
+    PackedAllocator& first = *packed.front();
+    PackedAllocator& last = *packed.back();
+    std::thread(
+        [&]
+        {
+            void* a = first.Malloc(1000); // the refill leaves more in its cache
+            void* b = last.Malloc(1000);
+            void* c = last.Malloc(1000); // from its own cache, past the first look
+            EXPECT_EQ(qel::Allocator::GetOwner(a), &first);
+            EXPECT_EQ(qel::Allocator::GetOwner(b), &last);
+            EXPECT_EQ(qel::Allocator::GetOwner(c), &last);
+            first.Free(a);
+            for (void* p : {b, c})
+                last.Free(p);
+        })
+        .join();
+    EXPECT_EQ(first.GetStatistics().currentAllocations + last.GetStatistics().currentAllocations,
+              0u);
 }
 
 // A cache refilled when no run has room takes a run sized for its class:

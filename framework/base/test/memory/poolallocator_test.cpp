@@ -1,7 +1,6 @@
 // The pool allocator: size classes, page layout and return, the realloc
 // rule, the fall-back to larger classes, FreeAll, the dumps, and a seeded
 // multithreaded stress test with content checks.
-#include <qel/mem.h>
 #include <qel/packedallocator.h>
 #include <qel/pagemanager.h>
 #include <qel/poolallocator.h>
@@ -13,9 +12,7 @@
 
 #include <algorithm>
 #include <cstring>
-#include <future>
 #include <random>
-#include <thread>
 #include <vector>
 
 namespace
@@ -187,32 +184,20 @@ TEST(PoolAllocator, FreeAllKeepsThePeaks)
 
 TEST(PoolAllocator, ExhaustedPageManagerFallsBackToTheSmallestLargerClass)
 {
-    qel::PageManager& pages = qel::PageManager::GetSingletonInstance();
     PoolAllocator pool;
-    qel::Allocator* drain = qel::Mem::CreatePageAllocator();
-    ASSERT_NE(drain, nullptr);
     void* big = pool.MallocNoThrow(48);    // class 2 gets a page
     void* bigger = pool.MallocNoThrow(96); // class 5 too
-
-    const u32 first = pages.GetFirstMetapageSize(), maximum = pages.GetMaximumSize(),
-              step = pages.GetMetapageStep();
-    qel::Mem::SetPageManagerLimits(first, pages.GetSystemBytes(), step);
-    std::vector<void*> drained;
-    while (void* page = drain->MallocNoThrow(4096))
-        drained.push_back(page);
-
-    void* fallback = pool.MallocNoThrow(16);
-    EXPECT_NE(fallback, nullptr);
-    EXPECT_EQ(pool.GetStatistics(2).currentAllocations, 2u); // served by the 48-byte class
-    EXPECT_EQ(pool.GetStatistics(0).currentPages, 0u);
-    void* fromFive = pool.MallocNoThrow(64); // classes 3 and 4 have no page: class 5
-    EXPECT_EQ(pool.GetStatistics(5).currentAllocations, 2u);
-    EXPECT_EQ(pool.MallocNoThrow(256), nullptr); // nothing larger than the last class
-
-    for (void* page : drained)
-        drain->Free(page);
-    delete drain;
-    qel::Mem::SetPageManagerLimits(first, maximum, step);
+    void *fallback, *fromFive;
+    {
+        qeltest::PagesDrained drained;
+        fallback = pool.MallocNoThrow(16);
+        EXPECT_NE(fallback, nullptr);
+        EXPECT_EQ(pool.GetStatistics(2).currentAllocations, 2u); // served by the 48-byte class
+        EXPECT_EQ(pool.GetStatistics(0).currentPages, 0u);
+        fromFive = pool.MallocNoThrow(64); // classes 3 and 4 have no page: class 5
+        EXPECT_EQ(pool.GetStatistics(5).currentAllocations, 2u);
+        EXPECT_EQ(pool.MallocNoThrow(256), nullptr); // nothing larger than the last class
+    }
     for (void* p : {big, bigger, fallback, fromFive})
         pool.Free(p);
     EXPECT_EQ(pool.GetTotals().currentPages, 0u);
@@ -322,62 +307,6 @@ TEST(PoolAllocatorStress, ThreadsChurnWithContentChecks)
         EXPECT_EQ(pool.GetTotals().currentAllocations, 0u) << cached;
         EXPECT_EQ(pool.GetTotals().currentPages, 0u) << cached;
     }
-}
-
-// However a thread uses its cache, what the cache holds stays within the
-// documented 80 KB, and goes back when the thread ends.
-TEST(PoolAllocatorThreadCaches, AThreadsCacheStaysWithinItsBudget)
-{
-    PoolAllocator pool;
-    pool.EnableThreadCaches();
-    std::vector<unsigned> sizes;
-    for (unsigned size = 16; size <= 256; size += 16)
-        sizes.push_back(size);
-    const qel::AllocatorStatistics held = qeltest::TotalsWhileAThreadHoldsItsCache(
-        pool, sizes, 2000, [&] { return pool.GetTotals(); });
-    EXPECT_GT(held.currentUsedSize, 0u);
-    EXPECT_LE(held.currentUsedSize, 80u * 1024);
-    EXPECT_EQ(pool.GetTotals().currentAllocations, 0u);
-}
-
-// A thread's cache counts as allocated while the thread lives: other
-// threads' dumps say how many blocks it holds, its own statistics calls give
-// it back first, and it goes back when the thread ends. FreeAll voids every
-// cache.
-TEST(PoolAllocatorThreadCaches, CachedBlocksAreCountedShownAndGiveBackAtTheThreadsEnd)
-{
-    PoolAllocator pool;
-    pool.EnableThreadCaches();
-    std::promise<void> filled, checked;
-    std::shared_future<void> done = checked.get_future().share();
-    void* kept = nullptr;
-    std::thread worker(
-        [&]
-        {
-            void* blocks[10];
-            for (void*& block : blocks)
-                block = pool.Malloc(16);
-            for (void* block : blocks)
-                pool.Free(block);
-            kept = pool.Malloc(40);
-            filled.set_value();
-            done.wait();
-            EXPECT_EQ(pool.GetTotals().currentAllocations, 1u); // its own cache went back
-            pool.Free(kept);
-        });
-    filled.get_future().wait();
-    EXPECT_EQ(qel::Allocator::GetOwner(kept), &pool);
-    qeltest::DumpCapture dump;
-    pool.DumpStatistics(PoolAllocator::DumpUsage, nullptr, nullptr, dump.Stream(), nullptr);
-    const long held = qeltest::HeldInOtherThreadsCaches(dump);
-    EXPECT_GE(held, 10); // the 16-byte blocks at least
-    EXPECT_EQ(pool.GetTotals().currentAllocations, u32(held) + 1);
-    checked.set_value();
-    worker.join();
-    EXPECT_EQ(pool.GetTotals().currentAllocations, 0u);
-    EXPECT_EQ(pool.GetTotals().currentPages, 0u);
-
-    qeltest::ExpectFreeAllVoidsTheCache(pool, 32, 32, [&] { return pool.GetTotals(); });
 }
 
 // A thread's cache outlives its allocator: one made later in the same place
