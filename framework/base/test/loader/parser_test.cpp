@@ -331,47 +331,87 @@ TEST_F(ParserTest, SyntaxErrorsAreFatalWithTheTreeTrace)
 
 // Enough texts to grow the table several times and to rebuild it over the
 // tombstones of released ones: short and long texts, texts that are
-// prefixes of others, and a literal handed over without copy.
-TEST(ParsedStringPool, KeepsItsPointersThroughGrowthAndRebuilds)
+// prefixes of others, and a literal handed over without copy. The table
+// reaches its records through a window of addresses and a list of those
+// outside it: the window is left where the pool placed it, moved past
+// every record before the texts come, or moved to start at one of them
+// once they are pooled, so that some lie below it.
+TEST(ParsedStringPool, KeepsItsPointersThroughGrowthRebuildsAndWindowMoves)
 {
-    const u32 before = ParsedStringPool::GetCount();
-    static const char literal[] = "pool growth literal";
-    EXPECT_EQ(ParsedStringPool::Create(literal, false), literal);
-    std::vector<std::string> texts;
-    for (int i = 0; i < 6000; ++i)
-        texts.push_back((i % 3 ? "g" : "a pooled text longer than sixteen ") + std::to_string(i));
-    std::vector<const char*> pooled;
-    for (const std::string& text : texts)
-        pooled.push_back(ParsedStringPool::Create(text.c_str(), u32(text.size()), true));
-    for (int round = 0; round < 3; ++round)
+    enum Window
     {
-        // Release and intern again every other text: tombstones pile up
-        // and the table is rebuilt under them.
-        for (std::size_t i = 0; i < texts.size(); i += 2)
-            ParsedStringPool::Release(pooled[i]);
-        for (std::size_t i = 0; i < texts.size(); i += 2)
-            pooled[i] = ParsedStringPool::Create(texts[i].c_str(), true);
-    }
-    EXPECT_EQ(ParsedStringPool::GetCount(), before + 1 + texts.size());
-    EXPECT_EQ(ParsedStringPool::Search("pool growth literal"), literal);
-    for (std::size_t i = 0; i < texts.size(); ++i)
+        Placed,
+        PastEveryRecord,
+        AtOneOfThem
+    };
+    for (Window window : {Placed, PastEveryRecord, AtOneOfThem})
     {
-        ASSERT_STREQ(pooled[i], texts[i].c_str());
-        ASSERT_NE(pooled[i], texts[i].c_str()); // a copy
-        ASSERT_EQ(ParsedStringPool::Search(texts[i].c_str()), pooled[i]) << texts[i];
-        // A copy of the text held elsewhere finds the pooled one.
-        const std::string copy = texts[i];
-        ASSERT_EQ(ParsedStringPool::Create(copy.c_str(), true), pooled[i]);
-        ParsedStringPool::Release(copy.c_str());
+        SCOPED_TRACE(window);
+        const u32 before = ParsedStringPool::GetCount();
+        std::uintptr_t placed = 0;
+        if (window == PastEveryRecord)
+        {
+            ASSERT_TRUE(ParsedStringPool::MoveWindow(~std::uintptr_t(0), placed));
+        }
+        static const char literal[] = "pool growth literal";
+        EXPECT_EQ(ParsedStringPool::Create(literal, false), literal);
+        std::vector<std::string> texts;
+        for (int i = 0; i < 6000; ++i)
+            texts.push_back((i % 3 ? "g" : "a pooled text longer than sixteen ") +
+                            std::to_string(i));
+        std::vector<const char*> pooled;
+        for (const std::string& text : texts)
+            pooled.push_back(ParsedStringPool::Create(text.c_str(), u32(text.size()), true));
+        if (window == AtOneOfThem)
+        {
+            ASSERT_TRUE(ParsedStringPool::MoveWindow(std::uintptr_t(pooled[3000]), placed));
+        }
+        const u32 far = ParsedStringPool::GetFarCount();
+        if (window == Placed)
+            EXPECT_EQ(far, 0u);
+        else if (window == PastEveryRecord)
+            EXPECT_EQ(far, ParsedStringPool::GetCount());
+        else
+            EXPECT_TRUE(far > 0 && far < ParsedStringPool::GetCount()) << far;
+        for (int round = 0; round < 3; ++round)
+        {
+            // Release and intern again every other text: tombstones pile up
+            // and the table is rebuilt under them.
+            for (std::size_t i = 0; i < texts.size(); i += 2)
+                ParsedStringPool::Release(pooled[i]);
+            for (std::size_t i = 0; i < texts.size(); i += 2)
+                pooled[i] = ParsedStringPool::Create(texts[i].c_str(), true);
+        }
+        EXPECT_EQ(ParsedStringPool::GetCount(), before + 1 + texts.size());
+        EXPECT_EQ(ParsedStringPool::Search("pool growth literal"), literal);
+        for (std::size_t i = 0; i < texts.size(); ++i)
+        {
+            ASSERT_STREQ(pooled[i], texts[i].c_str());
+            ASSERT_NE(pooled[i], texts[i].c_str()); // a copy
+            ASSERT_EQ(ParsedStringPool::Search(texts[i].c_str()), pooled[i]) << texts[i];
+            // A copy of the text held elsewhere finds the pooled one.
+            const std::string copy = texts[i];
+            ASSERT_EQ(ParsedStringPool::Create(copy.c_str(), true), pooled[i]);
+            ParsedStringPool::Release(copy.c_str());
+        }
+        EXPECT_EQ(ParsedStringPool::Search("g1"), pooled[1]);
+        EXPECT_EQ(ParsedStringPool::Search("g"), nullptr);
+        EXPECT_EQ(ParsedStringPool::Search("g100000"), nullptr);
+        // A text of a pooled one's tag but longer is told apart by length.
+        EXPECT_EQ(ParsedStringPool::Search("g1000000000000000000000000000000"), nullptr);
+        if (window != Placed)
+        {
+            std::uintptr_t moved;
+            ASSERT_TRUE(ParsedStringPool::MoveWindow(placed, moved));
+            EXPECT_EQ(ParsedStringPool::GetFarCount(), 0u);
+            EXPECT_EQ(ParsedStringPool::Search(texts[4999].c_str()), pooled[4999]);
+        }
+        for (const char* text : pooled)
+            ParsedStringPool::Release(text);
+        ParsedStringPool::Release(literal);
+        EXPECT_EQ(ParsedStringPool::Search("pool growth literal"), nullptr);
+        EXPECT_EQ(ParsedStringPool::GetCount(), before);
     }
-    EXPECT_EQ(ParsedStringPool::Search("g1"), pooled[1]);
-    EXPECT_EQ(ParsedStringPool::Search("g"), nullptr);
-    EXPECT_EQ(ParsedStringPool::Search("g100000"), nullptr);
-    for (const char* text : pooled)
-        ParsedStringPool::Release(text);
-    ParsedStringPool::Release(literal);
-    EXPECT_EQ(ParsedStringPool::Search("pool growth literal"), nullptr);
-    EXPECT_EQ(ParsedStringPool::GetCount(), before);
 }
 
 // Handles take and drop their references without a lookup, where the

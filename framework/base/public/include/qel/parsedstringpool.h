@@ -26,6 +26,7 @@
 #include <qel/types.h>
 
 #include <atomic>
+#include <cstdint>
 #include <vector>
 
 namespace qel
@@ -66,6 +67,14 @@ public:
     // finds no memory (reported by the allocator).
     static bool Carry(Record* record);
 
+    // Moves the window of records the table reaches without its far list
+    // to start at `base` (rounded down to 8 bytes), and gives where it
+    // started: a seam for tests, which move it away to put records
+    // outside. False without memory.
+    static bool MoveWindow(std::uintptr_t base, std::uintptr_t& former);
+    // The number of texts whose records lie outside the window.
+    static u32 GetFarCount();
+
 private:
     template <class T, class Storage>
     friend class Singleton;
@@ -82,31 +91,46 @@ private:
     static u32 HashTerminated(const char* text, u32& length);
     // Create, with the text's hash already worked out.
     static const char* Intern(const char* text, u32 length, u32 hash, bool copy);
-    // One slot of the open-addressing table, eight bytes so that a probe
-    // reads few cache lines: empty (0), a tombstone left by a removal
-    // (kRemoved) that lookups step over, or a record's address with the top
-    // bits of its text's hash above it, so that only a matching slot leads
-    // to the record.
-    typedef u64 Slot;
-
     ParsedStringPool()
-        : m_Slots(nullptr), m_Capacity(0), m_Used(0), m_Count(0), m_Adopted(nullptr),
-          m_AdoptedCount(0), m_AdoptedCapacity(0)
+        : m_Slots(nullptr), m_Tags(nullptr), m_Base(0), m_Placed(false), m_Capacity(0), m_Used(0),
+          m_Count(0), m_Adopted(nullptr), m_AdoptedCount(0), m_AdoptedCapacity(0)
     {
     }
     ~ParsedStringPool();
     ParsedStringPool(const ParsedStringPool&) = delete;
     ParsedStringPool& operator=(const ParsedStringPool&) = delete;
 
+    typedef std::vector<Record*, GeneralAllocator<Record*>> FarList;
+
     static ParsedStringPool* CreateSingletonInstance();
     static void Free(Record* record);
     // The slot holding the text, or the free slot where it would go.
-    Slot* Find(const char* text, u32 length, u32 hash);
+    u32 Find(const char* text, u32 length, u32 hash) const;
     // Grows the table by half, or rebuilds it at its size when tombstones
     // fill it (or makes the first one); false without memory.
     bool Grow();
+    // Remakes the table at `capacity` slots.
+    bool Rebuild(u32 capacity);
+    // The record of a slot that holds one.
+    Record* RecordAt(u32 slot) const;
+    // The slot of a record in the window at `base`, or else of one put on
+    // `far`; false without memory.
+    static bool Place(Record* record, std::uintptr_t base, FarList& far, u32& slot);
+    static bool PlaceFar(Record* record, FarList& far, u32& slot);
+    // Takes a record off the far list, moving the last one in its place.
+    void Unlist(u32 slot);
 
-    Slot* m_Slots;
+    // The open-addressing table: for each slot where its record is (see
+    // base/loader/parsedrecord.h), and beside it, in the same block, a tag
+    // of its text's hash: five bytes a slot, so that the table stays small
+    // and a probe reads few cache lines.
+    u32* m_Slots;
+    std::uint8_t* m_Tags;
+    // The records of the slots lie from here on, up to 30 GB; those that
+    // do not are listed here. The window is placed with the first table.
+    std::uintptr_t m_Base;
+    bool m_Placed;
+    FarList m_Far;
     u32 m_Capacity;
     u32 m_Used;  // texts and tombstones
     u32 m_Count; // texts
@@ -122,7 +146,7 @@ private:
     // Drops a reference of a record; the last removes it.
     void Drop(Record* record);
     // Removes the record in `slot`, which no one refers to.
-    void Remove(Slot* slot);
+    void Remove(u32 slot);
 
     const char** m_Adopted;
     u32 m_AdoptedCount;

@@ -45,44 +45,51 @@ static_assert(sizeof(ParsedStringPool::Record) == 1, "a record's head takes one 
 namespace pooledtext
 {
 
-const u64 kEmpty = 0;
-const u64 kRemoved = 1;
+// A slot is the record's offset from the window's base in 8-byte units
+// (the general allocator's blocks are 8-byte aligned: 30 GB), or empty, or
+// a tombstone left by a removal that lookups step over, or, from kFirstFar
+// on, an index into the pool's list of the records that lie outside the
+// window. Beside it, a tag of its text: the length (kLongTag for any
+// longer) under the top bits of the hash, so that a probe reads a record
+// nearly only for its text, and a compare never reads past a shorter one.
+const u32 kEmpty = 0;
+const u32 kRemoved = 1;
+const u32 kFirstFar = 0xF0000000;
+const u32 kUnit = 8;
+const u32 kTagLengthBits = 5;
+const u32 kLongTag = (1u << kTagLengthBits) - 1;
 
-// A slot keeps the record's address in its low bits (user-space addresses
-// have at most 47 bits on the 64-bit targets), the text's length (255 for
-// any longer) in its top byte, and as many top bits of the hash as fit
-// between them: a lookup reads a record only for a text of its length and
-// nearly always its hash, and compares them a word at a time.
-const u32 kAddressBits = sizeof(void*) == 8 ? 48 : 32;
-const u64 kAddressMask = (u64(1) << kAddressBits) - 1;
-const u32 kLengthShift = 56;
-const u32 kLongest = 255;
-
-inline u64 KeyOf(u32 hash, u32 length)
+inline std::uint8_t TagOf(u32 hash, u32 length)
 {
-    return u64(hash >> (32 - (kLengthShift - kAddressBits))) << kAddressBits |
-           u64(length < kLongest ? length : kLongest) << kLengthShift;
+    return std::uint8_t(hash >> (24 + kTagLengthBits) << kTagLengthBits |
+                        (length < kLongTag ? length : kLongTag));
 }
 
 // The slot a text's probe starts at in a table of `capacity` slots, which
 // grows by half, not double, so that it stays near the size its texts
-// need: the hash's low 24 bits scaled to the table (the top 8, which the
-// slot keeps, come last), rather than masked.
+// need: the hash's low 24 bits scaled to the table (the top 8, whose top
+// bits the slot's tag keeps, come last), rather than masked.
 inline u32 HomeOf(u32 hash, u32 capacity)
 {
     return u32((u64(hash << 8 | hash >> 24) * capacity) >> 32);
 }
 
-inline bool Holds(u64 slot)
+inline bool Holds(u32 slot)
 {
-    return slot != kEmpty && slot != kRemoved;
+    return slot > kRemoved;
 }
 
-// Whether the pooled text, of the same length or both longer than
-// kLongest, is `text` (whose `length` bytes are all that are read).
+inline bool IsNear(u32 slot)
+{
+    return slot - (kRemoved + 1) < kFirstFar - (kRemoved + 1);
+}
+
+// Whether the pooled text, of the same length or both at least kLongTag
+// long, is `text` (whose `length` bytes are all that are read). A longer
+// one is compared up to the pooled text's end, whatever its length.
 inline bool SameText(const char* pooled, const char* text, u32 length)
 {
-    if (length >= kLongest)
+    if (length >= kLongTag)
         return std::strncmp(pooled, text, length) == 0 && pooled[length] == 0;
     if (length > 16)
         return std::memcmp(pooled, text, length) == 0;
@@ -100,25 +107,38 @@ inline bool SameText(const char* pooled, const char* text, u32 length)
 }
 
 template <class Record>
-Record* RecordIn(u64 slot)
+Record* NearRecord(std::uintptr_t base, u32 slot)
 {
-    return reinterpret_cast<Record*>(std::uintptr_t(slot & kAddressMask));
+    return reinterpret_cast<Record*>(base + std::uintptr_t(slot) * kUnit);
 }
 
-// The record in `slot` when it holds the text `text` of key `key`, else
-// null. In line wherever it is used: the parser makes one per text.
+// Whether the record of a slot of the text's tag holds `text`.
+template <class Record>
+#if defined(__GNUC__)
+__attribute__((always_inline))
+#endif
+inline bool
+HoldsText(const Record* record, const char* text, u32 length)
+{
+    const char* pooled = record->Text();
+    return pooled == text || SameText(pooled, text, length);
+}
+
+// The record in a slot of the window when it holds the text `text` of tag
+// `tag`, else null: a far record is left to the pool. In line wherever it
+// is used: the parser makes one per text.
 template <class Record>
 #if defined(__GNUC__)
 __attribute__((always_inline))
 #endif
 inline Record*
-RecordHolding(u64 slot, u64 key, const char* text, u32 length)
+RecordHolding(std::uintptr_t base, u32 slot, std::uint8_t slotTag, std::uint8_t tag,
+              const char* text, u32 length)
 {
-    if ((slot & ~kAddressMask) != key || !Holds(slot))
+    if (slotTag != tag || !IsNear(slot))
         return nullptr;
-    Record* record = RecordIn<Record>(slot);
-    const char* pooled = record->Text();
-    return pooled == text || SameText(pooled, text, length) ? record : nullptr;
+    Record* record = NearRecord<Record>(base, slot);
+    return HoldsText(record, text, length) ? record : nullptr;
 }
 
 } // namespace pooledtext

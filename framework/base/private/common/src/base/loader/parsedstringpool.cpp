@@ -40,7 +40,7 @@ ParsedStringPool::~ParsedStringPool()
 {
     for (u32 i = 0; i < m_Capacity; ++i)
         if (Holds(m_Slots[i]))
-            Free(RecordIn<Record>(m_Slots[i]));
+            Free(RecordAt(m_Slots[i]));
     if (m_Slots)
         Mem::GetGeneralAlloc()->Free(m_Slots);
     if (m_Adopted)
@@ -60,25 +60,58 @@ void ParsedStringPool::Free(Record* record)
     Mem::GetGeneralAlloc()->Free(record);
 }
 
-ParsedStringPool::Slot* ParsedStringPool::Find(const char* text, u32 length, u32 hash)
+u32 ParsedStringPool::Find(const char* text, u32 length, u32 hash) const
 {
-    const u64 key = KeyOf(hash, length);
-    Slot* reusable = nullptr;
+    const std::uint8_t tag = TagOf(hash, length);
+    u32 reusable = m_Capacity; // none
     for (u32 i = HomeOf(hash, m_Capacity);; i = i + 1 == m_Capacity ? 0 : i + 1)
     {
-        Slot& slot = m_Slots[i];
+        const u32 slot = m_Slots[i];
         if (slot == kEmpty)
-            return reusable ? reusable : &slot;
+            return reusable != m_Capacity ? reusable : i;
         if (slot == kRemoved)
         {
-            if (!reusable)
-                reusable = &slot;
+            if (reusable == m_Capacity)
+                reusable = i;
         }
-        else if (RecordHolding<Record>(slot, key, text, length))
+        else if (m_Tags[i] == tag && HoldsText(RecordAt(slot), text, length))
         {
-            return &slot;
+            return i;
         }
     }
+}
+
+ParsedStringPool::Record* ParsedStringPool::RecordAt(u32 slot) const
+{
+    return IsNear(slot) ? NearRecord<Record>(m_Base, slot) : m_Far[slot - kFirstFar];
+}
+
+inline bool ParsedStringPool::Place(Record* record, std::uintptr_t base, FarList& far, u32& slot)
+{
+    const std::uintptr_t address = std::uintptr_t(record);
+    QEL_ASSERT(ErrorManager::BaseCategory, address % kUnit == 0);
+    const std::uintptr_t units = (address - base) / kUnit;
+    if (address >= base && units - (kRemoved + 1) < kFirstFar - (kRemoved + 1))
+    {
+        slot = u32(units);
+        return true;
+    }
+    return PlaceFar(record, far, slot);
+}
+
+bool ParsedStringPool::PlaceFar(Record* record, FarList& far, u32& slot)
+{
+    QEL_ASSERT(ErrorManager::BaseCategory, far.size() < u64(0xFFFFFFFFu - kFirstFar));
+    try
+    {
+        far.push_back(record);
+    }
+    catch (const std::bad_alloc&)
+    {
+        return false;
+    }
+    slot = kFirstFar + u32(far.size() - 1);
+    return true;
 }
 
 bool ParsedStringPool::Grow()
@@ -93,28 +126,74 @@ bool ParsedStringPool::Grow()
     u32 capacity = m_Capacity ? m_Capacity : 1024;
     if (u64(m_Count + 1) * 2 > capacity)
         capacity += capacity / 2;
-    Slot* slots = static_cast<Slot*>(Mem::GetGeneralAlloc()->Malloc(u32(capacity * sizeof(Slot))));
+    if (!Rebuild(capacity))
+        return false;
+    if (!m_Placed)
+    {
+        // Half the window on either side of the first table: the records
+        // come from the same pages.
+        const u64 half = u64(kFirstFar) * kUnit / 2;
+        const u64 address = std::uintptr_t(m_Slots);
+        m_Base = address > half ? std::uintptr_t(address - half) / kUnit * kUnit : 0;
+        m_Placed = true;
+    }
+    return true;
+}
+
+bool ParsedStringPool::Rebuild(u32 capacity)
+{
+    const u32 bytes = u32(capacity * (sizeof(u32) + sizeof(std::uint8_t)));
+    u32* slots = static_cast<u32*>(Mem::GetGeneralAlloc()->Malloc(bytes));
     if (slots == nullptr)
         return false; // reported by the allocator
-    std::memset(slots, 0, capacity * sizeof(Slot));
-    Slot* old = m_Slots;
-    const u32 oldCapacity = m_Capacity;
-    m_Slots = slots;
-    m_Capacity = capacity;
-    m_Used = m_Count;
+    std::memset(slots, 0, bytes);
+    std::uint8_t* tags = reinterpret_cast<std::uint8_t*>(slots + capacity);
     // The texts are all different: each goes to the first empty slot of
     // its probe.
+    const u32* oldSlots = m_Slots;
+    const std::uint8_t* oldTags = m_Tags;
+    const u32 oldCapacity = m_Capacity;
     for (u32 i = 0; i < oldCapacity; ++i)
-        if (Holds(old[i]))
+        if (Holds(oldSlots[i]))
         {
             u32 length;
-            u32 at = HomeOf(HashTerminated(RecordIn<Record>(old[i])->Text(), length), capacity);
+            u32 at = HomeOf(HashTerminated(RecordAt(oldSlots[i])->Text(), length), capacity);
             while (slots[at] != kEmpty)
                 at = at + 1 == capacity ? 0 : at + 1;
-            slots[at] = old[i];
+            slots[at] = oldSlots[i];
+            tags[at] = oldTags[i];
         }
-    if (old)
-        Mem::GetGeneralAlloc()->Free(old);
+    if (m_Slots)
+        Mem::GetGeneralAlloc()->Free(m_Slots);
+    m_Slots = slots;
+    m_Tags = tags;
+    m_Capacity = capacity;
+    m_Used = m_Count;
+    return true;
+}
+
+bool ParsedStringPool::MoveWindow(std::uintptr_t base, std::uintptr_t& former)
+{
+    ParsedStringPool& pool = GetSingletonInstance();
+    former = pool.m_Base;
+    base -= base % kUnit;
+    // Every record is placed again where its slot is, on a far list made
+    // room for first, so that nothing fails half-way.
+    FarList far;
+    try
+    {
+        far.reserve(pool.m_Count);
+    }
+    catch (const std::bad_alloc&)
+    {
+        return false;
+    }
+    for (u32 i = 0; i < pool.m_Capacity; ++i)
+        if (Holds(pool.m_Slots[i]))
+            Place(pool.RecordAt(pool.m_Slots[i]), base, far, pool.m_Slots[i]);
+    pool.m_Far.swap(far);
+    pool.m_Base = base;
+    pool.m_Placed = true;
     return true;
 }
 
@@ -141,26 +220,37 @@ ParsedStringPool::Record* ParsedStringPool::InternRecord(const char* text, u32 l
     // Most texts are pooled already, in the first slot they hash to: that
     // case goes without a call.
     if (pool.m_Capacity != 0)
-        if (Record* record = RecordHolding<Record>(pool.m_Slots[HomeOf(hash, pool.m_Capacity)],
-                                                   KeyOf(hash, length), text, length))
+    {
+        const u32 home = HomeOf(hash, pool.m_Capacity);
+        if (Record* record =
+                RecordHolding<Record>(pool.m_Base, pool.m_Slots[home], pool.m_Tags[home],
+                                      TagOf(hash, length), text, length))
             return TakeRecord(record) ? record : nullptr;
+    }
     if ((u64(pool.m_Used) + 1) * 4 > u64(pool.m_Capacity) * 3 && !pool.Grow())
         return nullptr;
-    Slot* slot = pool.Find(text, length, hash);
-    if (Holds(*slot))
+    const u32 at = pool.Find(text, length, hash);
+    if (Holds(pool.m_Slots[at]))
     {
         // A text pooled already keeps its pointer, also when the caller
         // offers its own: trees and handles may hold the pooled one.
-        Record* record = RecordIn<Record>(*slot);
+        Record* record = pool.RecordAt(pool.m_Slots[at]);
         return TakeRecord(record) ? record : nullptr;
     }
     const u32 size = u32(sizeof(Record)) + (copy ? length + 1 : u32(sizeof text));
     Record* record = static_cast<Record*>(Mem::GetGeneralAlloc()->Malloc(size));
     if (record == nullptr)
         return nullptr; // reported by the allocator
-    QEL_ASSERT(ErrorManager::BaseCategory, (std::uintptr_t(record) & ~kAddressMask) == 0);
+    u32 slot;
+    if (!Place(record, pool.m_Base, pool.m_Far, slot))
+    {
+        Mem::GetGeneralAlloc()->Free(record);
+        return nullptr; // reported by the allocator
+    }
     if (!copy && !pool.NoteAdopted(text))
     {
+        if (!IsNear(slot))
+            pool.m_Far.pop_back();
         Mem::GetGeneralAlloc()->Free(record);
         return nullptr; // reported by the allocator
     }
@@ -177,9 +267,10 @@ ParsedStringPool::Record* ParsedStringPool::InternRecord(const char* text, u32 l
     {
         std::memcpy(behind, &text, sizeof text);
     }
-    if (*slot == kEmpty)
+    if (pool.m_Slots[at] == kEmpty)
         ++pool.m_Used;
-    *slot = u64(std::uintptr_t(record)) | KeyOf(hash, length);
+    pool.m_Slots[at] = slot;
+    pool.m_Tags[at] = TagOf(hash, length);
     ++pool.m_Count;
     return record;
 }
@@ -198,8 +289,8 @@ const char* ParsedStringPool::Search(const char* text)
         return nullptr;
     u32 length;
     const u32 hash = HashTerminated(text, length);
-    const Slot* slot = pool.Find(text, length, hash);
-    return Holds(*slot) ? RecordIn<Record>(*slot)->Text() : nullptr;
+    const u32 slot = pool.m_Slots[pool.Find(text, length, hash)];
+    return Holds(slot) ? pool.RecordAt(slot)->Text() : nullptr;
 }
 
 void ParsedStringPool::Release(const char* text)
@@ -209,9 +300,9 @@ void ParsedStringPool::Release(const char* text)
         return;
     u32 length;
     const u32 hash = HashTerminated(text, length);
-    Slot* slot = pool.Find(text, length, hash);
-    if (Holds(*slot))
-        pool.Drop(RecordIn<Record>(*slot));
+    const u32 slot = pool.m_Slots[pool.Find(text, length, hash)];
+    if (Holds(slot))
+        pool.Drop(pool.RecordAt(slot));
 }
 
 ParsedStringPool::Record* ParsedStringPool::HeldRecord(const char* pooled)
@@ -220,9 +311,9 @@ ParsedStringPool::Record* ParsedStringPool::HeldRecord(const char* pooled)
     {
         u32 length;
         const u32 hash = HashTerminated(pooled, length);
-        const Slot* slot = Find(pooled, length, hash);
-        QEL_ASSERT(ErrorManager::BaseCategory, Holds(*slot));
-        return RecordIn<Record>(*slot);
+        const u32 slot = m_Slots[Find(pooled, length, hash)];
+        QEL_ASSERT(ErrorManager::BaseCategory, Holds(slot));
+        return RecordAt(slot);
     }
     Record* record = reinterpret_cast<Record*>(const_cast<char*>(pooled)) - 1;
     QEL_ASSERT(ErrorManager::BaseCategory,
@@ -278,14 +369,34 @@ void ParsedStringPool::Drop(Record* record)
     Remove(Find(text, length, hash));
 }
 
-void ParsedStringPool::Remove(Slot* slot)
+void ParsedStringPool::Remove(u32 at)
 {
-    Record* record = RecordIn<Record>(*slot);
+    const u32 slot = m_Slots[at];
+    Record* record = RecordAt(slot);
     if (record->adopted)
         ForgetAdopted(record->Text());
-    *slot = kRemoved;
+    m_Slots[at] = kRemoved;
+    if (!IsNear(slot))
+        Unlist(slot);
     --m_Count;
     Free(record);
+}
+
+void ParsedStringPool::Unlist(u32 slot)
+{
+    const u32 index = slot - kFirstFar;
+    const u32 last = u32(m_Far.size() - 1);
+    if (index != last)
+    {
+        // The last one's slot is found while the list still holds it.
+        const char* text = m_Far[last]->Text();
+        u32 length;
+        const u32 hash = HashTerminated(text, length);
+        const u32 at = Find(text, length, hash);
+        m_Far[index] = m_Far[last];
+        m_Slots[at] = slot;
+    }
+    m_Far.pop_back();
 }
 
 // ---- counts past a record's head ---------------------------------------------
@@ -371,6 +482,11 @@ void ParsedStringPool::ForgetAdopted(const char* text)
 u32 ParsedStringPool::GetCount()
 {
     return GetSingletonInstance().m_Count;
+}
+
+u32 ParsedStringPool::GetFarCount()
+{
+    return u32(GetSingletonInstance().m_Far.size());
 }
 
 } // namespace qel

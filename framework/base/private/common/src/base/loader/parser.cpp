@@ -210,11 +210,14 @@ Parser::ReadString(u32 set)
     // A text pooled already in the first slot it hashes to, in line.
     ParsedStringPool& pool = ParsedStringPool::GetSingletonInstance();
     if (pool.m_Capacity != 0)
+    {
+        const u32 home = pooledtext::HomeOf(hash, pool.m_Capacity);
         if (Record* record = pooledtext::RecordHolding<Record>(
-                pool.m_Slots[pooledtext::HomeOf(hash, pool.m_Capacity)],
-                pooledtext::KeyOf(hash, length), text, length))
+                pool.m_Base, pool.m_Slots[home], pool.m_Tags[home], pooledtext::TagOf(hash, length),
+                text, length))
             if (TakeRecord(record))
                 return record;
+    }
     // Any other text goes through the pool, as does one whose count could
     // not carry (it then gives null there too, or takes the reference).
     return Made(ParsedStringPool::InternRecord(text, length, hash, true));
