@@ -41,7 +41,7 @@ const unsigned kPackedClasses = 65;
 
 inline unsigned PoolClass(unsigned size)
 {
-    return (size + 15) / 16 - 1;
+    return (size - 1) / 16;
 }
 
 inline unsigned PoolClassSize(unsigned index)
@@ -49,12 +49,13 @@ inline unsigned PoolClassSize(unsigned index)
     return 16 * (index + 1);
 }
 
+// Between 2^b and 2^(b+1) the packed classes go up in eighths of 2^b, class
+// 8(b - 8) holding 2^b bytes: the top four bits of a size count the eighths.
 // The packed class that every block of `size` bytes fits (size above 256).
 inline unsigned PackedClassAbove(unsigned size)
 {
-    const unsigned doubling = unsigned(31 - __builtin_clz(size)) - 8;
-    const unsigned base = 256u << doubling, shift = 5 + doubling;
-    return (doubling << 3) + ((size - base + (1u << shift) - 1) >> shift);
+    const unsigned below = size - 1, b = unsigned(31 - __builtin_clz(below));
+    return 8 * b + (below >> (b - 3)) - 71;
 }
 
 inline unsigned PackedClassSize(unsigned index)
@@ -66,8 +67,8 @@ inline unsigned PackedClassSize(unsigned index)
 // The packed class whose largest size a block of `capacity` bytes holds.
 inline unsigned PackedClassBelow(unsigned capacity)
 {
-    const unsigned doubling = unsigned(31 - __builtin_clz(capacity)) - 8;
-    return (doubling << 3) + ((capacity - (256u << doubling)) >> (5 + doubling));
+    const unsigned b = unsigned(31 - __builtin_clz(capacity));
+    return 8 * b + (capacity >> (b - 3)) - 72;
 }
 
 struct Lists

@@ -139,11 +139,10 @@ public:
             if (!g_SlotMade && !native::ThreadSlotCreate(&ThreadEnds))
                 return nullptr;
             g_SlotMade = true;
-            mine = static_cast<ThreadCaches*>(AllocateLines(sizeof(ThreadCaches)));
-            if (mine == nullptr)
+            void* lines = AllocateLines(sizeof(ThreadCaches));
+            if (lines == nullptr)
                 return nullptr;
-            for (ThreadCache*& cache : mine->caches)
-                cache = &ThreadCache::Vacant;
+            mine = new (lines) ThreadCaches(kNone);
             native::ThreadSlotSet(mine);
         }
         ThreadCache** slot = nullptr;
