@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <thread>
 
 namespace qel
 {
@@ -183,7 +184,7 @@ PackedAllocator::Arena& PackedAllocator::ArenaOf(ThreadCache& cache)
     if (cache.owner == 0)
     {
         // A new thread: the next arena in turn, made when it is first given.
-        u32 index = m_NextArena.fetch_add(1, std::memory_order_relaxed) % MaxArenas;
+        u32 index = m_NextArena.fetch_add(1, std::memory_order_relaxed) % m_ArenaLimit;
         ScopedLock<CriticalSection> lock(m_HomeLock);
         for (u32 count = m_ArenaCount.load(std::memory_order_relaxed); count <= index; ++count)
         {
@@ -556,6 +557,8 @@ void PackedAllocator::EnableThreadCaches()
 {
     if (m_Caches != nullptr)
         return;
+    const unsigned processors = std::thread::hardware_concurrency();
+    m_ArenaLimit = processors == 0 || processors > MaxArenas ? u32(MaxArenas) : u32(processors);
     m_Caches = ThreadCacheHome::Make<PackedAllocator, &PackedAllocator::GiveBack>(this, m_HomeLock);
     if (m_Caches != nullptr)
         m_Caches->SetClasses(
