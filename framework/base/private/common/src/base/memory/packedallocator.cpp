@@ -360,15 +360,26 @@ void* PackedAllocator::ReAllocNoThrow(void* p, unsigned int size)
         }
         return ResizeInPlace(p, size, false, capacity) == Resize::Done ? p : nullptr;
     }
-    // A block that must move to grow takes the best fitting free chunk, not
-    // a cached block (those lie packed together), and a block of 1 KB or
-    // more a quarter more room: the next growths are then in place. A block
-    // that needs a big run of its own takes one where it can grow the
-    // longest: copying it again would cost more than the stretch of free
-    // pages it breaks. Blocks that large seldom move.
+    // A block of 1 KB or more that must move to grow takes a quarter more
+    // room: the next growths are then in place. Where the thread's cache
+    // serves the new size, the block comes from there, without a lock: it
+    // is the block of that class the thread freed last, whose memory the
+    // processor's caches likely still hold for the copy, where the best
+    // fitting free chunk is often memory untouched for long. Otherwise it
+    // takes the best fitting free chunk. A block that needs a big run of its
+    // own takes one where it can grow the longest: copying it again would
+    // cost more than the stretch of free pages it breaks. Blocks that large
+    // seldom move.
     const unsigned int roomy = size >= 1024 && size <= 0xCCCC0000u ? size + size / 4 : size;
     const bool toGrow = need > MaxRoomKey;
     void* moved = nullptr;
+    if (m_Caches != nullptr && roomy - SmallestCached <= LargestCached - SmallestCached)
+    {
+        moved = MallocFast(roomy);
+        if (moved == nullptr && roomy != size)
+            moved = MallocFast(size);
+    }
+    else
     {
         Arena& arena = ThreadArena();
         ScopedLock<CriticalSection> lock(arena.lock);
