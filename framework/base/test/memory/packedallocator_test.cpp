@@ -551,6 +551,22 @@ TEST(PackedAllocatorThreadCaches, OnlyBlocksBelowAPageAreCarvedAhead)
     }
 }
 
+// A block freed and asked for again at once is the same block, though a
+// freed block waits a moment before it is sorted into its list: a list
+// that runs empty takes it back instead of carving another.
+TEST(PackedAllocatorThreadCaches, ABlockFreedAndAskedForAgainAtOnceIsTheSameBlock)
+{
+    PackedAllocator packed("Again", 256);
+    packed.EnableThreadCaches();
+    for (const unsigned size : {2500u, 20000u, 65536u}) // classes whose lists start empty
+    {
+        void* p = packed.Malloc(size);
+        packed.Free(p);
+        EXPECT_EQ(packed.Malloc(size), p) << size;
+        packed.Free(p);
+    }
+}
+
 // A growth that must move, to a size the thread's cache serves, takes the
 // block of its class that the thread freed last, still in the processor's
 // caches, and keeps what the block held.

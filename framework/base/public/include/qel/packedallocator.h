@@ -51,7 +51,8 @@
 // is within 2 MB (threadcache.h says how the limits adapt). A thread's
 // cache thus holds at most about 2.05 MB, besides four freed blocks that
 // wait to be sorted into their lists while their headers are fetched (a
-// run's first block, which may be a big one, never waits).
+// run's first block, which may be a big one, never waits); a list that
+// runs empty takes a waiting block of its class before a refill.
 // An empty list takes half its limit in one locked pass, cut as consecutive
 // blocks from one free chunk where a run has one that large; a list of
 // blocks of a page or more takes one, so that the blocks such a list holds

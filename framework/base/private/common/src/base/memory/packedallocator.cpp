@@ -278,6 +278,16 @@ void* PackedAllocator::MallocMiss(unsigned int size)
         {
             const u32 index = ClassAbove(size);
             void* p = cache->Pop(index);
+            // A block of the class freed a moment ago, still waiting to be
+            // sorted, comes before a refill: a block freed and asked for
+            // again at once is the same block, as without the wait.
+            if (p == nullptr)
+                p = cache->TakePendingFor(
+                    [index](void* q)
+                    {
+                        const PackedBlock* block = PackedBlock::Of(q);
+                        return block->marker == BlockMarker && ClassBelow(block->capacity) == index;
+                    });
             if (p == nullptr)
                 return Refill(*cache, index);
             __atomic_store_n(&PackedBlock::Of(p)->marker, BlockMarker, __ATOMIC_RELAXED);
