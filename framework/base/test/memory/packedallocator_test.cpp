@@ -551,11 +551,85 @@ TEST(PackedAllocatorThreadCaches, OnlyBlocksBelowAPageAreCarvedAhead)
     }
 }
 
-// With caches on, each thread takes its runs from an arena of its own: two
-// threads' blocks that one run could hold are in two runs. A block freed
-// by another thread goes back to its own run, and the statistics are the
-// arenas' sums.
-TEST(PackedAllocatorThreadCaches, ThreadsTakeRunsFromArenasOfTheirOwn)
+// A block freed and asked for again at once is the same block, though a
+// freed block waits a moment before it is sorted into its list: a list
+// that runs empty takes it back instead of carving another.
+TEST(PackedAllocatorThreadCaches, ABlockFreedAndAskedForAgainAtOnceIsTheSameBlock)
+{
+    PackedAllocator packed("Again", 256);
+    packed.EnableThreadCaches();
+    for (const unsigned size : {2500u, 20000u, 65536u}) // classes whose lists start empty
+    {
+        void* p = packed.Malloc(size);
+        packed.Free(p);
+        EXPECT_EQ(packed.Malloc(size), p) << size;
+        packed.Free(p);
+    }
+}
+
+// A growth that must move, to a size the thread's cache serves, takes the
+// block of its class that the thread freed last, still in the processor's
+// caches, and keeps what the block held.
+TEST(PackedAllocatorThreadCaches, AGrowthThatMovesTakesTheBlockTheThreadFreedLast)
+{
+    PackedAllocator packed("Grows", 256);
+    packed.EnableThreadCaches();
+    char* p = Take(packed, 1000); // carved with the next 1 KB block right behind it
+    std::memset(p, 'g', 1000);
+    std::vector<void*> freed;
+    for (int i = 0; i < 5; ++i) // the first is sorted into its list as the fifth waits
+        freed.push_back(packed.Malloc(2500));
+    for (void* block : freed)
+        packed.Free(block);
+    char* q = static_cast<char*>(packed.ReAllocNoThrow(p, 2000));
+    EXPECT_EQ(q, freed.front());
+    EXPECT_EQ(std::string(q, 1000), std::string(1000, 'g'));
+    EXPECT_TRUE(packed.ValidateMemory());
+    packed.Free(q);
+}
+
+// With caches on, threads take their runs from arenas given in turn, as
+// many as the machine has processors (at most eight): one thread more than
+// that, each holding a block of a cached size, hold them in one run an
+// arena, the last thread sharing the first one's.
+TEST(PackedAllocatorThreadCaches, ThreadsShareAsManyArenasAsThereAreProcessors)
+{
+    const unsigned processors = std::thread::hardware_concurrency();
+    const unsigned arenas = processors == 0 || processors > 8 ? 8 : processors;
+    PackedAllocator packed("Arenas", 256);
+    packed.EnableThreadCaches();
+    std::promise<void> counted;
+    std::shared_future<void> done = counted.get_future().share();
+    std::vector<std::promise<void>> taken(arenas + 1);
+    std::vector<std::thread> threads;
+    for (std::promise<void>& mine : taken)
+    {
+        threads.emplace_back(
+            [&packed, &mine, done]
+            {
+                void* p = packed.Malloc(1000);
+                mine.set_value();
+                done.wait();
+                packed.Free(p);
+            });
+        mine.get_future().wait(); // arenas go to threads in the order of their first block
+    }
+    qeltest::DumpCapture dump;
+    packed.DumpStatistics(PackedAllocator::DumpPages, nullptr, nullptr, dump.Stream(), nullptr);
+    const std::vector<std::string> lines = dump.Lines();
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                            [](const std::string& line)
+                            { return line.rfind("PackedAllocatorPage: ", 0) == 0; }),
+              std::ptrdiff_t(arenas));
+    counted.set_value();
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(packed.GetStatistics().currentPages, 0u);
+}
+
+// A block freed by another thread goes back to its own run, and the
+// statistics are the arenas' sums.
+TEST(PackedAllocatorThreadCaches, BlocksGoBackToTheirArenasWhoeverFreesThem)
 {
     PackedAllocator packed("Arenas", 256);
     packed.EnableThreadCaches();

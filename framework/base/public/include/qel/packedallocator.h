@@ -51,7 +51,8 @@
 // is within 2 MB (threadcache.h says how the limits adapt). A thread's
 // cache thus holds at most about 2.05 MB, besides four freed blocks that
 // wait to be sorted into their lists while their headers are fetched (a
-// run's first block, which may be a big one, never waits).
+// run's first block, which may be a big one, never waits); a list that
+// runs empty takes a waiting block of its class before a refill.
 // An empty list takes half its limit in one locked pass, cut as consecutive
 // blocks from one free chunk where a run has one that large; a list of
 // blocks of a page or more takes one, so that the blocks such a list holds
@@ -71,17 +72,19 @@
 // threads' caches hold; a thread's caches go back when it ends. FreeAll must
 // not race with other threads' allocations.
 //
-// Arenas (with thread caches only). The runs are split among up to eight
-// arenas, each with its own lock, room and set-aside sets and statistics; a
-// thread takes its runs from one arena, given in turn to each new thread
-// (the first thread gets arena 0, the one an allocator without caches
-// has), so that threads refilling and draining their caches do not queue
-// on one lock. A block goes back to its run's arena, whichever thread frees
-// it. An arena's sets take about 100 KB of the allocator's own memory, made
-// when its first thread comes. The statistics are the arenas' sums: the
-// current counters are exact, a peak is the sum of the arenas' peaks (the
-// true peak when one arena was used). Dumps list arena after arena, each
-// room set first, then set-aside.
+// Arenas (with thread caches only). The runs are split among as many
+// arenas as the machine has processors, at most eight, each with its own
+// lock, room and set-aside sets and statistics; a thread takes its runs
+// from one arena, given in turn to each new thread (the first thread gets
+// arena 0, the one an allocator without caches has), so that threads
+// refilling and draining their caches do not queue on one lock. More arenas
+// than processors would let no more threads run at once, and would leave
+// more pages partly used, each arena keeping its own. A block goes back to
+// its run's arena, whichever thread frees it. An arena's sets take about
+// 100 KB of the allocator's own memory, made when its first thread comes.
+// The statistics are the arenas' sums: the current counters are exact, a
+// peak is the sum of the arenas' peaks (the true peak when one arena was
+// used). Dumps list arena after arena, each room set first, then set-aside.
 #pragma once
 
 #include <qel/allocator.h>
@@ -365,6 +368,7 @@ private:
     Arena* m_Arenas[MaxArenas];
     std::atomic<u32> m_ArenaCount{1};
     std::atomic<u32> m_NextArena{0}; // the arena of the next new thread
+    u32 m_ArenaLimit = 1;            // the arenas threads are given in turn
     // Keeps the first arena's lock off the cache line of the fields above,
     // which every thread reads.
     unsigned char m_Separation[64];

@@ -10,8 +10,13 @@
 // Three limits, in bytes, shape what it takes from the system:
 //   first metapage size  the first metapage, kept for the life of the manager
 //                        (0: no special first metapage, nothing is kept);
-//                        default 4 MB, so that start-up and shutdown churn
-//                        does not map and unmap the same memory again and again
+//                        default 32 MB, so that memory that comes and goes
+//                        below that (start-up and shutdown, a buffer grown
+//                        to a megabyte and dropped again and again) is not
+//                        mapped, first touched and unmapped each time: on a
+//                        virtual machine a first touch costs microseconds a
+//                        page. Only the pages used are resident, but those
+//                        stay resident for the life of the manager.
 //   maximum size         the most taken from the system in total; default
 //                        0xFFFFF000, i.e. whatever the system gives
 //   metapage step        the size of every further metapage; default 4 MB
@@ -56,7 +61,7 @@ public:
         // Owner indices stay below NoOwner.
         MaxOwners = 255,
 
-        DefaultFirstMetapageSize = 4u << 20,
+        DefaultFirstMetapageSize = 32u << 20,
         DefaultMaximumSize = 0xFFFFF000u,
         DefaultMetapageStep = 4u << 20,
     };

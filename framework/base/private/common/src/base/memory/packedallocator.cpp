@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <thread>
 
 namespace qel
 {
@@ -183,7 +184,7 @@ PackedAllocator::Arena& PackedAllocator::ArenaOf(ThreadCache& cache)
     if (cache.owner == 0)
     {
         // A new thread: the next arena in turn, made when it is first given.
-        u32 index = m_NextArena.fetch_add(1, std::memory_order_relaxed) % MaxArenas;
+        u32 index = m_NextArena.fetch_add(1, std::memory_order_relaxed) % m_ArenaLimit;
         ScopedLock<CriticalSection> lock(m_HomeLock);
         for (u32 count = m_ArenaCount.load(std::memory_order_relaxed); count <= index; ++count)
         {
@@ -277,6 +278,16 @@ void* PackedAllocator::MallocMiss(unsigned int size)
         {
             const u32 index = ClassAbove(size);
             void* p = cache->Pop(index);
+            // A block of the class freed a moment ago, still waiting to be
+            // sorted, comes before a refill: a block freed and asked for
+            // again at once is the same block, as without the wait.
+            if (p == nullptr)
+                p = cache->TakePendingFor(
+                    [index](void* q)
+                    {
+                        const PackedBlock* block = PackedBlock::Of(q);
+                        return block->marker == BlockMarker && ClassBelow(block->capacity) == index;
+                    });
             if (p == nullptr)
                 return Refill(*cache, index);
             __atomic_store_n(&PackedBlock::Of(p)->marker, BlockMarker, __ATOMIC_RELAXED);
@@ -359,15 +370,26 @@ void* PackedAllocator::ReAllocNoThrow(void* p, unsigned int size)
         }
         return ResizeInPlace(p, size, false, capacity) == Resize::Done ? p : nullptr;
     }
-    // A block that must move to grow takes the best fitting free chunk, not
-    // a cached block (those lie packed together), and a block of 1 KB or
-    // more a quarter more room: the next growths are then in place. A block
-    // that needs a big run of its own takes one where it can grow the
-    // longest: copying it again would cost more than the stretch of free
-    // pages it breaks. Blocks that large seldom move.
+    // A block of 1 KB or more that must move to grow takes a quarter more
+    // room: the next growths are then in place. Where the thread's cache
+    // serves the new size, the block comes from there, without a lock: it
+    // is the block of that class the thread freed last, whose memory the
+    // processor's caches likely still hold for the copy, where the best
+    // fitting free chunk is often memory untouched for long. Otherwise it
+    // takes the best fitting free chunk. A block that needs a big run of its
+    // own takes one where it can grow the longest: copying it again would
+    // cost more than the stretch of free pages it breaks. Blocks that large
+    // seldom move.
     const unsigned int roomy = size >= 1024 && size <= 0xCCCC0000u ? size + size / 4 : size;
     const bool toGrow = need > MaxRoomKey;
     void* moved = nullptr;
+    if (m_Caches != nullptr && roomy - SmallestCached <= LargestCached - SmallestCached)
+    {
+        moved = MallocFast(roomy);
+        if (moved == nullptr && roomy != size)
+            moved = MallocFast(size);
+    }
+    else
     {
         Arena& arena = ThreadArena();
         ScopedLock<CriticalSection> lock(arena.lock);
@@ -556,6 +578,8 @@ void PackedAllocator::EnableThreadCaches()
 {
     if (m_Caches != nullptr)
         return;
+    const unsigned processors = std::thread::hardware_concurrency();
+    m_ArenaLimit = processors == 0 || processors > MaxArenas ? u32(MaxArenas) : u32(processors);
     m_Caches = ThreadCacheHome::Make<PackedAllocator, &PackedAllocator::GiveBack>(this, m_HomeLock);
     if (m_Caches != nullptr)
         m_Caches->SetClasses(

@@ -29,7 +29,8 @@
 //
 // A home may also let a freed block wait among a few pending ones before it
 // is sorted into its class (Defer), so that what sorting it reads from the
-// block's memory has been fetched meanwhile.
+// block's memory has been fetched meanwhile. A list that runs empty takes
+// a waiting block of its class before it is refilled (TakePendingFor).
 //
 // A thread's caches go back to their homes when the thread ends, through
 // the library's thread slot (whatever started the thread), or are dropped
@@ -112,6 +113,22 @@ struct ThreadCache
             }
         pendingCount.store(0, std::memory_order_relaxed);
         return chain;
+    }
+
+    // Takes out the first pending block that `serves` accepts, or null.
+    template <class Serves>
+    void* TakePendingFor(Serves serves)
+    {
+        for (void*& slot : pending)
+            if (slot != nullptr && serves(slot))
+            {
+                void* block = slot;
+                slot = nullptr;
+                pendingCount.store(pendingCount.load(std::memory_order_relaxed) - 1,
+                                   std::memory_order_relaxed);
+                return block;
+            }
+        return nullptr;
     }
 
     void* Pop(u32 index)
