@@ -5,76 +5,15 @@
 #include <qel/mallocallocator.h>
 #include <qel/mem.h>
 
+#include "memory/memorytest.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <cstring>
-#include <random>
-#include <thread>
-#include <vector>
 
 namespace
 {
-
-struct Block
-{
-    unsigned char* p;
-    unsigned int size;
-    unsigned char fill;
-};
-
-bool Intact(const Block& block)
-{
-    for (unsigned int i = 0; i < block.size; ++i)
-        if (block.p[i] != block.fill)
-            return false;
-    return true;
-}
-
-// Random allocations, frees and reallocations, each block filled with its
-// own byte; returns the number of blocks found damaged.
-int Churn(qel::Allocator& heap, unsigned seed, int steps, unsigned maxSize)
-{
-    std::mt19937 random(seed);
-    std::vector<Block> blocks;
-    int damaged = 0;
-    for (int i = 0; i < steps; ++i)
-    {
-        const unsigned action = random() % 3;
-        if (action == 0 || blocks.empty())
-        {
-            Block block{nullptr, 1 + unsigned(random() % maxSize), (unsigned char)(random())};
-            block.p = static_cast<unsigned char*>(heap.MallocNoThrow(block.size));
-            if (block.p == nullptr)
-                return -1;
-            std::memset(block.p, block.fill, block.size);
-            blocks.push_back(block);
-            continue;
-        }
-        Block& block = blocks[random() % blocks.size()];
-        damaged += Intact(block) ? 0 : 1;
-        if (action == 1)
-        {
-            heap.Free(block.p);
-            block = blocks.back();
-            blocks.pop_back();
-            continue;
-        }
-        const unsigned size = 1 + unsigned(random() % maxSize);
-        block.p = static_cast<unsigned char*>(heap.ReAllocNoThrow(block.p, size));
-        if (block.p == nullptr)
-            return -1;
-        if (size > block.size)
-            std::memset(block.p + block.size, block.fill, size - block.size);
-        block.size = size;
-    }
-    for (const Block& block : blocks)
-    {
-        damaged += Intact(block) ? 0 : 1;
-        heap.Free(block.p);
-    }
-    return damaged;
-}
 
 TEST(HeapAllocator, OnlyLiveBlocksOfItsOwnHeapAreValid)
 {
@@ -100,25 +39,21 @@ TEST(HeapAllocator, OnlyLiveBlocksOfItsOwnHeapAreValid)
     std::free(fromMalloc);
 }
 
-TEST(HeapAllocator, RandomUseKeepsContentsAndHeapConsistent)
+// One thread and then four at once, handing blocks to each other: the
+// heap serialises them. A few blocks are bigger than an arena.
+TEST(HeapAllocator, RandomAndConcurrentUseKeepContentsAndHeapConsistent)
 {
     qel::HeapAllocator heap;
-    EXPECT_EQ(Churn(heap, 42, 20000, 3000), 0);
-    EXPECT_EQ(Churn(heap, 7, 300, 3u << 20), 0); // blocks bigger than an arena
-    EXPECT_TRUE(heap.ValidateMemory());
-}
-
-TEST(HeapAllocator, ConcurrentUseOfOneHeapIsSerialised)
-{
-    qel::HeapAllocator heap;
-    std::vector<std::thread> threads;
-    std::atomic<int> damaged{0};
-    for (unsigned t = 0; t < 4; ++t)
-        threads.emplace_back([&, t] { damaged += Churn(heap, 100 + t, 4000, 2000); });
-    for (std::thread& thread : threads)
-        thread.join();
-    EXPECT_EQ(damaged.load(), 0);
-    EXPECT_TRUE(heap.ValidateMemory());
+    for (unsigned threads : {1u, 4u})
+    {
+        SCOPED_TRACE(threads);
+        qeltest::ChurnWithContentChecks(heap, threads, 20000 / threads,
+                                        [](std::mt19937& random) {
+                                            return random() % 128 == 0 ? 1 + random() % (3u << 20)
+                                                                       : 1 + random() % 3000;
+                                        });
+        EXPECT_TRUE(heap.ValidateMemory());
+    }
 }
 
 TEST(MallocAllocator, ZeroSizesGiveNullAndReallocToZeroFrees)

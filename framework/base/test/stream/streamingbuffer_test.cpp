@@ -26,72 +26,88 @@ void ExpectFileBytes(const std::vector<unsigned char>& got, u32 from)
         ASSERT_EQ(got[i], PatternByte(from + i)) << "byte " << from + i;
 }
 
-TEST(StreamingBufferTest, SizeOf1024HoldsAtMost1023BytesAndAFullRingReadsNothing)
+// Scripted rings. Each Read or Copy moves `moved` bytes; a Read makes the
+// file reads listed (each cut to `limit` bytes). What is available follows
+// from the bytes moved, and what is copied out is the file's bytes in order.
+TEST(StreamingBufferTest, ScriptedReadsAndCopiesKeepTheByteFreeTheWrapAndTheOrder)
 {
-    MemoryFile file(4096);
-    StreamingBuffer buffer(1024);
-    EXPECT_EQ(buffer.Size(), 1023u);
-    EXPECT_EQ(buffer.DataAvailable(), 0u);
-
-    EXPECT_EQ(buffer.Read(&file, 4096), 1023u);
-    EXPECT_EQ(buffer.DataAvailable(), 1023u);
-    EXPECT_EQ(buffer.Read(&file, 100), 0u);
-    EXPECT_EQ(file.GetFilePosition(), 1023u) << "a full ring must not touch the file";
-
-    std::vector<unsigned char> out(2000);
-    EXPECT_EQ(buffer.Copy(out.data(), 2000), 1023u);
-    out.resize(1023);
-    ExpectFileBytes(out, 0);
-    EXPECT_EQ(buffer.Copy(out.data(), 1), 0u);
-}
-
-// An emptied ring, wherever its pointers stood, takes its whole capacity
-// again in one file read.
-TEST(StreamingBufferTest, RingEmptiedAnywhereIsEmptyAndRefillsWholeInOneRead)
-{
+    enum Op
+    {
+        Read,
+        Copy,
+        Reset
+    };
+    struct Step
+    {
+        Op op;
+        u32 count, moved;
+        std::vector<u32> reads = {};
+        u32 limit = 0xFFFFFFFFu;
+    };
     const struct
     {
-        u32 first; // read and copied out before the refill
-        u32 refill;
-    } cases[] = {{15, 15}, {10, 15}, {1, 15}, {14, 7}};
+        const char* name;
+        u32 size, length;
+        std::vector<Step> steps;
+    } cases[] = {
+        // clang-format off
+        {"1024 holds 1023 and a full ring reads nothing", 1024, 4096,
+         {{Read, 4096, 1023, {1023}}, {Read, 100, 0}, {Copy, 2000, 1023}, {Copy, 1, 0}}},
+        // An emptied ring, wherever its pointers stood, refills whole in one read.
+        {"emptied full", 16, 4096,
+         {{Read, 15, 15, {15}}, {Copy, 32, 15}, {Read, 15, 15, {15}}, {Copy, 15, 15}}},
+        {"emptied inside", 16, 4096,
+         {{Read, 10, 10, {10}}, {Copy, 32, 10}, {Read, 15, 15, {15}}, {Copy, 15, 15}}},
+        {"emptied after a byte", 16, 4096,
+         {{Read, 1, 1, {1}}, {Copy, 32, 1}, {Read, 15, 15, {15}}, {Copy, 15, 15}}},
+        {"emptied, refilled in part", 16, 4096,
+         {{Read, 14, 14, {14}}, {Copy, 32, 14}, {Read, 7, 7, {7}}, {Copy, 7, 7}}},
+        // Up to the end, then from the start leaving the byte before the
+        // read pointer free; the copy crosses the end as well.
+        {"split at the wrap", 16, 4096,
+         {{Read, 10, 10, {10}}, {Copy, 6, 6}, {Read, 100, 10, {5, 5}}, {Copy, 14, 14},
+          {Copy, 1, 0}}},
+        {"a short read ends the call; reset empties", 64, 10,
+         {{Read, 50, 4, {50}, 4}, {Read, 50, 6, {50}}, {Read, 50, 0, {50}}, {Reset, 0, 0},
+          {Copy, 1, 0}}},
+        // clang-format on
+    };
     for (const auto& c : cases)
     {
-        MemoryFile file(4096);
-        StreamingBuffer buffer(16); // capacity 15
-        std::vector<unsigned char> out(32);
-        ASSERT_EQ(buffer.Read(&file, c.first), c.first);
-        ASSERT_EQ(buffer.Copy(out.data(), 32), c.first);
-        EXPECT_EQ(buffer.DataAvailable(), 0u) << "after " << c.first;
-
-        file.reads.clear();
-        EXPECT_EQ(buffer.Read(&file, c.refill), c.refill) << "after " << c.first;
-        EXPECT_EQ(file.reads, (std::vector<u32>{c.refill})) << "after " << c.first;
-        out.assign(c.refill, 0);
-        EXPECT_EQ(buffer.Copy(out.data(), c.refill), c.refill);
-        ExpectFileBytes(out, c.first);
+        SCOPED_TRACE(c.name);
+        MemoryFile file(c.length);
+        StreamingBuffer buffer(c.size);
+        EXPECT_EQ(buffer.Size(), c.size - 1);
+        u32 available = 0, next = 0; // the file offset of the next byte to copy
+        for (const Step& step : c.steps)
+        {
+            SCOPED_TRACE(testing::Message() << "step " << &step - c.steps.data());
+            std::vector<unsigned char> out(step.count);
+            file.reads.clear();
+            file.readLimit = step.limit;
+            if (step.op == Read)
+            {
+                EXPECT_EQ(buffer.Read(&file, step.count), step.moved);
+                available += step.moved;
+            }
+            else if (step.op == Copy)
+            {
+                ASSERT_EQ(buffer.Copy(out.data(), step.count), step.moved);
+                out.resize(step.moved);
+                ExpectFileBytes(out, next);
+                next += step.moved;
+                available -= step.moved;
+            }
+            else
+            {
+                buffer.Reset(); // what the ring held is passed over
+                next += available;
+                available = 0;
+            }
+            EXPECT_EQ(file.reads, step.reads);
+            EXPECT_EQ(buffer.DataAvailable(), available);
+        }
     }
-}
-
-TEST(StreamingBufferTest, ReadAndCopySplitAtTheWrapKeepTheBytesInOrder)
-{
-    MemoryFile file(4096);
-    StreamingBuffer buffer(16);
-    std::vector<unsigned char> out(16);
-    ASSERT_EQ(buffer.Read(&file, 10), 10u);
-    ASSERT_EQ(buffer.Copy(out.data(), 6), 6u); // read at 6, write at 10
-
-    // 5 bytes up to the end, then 5 from the start, leaving the byte before
-    // the read pointer free: two file reads.
-    file.reads.clear();
-    EXPECT_EQ(buffer.Read(&file, 100), 10u);
-    EXPECT_EQ(file.reads, (std::vector<u32>{5, 5}));
-    EXPECT_EQ(buffer.DataAvailable(), 14u);
-
-    // The copy crosses the end as well.
-    out.assign(14, 0);
-    EXPECT_EQ(buffer.Copy(out.data(), 14), 14u);
-    ExpectFileBytes(out, 6);
-    EXPECT_EQ(buffer.DataAvailable(), 0u);
 }
 
 // Bytes taken by Copy, or looked at in place by Peek and passed by Skip
@@ -158,23 +174,6 @@ TEST(StreamingBufferTest, CopyDeliversExactlyTheBytesAtEveryDistanceFromTheRing)
         ASSERT_EQ(out[1 + offset + size], 0xA5) << "offset " << offset;
         from += size;
     }
-}
-
-TEST(StreamingBufferTest, ShortReadAtTheEndOfTheFileStopsAndResetEmpties)
-{
-    MemoryFile file(10);
-    StreamingBuffer buffer(64);
-    file.readLimit = 4;
-    EXPECT_EQ(buffer.Read(&file, 50), 4u);
-    EXPECT_EQ(file.reads.size(), 1u) << "a short read ends the call";
-    file.readLimit = 0xFFFFFFFFu;
-    EXPECT_EQ(buffer.Read(&file, 50), 6u);
-    EXPECT_EQ(buffer.Read(&file, 50), 0u);
-    EXPECT_EQ(buffer.DataAvailable(), 10u);
-    buffer.Reset();
-    EXPECT_EQ(buffer.DataAvailable(), 0u);
-    unsigned char byte = 0;
-    EXPECT_EQ(buffer.Copy(&byte, 1), 0u);
 }
 
 TEST(StreamingBufferTest, SizeBelowTwoIsRefusedAndLeavesAnEmptyRing)
