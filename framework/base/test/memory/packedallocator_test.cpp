@@ -39,6 +39,17 @@ u32 Used(const PackedAllocator& packed)
     return packed.GetStatistics().currentUsedSize;
 }
 
+// The runs that a dump of the allocator's pages lists.
+std::ptrdiff_t RunsInADump(PackedAllocator& packed)
+{
+    qeltest::DumpCapture dump;
+    packed.DumpStatistics(PackedAllocator::DumpPages, nullptr, nullptr, dump.Stream(), nullptr);
+    const std::vector<std::string> lines = dump.Lines();
+    return std::count_if(lines.begin(), lines.end(),
+                         [](const std::string& line)
+                         { return line.rfind("PackedAllocatorPage: ", 0) == 0; });
+}
+
 // Each case's allocator gives back what the case left, so that its
 // destructor has no leaks to list.
 class PackedAllocatorTest : public ::testing::Test
@@ -614,13 +625,7 @@ TEST(PackedAllocatorThreadCaches, ThreadsShareAsManyArenasAsThereAreProcessors)
             });
         mine.get_future().wait(); // arenas go to threads in the order of their first block
     }
-    qeltest::DumpCapture dump;
-    packed.DumpStatistics(PackedAllocator::DumpPages, nullptr, nullptr, dump.Stream(), nullptr);
-    const std::vector<std::string> lines = dump.Lines();
-    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
-                            [](const std::string& line)
-                            { return line.rfind("PackedAllocatorPage: ", 0) == 0; }),
-              std::ptrdiff_t(arenas));
+    EXPECT_EQ(RunsInADump(packed), std::ptrdiff_t(arenas));
     counted.set_value();
     for (std::thread& thread : threads)
         thread.join();
@@ -636,13 +641,7 @@ TEST(PackedAllocatorThreadCaches, BlocksGoBackToTheirArenasWhoeverFreesThem)
     void* mine = packed.Malloc(70000); // above the cached sizes: straight from the arena
     void* theirs = nullptr;
     std::thread([&] { theirs = packed.Malloc(70000); }).join();
-    qeltest::DumpCapture dump;
-    packed.DumpStatistics(PackedAllocator::DumpPages, nullptr, nullptr, dump.Stream(), nullptr);
-    const std::vector<std::string> lines = dump.Lines();
-    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
-                            [](const std::string& line)
-                            { return line.rfind("PackedAllocatorPage: ", 0) == 0; }),
-              2);
+    EXPECT_EQ(RunsInADump(packed), 2);
     const u32 pages = PackedAllocator::RunPagesFor(PackedAllocator::NeedFor(70000));
     EXPECT_EQ(packed.GetStatistics().currentAllocations, 2u);
     EXPECT_EQ(packed.GetStatistics().currentPages, 2 * pages);
