@@ -42,6 +42,7 @@
 #include <qel/allocatorstatistics.h>
 #include <qel/criticalsection.h>
 #include <qel/export.h>
+#include <qel/threadcachelookup.h>
 #include <qel/types.h>
 
 namespace qel
@@ -146,6 +147,7 @@ private:
     u32 m_ErrorCategory;
     mutable CriticalSection m_Lock;
     ThreadCacheHome* m_Caches = nullptr; // null while caches are off
+    ThreadCacheLookup m_CacheLookup;     // kept by m_Caches
 };
 
 } // namespace qel

@@ -66,7 +66,8 @@ void PoolAllocator::EnableThreadCaches()
 {
     if (m_Caches != nullptr)
         return;
-    m_Caches = ThreadCacheHome::Make<PoolAllocator, &PoolAllocator::GiveBlocks>(this, m_Lock);
+    m_Caches = ThreadCacheHome::Make<PoolAllocator, &PoolAllocator::GiveBlocks>(this, m_Lock,
+                                                                                m_CacheLookup);
     if (m_Caches != nullptr)
         m_Caches->SetClasses(
             NumberOfClasses, 64 * 1024, [](u32 i) { return Granularity * (i + 1); },

@@ -13,9 +13,8 @@ namespace qel
 
 inline void* PoolAllocator::MallocCached(unsigned int size)
 {
-    if (m_Caches != nullptr)
-        if (ThreadCache* cache = m_Caches->Found())
-            return cache->Pop(ClassOf(size));
+    if (ThreadCache* cache = ThreadCacheHome::Found(m_CacheLookup))
+        return cache->Pop(ClassOf(size));
     return nullptr;
 }
 
@@ -38,9 +37,8 @@ inline void PoolAllocator::FreeCached(ThreadCache& cache, const void* p, u32 rec
 
 inline void PoolAllocator::FreeFast(const void* p, u32 record)
 {
-    if (m_Caches != nullptr)
-        if (ThreadCache* cache = m_Caches->Found())
-            return FreeCached(*cache, p, record);
+    if (ThreadCache* cache = ThreadCacheHome::Found(m_CacheLookup))
+        return FreeCached(*cache, p, record);
     FreeMiss(p, record);
 }
 
