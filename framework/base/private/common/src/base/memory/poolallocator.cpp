@@ -70,7 +70,7 @@ void PoolAllocator::EnableThreadCaches()
                                                                                 m_CacheLookup);
     if (m_Caches != nullptr)
         m_Caches->SetClasses(
-            NumberOfClasses, 64 * 1024, [](u32 i) { return Granularity * (i + 1); },
+            NumberOfClasses, 128 * 1024, [](u32 i) { return Granularity * (i + 1); },
             [](u32 i)
             { return 1024 / (Granularity * (i + 1)) > 4 ? 1024 / (Granularity * (i + 1)) : 4; },
             [](u32 i) {

@@ -65,8 +65,8 @@ struct ThreadCache
 
     // The count leads, and the lists lead the cache, so that a list's
     // address is where its count is: compilers give an atomic's address a
-    // register of its own.
-    struct List
+    // register of its own. A list takes 16 bytes on every host.
+    struct alignas(16) List
     {
         std::atomic<u32> count; // only this thread writes it
         u32 limit;              // see the top of this file
@@ -134,9 +134,9 @@ struct ThreadCache
         return nullptr;
     }
 
-    void* Pop(u32 index)
+    void* Pop(u32 index) { return Pop(lists[index]); }
+    static void* Pop(List& list)
     {
-        List& list = lists[index];
         void* block = list.head;
         if (block != nullptr)
         {
@@ -147,9 +147,9 @@ struct ThreadCache
         return block;
     }
     // True when the list is now past its limit.
-    bool Push(u32 index, void* block)
+    bool Push(u32 index, void* block) { return Push(lists[index], block); }
+    static bool Push(List& list, void* block)
     {
-        List& list = lists[index];
         *static_cast<void**>(block) = list.head;
         list.head = block;
         const u32 count = list.count.load(std::memory_order_relaxed) + 1;
