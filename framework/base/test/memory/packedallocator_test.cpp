@@ -356,7 +356,7 @@ struct CacheCase
 };
 
 // However a thread uses its cache, what the cache holds stays within its
-// allocator's documented bound (80 KB for the pool, about 2.05 MB for the
+// allocator's documented bound (144 KB for the pool, about 2.05 MB for the
 // packed allocator), and goes back when the thread ends.
 TEST(ThreadCaches, AThreadsCacheStaysWithinItsBudget)
 {
@@ -376,7 +376,7 @@ TEST(ThreadCaches, AThreadsCacheStaysWithinItsBudget)
         int count;
         u32 budget;
     } cases[] = {
-        {{"pool", pool, [&] { return pool.GetTotals(); }}, small, 2000, 80u * 1024},
+        {{"pool", pool, [&] { return pool.GetTotals(); }}, small, 2000, 144u * 1024},
         {{"packed", packed, [&] { return packed.GetStatistics(); }}, large, 40, 2100u * 1024},
     };
     for (const auto& c : cases)

@@ -91,6 +91,7 @@
 #include <qel/allocatorstatistics.h>
 #include <qel/criticalsection.h>
 #include <qel/export.h>
+#include <qel/threadcachelookup.h>
 #include <qel/types.h>
 
 #include <atomic>
@@ -363,6 +364,7 @@ private:
     u32 m_ErrorCategory;
     char m_Name[32];
     ThreadCacheHome* m_Caches = nullptr; // null while caches are off
+    ThreadCacheLookup m_CacheLookup;     // kept by m_Caches
     // Guards the caches' list and the making of arenas.
     CriticalSection m_HomeLock;
     Arena* m_Arenas[MaxArenas];

@@ -24,11 +24,11 @@
 // keeps, for each class, a list of free blocks that it takes from and gives
 // to without the lock. A list keeps from 1 KB' worth of blocks (4 at least)
 // up to 16 KB' worth (32 at least) as the class is used; the growth above
-// those floors, over all the lists of a thread, is within 64 KB, so that a
-// thread's cache holds at most 80 KB (threadcache.h says how the limits
-// adapt): an empty
-// list takes half its limit from the pages under the lock, a full one gives
-// half back. Blocks in a cache count as allocated in the statistics, so
+// those floors, over all the lists of a thread, is within 128 KB, so that a
+// thread's cache holds at most 144 KB (threadcache.h says how the limits
+// adapt): an empty list takes half its limit from the pages under the lock,
+// a full one gives half back. (With 64 KB, a thread that churns every class
+// at once moved a list to or from the pages every few hundred calls.) Blocks in a cache count as allocated in the statistics, so
 // currents and peaks include them. A dump, FreeAll, GetStatistics,
 // GetTotals, ValidateMemory and destruction first give the calling thread's
 // cache back; a dump lists how many blocks other threads' caches hold. A
@@ -42,6 +42,7 @@
 #include <qel/allocatorstatistics.h>
 #include <qel/criticalsection.h>
 #include <qel/export.h>
+#include <qel/threadcachelookup.h>
 #include <qel/types.h>
 
 namespace qel
@@ -146,6 +147,7 @@ private:
     u32 m_ErrorCategory;
     mutable CriticalSection m_Lock;
     ThreadCacheHome* m_Caches = nullptr; // null while caches are off
+    ThreadCacheLookup m_CacheLookup;     // kept by m_Caches
 };
 
 } // namespace qel

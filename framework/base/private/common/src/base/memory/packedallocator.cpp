@@ -580,7 +580,8 @@ void PackedAllocator::EnableThreadCaches()
         return;
     const unsigned processors = std::thread::hardware_concurrency();
     m_ArenaLimit = processors == 0 || processors > MaxArenas ? u32(MaxArenas) : u32(processors);
-    m_Caches = ThreadCacheHome::Make<PackedAllocator, &PackedAllocator::GiveBack>(this, m_HomeLock);
+    m_Caches = ThreadCacheHome::Make<PackedAllocator, &PackedAllocator::GiveBack>(this, m_HomeLock,
+                                                                                  m_CacheLookup);
     if (m_Caches != nullptr)
         m_Caches->SetClasses(
             CacheClasses, CacheBudget, &ClassCapacity,

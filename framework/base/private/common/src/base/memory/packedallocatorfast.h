@@ -55,14 +55,13 @@ inline bool PackedAllocator::StaysInPlace(const void* p, unsigned int size, u32 
 
 inline void* PackedAllocator::MallocCached(unsigned int size)
 {
-    if (m_Caches != nullptr)
-        if (ThreadCache* cache = m_Caches->Found())
-            if (void* p = cache->Pop(ClassAbove(size)))
-            {
-                // Atomic: a dump may read the marker meanwhile, under the lock.
-                __atomic_store_n(&PackedBlock::Of(p)->marker, BlockMarker, __ATOMIC_RELAXED);
-                return p;
-            }
+    if (ThreadCache* cache = ThreadCacheHome::Found(m_CacheLookup))
+        if (void* p = cache->Pop(ClassAbove(size)))
+        {
+            // Atomic: a dump may read the marker meanwhile, under the lock.
+            __atomic_store_n(&PackedBlock::Of(p)->marker, BlockMarker, __ATOMIC_RELAXED);
+            return p;
+        }
     return nullptr;
 }
 
@@ -107,8 +106,8 @@ inline void PackedAllocator::FreeCached(ThreadCache& cache, const void* p, u32 r
 
 inline void PackedAllocator::FreeFast(const void* p, u32 record)
 {
-    if (m_Caches != nullptr && HeaderOnPage(p, record))
-        if (ThreadCache* cache = m_Caches->Found())
+    if (HeaderOnPage(p, record))
+        if (ThreadCache* cache = ThreadCacheHome::Found(m_CacheLookup))
             return FreeCached(*cache, p, record);
     FreeMiss(p, record);
 }

@@ -66,10 +66,11 @@ void PoolAllocator::EnableThreadCaches()
 {
     if (m_Caches != nullptr)
         return;
-    m_Caches = ThreadCacheHome::Make<PoolAllocator, &PoolAllocator::GiveBlocks>(this, m_Lock);
+    m_Caches = ThreadCacheHome::Make<PoolAllocator, &PoolAllocator::GiveBlocks>(this, m_Lock,
+                                                                                m_CacheLookup);
     if (m_Caches != nullptr)
         m_Caches->SetClasses(
-            NumberOfClasses, 64 * 1024, [](u32 i) { return Granularity * (i + 1); },
+            NumberOfClasses, 128 * 1024, [](u32 i) { return Granularity * (i + 1); },
             [](u32 i)
             { return 1024 / (Granularity * (i + 1)) > 4 ? 1024 / (Granularity * (i + 1)) : 4; },
             [](u32 i) {

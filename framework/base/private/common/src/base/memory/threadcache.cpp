@@ -155,7 +155,7 @@ public:
                 Release(cache);
             }
             if (cache == &ThreadCache::Vacant &&
-                (slot == nullptr || &cache == &mine->caches[home->m_Slot]))
+                (slot == nullptr || &cache == &mine->caches[home->m_Lookup.slot]))
                 slot = &cache;
         }
         if (slot == nullptr)
@@ -166,7 +166,8 @@ public:
         ThreadCache* cache = new (storage) ThreadCache();
         home->StartLimits(*cache);
         cache->home.store(home, std::memory_order_relaxed);
-        cache->key.store(home->m_Key.load(std::memory_order_acquire), std::memory_order_relaxed);
+        cache->key.store(home->m_Lookup.key.load(std::memory_order_acquire),
+                         std::memory_order_relaxed);
         {
             ScopedLock<CriticalSection> lock(home->m_Lock);
             cache->next = home->m_Caches;
@@ -200,11 +201,11 @@ std::atomic<std::uintptr_t> g_NextKey{1}; // 0 is ThreadCache::Vacant's
 
 } // namespace
 
-ThreadCacheHome::ThreadCacheHome(CriticalSection& lock)
-    : m_Lock(lock),
-      m_Slot(g_NextSlot.fetch_add(1, std::memory_order_relaxed) % ThreadCaches::MaxCaches),
-      m_Key(NewKey())
+ThreadCacheHome::ThreadCacheHome(CriticalSection& lock, ThreadCacheLookup& lookup)
+    : m_Lock(lock), m_Lookup(lookup)
 {
+    lookup.slot = g_NextSlot.fetch_add(1, std::memory_order_relaxed) % ThreadCaches::MaxCaches;
+    lookup.key.store(NewKey(), std::memory_order_release);
 }
 
 std::uintptr_t ThreadCacheHome::NewKey()
@@ -215,7 +216,7 @@ std::uintptr_t ThreadCacheHome::NewKey()
 void ThreadCache::GiveAllBack()
 {
     ThreadCacheHome* owner = home.load(std::memory_order_relaxed);
-    if (key.load(std::memory_order_relaxed) == owner->m_Key.load(std::memory_order_relaxed))
+    if (key.load(std::memory_order_relaxed) == owner->m_Lookup.key.load(std::memory_order_relaxed))
     {
         if (void* chain = TakePending())
             owner->GiveBack(chain, false);
@@ -231,6 +232,7 @@ void ThreadCacheHome::Destroy(ThreadCacheHome* home)
     if (home == nullptr)
         return;
     ThreadCacheRegistry::Detach(home);
+    home->m_Lookup.key.store(ThreadCacheLookup::NoKey, std::memory_order_release);
     home->~ThreadCacheHome();
     FreeLines(home);
 }
@@ -250,7 +252,7 @@ ThreadCache* ThreadCacheHome::FindCache()
         cache = ThreadCacheRegistry::Create(this);
     if (cache == nullptr)
         return nullptr;
-    const std::uintptr_t key = m_Key.load(std::memory_order_acquire);
+    const std::uintptr_t key = m_Lookup.key.load(std::memory_order_acquire);
     if (cache->key.load(std::memory_order_relaxed) != key)
     {
         cache->Clear(); // its blocks went with the pages at FreeAll
@@ -269,7 +271,7 @@ u32 ThreadCacheHome::HeldByOtherThreads() const
 {
     ScopedLock<CriticalSection> lock(m_Lock);
     const ThreadCache* own = FindOwn();
-    const std::uintptr_t key = m_Key.load(std::memory_order_relaxed);
+    const std::uintptr_t key = m_Lookup.key.load(std::memory_order_relaxed);
     u32 held = 0;
     for (const ThreadCache* cache = m_Caches; cache != nullptr; cache = cache->next)
         if (cache != own && cache->key.load(std::memory_order_relaxed) == key)

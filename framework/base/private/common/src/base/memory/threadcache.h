@@ -1,7 +1,9 @@
 // Threads' caches of free blocks in front of an allocator's size classes.
 //
 // An allocator that turns caches on keeps a ThreadCacheHome: its lock, the
-// list of every thread's cache for it, its key, and its classes' limits.
+// list of every thread's cache for it and its classes' limits; the home's
+// key and place, which the hot paths read, sit in the allocator's own
+// object (ThreadCacheLookup).
 // Each thread that allocates from it gets a ThreadCache: for each class, a
 // list of free blocks linked through their first word, that only this
 // thread changes, so taking and giving a block needs no lock. A cache
@@ -39,6 +41,7 @@
 #pragma once
 
 #include <qel/criticalsection.h>
+#include <qel/threadcachelookup.h>
 #include <qel/types.h>
 
 #include "base/thread/threadslot_native.h"
@@ -62,8 +65,8 @@ struct ThreadCache
 
     // The count leads, and the lists lead the cache, so that a list's
     // address is where its count is: compilers give an atomic's address a
-    // register of its own.
-    struct List
+    // register of its own. A list takes 16 bytes on every host.
+    struct alignas(16) List
     {
         std::atomic<u32> count; // only this thread writes it
         u32 limit;              // see the top of this file
@@ -131,9 +134,9 @@ struct ThreadCache
         return nullptr;
     }
 
-    void* Pop(u32 index)
+    void* Pop(u32 index) { return Pop(lists[index]); }
+    static void* Pop(List& list)
     {
-        List& list = lists[index];
         void* block = list.head;
         if (block != nullptr)
         {
@@ -144,9 +147,9 @@ struct ThreadCache
         return block;
     }
     // True when the list is now past its limit.
-    bool Push(u32 index, void* block)
+    bool Push(u32 index, void* block) { return Push(lists[index], block); }
+    static bool Push(List& list, void* block)
     {
-        List& list = lists[index];
         *static_cast<void**>(block) = list.head;
         list.head = block;
         const u32 count = list.count.load(std::memory_order_relaxed) + 1;
@@ -218,16 +221,19 @@ struct ThreadCaches
 class ThreadCacheHome
 {
 public:
-    explicit ThreadCacheHome(CriticalSection& lock);
+    ThreadCacheHome(CriticalSection& lock, ThreadCacheLookup& lookup);
     ThreadCacheHome(const ThreadCacheHome&) = delete;
     ThreadCacheHome& operator=(const ThreadCacheHome&) = delete;
 
     // Makes a home whose list of caches `lock` guards, with `giveBack`
-    // returning a chain of cached blocks to the allocator; null when out of
-    // memory. Homes live outside the allocators' heaps.
+    // returning a chain of cached blocks to the allocator, and which keeps
+    // the allocator's `lookup`; null when out of memory. Homes live outside
+    // the allocators' heaps.
     template <class Allocator, void (Allocator::*giveBack)(void*, bool)>
-    static ThreadCacheHome* Make(Allocator* allocator, CriticalSection& lock);
-    // Every thread's cache is cut loose, then the home goes.
+    static ThreadCacheHome* Make(Allocator* allocator, CriticalSection& lock,
+                                 ThreadCacheLookup& lookup);
+    // Every thread's cache is cut loose, then the home goes, and its
+    // lookup finds no cache any more.
     static void Destroy(ThreadCacheHome* home);
 
     // The calling thread's cache, made on first use; null when none can be
@@ -239,16 +245,19 @@ public:
         return FindCache();
     }
     // The calling thread's cache when it is found at the first look, else
-    // null: what the allocators' hot paths take, with no call.
-    ThreadCache* Found() const
+    // null: what the allocators' hot paths take, with no call and nothing
+    // read of the home.
+    static ThreadCache* Found(const ThreadCacheLookup& lookup)
     {
-        ThreadCache* cache = ThreadCaches::Mine()->caches[m_Slot];
-        if (cache->key.load(std::memory_order_relaxed) != m_Key.load(std::memory_order_relaxed))
+        ThreadCache* cache = ThreadCaches::Mine()->caches[lookup.slot];
+        if (cache->key.load(std::memory_order_relaxed) !=
+            lookup.key.load(std::memory_order_relaxed))
             return nullptr;
         if (cache == nullptr) // never: empty places hold Vacant
             __builtin_unreachable();
         return cache;
     }
+    ThreadCache* Found() const { return Found(m_Lookup); }
 
     // Gives the calling thread's cache back.
     void FlushOwn();
@@ -256,7 +265,7 @@ public:
     u32 HeldByOtherThreads() const;
     // At FreeAll, with the allocator's locks held: every cache's blocks went
     // with the pages, the caches see the new key and start empty.
-    void VoidAll() { m_Key.store(NewKey(), std::memory_order_release); }
+    void VoidAll() { m_Lookup.key.store(NewKey(), std::memory_order_release); }
     // Gives blocks of the list back until `keep` are left.
     void Drain(ThreadCache& cache, u32 index, u32 keep) { GiveBack(cache.Cut(index, keep), true); }
     // The list went past its limit: half of it goes back. Out of line, so
@@ -307,11 +316,11 @@ private:
     };
 
     CriticalSection& m_Lock;
-    // Where a thread's cache for this home goes when that place is free:
-    // homes take the places in turn, so that the few alive at once (the
-    // shared Small and Big allocators') each find theirs at the first look.
-    const u32 m_Slot;
-    std::atomic<std::uintptr_t> m_Key;
+    // The slot: where a thread's cache for this home goes when that place is
+    // free. Homes take the places in turn, so that the few alive at once
+    // (the shared Small and Big allocators') each find theirs at the first
+    // look. The key: see the top of this file.
+    ThreadCacheLookup& m_Lookup;
     ThreadCache* m_Caches = nullptr; // every thread's, under the lock
     u32 m_Classes = 0;
     u32 m_Budget = 0;
@@ -330,8 +339,8 @@ template <class Allocator, void (Allocator::*giveBack)(void*, bool)>
 class HomeOf final : public ThreadCacheHome
 {
 public:
-    HomeOf(Allocator* allocator, CriticalSection& lock)
-        : ThreadCacheHome(lock), m_Allocator(allocator)
+    HomeOf(Allocator* allocator, CriticalSection& lock, ThreadCacheLookup& lookup)
+        : ThreadCacheHome(lock, lookup), m_Allocator(allocator)
     {
     }
     void GiveBack(void* chain, bool sorted) override { (m_Allocator->*giveBack)(chain, sorted); }
@@ -343,11 +352,12 @@ private:
 } // namespace threadcache
 
 template <class Allocator, void (Allocator::*giveBack)(void*, bool)>
-ThreadCacheHome* ThreadCacheHome::Make(Allocator* allocator, CriticalSection& lock)
+ThreadCacheHome* ThreadCacheHome::Make(Allocator* allocator, CriticalSection& lock,
+                                       ThreadCacheLookup& lookup)
 {
     typedef threadcache::HomeOf<Allocator, giveBack> Home;
     void* storage = threadcache::AllocateLines(sizeof(Home));
-    return storage != nullptr ? new (storage) Home(allocator, lock) : nullptr;
+    return storage != nullptr ? new (storage) Home(allocator, lock, lookup) : nullptr;
 }
 
 } // namespace qel
