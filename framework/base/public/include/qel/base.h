@@ -103,6 +103,7 @@
 #include <qel/systembase.h>
 #include <qel/textoutputdevice.h>
 #include <qel/textwriter.h>
+#include <qel/threadcachelookup.h>
 #include <qel/threadmanager.h>
 #include <qel/threadmutex.h>
 #include <qel/trackingallocator.h>

@@ -28,9 +28,10 @@
 // thread's cache holds at most 144 KB (threadcache.h says how the limits
 // adapt): an empty list takes half its limit from the pages under the lock,
 // a full one gives half back. (With 64 KB, a thread that churns every class
-// at once moved a list to or from the pages every few hundred calls.) Blocks in a cache count as allocated in the statistics, so
-// currents and peaks include them. A dump, FreeAll, GetStatistics,
-// GetTotals, ValidateMemory and destruction first give the calling thread's
+// at once moved a list to or from the pages every few hundred calls.)
+// Blocks in a cache count as allocated in the statistics, so currents and
+// peaks include them. A dump, FreeAll, GetStatistics, GetTotals,
+// ValidateMemory and destruction first give the calling thread's
 // cache back; a dump lists how many blocks other threads' caches hold. A
 // thread's caches go back when it ends, whatever started it. A block may be
 // freed by any thread: it joins that thread's cache. FreeAll empties the
