@@ -11,7 +11,7 @@
 #include <qel/serializer.h>
 #include <qel/threadmanager.h>
 
-#include "archive/reasonof.h"
+#include "archive/archivetest.h"
 #include "disk/disktest.h"
 #include "support/environment.h"
 
@@ -27,54 +27,15 @@
 namespace
 {
 
+using archivetest::Handle;
+using archivetest::Item;
+using archivetest::itemClass;
+using archivetest::ItemDescriptor;
+using archivetest::ItemOf;
 using archivetest::ReasonOf;
 using qel::FileArchive;
 using qel::ResourceManager;
 using qel::u32;
-
-struct Item : qel::Interface
-{
-    u32 value = 0;
-    Item* first = nullptr;
-    Item* second = nullptr;
-};
-
-class ItemDescriptor : public qel::ClassDescriptor
-{
-public:
-    explicit ItemDescriptor(const char* name) : ClassDescriptor(name) {}
-    qel::Interface* CreateInstance() const override { return new Item; }
-    void SerializeInstance(qel::Interface& instance, qel::Serializer& s) const override
-    {
-        Item& item = static_cast<Item&>(instance);
-        s.Identify("Value");
-        s.Serialize(item.value);
-        for (Item** link : {&item.first, &item.second})
-        {
-            bool has = *link != nullptr;
-            s.Identify("Link");
-            s.Serialize(has);
-            if (!has)
-                continue;
-            if (s.IsWriting())
-                s.Save(const_cast<ItemDescriptor&>(*this), static_cast<qel::Interface*>(*link));
-            else
-                *link = static_cast<Item*>(static_cast<qel::Interface*>(s.Load()));
-        }
-    }
-};
-
-ItemDescriptor itemClass("ArchiveTestItem");
-
-void* Handle(Item* item)
-{
-    return static_cast<qel::Interface*>(item);
-}
-
-Item* ItemOf(void* handle)
-{
-    return static_cast<Item*>(static_cast<qel::Interface*>(handle));
-}
 
 class FileArchiveTest : public ::testing::Test
 {

@@ -10,7 +10,7 @@
 #include <qel/outputmemorystream.h>
 #include <qel/resourcemanager.h>
 
-#include "archive/reasonof.h"
+#include "archive/archivetest.h"
 
 #include <gtest/gtest.h>
 
