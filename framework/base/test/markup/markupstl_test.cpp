@@ -232,26 +232,26 @@ TEST(MarkupXml, EncodingsEntitiesLineEndsAndStrictness)
          "<!ENTITY e 'z'>]><a>&e;</a>",
          true, "z", "c='y'", 0, 0, ""},
         // ill-formed in either mode
-        {"<a>\n  <b></c>\n</a>", false, "", "", 2, 8, ""},
-        {"<a x='1' x='2'/>", false, "", "", 1, 10, ""},
+        {"<a>\n  <b></c>\n</a>", false, "", "", 2, 8, "does not match"},
+        {"<a x='1' x='2'/>", false, "", "", 1, 10, "twice"},
         // Among many attributes: the 17th repeats the 16th, the 19th the first.
         {"<a b='' c='' d='' e='' f='' g='' h='' i='' j='' k='' l='' m='' n='' o='' p='' q='' "
          "q=''/>",
-         false, "", "", 1, 84, ""},
+         false, "", "", 1, 84, "twice"},
         {"<a b='' c='' d='' e='' f='' g='' h='' i='' j='' k='' l='' m='' n='' o='' p='' q='' r='' "
          "s='' b=''/>",
-         false, "", "", 1, 94, ""},
-        {"<a>\n <b>&nope;</b></a>", false, "", "", 2, 5, ""},
-        {"<a><!-- open </a>", false, "", "", 1, 4, ""},
-        {"<a><!--></a>", false, "", "", 1, 4, ""},
-        {"<a></a>\n<b/>", false, "", "", 2, 1, ""},
-        {"text<a/>", false, "", "", 1, 1, ""},
-        {"<a x=1/>", false, "", "", 1, 6, ""},
-        {"<a>", false, "", "", 1, 4, ""},
-        {"<a><b x='<'/></a>", false, "", "", 1, 10, ""},
-        {"<a><![CDATA[ x </a>", false, "", "", 1, 4, ""},
-        {"<1a/>", false, "", "", 1, 2, ""},
-        {"<a></a>trailing", false, "", "", 1, 8, ""},
+         false, "", "", 1, 94, "twice"},
+        {"<a>\n <b>&nope;</b></a>", false, "", "", 2, 5, "'nope'"},
+        {"<a><!-- open </a>", false, "", "", 1, 4, "comment"},
+        {"<a><!--></a>", false, "", "", 1, 4, "comment"},
+        {"<a></a>\n<b/>", false, "", "", 2, 1, "second root"},
+        {"text<a/>", false, "", "", 1, 1, "outside the root"},
+        {"<a x=1/>", false, "", "", 1, 6, "quoted"},
+        {"<a>", false, "", "", 1, 4, "ends inside"},
+        {"<a><b x='<'/></a>", false, "", "", 1, 10, "'<'"},
+        {"<a><![CDATA[ x </a>", false, "", "", 1, 4, "CDATA"},
+        {"<1a/>", false, "", "", 1, 2, "name"},
+        {"<a></a>trailing", false, "", "", 1, 8, "outside the root"},
         // lenient unless strict
         {"", true, "", "", 1, 1, "root"},
         {"<!-- c -->", true, "", "", 1, 11, "root"},
@@ -310,7 +310,6 @@ TEST(MarkupXml, EncodingsEntitiesLineEndsAndStrictness)
             continue;
         }
         EXPECT_FALSE(good) << c.text;
-        EXPECT_NE(std::string(doc.GetError()), "") << c.text;
         EXPECT_EQ(doc.GetElementCount(), 0u) << c.text;
         EXPECT_FALSE(doc.FindElement() || doc.AddElement("x")) << c.text;
         EXPECT_EQ(doc.GetErrorLine(), c.line) << c.text << ": " << doc.GetError();
