@@ -4,13 +4,11 @@
 // the folder DIR and keeps it; with QEL_ARCHIVE_NAMES_LOAD=DIR it loads the
 // archive found there (CI moves archives between Linux and Windows so);
 // with neither it saves and loads in a temporary folder.
-#include <qel/classdescriptor.h>
 #include <qel/filearchive.h>
 #include <qel/filemanager.h>
 #include <qel/resourcemanager.h>
-#include <qel/serializer.h>
 
-#include "archive/reasonof.h"
+#include "archive/archivetest.h"
 #include "support/environment.h"
 
 #include <gtest/gtest.h>
@@ -24,44 +22,13 @@
 namespace
 {
 
+using archivetest::Handle;
+using archivetest::Item;
 using qel::ResourceManager;
 using qel::u32;
 
-struct Link : qel::Interface
-{
-    u32 value = 0;
-    Link* next = nullptr;
-};
-
-class LinkDescriptor : public qel::ClassDescriptor
-{
-public:
-    LinkDescriptor() : ClassDescriptor("ArchiveNamesLink") {}
-    qel::Interface* CreateInstance() const override { return new Link; }
-    void SerializeInstance(qel::Interface& instance, qel::Serializer& s) const override
-    {
-        Link& link = static_cast<Link&>(instance);
-        s.Identify("Value");
-        s.Serialize(link.value);
-        bool has = link.next != nullptr;
-        s.Identify("Next");
-        s.Serialize(has);
-        if (has && s.IsWriting())
-            s.Save(const_cast<LinkDescriptor&>(*this), static_cast<qel::Interface*>(link.next));
-        else if (has)
-            link.next = static_cast<Link*>(static_cast<qel::Interface*>(s.Load()));
-    }
-};
-
-LinkDescriptor linkClass;
-
 // Each names the next; the first is loaded by name and brings the others.
 const char* const kNames[] = {u8"R\u00e4ume/L\u00e4mpe", "Upper/Case", u8"\u65e5\u672c/\u8a9e"};
-
-void* Handle(Link* link)
-{
-    return static_cast<qel::Interface*>(link);
-}
 
 std::string Root(const std::string& local)
 {
@@ -76,18 +43,18 @@ std::string Root(const std::string& local)
 void Save(const std::string& folder)
 {
     qel::FileArchive archive(1, Root(folder).c_str(), nullptr);
-    std::vector<Link*> links;
+    std::vector<Item*> links;
     for (const char* name : kNames)
     {
-        links.push_back(new Link);
+        links.push_back(new Item);
         links.back()->value = u32(links.size());
         ResourceManager::Insert(Handle(links.back()));
         archive.SetResourceName(Handle(links.back()), name);
     }
     for (std::size_t i = 0; i + 1 < links.size(); ++i)
-        links[i]->next = links[i + 1];
+        links[i]->first = links[i + 1];
     archive.BeginSave();
-    archive.Save(linkClass, Handle(links.front()));
+    archive.Save(archivetest::itemClass, Handle(links.front()));
     archive.EndSave();
     for (auto link = links.rbegin(); link != links.rend(); ++link)
     {
@@ -99,10 +66,9 @@ void Save(const std::string& folder)
 void Load(const std::string& folder)
 {
     qel::FileArchive archive(1, Root(folder).c_str(), nullptr);
-    Link* first = static_cast<Link*>(static_cast<qel::Interface*>(archive.Load(kNames[0])));
-    std::vector<Link*> loaded;
-    for (Link* link = first; link != nullptr; link = link->next)
-        loaded.push_back(link);
+    std::vector<Item*> loaded;
+    for (Item* item = archivetest::ItemOf(archive.Load(kNames[0])); item; item = item->first)
+        loaded.push_back(item);
     ASSERT_EQ(loaded.size(), 3u);
     for (u32 i = 0; i < 3; ++i)
     {

@@ -10,7 +10,7 @@
 #include <qel/outputmemorystream.h>
 #include <qel/resourcemanager.h>
 
-#include "archive/reasonof.h"
+#include "archive/archivetest.h"
 
 #include <gtest/gtest.h>
 
@@ -151,44 +151,10 @@ TEST(ResourceManager, EveryRegisteredArchiveHearsOfEachRemovalInOrder)
     EXPECT_EQ(first.taken, (std::vector<u32>{ib, ib, ib, ia}));
 }
 
-TEST(ResourceManager, ConcurrentInsertsNeverShareAnIndex)
-{
-    enum
-    {
-        PerThread = 2000
-    };
-    std::vector<char> resources(2 * PerThread);
-    std::vector<u32> indices(resources.size());
-    auto worker = [&](u32 from)
-    {
-        for (u32 i = from; i < from + PerThread; ++i)
-        {
-            indices[i] = ResourceManager::Insert(&resources[i]);
-            if (i % 3 == 0)
-            {
-                ResourceManager::Remove(&resources[i]);
-                indices[i] = ResourceManager::Insert(&resources[i]);
-            }
-        }
-    };
-    std::thread one(worker, 0u), two(worker, u32(PerThread));
-    one.join();
-    two.join();
-
-    std::vector<u32> sorted = indices;
-    std::sort(sorted.begin(), sorted.end());
-    EXPECT_TRUE(std::adjacent_find(sorted.begin(), sorted.end()) == sorted.end());
-    for (size_t i = 0; i < resources.size(); ++i)
-        ASSERT_EQ(ResourceManager::GetResource(indices[i]), &resources[i]);
-    std::vector<void*> all;
-    for (char& resource : resources)
-        all.push_back(&resource);
-    RemoveAll(all);
-}
-
 // Seeded stress: three threads insert, check and remove resources while a
-// fourth withdraws and registers archives again. An archive listed all along
-// hears of every removal; the others never of more.
+// fourth withdraws and registers archives again. No two live resources share
+// an index; an archive listed all along hears of every removal; the others
+// never of more.
 TEST(ResourceManager, StressRemovalsReachTheArchivesListedMeanwhile)
 {
     const unsigned seed = 20261124;

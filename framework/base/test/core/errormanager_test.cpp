@@ -255,42 +255,17 @@ TEST(ErrorManagerCategories, SixtyFifthCategoryGetsDefaultAndCountStays)
         manager.UnRegisterCategory(*it);
 }
 
-TEST(ErrorManagerCategories, IdNotBelowTheCountIsReportedUnderDefault)
+// A freed slot below the count has no device: silent reports under it write
+// nothing. An id not below the count is reported under the default category.
+TEST(ErrorManagerCategories, FreedSlotsWriteNothingAndIdsPastTheCountGoToDefault)
 {
     ErrorManager& manager = ErrorManager::GetSingletonInstance();
     ScriptedHost host;
-    RecordingDevice defaultDevice, fifth;
-    manager.RegisterOutputDevice(ErrorManager::DefaultCategory, &defaultDevice);
-
-    // Register until the newest category is the last slot below the count
-    // (like id 5 of 6), then remove it: its id is now out of range.
-    std::vector<qel::u32> taken;
-    do
-        taken.push_back(manager.RegisterCategory(ErrorManager::BaseCategory, "Last"));
-    while (taken.back() != manager.GetNumberOfCategories() - 1);
-    const qel::u32 last = taken.back();
-    manager.RegisterOutputDevice(last, &fifth);
-    manager.UnRegisterCategory(last);
-    taken.pop_back();
-
-    manager.DisplayTrace(last, "to default");
-    EXPECT_EQ(defaultDevice.texts, std::vector<std::string>{"to default"});
-    EXPECT_TRUE(fifth.texts.empty());
-
-    for (qel::u32 id : taken)
-        manager.UnRegisterCategory(id);
-    manager.RegisterOutputDevice(ErrorManager::DefaultCategory, manager.GetDefaultDevice());
-}
-
-TEST(ErrorManagerCategories, FreeSlotBelowTheCountHasNoDeviceAndSilentWritesNothing)
-{
-    ErrorManager& manager = ErrorManager::GetSingletonInstance();
-    ScriptedHost host;
-    RecordingDevice defaultDevice;
+    RecordingDevice defaultDevice, removed;
     manager.RegisterOutputDevice(ErrorManager::DefaultCategory, &defaultDevice);
     const qel::u32 freed = manager.RegisterCategory(ErrorManager::BaseCategory, "Freed");
     const qel::u32 above = manager.RegisterCategory(ErrorManager::BaseCategory, "Above");
-    manager.UnRegisterCategory(freed); // still below the count, and deviceless
+    manager.UnRegisterCategory(freed);
 
     QueryDevice::SetSilent(true);
     ErrorManager::QueryUserFlag flag = 0;
@@ -298,10 +273,25 @@ TEST(ErrorManagerCategories, FreeSlotBelowTheCountHasNoDeviceAndSilentWritesNoth
     EXPECT_EQ(manager.DisplayAssert(flag, ErrorManager::InternalAssert, freed, "c", "f", 1),
               QueryDevice::Ignore);
     QueryDevice::SetSilent(false);
-
     EXPECT_TRUE(defaultDevice.texts.empty());
     EXPECT_TRUE(host.questions.empty());
-    manager.UnRegisterCategory(above);
+
+    // Register until the newest category is the last slot below the count
+    // (like id 5 of 6), then remove it: its id is now out of range.
+    std::vector<qel::u32> taken{above};
+    do
+        taken.push_back(manager.RegisterCategory(ErrorManager::BaseCategory, "Last"));
+    while (taken.back() != manager.GetNumberOfCategories() - 1);
+    const qel::u32 last = taken.back();
+    manager.RegisterOutputDevice(last, &removed);
+    manager.UnRegisterCategory(last);
+    taken.pop_back();
+    manager.DisplayTrace(last, "to default");
+    EXPECT_EQ(defaultDevice.texts, std::vector<std::string>{"to default"});
+    EXPECT_TRUE(removed.texts.empty());
+
+    for (auto it = taken.rbegin(); it != taken.rend(); ++it)
+        manager.UnRegisterCategory(*it);
     manager.RegisterOutputDevice(ErrorManager::DefaultCategory, manager.GetDefaultDevice());
 }
 

@@ -97,14 +97,20 @@ protected:
     char savedDirectory[FileManager::PathSize];
 };
 
-// The shorter of two prefixes wins whichever was mounted first; paths are
-// not folded, a mount's name resolves to an empty native path and a
-// relative path is joined to the current directory.
+// The shorter of two prefixes wins whichever was mounted first, and the
+// longer name unmounts it; paths are not folded, a mount's name resolves to
+// an empty native path and a relative path is joined to the current
+// directory.
 TEST_F(MountTableTest, PathsResolveThroughTheirMount)
 {
     ASSERT_EQ(manager.Mount("/qa/", Drive()), FileManager::MountOk);
     EXPECT_EQ(manager.Mount("/qa/b/", Drive()), FileManager::MountAlreadyMounted);
-    EXPECT_EQ(manager.Unmount("/qa/"), FileManager::MountOk);
+    EXPECT_EQ(manager.Unmount("/qa/b/"), FileManager::MountOk); // removes /qa/
+    RefPtr<FileManager::MountPoint> found;
+    ASSERT_EQ(manager.FindMount("/disks/", found), FileManager::MountOk);
+    EXPECT_EQ(manager.FindMount("/qa/", found), FileManager::MountNotFound);
+    EXPECT_FALSE(found); // a miss clears what was found before
+    EXPECT_EQ(manager.Unmount("/qa/"), FileManager::MountNotFound);
     ASSERT_EQ(manager.Mount("/qa/b/", Drive()), FileManager::MountOk);
     ASSERT_EQ(manager.Mount("/qa/", Drive()), FileManager::MountOk);
     ASSERT_EQ(manager.Mount("/qd/", Drive()), FileManager::MountOk);
@@ -127,17 +133,6 @@ TEST_F(MountTableTest, PathsResolveThroughTheirMount)
     EXPECT_STREQ(path.GetVirtualPath(), "data/a.bin");
     ASSERT_EQ(manager.ResolveVirtualPath(path.GetVirtualPath(), path), FileManager::MountOk);
     EXPECT_STREQ(path.GetNativePath(), "game/data/a.bin");
-}
-
-TEST_F(MountTableTest, UnmountOfALongerNameRemovesTheShorterMount)
-{
-    ASSERT_EQ(manager.Mount("/qa/", Drive()), FileManager::MountOk);
-    EXPECT_EQ(manager.Unmount("/qa/b/"), FileManager::MountOk);
-    RefPtr<FileManager::MountPoint> found;
-    ASSERT_EQ(manager.FindMount("/disks/", found), FileManager::MountOk);
-    EXPECT_EQ(manager.FindMount("/qa/", found), FileManager::MountNotFound);
-    EXPECT_FALSE(found);
-    EXPECT_EQ(manager.Unmount("/qa/"), FileManager::MountNotFound);
 }
 
 TEST_F(MountTableTest, AliasesOfAliasesAreResolvedOnceWhenMounted)

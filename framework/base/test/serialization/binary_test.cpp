@@ -106,7 +106,8 @@ struct Item
 };
 
 // A stride longer than the element touches only the strided elements, in
-// the block path (native), the element path (swapped) and the base loop.
+// the block path (native), the element path (swapped) and the base loop; an
+// empty array writes nothing.
 template <class W, class R>
 void CheckStride()
 {
@@ -116,6 +117,9 @@ void CheckStride()
         {
             EXPECT_EQ(s.Serialize(&items[0].id, 3, sizeof(Item)), 3u);
             EXPECT_EQ(s.Serialize(&items[0].position[1], 3, sizeof(Item)), 3u);
+            double* none = nullptr; // empty arrays move nothing
+            EXPECT_EQ(s.Serialize(none, 0, 8), 0u);
+            EXPECT_EQ(s.Serialize(reinterpret_cast<char*>(none), 0, 1), 0u);
         });
     ASSERT_EQ(bytes.size(), 24u);
 
@@ -193,18 +197,6 @@ TEST(Binary, LongSwappedArraysCrossTheirBatchesIntact)
     reader.Serialize(pairsRead.data(), 4099, 8);
     for (u32 i = 0; i < pairs.size(); ++i)
         ASSERT_EQ(pairsRead[i], i % 2 ? 5 : pairs[i]) << i;
-}
-
-TEST(Binary, EmptyArraysMoveNothing)
-{
-    double* none = nullptr;
-    const Bytes bytes = WriteWith<qel::BinarySwapperWriter>(
-        [&](qel::Serializer& s)
-        {
-            EXPECT_EQ(s.Serialize(none, 0, 8), 0u);
-            EXPECT_EQ(s.Serialize(reinterpret_cast<char*>(none), 0, 1), 0u);
-        });
-    EXPECT_TRUE(bytes.empty());
 }
 
 TEST(Binary, TheStreamHeaderPicksTheReader)

@@ -47,7 +47,9 @@ protected:
     std::string root;
 };
 
-TEST_F(FileStreamTest, TailReachesTheFileOnlyWhenTheStreamDiesOrFlushes)
+// The tail reaches the file when the stream flushes, opens another file or
+// dies.
+TEST_F(FileStreamTest, TailReachesTheFileOnlyWhenTheStreamFlushesReopensOrDies)
 {
     {
         OutputFileStream out(Virtual("tail.bin").c_str());
@@ -56,8 +58,13 @@ TEST_F(FileStreamTest, TailReachesTheFileOnlyWhenTheStreamDiesOrFlushes)
         out.Flush();
         EXPECT_EQ(SizeOnDisk("tail.bin"), 4u);
         out.Write(static_cast<unsigned short>(9));
+        out.Open(Virtual("second.bin").c_str());
+        EXPECT_EQ(SizeOnDisk("tail.bin"), 6u);
+        out.Write("abc", 3);
+        EXPECT_EQ(out.GetPosition(), 3u);
+        EXPECT_EQ(SizeOnDisk("second.bin"), 0u);
     }
-    EXPECT_EQ(SizeOnDisk("tail.bin"), 6u);
+    EXPECT_EQ(SizeOnDisk("second.bin"), 3u);
 }
 
 TEST_F(FileStreamTest, FileOfSeveralBlocksReadsBackExactlyWithValuesAcrossTheBoundary)
@@ -166,16 +173,6 @@ TEST_F(FileStreamTest, FilesOf4GBAndMoreStreamPastTheLowWord)
     EXPECT_EQ(request->BytesRemaining64(), 0u);
 }
 
-TEST_F(FileStreamTest, ReopeningAnOutputStreamWritesTheTailToTheFirstFile)
-{
-    OutputFileStream out(Virtual("first.bin").c_str());
-    out.Write("abc", 3);
-    out.Open(Virtual("second.bin").c_str());
-    out.Write("de", 2);
-    EXPECT_EQ(SizeOnDisk("first.bin"), 3u);
-    EXPECT_EQ(out.GetPosition(), 2u);
-}
-
 TEST(FileStreamSeekTest, SequentialReadingNeverSeeksAndSkipPastABlockSeeksOnTheNextRead)
 {
     std::atomic<int> closed{0};
@@ -221,7 +218,9 @@ TEST(FileStreamSeekTest, BigReadsGoStraightToTheCallersBuffer)
     EXPECT_EQ(in.Read(buffer.data(), u32(buffer.size())), 2 * Block - 6); // short at the end
 }
 
-TEST(FileStreamSeekTest, ProviderReplacesAndDeletesTheFileItHolds)
+// A provider deletes the file it holds when it takes another; streams on no
+// file are closed and move nothing.
+TEST(FileStreamSeekTest, ProviderReplacesAndDeletesTheFileItHoldsOrHoldsNone)
 {
     std::atomic<int> first{0}, second{0};
     qel::InputFileProvider provider(new MemoryFile(10, &first));
@@ -232,10 +231,7 @@ TEST(FileStreamSeekTest, ProviderReplacesAndDeletesTheFileItHolds)
     provider.Set(nullptr);
     EXPECT_EQ(second, 1);
     EXPECT_FALSE(provider.IsOpen());
-}
 
-TEST(FileStreamSeekTest, StreamsOnANullFileAreClosedAndMoveNothing)
-{
     InputFileStream in(static_cast<File*>(nullptr));
     unsigned char buffer[4];
     EXPECT_FALSE(in.GetProvider()->IsOpen());
