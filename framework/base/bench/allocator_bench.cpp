@@ -135,6 +135,7 @@ void BM_Churn_QelFloor(benchmark::State& state)
     Churn(
         state, [model](unsigned size) { return model->Malloc(size); },
         [model](void* p) { model->Free(p); });
+    qelbench::floor::GiveBack();
 }
 
 #define QEL_CHURN_SIZES Args({16, 16})->Args({64, 64})->Args({256, 256})->Args({1, 256})
@@ -189,6 +190,16 @@ Script MakeScript(const Workload& workload, unsigned seed)
     return script;
 }
 
+void* FloorMalloc(size_t size)
+{
+    return qelbench::floor::General()->Malloc(unsigned(size));
+}
+
+void FloorFree(void* p)
+{
+    qelbench::floor::General()->Free(p);
+}
+
 // One iteration frees a block of the window and allocates its replacement.
 void Replace(benchmark::State& state, const Api& api, const Workload& workload)
 {
@@ -208,6 +219,8 @@ void Replace(benchmark::State& state, const Api& api, const Workload& workload)
     }
     for (void* p : window)
         api.free(p);
+    if (api.malloc == &FloorMalloc)
+        qelbench::floor::GiveBack();
     state.SetItemsProcessed(state.iterations());
 }
 
@@ -312,16 +325,6 @@ void RegisterResident(const std::string& name, const char* api, const char* work
                                      state.counters["resident_MB"] = added / (1 << 20);
                                  })
         ->Iterations(1);
-}
-
-void* FloorMalloc(size_t size)
-{
-    return qelbench::floor::General()->Malloc(unsigned(size));
-}
-
-void FloorFree(void* p)
-{
-    qelbench::floor::General()->Free(p);
 }
 
 void RegisterGeneralBenchmarks()

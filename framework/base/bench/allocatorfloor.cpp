@@ -14,18 +14,10 @@ struct ThreadEnd
 {
     bool armed = false;
 
-    // The General allocator frees blocks of the pool too.
     ~ThreadEnd()
     {
-        if (!armed)
-            return;
-        qel::Allocator* allocator = qel::Mem::GetGeneralAlloc();
-        for (void*& head : t_Lists.pool)
-            while (void* block = Pop(head))
-                allocator->Free(block);
-        for (void*& head : t_Lists.packed)
-            while (void* block = Pop(head))
-                allocator->Free(block);
+        if (armed)
+            GiveBack();
     }
 };
 
@@ -36,6 +28,18 @@ thread_local ThreadEnd t_End;
 void KeepForThreadEnd()
 {
     t_End.armed = true;
+}
+
+// The General allocator frees blocks of the pool too.
+void GiveBack()
+{
+    qel::Allocator* allocator = qel::Mem::GetGeneralAlloc();
+    for (void*& head : t_Lists.pool)
+        while (void* block = Pop(head))
+            allocator->Free(block);
+    for (void*& head : t_Lists.packed)
+        while (void* block = Pop(head))
+            allocator->Free(block);
 }
 
 Model* Pool()

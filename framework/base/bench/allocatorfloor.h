@@ -15,10 +15,11 @@
 //   what the pool's Free is given.
 // - A push on the thread's list of that class.
 //
-// The lists have no limit and never give blocks back while the thread runs,
-// so after a warm-up every malloc is a hit: a list that is empty takes one
-// block of its class's largest size from the real allocator. Blocks go back
-// to it when the thread ends.
+// The lists have no limit and give no block back while a row runs, so after
+// a warm-up every malloc is a hit: a list that is empty takes one block of
+// its class's largest size from the real allocator. Blocks go back to it
+// when the row ends (GiveBack) and when the thread ends: held past its row,
+// a working set's worth of them would pin the pages of the rows after it.
 #pragma once
 
 #include <qel/allocator.h>
@@ -95,6 +96,9 @@ inline void* Pop(void*& head)
 
 // The blocks of the thread's lists go back when it ends.
 void KeepForThreadEnd();
+
+// Gives the blocks of the calling thread's lists back to the real allocator.
+void GiveBack();
 
 // A block of the list, or else one of `size` bytes from the real allocator.
 inline void* PopOrTake(void*& head, qel::Allocator* allocator, unsigned size)
