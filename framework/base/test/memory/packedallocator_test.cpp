@@ -69,7 +69,7 @@ std::size_t Asked(const qeltest::ScriptedHost& host, const std::string& prefix)
     return count;
 }
 
-TEST_F(PackedAllocatorTest, NeedAndRunSizeBoundaries)
+TEST_F(PackedAllocatorTest, NeedRunSizeAndRemainderBoundaries)
 {
     EXPECT_EQ(packed.MallocNoThrow(0), nullptr);
     for (unsigned size : {1u, 23u, 24u, 25u})
@@ -91,10 +91,7 @@ TEST_F(PackedAllocatorTest, NeedAndRunSizeBoundaries)
         packed.Free(p);
         EXPECT_EQ(packed.GetStatistics().currentPages, 0u);
     }
-}
-
-TEST_F(PackedAllocatorTest, RemainderUnderFortyBytesIsHandedOutWhole)
-{
+    // A remainder under forty bytes goes with the block.
     Take(packed, 16256 - 16 - 32); // leaves 32 bytes of a fresh 4-page run
     EXPECT_EQ(Used(packed), 16256u - 16u);
     EXPECT_EQ(packed.GetStatistics().currentFullPages, 4u); // nothing left: set aside
