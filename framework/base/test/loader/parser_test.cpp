@@ -126,46 +126,38 @@ TEST_F(ParserTest, GrammarAndItsQuirks)
     EXPECT_EQ(Parse("")->GetChildCount(), 0u);
 }
 
-TEST_F(ParserTest, CommentsSkippedOrKept)
+// Comments skipped or kept, and trees printed back: parameters quoted,
+// sections indented by tabs, lines ended by CR LF.
+TEST_F(ParserTest, CommentsSkippedOrKeptAndTreesPrintedBack)
 {
-    const std::string text = "; note\nA\n;*batch\nover lines*; x\nB ;\nC ;**; rest\nD";
-    auto skipped = Parse(text);
-    ASSERT_TRUE(skipped);
-    std::vector<std::string> names;
-    for (u32 i = 0; i < skipped->GetChildCount(); ++i)
-        names.push_back(skipped->GetChild(i)->GetIdentifier());
-    // "x" after the batch comment and "rest" after ;**; go with their lines.
-    EXPECT_EQ(names, (std::vector<std::string>{"A", "B", "C", "D"}));
-
-    Parser::SetParsingComment(true);
-    auto kept = Parse("; note\r\nA\n;*a\nb*; x\n");
-    ASSERT_TRUE(kept);
-    ASSERT_EQ(kept->GetChildCount(), 4u);
-    EXPECT_EQ(kept->GetChild(0)->GetType(), u32(ParsedNode::CommentType));
-    EXPECT_STREQ(kept->GetChild(0)->GetIdentifier(), " note");
-    EXPECT_EQ(kept->GetChild(2)->GetIdentifier(), nullptr); // a batch comment keeps no text
-    EXPECT_STREQ(kept->GetChild(3)->GetIdentifier(), " x");
-    EXPECT_EQ(Printed(*kept), "; note\r\nA\r\n;\r\n; x\r\n");
-}
-
-TEST_F(ParserTest, PrintWritesTheFormatBack)
-{
-    auto file = Parse("{Object:Lamp(a, ,b)\nColour(255 200 90)\n{Light\nOn()}}\nTop");
-    ASSERT_TRUE(file);
-    EXPECT_EQ(Printed(*file), "{Object:Lamp(\"a\", , \"b\")\r\n"
-                              "\tColour(\"255\", \"200\", \"90\")\r\n"
-                              "\t{Light\r\n"
-                              "\t\tOn()\r\n"
-                              "\t}\r\n"
-                              "}\r\n"
-                              "Top\r\n");
-
-    // Two texts that their plain form would not read back.
-    Parser::SetParsingComment(true);
-    file = Parse(";\r*x\nE(a\"b, \"c\")\n");
-    ASSERT_TRUE(file);
-    EXPECT_STREQ(file->GetChild(0)->GetIdentifier(), "*x");
-    EXPECT_EQ(Printed(*file), ";\r*x\r\nE(a\"b, \"c\")\r\n");
+    const struct
+    {
+        const char* text;
+        bool comments;
+        const char* printed;
+    } cases[] = {
+        // "x" after the batch comment and "rest" after ;**; go with their lines.
+        {"; note\nA\n;*batch\nover lines*; x\nB ;\nC ;**; rest\nD", false, "A\r\nB\r\nC\r\nD\r\n"},
+        {"; note\r\nA\n;*a\nb*; x\n", true, "; note\r\nA\r\n;\r\n; x\r\n"},
+        {"{Object:Lamp(a, ,b)\nColour(255 200 90)\n{Light\nOn()}}\nTop", false,
+         "{Object:Lamp(\"a\", , \"b\")\r\n\tColour(\"255\", \"200\", \"90\")\r\n\t{Light\r\n"
+         "\t\tOn()\r\n\t}\r\n}\r\nTop\r\n"},
+        // Two texts that their plain form would not read back.
+        {";\r*x\nE(a\"b, \"c\")\n", true, ";\r*x\r\nE(a\"b, \"c\")\r\n"},
+    };
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(c.text);
+        Parser::SetParsingComment(c.comments);
+        auto file = Parse(c.text);
+        ASSERT_TRUE(file);
+        EXPECT_EQ(Printed(*file), c.printed);
+        if (c.comments)
+        {
+            EXPECT_EQ(file->GetChild(0)->GetType(), u32(ParsedNode::CommentType));
+        }
+    }
+    EXPECT_EQ(Parse(cases[1].text)->GetChild(2)->GetIdentifier(), nullptr); // a batch comment
 }
 
 // Generated trees of every node kind, with texts of any byte that their

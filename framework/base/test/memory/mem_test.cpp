@@ -37,25 +37,22 @@ std::string MessageOf(const qeltest::ScriptedHost& host)
                : text.substr(begin + 9, end - begin - 9);
 }
 
-TEST(Mem, SharedUsagesAreMadeOnceAndUnknownUsagesAreNull)
+TEST(Mem, SharedUsagesAreMadeOnceUnknownUsagesAreNullAndMadeAllocatorsLiveOnNative)
 {
     qel::Allocator* page = Mem::GetPageAlloc();
     ASSERT_NE(page, nullptr);
     EXPECT_EQ(Mem::GetAllocator(Mem::Page), page);
     EXPECT_NE(dynamic_cast<qel::PageAllocator*>(page), nullptr);
-    EXPECT_NE(Mem::GetNativeAlloc(), nullptr);
-    EXPECT_EQ(Mem::GetNativeAlloc(), Mem::GetNativeAlloc());
+    qel::Allocator* native = Mem::GetNativeAlloc();
+    ASSERT_NE(native, nullptr);
+    EXPECT_EQ(Mem::GetNativeAlloc(), native);
     EXPECT_EQ(Mem::GetAllocator(Mem::AllocatorUsage(5)), nullptr);
     EXPECT_EQ(Mem::GetAllocator(Mem::AllocatorUsage(-1)), nullptr);
-}
 
-TEST(Mem, FactoryMadeAllocatorsLiveOnNativeAndGoBackThere)
-{
-    qel::Allocator* native = Mem::GetNativeAlloc();
     qel::Allocator* made = Mem::CreateMallocAllocator();
     ASSERT_NE(made, nullptr);
     EXPECT_TRUE(native->IsValidPointer(made));
-    delete made;
+    delete made; // back to Native
     EXPECT_FALSE(native->IsValidPointer(made));
 }
 

@@ -10,7 +10,6 @@
 #include <qel/trackingallocator.h>
 
 #include <atomic>
-#include <chrono>
 #include <map>
 #include <memory>
 #include <thread>
@@ -303,12 +302,7 @@ TEST(MemoryReport, AHundredThousandLiveBlocksMakeAPageOfAFewMegabytes)
     for (int i = 0; i < 100000; ++i)
         blocks.push_back(
             tracker->MallocDebug(8 + random() % 600, tags[i % 5], "big.cpp", unsigned(i % 40)));
-    const auto start = std::chrono::steady_clock::now();
     const std::string html = LiveReport();
-    const double seconds =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    std::printf("The report of 100,000 live blocks: %zu bytes, written in %.3f s\n", html.size(),
-                seconds);
     EXPECT_LT(html.size(), 4u << 20);
     const Cells row = Row(html, "allocator-table", "allocator-" + Hex(tracker.get()));
     ASSERT_EQ(row.size(), 14u);

@@ -69,7 +69,7 @@ std::size_t Asked(const qeltest::ScriptedHost& host, const std::string& prefix)
     return count;
 }
 
-TEST_F(PackedAllocatorTest, NeedAndRunSizeBoundaries)
+TEST_F(PackedAllocatorTest, NeedRunSizeAndRemainderBoundaries)
 {
     EXPECT_EQ(packed.MallocNoThrow(0), nullptr);
     for (unsigned size : {1u, 23u, 24u, 25u})
@@ -91,10 +91,7 @@ TEST_F(PackedAllocatorTest, NeedAndRunSizeBoundaries)
         packed.Free(p);
         EXPECT_EQ(packed.GetStatistics().currentPages, 0u);
     }
-}
-
-TEST_F(PackedAllocatorTest, RemainderUnderFortyBytesIsHandedOutWhole)
-{
+    // A remainder under forty bytes goes with the block.
     Take(packed, 16256 - 16 - 32); // leaves 32 bytes of a fresh 4-page run
     EXPECT_EQ(Used(packed), 16256u - 16u);
     EXPECT_EQ(packed.GetStatistics().currentFullPages, 4u); // nothing left: set aside
@@ -252,11 +249,13 @@ TEST_F(PackedAllocatorTest, BlockAtTheEndOfItsRunGrowsIntoFreePagesBehindIt)
     EXPECT_TRUE(packed.ValidateMemory());
 }
 
-TEST_F(PackedAllocatorTest, BadFreesAreReportedAndChangeNothing)
+// Bad frees are reported and change nothing; the checks tell live blocks
+// from freed ones and inner addresses, and find a damaged header.
+TEST_F(PackedAllocatorTest, BadFreesAreReportedAndChecksFindDamageAndDeadPointers)
 {
     char* a = Take(packed, 100);
     char* b = Take(packed, 100);
-    Take(packed, 100);
+    char* c = Take(packed, 100);
     packed.Free(a);
     packed.Free(b); // merges into a's chunk; its header stays readable
     const qel::AllocatorStatistics before = packed.GetStatistics();
@@ -273,23 +272,16 @@ TEST_F(PackedAllocatorTest, BadFreesAreReportedAndChangeNothing)
     const qel::AllocatorStatistics after = packed.GetStatistics();
     EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0);
     EXPECT_TRUE(packed.ValidateMemory());
-}
 
-TEST_F(PackedAllocatorTest, ChecksFindDamageAndDeadPointers)
-{
-    char* a = Take(packed, 100);
-    char* b = Take(packed, 100);
-    packed.Free(a);
-    EXPECT_TRUE(packed.IsValidPointer(b));
+    EXPECT_TRUE(packed.IsValidPointer(c));
     EXPECT_FALSE(packed.IsValidPointer(a));
-    EXPECT_FALSE(packed.IsValidPointer(b + 8));
-    qeltest::ScriptedHost host;
-    b[-16] ^= 1; // the marker
+    EXPECT_FALSE(packed.IsValidPointer(c + 8));
+    c[-16] ^= 1; // the marker
     EXPECT_FALSE(packed.ValidateMemory());
-    b[-16] ^= 1;
+    c[-16] ^= 1;
     EXPECT_TRUE(packed.ValidateMemory());
     EXPECT_EQ(Asked(host, "PackedAllocator::ValidateMemory(): damaged block headers in run " +
-                              Hex(b - 16 - 128 - 128)),
+                              Hex(a - 144)),
               1u);
 }
 

@@ -18,14 +18,6 @@ using qel::OutputMemoryProvider;
 using qel::OutputMemoryStream;
 using qel::u32;
 
-// An output stream over a provider that outlives it.
-class BorrowingStream : public qel::OutputStream
-{
-public:
-    explicit BorrowingStream(qel::Provider* provider) : OutputStream(provider) {}
-    ~BorrowingStream() override { Finish(); }
-};
-
 TEST(OutputMemoryStreamTest, OddLastByteIsMissingFromGetBufferUntilFlushOrDestruction)
 {
     OutputMemoryStream stream;
@@ -40,7 +32,7 @@ TEST(OutputMemoryStreamTest, OddLastByteIsMissingFromGetBufferUntilFlushOrDestru
 
     OutputMemoryProvider provider;
     {
-        BorrowingStream borrowing(&provider);
+        streamtest::ProviderOutput borrowing(&provider);
         borrowing.Write(static_cast<unsigned char>('x'));
         provider.GetBuffer(size);
         EXPECT_EQ(size, 0u);
@@ -97,7 +89,7 @@ TEST(OutputMemoryStreamTest, GrowthKeepsEveryByteAndDoublesPastWhatIsNeeded)
     OutputMemoryProvider provider;
     std::vector<u32> capacities{provider.GetCapacity()};
     {
-        BorrowingStream stream(&provider);
+        streamtest::ProviderOutput stream(&provider);
         for (u32 i = 0; i < 5000; ++i)
         {
             stream.Write(static_cast<unsigned char>(i % 253));

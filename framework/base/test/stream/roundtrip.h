@@ -1,6 +1,7 @@
 // One sequence of every value width and array form, written to an output
 // stream and checked back from an input stream, shared by the streams over
-// small blocks, files and memory.
+// small blocks, files and memory; and an output stream over a provider of
+// the test's own.
 #pragma once
 
 #include <qel/inputstream.h>
@@ -15,6 +16,14 @@ namespace streamtest
 
 using qel::u32;
 using qel::u64;
+
+// An output stream over a provider that outlives it: what it holds goes to
+// the provider when it dies.
+struct ProviderOutput : qel::OutputStream
+{
+    explicit ProviderOutput(qel::Provider* provider) : OutputStream(provider) {}
+    ~ProviderOutput() override { Finish(); }
+};
 
 // Bytes the sequence takes in the stream.
 constexpr u32 RoundTripSize = 1 + 2 + 4 + 8 + 5 + 3 * 2 + 3 * 4 + 2 * 8 + 3 * 2 + 3 * 4 + 2 * 3 + 7;

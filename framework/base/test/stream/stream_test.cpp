@@ -78,12 +78,6 @@ struct TestInput : qel::InputStream
     explicit TestInput(qel::Provider* provider) : InputStream(provider) {}
 };
 
-struct TestOutput : qel::OutputStream
-{
-    explicit TestOutput(qel::Provider* provider) : OutputStream(provider) {}
-    ~TestOutput() override { Finish(); }
-};
-
 std::vector<unsigned char> Bytes(u32 count)
 {
     std::vector<unsigned char> bytes(count);
@@ -128,7 +122,7 @@ TEST(OutputStream, FullBlocksGoBackAtOnceAndTheTailOnDestruction)
 {
     SmallBlockOutput provider(4);
     {
-        TestOutput stream(&provider);
+        streamtest::ProviderOutput stream(&provider);
         stream.Write(static_cast<unsigned short>(0x1122));
         stream.Write(u32(0x33445566)); // straddles
         EXPECT_EQ(provider.written.size(), 4u);
@@ -157,7 +151,7 @@ TEST(Streams, EveryWidthAndArrayFormCrossesSmallBlocks)
         SCOPED_TRACE("blocks of " + std::to_string(blockSize));
         SmallBlockOutput sink(blockSize);
         {
-            TestOutput out(&sink);
+            streamtest::ProviderOutput out(&sink);
             streamtest::WriteEverything(out);
         }
         ASSERT_EQ(sink.written.size(), streamtest::RoundTripSize);

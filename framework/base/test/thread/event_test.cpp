@@ -14,7 +14,7 @@ namespace
 
 using qel::Event;
 
-TEST(Event, SetStaysSignalledForEveryWaitUntilReset)
+TEST(Event, SetStaysSignalledUntilResetAndPulseOrAFreshSetEventLetsOneWaitThrough)
 {
     Event event;
     EXPECT_FALSE(event.Wait(1));
@@ -23,13 +23,6 @@ TEST(Event, SetStaysSignalledForEveryWaitUntilReset)
         EXPECT_TRUE(event.Wait(0));
     event.Reset();
     EXPECT_FALSE(event.Wait(0));
-}
-
-TEST(Event, PulseAfterResetAndAFreshSetEventLetExactlyOneWaitThrough)
-{
-    Event event;
-    event.Set();
-    event.Reset();
     event.Pulse();
     EXPECT_TRUE(event.Wait(0));
     EXPECT_FALSE(event.Wait(0));

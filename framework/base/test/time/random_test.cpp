@@ -11,6 +11,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <iterator>
+#include <vector>
 
 namespace
 {
@@ -32,13 +34,6 @@ const float kSeedMinus7[] = {0x1.c4a1fap-1f, 0x1.15a1e8p-4f, 0x1.a627fep-1f};
 const float kNormal01[] = {-0x1.9d3664p+0f, -0x1.13fb7cp+0f, 0x1.ae1b82p+0f, 0x1.75a5dcp+1f};
 const float kNormal104[] = {0x1.b164cep+2f, 0x1.f60242p+2f};
 
-template <class Generator>
-void ExpectSameDraws(Generator a, Generator b, int count = 100)
-{
-    for (int i = 0; i < count; ++i)
-        ASSERT_EQ(a.Random(), b.Random()) << "draw " << i + 1;
-}
-
 TEST(RandomUniform, SeedFiveMatchesTheReferenceAcrossTableWraps)
 {
     RandomUniform random(5);
@@ -54,35 +49,40 @@ TEST(RandomUniform, SeedFiveMatchesTheReferenceAcrossTableWraps)
     }
 }
 
+// A seed is cut to its low half and made negative (the most negative one
+// wraps in 32 bits; zero takes the low half of the clock), given to a
+// constructor or to Randomize, and the draws follow from what it became.
 TEST(RandomUniform, SeedIsNormalisedFromItsLowHalfToANegativeValue)
 {
-    const s64 highHalfSet = (s64(0x7654321) << 32) | 5;
-    for (s64 seed : {s64(5), s64(-5), highHalfSet})
+    const std::vector<float> five(kSeed5, kSeed5 + 3);
+    const struct
     {
-        EXPECT_EQ(RandomUniform(seed).GetSeed(), -5) << seed;
-        ExpectSameDraws(RandomUniform(-5), RandomUniform(seed));
+        s64 seed;
+        qel::u64 clock;
+        qel::s32 normalised;
+        std::vector<float> draws;
+    } cases[] = {
+        {5, 0, -5, five},
+        {-5, 0, -5, five},
+        {(s64(0x7654321) << 32) | 5, 0, -5, five},
+        {0x80000000ll, 0, INT32_MIN, {std::begin(kSeedMinimum), std::end(kSeedMinimum)}},
+        {0, 0x0000000500000007ull, -7, {std::begin(kSeedMinus7), std::end(kSeedMinus7)}},
+        {0, 0x80000005ull, -2147483643, {}}, // negative already: kept
+    };
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(testing::Message() << "seed " << c.seed << ", clock " << c.clock);
+        fake::now = c.clock;
+        RandomUniform constructed = c.seed ? RandomUniform(c.seed) : RandomUniform(), reseeded(1);
+        reseeded.Random();
+        reseeded.Randomize(c.seed);
+        for (RandomUniform* random : {&constructed, &reseeded})
+        {
+            EXPECT_EQ(random->GetSeed(), c.normalised);
+            for (float expected : c.draws)
+                EXPECT_EQ(random->Random(), expected);
+        }
     }
-}
-
-TEST(RandomUniform, MostNegativeSeedWrapsInThirtyTwoBits)
-{
-    RandomUniform random(0x80000000ll); // low half -2^31
-    EXPECT_EQ(random.GetSeed(), INT32_MIN);
-    for (float expected : kSeedMinimum)
-        EXPECT_EQ(random.Random(), expected);
-}
-
-TEST(RandomUniform, SeedZeroTakesTheLowHalfOfTheClock)
-{
-    fake::now = 0x0000000500000007ull;
-    RandomUniform random;
-    EXPECT_EQ(random.GetSeed(), -7);
-    for (float expected : kSeedMinus7)
-        EXPECT_EQ(random.Random(), expected);
-
-    fake::now = 0x80000005ull; // negative already: kept
-    random.Randomize(0);
-    EXPECT_EQ(random.GetSeed(), -2147483643);
 }
 
 TEST(RandomNormal, SeedFiveMatchesTheReference)
