@@ -184,18 +184,33 @@ TEST_F(PackedAllocatorTest, ReallocGrowsInPlaceMovesAndShrinks)
     EXPECT_EQ(packed.GetStatistics().currentPages, pages); // the big run went back
     EXPECT_TRUE(packed.ValidateMemory());
 
-    // Past the page manager's step a lone block's run fills its metapage:
-    // it grows by moving its pages where the system can, else by a copy.
-    char* huge = Take(packed, 5u << 20);
-    std::memset(huge, 0x4D, 5u << 20);
-    char* grown = static_cast<char*>(packed.ReAllocNoThrow(huge, 9u << 20));
+    // A lone block's run that fills a metapage of its own (larger than the
+    // first metapage, so that it cannot be placed there) grows by moving its
+    // pages where the system can, else by a copy. A byte every 64 KB, and
+    // the last, tell that what it held came along.
+    const qel::PageManager& manager = qel::PageManager::GetSingletonInstance();
+    const unsigned hugeSize = manager.GetFirstMetapageSize() + (1u << 20);
+    const u32 metapages = manager.GetNumberOfMetapages();
+    char* huge = Take(packed, hugeSize);
+    ASSERT_NE(huge, nullptr);
+    EXPECT_EQ(manager.GetNumberOfMetapages(), metapages + 1);
+    for (unsigned at = 0; at < hugeSize; at += 1u << 16)
+        huge[at] = char(at >> 16);
+    huge[hugeSize - 1] = 0x4D;
+    char* grown = static_cast<char*>(packed.ReAllocNoThrow(huge, hugeSize + (4u << 20)));
     ASSERT_NE(grown, nullptr);
-    EXPECT_EQ(std::string(grown, 5u << 20), std::string(5u << 20, 0x4D));
-    grown[(9u << 20) - 1] = 1;
-    EXPECT_GE(packed.GetStatistics().currentPages - pages, (9u << 20) / 4096);
+    unsigned kept = 0;
+    for (unsigned at = 0; at < hugeSize; at += 1u << 16)
+        kept += grown[at] == char(at >> 16);
+    EXPECT_EQ(kept, hugeSize >> 16);
+    EXPECT_EQ(grown[hugeSize - 1], 0x4D);
+    grown[hugeSize + (4u << 20) - 1] = 1;
+    EXPECT_EQ(manager.GetNumberOfMetapages(), metapages + 1);
+    EXPECT_GE(packed.GetStatistics().currentPages - pages, (hugeSize + (4u << 20)) / 4096);
     EXPECT_TRUE(packed.ValidateMemory());
     packed.Free(grown);
     EXPECT_EQ(packed.GetStatistics().currentPages, pages);
+    EXPECT_EQ(manager.GetNumberOfMetapages(), metapages);
 }
 
 // A block keeps its place while the new size needs at least half of its

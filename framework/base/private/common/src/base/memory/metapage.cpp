@@ -181,9 +181,7 @@ bool PageManager::ReleaseRun(Metapage* metapage, void* first, u32 count)
 {
     const u32 firstRecord = m_Records.Find(first)->load(std::memory_order_relaxed);
     const u32 owner = firstRecord & ~PageRecordTable::RunStart;
-    for (u32 i = 0; i < count; ++i)
-        m_Records.Find(static_cast<char*>(first) + std::size_t(i) * PageSize)
-            ->store(PageRecordTable::Unowned, std::memory_order_relaxed);
+    SetRecords(m_Records, first, count, PageRecordTable::Unowned, PageRecordTable::Unowned);
 
     // A run counts as long as its first page is out: what is left of a run
     // cut at its head or in its middle becomes a run of its own.

@@ -163,9 +163,7 @@ void* PageManager::AllocatePages(Allocator* owner, u32 count, bool toGrow)
     }
 
     const u32 record = index << PageRecordTable::OwnerShift;
-    m_Records.Find(run)->store(record | PageRecordTable::RunStart, std::memory_order_relaxed);
-    for (u32 i = 1; i < count; ++i)
-        m_Records.Find(PageAt(run, i))->store(record, std::memory_order_relaxed);
+    SetRecords(m_Records, run, count, record | PageRecordTable::RunStart, record);
     Raise(m_Statistics.currentUsedPages, m_Statistics.peakUsedPages, count);
     Raise(m_Statistics.currentRequests, m_Statistics.peakRequests, 1);
     return run;
@@ -186,10 +184,12 @@ void PageManager::ReleasePages(Allocator* owner, void* first, u32 count)
     // Every page must be the caller's: this also catches a double release,
     // which would otherwise corrupt the free-page tree.
     const u32 index = GetOwnerIndex(owner);
-    bool owned = index != NoOwner;
-    for (u32 i = 0; owned && i < count; ++i)
-        owned = PageRecordTable::OwnerOf(
-                    m_Records.Find(PageAt(first, i))->load(std::memory_order_relaxed)) == index;
+    const bool owned = index != NoOwner &&
+                       ForEachRecord(m_Records, first, count,
+                                     [index](std::atomic<u32>& page, u32) {
+                                         return PageRecordTable::OwnerOf(
+                                                    page.load(std::memory_order_relaxed)) == index;
+                                     });
     if (owned)
         ReleaseRun(metapage, first, count);
     m_Lock.Leave();
@@ -211,8 +211,7 @@ bool PageManager::ExtendRun(Allocator* owner, void* first, u32 pages, u32 extra)
     if (metapage->freePages.GetChunkAt(end, taken, MemChunkTree::MetapageTag) == nullptr)
         return false;
     const u32 record = index << PageRecordTable::OwnerShift;
-    for (u32 i = 0; i < extra; ++i)
-        m_Records.Find(PageAt(end, i))->store(record, std::memory_order_relaxed);
+    SetRecords(m_Records, end, extra, record, record);
     Raise(metapage->usedPages, metapage->peakUsedPages, extra);
     Raise(m_Statistics.currentUsedPages, m_Statistics.peakUsedPages, extra);
     if (metapage->freePages.IsEmpty())
@@ -257,9 +256,7 @@ void* PageManager::MoveRun(Allocator* owner, void* first, u32 pages, u32 newPage
     }
     m_Records.Remove(first, pages);
     const u32 record = index << PageRecordTable::OwnerShift;
-    m_Records.Find(target)->store(record | PageRecordTable::RunStart, std::memory_order_relaxed);
-    for (u32 i = 1; i < newPages; ++i)
-        m_Records.Find(PageAt(target, i))->store(record, std::memory_order_relaxed);
+    SetRecords(m_Records, target, newPages, record | PageRecordTable::RunStart, record);
 
     // The metapage keeps its age and its place in the full list, and takes
     // its new place in the address order.
