@@ -240,7 +240,7 @@ public:
     // made (the thread ended, or uses too many cached allocators).
     ThreadCache* Cache()
     {
-        if (ThreadCache* cache = Found())
+        if (ThreadCache* cache = Found(m_Lookup))
             return cache;
         return FindCache();
     }
@@ -257,7 +257,6 @@ public:
             __builtin_unreachable();
         return cache;
     }
-    ThreadCache* Found() const { return Found(m_Lookup); }
 
     // Gives the calling thread's cache back.
     void FlushOwn();
