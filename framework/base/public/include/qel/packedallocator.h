@@ -67,6 +67,16 @@
 // when that free is sorted (a pending block freed twice, when both are
 // sorted or the cache goes back, unless it was handed out in between).
 // Pending blocks count as allocated too, and as held in dumps.
+// Each arena also keeps the last big run (26 pages or more) whose last block
+// went, when it has at most SpareRunPages pages (2 MB), instead of giving
+// its pages back: the next request for a big run takes it, cut to what that
+// request needs (the pages behind go back to the page manager, right behind
+// the run, where the block can grow into them again). A buffer grown to a
+// megabyte and dropped, again and again, thus lands where the last one was,
+// on pages already touched, even when the page manager has no long stretch
+// of free pages left and would otherwise make, touch and unmap a metapage
+// for each one. A kept run counts in no statistics, and FreeAll and
+// destruction give it back.
 // A dump, FreeAll, GetStatistics, ValidateMemory and destruction first give
 // the calling thread's cache back; a dump says how many blocks other
 // threads' caches hold; a thread's caches go back when it ends. FreeAll must
@@ -248,7 +258,8 @@ private:
         RoomSet room;
         SetAsideSet setAside;
         AllocatorStatistics statistics;
-        u32 index; // in m_Arenas, and in its runs' headers
+        u32 index;        // in m_Arenas, and in its runs' headers
+        PackedRun* spare; // an emptied big run kept for the next one, or null
     };
     enum : u32
     {
@@ -263,7 +274,8 @@ private:
         SmallestCached = 256,
         LargestCached = 65536,
         CacheClasses = 65,
-        CacheBudget = 2048 * 1024, // bytes a thread
+        CacheBudget = 2048 * 1024,              // bytes a thread
+        SpareRunPages = CacheBudget / PageSize, // the largest emptied run an arena keeps
     };
     // The capacity of cache class `index`, and the classes of a request
     // (rounded up) and of a block's capacity (rounded down).
@@ -306,6 +318,11 @@ private:
     // a new run, placed for growth when `toGrow` (PageManager::AllocatePages).
     void* MallocLocked(Arena& arena, u32 need, bool toGrow = false);
     void FreeLocked(Arena& arena, const void* p);
+    // The last block of `run` went: the run goes back to the page manager,
+    // or becomes the arena's spare (see the top of this file).
+    void RunEmptied(Arena& arena, PackedRun* run);
+    // The arena's spare as the start of a new run of `pages` pages, or null.
+    void* TakeSpare(Arena& arena, u32 pages);
     // Gives back a chain of cached blocks (linked through their first
     // word), or of pending ones, which are freed as any block is.
     void GiveBack(void* chain, bool sorted);

@@ -66,7 +66,9 @@ PackedAllocator::~PackedAllocator()
 
 PackedRun* PackedAllocator::NewRun(Arena& arena, u32 pages, bool toGrow)
 {
-    void* start = m_Pages->AllocatePages(this, pages, toGrow);
+    void* start = pages >= BigRunPages ? TakeSpare(arena, pages) : nullptr;
+    if (start == nullptr)
+        start = m_Pages->AllocatePages(this, pages, toGrow);
     if (start == nullptr)
         return nullptr;
     PackedRun* run = new (start) PackedRun(pages, arena.index);
@@ -87,6 +89,31 @@ void PackedAllocator::ReleaseRun(PackedRun* run)
     Unfile(run);
     ArenaOf(run).statistics.RemovePages(run->pages);
     m_Pages->ReleasePages(this, run, run->pages);
+}
+
+void PackedAllocator::RunEmptied(Arena& arena, PackedRun* run)
+{
+    if (m_Caches == nullptr || run->pages < BigRunPages || run->pages > SpareRunPages)
+        return ReleaseRun(run);
+    Unfile(run);
+    arena.statistics.RemovePages(run->pages);
+    if (arena.spare != nullptr)
+        m_Pages->ReleasePages(this, arena.spare, arena.spare->pages);
+    arena.spare = run;
+}
+
+void* PackedAllocator::TakeSpare(Arena& arena, u32 pages)
+{
+    PackedRun* spare = arena.spare;
+    if (spare == nullptr)
+        return nullptr;
+    const u32 had = spare->pages;
+    if (had < pages && !m_Pages->ExtendRun(this, spare, had, pages - had))
+        return nullptr;
+    if (had > pages)
+        m_Pages->ReleasePages(this, spare->Base() + std::uintptr_t(pages) * PageSize, had - pages);
+    arena.spare = nullptr;
+    return spare;
 }
 
 void PackedAllocator::Unfile(PackedRun* run)
@@ -331,7 +358,7 @@ void PackedAllocator::FreeLocked(Arena& arena, const void* p)
     }
     arena.statistics.RemoveAllocation(capacity, capacity);
     if (--run->live == 0)
-        ReleaseRun(run);
+        RunEmptied(arena, run);
     else
         Refile(run);
 }
@@ -539,6 +566,9 @@ void PackedAllocator::FreeAll()
             packedrun::ForEach(arena.setAside, release);
             packedrun::Reset(arena.room);
             packedrun::Reset(arena.setAside);
+            if (arena.spare != nullptr)
+                release(arena.spare);
+            arena.spare = nullptr;
             arena.statistics.ClearCurrent();
         });
 }
@@ -709,7 +739,7 @@ void PackedAllocator::GiveBack(void* chain, bool sorted)
         QEL_ASSERT(m_ErrorCategory, inserted);
         arena.statistics.RemoveAllocation(capacity, capacity);
         if (--run->live == 0)
-            ReleaseRun(run);
+            RunEmptied(arena, run);
         else
             Refile(run);
     }
