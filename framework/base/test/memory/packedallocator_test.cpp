@@ -646,6 +646,18 @@ TEST(PackedAllocatorThreadCaches, AnEmptiedBigRunIsKeptForTheNextOne)
         EXPECT_TRUE(packed.ValidateMemory());
         packed.Free(grown);
 
+        // A block of a cached size, a page or more, that moves to grow takes
+        // the kept run before the thread's cache.
+        char* page = Take(packed, 4096);
+        char* behind = Take(packed, 4096);
+        std::memset(page, 'p', 4096);
+        char* moved = static_cast<char*>(packed.ReAllocNoThrow(page, 8000));
+        EXPECT_EQ(moved, first);
+        EXPECT_EQ(std::string(moved, 4096), std::string(4096, 'p'));
+        EXPECT_EQ(packed.ReAllocNoThrow(moved, 300000), moved);
+        packed.Free(moved);
+        packed.Free(behind);
+
         char* large = Take(packed, 3u << 20);
         packed.Free(large);
         EXPECT_NE(manager.FindOwner(large), &packed);

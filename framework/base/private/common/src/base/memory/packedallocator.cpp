@@ -64,11 +64,22 @@ PackedAllocator::~PackedAllocator()
 
 // ---- runs and their sets ----------------------------------------------------
 
-PackedRun* PackedAllocator::NewRun(Arena& arena, u32 pages, bool toGrow)
+PackedRun* PackedAllocator::NewRun(Arena& arena, u32 pages, Place place)
 {
-    void* start = pages >= BigRunPages ? TakeSpare(arena, pages) : nullptr;
-    if (start == nullptr)
-        start = m_Pages->AllocatePages(this, pages, toGrow);
+    // The arena's spare serves big runs and runs to grow first; any other
+    // run takes it, cut to size, rather than a new metapage.
+    const bool toGrow = place == Place::Grow;
+    void* start = nullptr;
+    if (place == Place::Spare || pages >= BigRunPages || toGrow)
+        start = TakeSpare(arena, pages, toGrow);
+    if (place != Place::Spare)
+    {
+        if (start == nullptr && arena.spare.load(std::memory_order_relaxed) != nullptr &&
+            (start = m_Pages->AllocatePages(this, pages, toGrow, false)) == nullptr)
+            start = TakeSpare(arena, pages, false);
+        if (start == nullptr)
+            start = m_Pages->AllocatePages(this, pages, toGrow);
+    }
     if (start == nullptr)
         return nullptr;
     PackedRun* run = new (start) PackedRun(pages, arena.index);
@@ -97,22 +108,35 @@ void PackedAllocator::RunEmptied(Arena& arena, PackedRun* run)
         return ReleaseRun(run);
     Unfile(run);
     arena.statistics.RemovePages(run->pages);
-    if (arena.spare != nullptr)
-        m_Pages->ReleasePages(this, arena.spare, arena.spare->pages);
-    arena.spare = run;
+    ReleaseSpare(arena);
+    arena.spare.store(run, std::memory_order_relaxed);
 }
 
-void* PackedAllocator::TakeSpare(Arena& arena, u32 pages)
+void PackedAllocator::ReleaseSpare(Arena& arena)
 {
-    PackedRun* spare = arena.spare;
-    if (spare == nullptr)
+    if (PackedRun* spare = arena.spare.exchange(nullptr, std::memory_order_relaxed))
+        m_Pages->ReleasePages(this, spare, spare->pages);
+}
+
+void PackedAllocator::ReleaseKeptRuns()
+{
+    AllArenas locked(*this);
+    locked.ForEach([this](Arena& arena) { ReleaseSpare(arena); });
+}
+
+void* PackedAllocator::TakeSpare(Arena& arena, u32& pages, bool toGrow)
+{
+    PackedRun* spare = arena.spare.load(std::memory_order_relaxed);
+    if (spare == nullptr || (toGrow && spare->pages / SpareRoom > pages))
         return nullptr;
     const u32 had = spare->pages;
     if (had < pages && !m_Pages->ExtendRun(this, spare, had, pages - had))
         return nullptr;
-    if (had > pages)
+    if (had > pages && toGrow)
+        pages = had;
+    else if (had > pages)
         m_Pages->ReleasePages(this, spare->Base() + std::uintptr_t(pages) * PageSize, had - pages);
-    arena.spare = nullptr;
+    arena.spare.store(nullptr, std::memory_order_relaxed);
     return spare;
 }
 
@@ -267,10 +291,10 @@ void* PackedAllocator::MallocNoThrow(unsigned int size)
     return MallocLocked(arena, need);
 }
 
-void* PackedAllocator::MallocLocked(Arena& arena, u32 need, bool toGrow)
+void* PackedAllocator::MallocLocked(Arena& arena, u32 need, Place place)
 {
-    PackedRun* run = packedrun::FirstAtLeast(arena.room, need);
-    if (run == nullptr && (run = NewRun(arena, RunPagesFor(need), toGrow)) == nullptr)
+    PackedRun* run = place == Place::Spare ? nullptr : packedrun::FirstAtLeast(arena.room, need);
+    if (run == nullptr && (run = NewRun(arena, RunPagesFor(need), place)) == nullptr)
         return nullptr;
     // The run's largest free chunk holds `need`: GetChunk cannot fail.
     u32 chunk = need;
@@ -404,15 +428,29 @@ void* PackedAllocator::ReAllocNoThrow(void* p, unsigned int size)
     // processor's caches likely still hold for the copy, where the best
     // fitting free chunk is often memory untouched for long. Otherwise it
     // takes the best fitting free chunk. A block that needs a big run of its
-    // own takes one where it can grow the longest: copying it again would
-    // cost more than the stretch of free pages it breaks. Blocks that large
-    // seldom move.
+    // own, or with caches on any block above the cached sizes, takes a new
+    // run where it can grow the longest (the arena's spare first): copying
+    // it again would cost more than the stretch of free pages it breaks, and
+    // a run that grows past 25 pages becomes a big one in place. Blocks that
+    // large seldom move. A block of a page or more takes the arena's spare,
+    // when it has one, before the thread's cache: cut to the block's run,
+    // the spare's pages behind it let it grow in place from there on.
     const unsigned int roomy = size >= 1024 && size <= 0xCCCC0000u ? size + size / 4 : size;
-    const bool toGrow = need > MaxRoomKey;
+    const Place place = need > MaxRoomKey || m_Caches != nullptr ? Place::Grow : Place::Fit;
     void* moved = nullptr;
     if (m_Caches != nullptr && roomy - SmallestCached <= LargestCached - SmallestCached)
     {
-        moved = MallocFast(roomy);
+        if (size >= PageSize)
+        {
+            Arena& arena = ThreadArena();
+            if (arena.spare.load(std::memory_order_relaxed) != nullptr)
+            {
+                ScopedLock<CriticalSection> lock(arena.lock);
+                moved = MallocLocked(arena, NeedFor(roomy), Place::Spare);
+            }
+        }
+        if (moved == nullptr)
+            moved = MallocFast(roomy);
         if (moved == nullptr && roomy != size)
             moved = MallocFast(size);
     }
@@ -421,9 +459,9 @@ void* PackedAllocator::ReAllocNoThrow(void* p, unsigned int size)
         Arena& arena = ThreadArena();
         ScopedLock<CriticalSection> lock(arena.lock);
         if (const u32 roomyNeed = NeedFor(roomy))
-            moved = MallocLocked(arena, roomyNeed, toGrow);
+            moved = MallocLocked(arena, roomyNeed, place);
         if (moved == nullptr && roomy != size)
-            moved = MallocLocked(arena, need, toGrow);
+            moved = MallocLocked(arena, need, place);
     }
     if (moved == nullptr)
         return nullptr;
@@ -560,15 +598,13 @@ void PackedAllocator::FreeAll()
         m_Caches->VoidAll();
     auto release = [this](PackedRun* run) { m_Pages->ReleasePages(this, run, run->pages); };
     locked.ForEach(
-        [&release](Arena& arena)
+        [this, &release](Arena& arena)
         {
             packedrun::ForEach(arena.room, release);
             packedrun::ForEach(arena.setAside, release);
             packedrun::Reset(arena.room);
             packedrun::Reset(arena.setAside);
-            if (arena.spare != nullptr)
-                release(arena.spare);
-            arena.spare = nullptr;
+            ReleaseSpare(arena);
             arena.statistics.ClearCurrent();
         });
 }
