@@ -428,15 +428,14 @@ void* PackedAllocator::ReAllocNoThrow(void* p, unsigned int size)
     // processor's caches likely still hold for the copy, where the best
     // fitting free chunk is often memory untouched for long. Otherwise it
     // takes the best fitting free chunk. A block that needs a big run of its
-    // own, or with caches on any block above the cached sizes, takes a new
-    // run where it can grow the longest (the arena's spare first): copying
-    // it again would cost more than the stretch of free pages it breaks, and
-    // a run that grows past 25 pages becomes a big one in place. Blocks that
-    // large seldom move. A block of a page or more takes the arena's spare,
-    // when it has one, before the thread's cache: cut to the block's run,
-    // the spare's pages behind it let it grow in place from there on.
+    // own takes one where it can grow the longest (the arena's spare first):
+    // copying it again would cost more than the stretch of free pages it
+    // breaks. Blocks that large seldom move. With caches on, a block of a
+    // page or more takes the arena's spare, when it has one, before the
+    // thread's cache: cut to the block's run, with the spare's other pages
+    // free right behind it, it grows in place from there on.
     const unsigned int roomy = size >= 1024 && size <= 0xCCCC0000u ? size + size / 4 : size;
-    const Place place = need > MaxRoomKey || m_Caches != nullptr ? Place::Grow : Place::Fit;
+    const Place place = need > MaxRoomKey ? Place::Grow : Place::Fit;
     void* moved = nullptr;
     if (m_Caches != nullptr && roomy - SmallestCached <= LargestCached - SmallestCached)
     {
