@@ -431,7 +431,7 @@ public:
     void Finalize() override
     {
         ConsoleReporter::Finalize();
-        const double budget = 2.19; // MB: the pool's and the packed allocator's caches
+        const double budget = qelbench::kCacheBudget / 1048576; // MB
         std::printf("\nRatios (above 1: ours faster or smaller): the peer's time an item, or "
                     "resident MB, over ours; floor: mimalloc's time over the layout's "
                     "floor.\n%-58s %9s %9s %9s %9s %9s %9s\n",

@@ -129,9 +129,14 @@ void* PackedAllocator::TakeSpare(Arena& arena, u32& pages, bool toGrow)
     PackedRun* spare = arena.spare.load(std::memory_order_relaxed);
     if (spare == nullptr || (toGrow && spare->pages / SpareRoom > pages))
         return nullptr;
+    // A kept run too small for the request goes back: its pages may then
+    // join the stretch that the request takes.
     const u32 had = spare->pages;
     if (had < pages && !m_Pages->ExtendRun(this, spare, had, pages - had))
+    {
+        ReleaseSpare(arena);
         return nullptr;
+    }
     if (had > pages && toGrow)
         pages = had;
     else if (had > pages)
