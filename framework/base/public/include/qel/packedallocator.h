@@ -69,16 +69,19 @@
 // Pending blocks count as allocated too, and as held in dumps.
 // Each arena also keeps the last big run (26 pages or more) whose last block
 // went, when it has at most SpareRunPages pages (2 MB), instead of giving
-// its pages back: the next request for a big run takes it, cut to what that
-// request needs (the pages behind go back to the page manager, right behind
-// the run, where the block can grow into them again). A buffer grown to a
-// megabyte and dropped, again and again, thus lands where the last one was,
-// on pages already touched, even when the page manager has no long stretch
-// of free pages left and would otherwise make, touch and unmap a metapage
-// for each one. A kept run counts in no statistics and is in no dump of this
-// allocator; the page manager counts its pages as this allocator's until
-// FreeAll, destruction or ReleaseKeptRuns (which Mem::DumpAllStatistics
-// calls first) gives it back.
+// its pages back. A big run, or a block of a page or more that moves to
+// grow, takes it first; any other run takes it rather than a new metapage.
+// It is cut to what the taker needs, the pages behind going back to the
+// page manager right behind it, where a block at its end can grow into them
+// again; a big run placed to grow takes it whole when it has at most four
+// times the pages asked for, and a kept run too small for a big one goes
+// back. A buffer grown to a megabyte and dropped, again and again, thus
+// lands where the last one was, on pages already touched, even when the
+// page manager has no long stretch of free pages left and would otherwise
+// make, touch and unmap a metapage for each one. A kept run counts in no
+// statistics and is in no dump of this allocator; the page manager counts
+// its pages as this allocator's until FreeAll, destruction or
+// ReleaseKeptRuns (which Mem::DumpAllStatistics calls first) gives it back.
 // A dump, FreeAll, GetStatistics, ValidateMemory and destruction first give
 // the calling thread's cache back; a dump says how many blocks other
 // threads' caches hold; a thread's caches go back when it ends. FreeAll must
