@@ -650,10 +650,7 @@ std::string Short(const char* name)
     return text;
 }
 
-// The most a thread's caches hold (the pool's 144 KB and the packed
-// allocator's 2.05 MB): the resident bar allows the uncached figure plus
-// this for each thread of the trace.
-const double kCacheBudget = 2.19 * 1048576;
+using qelbench::kCacheBudget;
 
 // The interquartile range of `values` over their median.
 double Spread(std::vector<double> values)

@@ -606,6 +606,69 @@ TEST(PackedAllocatorThreadCaches, AGrowthThatMovesTakesTheBlockTheThreadFreedLas
     packed.Free(q);
 }
 
+// With caches on, an emptied big run of at most 2 MB stays with its arena,
+// counted in no statistics, for the next big run: a request for fewer pages
+// takes its head, the pages behind go back, and the block grows into them
+// again in place. A larger run goes back at once, as every run does without
+// caches; a second free of the kept run's block is reported; FreeAll gives
+// the kept run back.
+TEST(PackedAllocatorThreadCaches, AnEmptiedBigRunIsKeptForTheNextOne)
+{
+    const qel::PageManager& manager = qel::PageManager::GetSingletonInstance();
+    for (const bool caches : {false, true})
+    {
+        PackedAllocator packed("Spare", 256);
+        if (caches)
+            packed.EnableThreadCaches();
+        char* first = Take(packed, 1u << 20);
+        packed.Free(first);
+        EXPECT_EQ(packed.GetStatistics().currentPages, 0u);
+        EXPECT_TRUE(packed.ValidateMemory());
+        EXPECT_EQ(manager.FindOwner(first), caches ? &packed : nullptr);
+        if (!caches)
+            continue;
+
+        qeltest::ScriptedHost host;
+        packed.Free(first);
+        EXPECT_EQ(Asked(host, "PackedAllocator::Free(): " + Hex(first) +
+                                  " is not a live block of this allocator!"),
+                  1u);
+
+        char* head = Take(packed, 200000);
+        EXPECT_EQ(head, first);
+        EXPECT_EQ(packed.GetStatistics().currentPages,
+                  PackedAllocator::RunPagesFor(PackedAllocator::NeedFor(200000)));
+        EXPECT_EQ(manager.FindOwner(head + (600u << 10)), nullptr);
+        std::memset(head, 'h', 200000);
+        char* grown = static_cast<char*>(packed.ReAllocNoThrow(head, 1u << 20));
+        EXPECT_EQ(grown, head);
+        EXPECT_EQ(std::string(grown, 200000), std::string(200000, 'h'));
+        EXPECT_TRUE(packed.ValidateMemory());
+        packed.Free(grown);
+
+        // A block of a cached size, a page or more, that moves to grow takes
+        // the kept run before the thread's cache.
+        char* page = Take(packed, 4096);
+        char* behind = Take(packed, 4096);
+        std::memset(page, 'p', 4096);
+        char* moved = static_cast<char*>(packed.ReAllocNoThrow(page, 8000));
+        EXPECT_EQ(moved, first);
+        EXPECT_EQ(std::string(moved, 4096), std::string(4096, 'p'));
+        EXPECT_EQ(packed.ReAllocNoThrow(moved, 300000), moved);
+        packed.Free(moved);
+        packed.Free(behind);
+
+        char* large = Take(packed, 3u << 20);
+        packed.Free(large);
+        EXPECT_NE(manager.FindOwner(large), &packed);
+        char* last = Take(packed, 1u << 20);
+        packed.Free(last);
+        EXPECT_EQ(manager.FindOwner(last), &packed);
+        packed.FreeAll();
+        EXPECT_EQ(manager.FindOwner(last), nullptr);
+    }
+}
+
 // With caches on, threads take their runs from arenas given in turn, as
 // many as the machine has processors (at most eight): one thread more than
 // that, each holding a block of a cached size, hold them in one run an

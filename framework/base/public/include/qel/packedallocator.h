@@ -67,6 +67,21 @@
 // when that free is sorted (a pending block freed twice, when both are
 // sorted or the cache goes back, unless it was handed out in between).
 // Pending blocks count as allocated too, and as held in dumps.
+// Each arena also keeps the last big run (26 pages or more) whose last block
+// went, when it has at most SpareRunPages pages (2 MB), instead of giving
+// its pages back. A big run, or a block of a page or more that moves to
+// grow, takes it first; any other run takes it rather than a new metapage.
+// It is cut to what the taker needs, the pages behind going back to the
+// page manager right behind it, where a block at its end can grow into them
+// again; a big run placed to grow takes it whole when it has at most four
+// times the pages asked for, and a kept run too small for a big one goes
+// back. A buffer grown to a megabyte and dropped, again and again, thus
+// lands where the last one was, on pages already touched, even when the
+// page manager has no long stretch of free pages left and would otherwise
+// make, touch and unmap a metapage for each one. A kept run counts in no
+// statistics and is in no dump of this allocator; the page manager counts
+// its pages as this allocator's until FreeAll, destruction or
+// ReleaseKeptRuns (which Mem::DumpAllStatistics calls first) gives it back.
 // A dump, FreeAll, GetStatistics, ValidateMemory and destruction first give
 // the calling thread's cache back; a dump says how many blocks other
 // threads' caches hold; a thread's caches go back when it ends. FreeAll must
@@ -201,9 +216,13 @@ public:
     }
 
     AllocatorStatistics GetStatistics() const;
-    // Gives every thread a cache of free blocks of 256 to 4096 bytes (see
+    // Gives every thread a cache of free blocks of 256 bytes to 64 KB (see
     // the top of this file). Turn it on before the first allocation.
     void EnableThreadCaches();
+    // Gives back the emptied big runs the arenas keep (see the top of this
+    // file), which the page manager counts as this allocator's pages: what
+    // a dump of the page manager beside this allocator's calls first.
+    void ReleaseKeptRuns();
     u32 GetFullThreshold() const { return m_FullThreshold; }
     const char* GetName() const { return m_Name; }
 
@@ -249,6 +268,9 @@ private:
         SetAsideSet setAside;
         AllocatorStatistics statistics;
         u32 index; // in m_Arenas, and in its runs' headers
+        // An emptied big run kept for the next one, or null; changed under
+        // the lock, peeked at without it.
+        std::atomic<PackedRun*> spare{nullptr};
     };
     enum : u32
     {
@@ -263,7 +285,9 @@ private:
         SmallestCached = 256,
         LargestCached = 65536,
         CacheClasses = 65,
-        CacheBudget = 2048 * 1024, // bytes a thread
+        CacheBudget = 2048 * 1024,              // bytes a thread
+        SpareRunPages = CacheBudget / PageSize, // the largest emptied run an arena keeps
+        SpareRoom = 4,
     };
     // The capacity of cache class `index`, and the classes of a request
     // (rounded up) and of a block's capacity (rounded down).
@@ -302,10 +326,26 @@ private:
     // ReAllocNoThrow's lock-free test for a block that keeps its place, the
     // page record of `p` (whose owner is this allocator) already read.
     static inline bool StaysInPlace(const void* p, unsigned int size, u32 record);
-    // A block from the first run of the room set that holds `need`, or from
-    // a new run, placed for growth when `toGrow` (PageManager::AllocatePages).
-    void* MallocLocked(Arena& arena, u32 need, bool toGrow = false);
+    // Where a block goes: the first run of the room set that holds it, else
+    // a new run (Fit), placed for growth (Grow: PageManager::AllocatePages);
+    // or only the arena's spare, cut to the block's run (Spare).
+    enum class Place
+    {
+        Fit,
+        Grow,
+        Spare,
+    };
+    // A block of `need` bytes placed as `place` says, or null.
+    void* MallocLocked(Arena& arena, u32 need, Place place = Place::Fit);
     void FreeLocked(Arena& arena, const void* p);
+    // The last block of `run` went: the run goes back to the page manager,
+    // or becomes the arena's spare (see the top of this file).
+    void RunEmptied(Arena& arena, PackedRun* run);
+    void ReleaseSpare(Arena& arena);
+    // The arena's spare as the start of a new run of `pages` pages, or null.
+    // A run to grow takes it whole when it has at most SpareRoom times the
+    // pages asked for (`pages` receives its count), any other is cut to size.
+    void* TakeSpare(Arena& arena, u32& pages, bool toGrow);
     // Gives back a chain of cached blocks (linked through their first
     // word), or of pending ones, which are freed as any block is.
     void GiveBack(void* chain, bool sorted);
@@ -332,7 +372,7 @@ private:
     // the Lone answer; `capacity` receives the block's capacity.
     Resize ResizeInPlace(void* p, unsigned int size, bool lone, u32& capacity);
 
-    PackedRun* NewRun(Arena& arena, u32 pages, bool toGrow = false);
+    PackedRun* NewRun(Arena& arena, u32 pages, Place place = Place::Fit);
     // Adds pages behind the run so that the block ending at `end` can grow
     // by `missing` bytes in place; the run is left out of its set.
     bool GrowRun(PackedRun* run, unsigned char* end, u32 missing);

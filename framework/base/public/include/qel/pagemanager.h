@@ -128,8 +128,10 @@ public:
     // owner list), or null. It takes the best fitting free stretch of the
     // oldest metapage that has one; a run expected to grow (`toGrow`) takes
     // the head of the largest stretch instead, so that ExtendRun can grow it
-    // the longest. A new metapage is made only when no stretch holds it.
-    void* AllocatePages(Allocator* owner, u32 count, bool toGrow = false);
+    // the longest. A new metapage is made only when no stretch holds it, and
+    // only when `mayMap`: a caller with pages of its own to fall back on asks
+    // first without.
+    void* AllocatePages(Allocator* owner, u32 count, bool toGrow = false, bool mayMap = true);
     // Gives back `count` pages from `first`. A run that lies in no metapage
     // is a fatal error.
     void ReleasePages(Allocator* owner, void* first, u32 count);

@@ -64,9 +64,22 @@ PackedAllocator::~PackedAllocator()
 
 // ---- runs and their sets ----------------------------------------------------
 
-PackedRun* PackedAllocator::NewRun(Arena& arena, u32 pages, bool toGrow)
+PackedRun* PackedAllocator::NewRun(Arena& arena, u32 pages, Place place)
 {
-    void* start = m_Pages->AllocatePages(this, pages, toGrow);
+    // The arena's spare serves big runs and runs to grow first; any other
+    // run takes it, cut to size, rather than a new metapage.
+    const bool toGrow = place == Place::Grow;
+    void* start = nullptr;
+    if (place == Place::Spare || pages >= BigRunPages || toGrow)
+        start = TakeSpare(arena, pages, toGrow);
+    if (place != Place::Spare)
+    {
+        if (start == nullptr && arena.spare.load(std::memory_order_relaxed) != nullptr &&
+            (start = m_Pages->AllocatePages(this, pages, toGrow, false)) == nullptr)
+            start = TakeSpare(arena, pages, false);
+        if (start == nullptr)
+            start = m_Pages->AllocatePages(this, pages, toGrow);
+    }
     if (start == nullptr)
         return nullptr;
     PackedRun* run = new (start) PackedRun(pages, arena.index);
@@ -87,6 +100,49 @@ void PackedAllocator::ReleaseRun(PackedRun* run)
     Unfile(run);
     ArenaOf(run).statistics.RemovePages(run->pages);
     m_Pages->ReleasePages(this, run, run->pages);
+}
+
+void PackedAllocator::RunEmptied(Arena& arena, PackedRun* run)
+{
+    if (m_Caches == nullptr || run->pages < BigRunPages || run->pages > SpareRunPages)
+        return ReleaseRun(run);
+    Unfile(run);
+    arena.statistics.RemovePages(run->pages);
+    ReleaseSpare(arena);
+    arena.spare.store(run, std::memory_order_relaxed);
+}
+
+void PackedAllocator::ReleaseSpare(Arena& arena)
+{
+    if (PackedRun* spare = arena.spare.exchange(nullptr, std::memory_order_relaxed))
+        m_Pages->ReleasePages(this, spare, spare->pages);
+}
+
+void PackedAllocator::ReleaseKeptRuns()
+{
+    AllArenas locked(*this);
+    locked.ForEach([this](Arena& arena) { ReleaseSpare(arena); });
+}
+
+void* PackedAllocator::TakeSpare(Arena& arena, u32& pages, bool toGrow)
+{
+    PackedRun* spare = arena.spare.load(std::memory_order_relaxed);
+    if (spare == nullptr || (toGrow && spare->pages / SpareRoom > pages))
+        return nullptr;
+    // A kept run too small for the request goes back: its pages may then
+    // join the stretch that the request takes.
+    const u32 had = spare->pages;
+    if (had < pages && !m_Pages->ExtendRun(this, spare, had, pages - had))
+    {
+        ReleaseSpare(arena);
+        return nullptr;
+    }
+    if (had > pages && toGrow)
+        pages = had;
+    else if (had > pages)
+        m_Pages->ReleasePages(this, spare->Base() + std::uintptr_t(pages) * PageSize, had - pages);
+    arena.spare.store(nullptr, std::memory_order_relaxed);
+    return spare;
 }
 
 void PackedAllocator::Unfile(PackedRun* run)
@@ -240,10 +296,10 @@ void* PackedAllocator::MallocNoThrow(unsigned int size)
     return MallocLocked(arena, need);
 }
 
-void* PackedAllocator::MallocLocked(Arena& arena, u32 need, bool toGrow)
+void* PackedAllocator::MallocLocked(Arena& arena, u32 need, Place place)
 {
-    PackedRun* run = packedrun::FirstAtLeast(arena.room, need);
-    if (run == nullptr && (run = NewRun(arena, RunPagesFor(need), toGrow)) == nullptr)
+    PackedRun* run = place == Place::Spare ? nullptr : packedrun::FirstAtLeast(arena.room, need);
+    if (run == nullptr && (run = NewRun(arena, RunPagesFor(need), place)) == nullptr)
         return nullptr;
     // The run's largest free chunk holds `need`: GetChunk cannot fail.
     u32 chunk = need;
@@ -331,7 +387,7 @@ void PackedAllocator::FreeLocked(Arena& arena, const void* p)
     }
     arena.statistics.RemoveAllocation(capacity, capacity);
     if (--run->live == 0)
-        ReleaseRun(run);
+        RunEmptied(arena, run);
     else
         Refile(run);
 }
@@ -377,15 +433,28 @@ void* PackedAllocator::ReAllocNoThrow(void* p, unsigned int size)
     // processor's caches likely still hold for the copy, where the best
     // fitting free chunk is often memory untouched for long. Otherwise it
     // takes the best fitting free chunk. A block that needs a big run of its
-    // own takes one where it can grow the longest: copying it again would
-    // cost more than the stretch of free pages it breaks. Blocks that large
-    // seldom move.
+    // own takes one where it can grow the longest (the arena's spare first):
+    // copying it again would cost more than the stretch of free pages it
+    // breaks. Blocks that large seldom move. With caches on, a block of a
+    // page or more takes the arena's spare, when it has one, before the
+    // thread's cache: cut to the block's run, with the spare's other pages
+    // free right behind it, it grows in place from there on.
     const unsigned int roomy = size >= 1024 && size <= 0xCCCC0000u ? size + size / 4 : size;
-    const bool toGrow = need > MaxRoomKey;
+    const Place place = need > MaxRoomKey ? Place::Grow : Place::Fit;
     void* moved = nullptr;
     if (m_Caches != nullptr && roomy - SmallestCached <= LargestCached - SmallestCached)
     {
-        moved = MallocFast(roomy);
+        if (size >= PageSize)
+        {
+            Arena& arena = ThreadArena();
+            if (arena.spare.load(std::memory_order_relaxed) != nullptr)
+            {
+                ScopedLock<CriticalSection> lock(arena.lock);
+                moved = MallocLocked(arena, NeedFor(roomy), Place::Spare);
+            }
+        }
+        if (moved == nullptr)
+            moved = MallocFast(roomy);
         if (moved == nullptr && roomy != size)
             moved = MallocFast(size);
     }
@@ -394,9 +463,9 @@ void* PackedAllocator::ReAllocNoThrow(void* p, unsigned int size)
         Arena& arena = ThreadArena();
         ScopedLock<CriticalSection> lock(arena.lock);
         if (const u32 roomyNeed = NeedFor(roomy))
-            moved = MallocLocked(arena, roomyNeed, toGrow);
+            moved = MallocLocked(arena, roomyNeed, place);
         if (moved == nullptr && roomy != size)
-            moved = MallocLocked(arena, need, toGrow);
+            moved = MallocLocked(arena, need, place);
     }
     if (moved == nullptr)
         return nullptr;
@@ -533,12 +602,13 @@ void PackedAllocator::FreeAll()
         m_Caches->VoidAll();
     auto release = [this](PackedRun* run) { m_Pages->ReleasePages(this, run, run->pages); };
     locked.ForEach(
-        [&release](Arena& arena)
+        [this, &release](Arena& arena)
         {
             packedrun::ForEach(arena.room, release);
             packedrun::ForEach(arena.setAside, release);
             packedrun::Reset(arena.room);
             packedrun::Reset(arena.setAside);
+            ReleaseSpare(arena);
             arena.statistics.ClearCurrent();
         });
 }
@@ -709,7 +779,7 @@ void PackedAllocator::GiveBack(void* chain, bool sorted)
         QEL_ASSERT(m_ErrorCategory, inserted);
         arena.statistics.RemoveAllocation(capacity, capacity);
         if (--run->live == 0)
-            ReleaseRun(run);
+            RunEmptied(arena, run);
         else
             Refile(run);
     }

@@ -145,7 +145,7 @@ u32 PageManager::GetOwnerIndex(const Allocator* owner) const
 
 // ---- runs -------------------------------------------------------------------
 
-void* PageManager::AllocatePages(Allocator* owner, u32 count, bool toGrow)
+void* PageManager::AllocatePages(Allocator* owner, u32 count, bool toGrow, bool mayMap)
 {
     if (count == 0)
         return nullptr;
@@ -154,6 +154,8 @@ void* PageManager::AllocatePages(Allocator* owner, u32 count, bool toGrow)
     if (index == NoOwner)
         return nullptr;
     void* run = TakeFromMetapages(count, toGrow);
+    if (run == nullptr && !mayMap)
+        return nullptr;
     if (run == nullptr)
     {
         Metapage* metapage = CreateMetapage(count);

@@ -5,6 +5,7 @@
 #include <qel/debuggerstream.h>
 #include <qel/mem.h>
 #include <qel/outputstream.h>
+#include <qel/packedallocator.h>
 #include <qel/pagemanager.h>
 #include <qel/provider.h>
 #include <qel/trackingallocator.h>
@@ -133,6 +134,11 @@ void Mem::DumpAllStatistics(OutputStream* out, AllocatorStatMarker* from, Alloca
     PageManager* pages = PageManager::GetSingletonInstancePointer();
     if (pages == nullptr)
         return;
+    // Pages kept for reuse go back first, so that the page manager's owners
+    // and the allocators' own counts agree.
+    for (u32 i = 0; i < pages->GetNumberOfOwners() && i < PageManager::MaxOwners; ++i)
+        if (auto* packed = dynamic_cast<PackedAllocator*>(pages->GetOwnerAt(i)))
+            packed->ReleaseKeptRuns();
     pages->DumpStatistics(PageManager::DumpUsage | PageManager::DumpRuns |
                               PageManager::DumpFreeRuns | PageManager::DumpMetapageRows,
                           &stream);
