@@ -216,31 +216,39 @@ TEST_F(PackedAllocatorTest, ReallocGrowsInPlaceMovesAndShrinks)
 // A block keeps its place while the new size needs at least half of its
 // chunk; below that the tail goes back. A block of 1 KB or more that grows
 // in place takes a quarter of its chunk more when that much is free behind
-// it, a smaller one what it needs.
+// it, a smaller one what it needs. One that must move takes a quarter more
+// than asked from 1 KB, twice the size from 16 KB.
 TEST_F(PackedAllocatorTest, ReallocKeepsAHalfUsedPlaceAndGrowsWithRoomToSpare)
 {
     struct Case
     {
         unsigned from, to;
+        bool blocked; // a block right behind it: it must move to grow
         u32 capacity; // after
     };
     const Case cases[] = {
-        {1000, 600, 1008},  // 616 of 1024 bytes: stays
-        {1000, 497, 1008},  // 528 (rounded) of 1024: stays
-        {1000, 400, 400},   // 416 of 1024: the tail goes back
-        {2000, 2100, 2624}, // 2128 needed, 512 more taken
-        {100, 200, 208},    // under 1 KB: what it needs
+        {1000, 600, false, 1008},    // 616 of 1024 bytes: stays
+        {1000, 497, false, 1008},    // 528 (rounded) of 1024: stays
+        {1000, 400, false, 400},     // 416 of 1024: the tail goes back
+        {2000, 2100, false, 2624},   // 2128 needed, 512 more taken
+        {100, 200, false, 208},      // under 1 KB: what it needs
+        {100, 600, true, 608},       // moves, under 1 KB: what it needs
+        {1000, 3000, true, 3760},    // moves: 3750 asked
+        {10000, 20000, true, 40000}, // moves: twice the size
     };
     for (const Case& c : cases)
     {
-        char* p = Take(packed, c.from); // alone in its run: free space behind it
-        std::memset(p, 0x6C, c.from < c.to ? c.from : c.to);
-        EXPECT_EQ(packed.ReAllocNoThrow(p, c.to), p) << c.from << " to " << c.to;
-        EXPECT_EQ(Used(packed), c.capacity) << c.from << " to " << c.to;
-        EXPECT_EQ(std::string(p, c.from < c.to ? c.from : c.to),
-                  std::string(c.from < c.to ? c.from : c.to, 0x6C));
+        char* p = Take(packed, c.from); // first in a fresh run: free space behind it
+        char* wall = c.blocked ? Take(packed, 100) : nullptr; // the next best fit
+        const unsigned kept = c.from < c.to ? c.from : c.to;
+        std::memset(p, 0x6C, kept);
+        char* q = static_cast<char*>(packed.ReAllocNoThrow(p, c.to));
+        EXPECT_EQ(q != p, c.blocked) << c.from << " to " << c.to;
+        EXPECT_EQ(Used(packed), c.capacity + (c.blocked ? 112u : 0u)) << c.from << " to " << c.to;
+        EXPECT_EQ(std::string(q, kept), std::string(kept, 0x6C));
         EXPECT_TRUE(packed.ValidateMemory());
-        packed.Free(p);
+        packed.Free(q);
+        packed.Free(wall);
     }
 }
 

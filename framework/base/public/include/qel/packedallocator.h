@@ -173,10 +173,14 @@ public:
     // follows the block in its run and the page manager has free pages right
     // behind the run, which the run then takes; else moves. A block of 1 KB
     // or more that grows in place takes a quarter of its chunk more than it
-    // needs when that much is free, and one that must move takes a quarter
-    // more room than asked, from the best fitting free chunk rather than a
-    // thread's cache (a buffer grown step by step then grows or moves about
-    // once every quarter of its size). A lone block whose run fills a
+    // needs when that much is free. One that must move takes more room than
+    // asked: a quarter more from 1 KB, twice the size from 16 KB, where what
+    // it leaves untouched is mostly whole pages that cost no memory and each
+    // move saved would copy the whole block (a buffer grown step by step
+    // then moves about once a doubling). With caches on, it comes from the
+    // arena's kept run (see the top of this file) for a block of a page or
+    // more, else from the thread's cache where that serves the new size;
+    // else from the best fitting free chunk. A lone block whose run fills a
     // metapage of its own (past the page manager's step) moves without a
     // copy where the system can move pages (PageManager::MoveRun), so that
     // a huge buffer doubled again and again is never copied nor touched

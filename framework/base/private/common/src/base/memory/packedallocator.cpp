@@ -427,7 +427,11 @@ void* PackedAllocator::ReAllocNoThrow(void* p, unsigned int size)
         return ResizeInPlace(p, size, false, capacity) == Resize::Done ? p : nullptr;
     }
     // A block of 1 KB or more that must move to grow takes a quarter more
-    // room: the next growths are then in place. Where the thread's cache
+    // room, one of 16 KB or more twice its size: the next growths are then
+    // in place. A buffer grown in small steps past a few pages in memory
+    // whose free stretches are short would otherwise move, and be copied
+    // whole, every quarter of its size; the room it does not use yet is
+    // mostly pages it has not touched. Where the thread's cache
     // serves the new size, the block comes from there, without a lock: it
     // is the block of that class the thread freed last, whose memory the
     // processor's caches likely still hold for the copy, where the best
@@ -439,7 +443,9 @@ void* PackedAllocator::ReAllocNoThrow(void* p, unsigned int size)
     // page or more takes the arena's spare, when it has one, before the
     // thread's cache: cut to the block's run, with the spare's other pages
     // free right behind it, it grows in place from there on.
-    const unsigned int roomy = size >= 1024 && size <= 0xCCCC0000u ? size + size / 4 : size;
+    const unsigned int roomy = size >= 16384 && size <= 0x7FFF0000u  ? size * 2
+                               : size >= 1024 && size <= 0xCCCC0000u ? size + size / 4
+                                                                     : size;
     const Place place = need > MaxRoomKey ? Place::Grow : Place::Fit;
     void* moved = nullptr;
     if (m_Caches != nullptr && roomy - SmallestCached <= LargestCached - SmallestCached)
