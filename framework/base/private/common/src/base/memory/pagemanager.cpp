@@ -154,10 +154,10 @@ void* PageManager::AllocatePages(Allocator* owner, u32 count, bool toGrow, bool 
     if (index == NoOwner)
         return nullptr;
     void* run = TakeFromMetapages(count, toGrow);
-    if (run == nullptr && !mayMap)
-        return nullptr;
     if (run == nullptr)
     {
+        if (!mayMap)
+            return nullptr;
         Metapage* metapage = CreateMetapage(count);
         if (metapage == nullptr)
             return nullptr;
