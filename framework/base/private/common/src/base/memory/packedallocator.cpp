@@ -513,12 +513,11 @@ PackedAllocator::Resize PackedAllocator::ResizeInPlace(void* p, unsigned int siz
     {
         // A block that grows tends to grow again: one of 1 KB or more takes
         // a quarter of its size more than it needs, one of 16 KB or more
-        // three quarters (not all of it: it then shrinks in place only below
-        // about seven eighths of the size that made it grow, so that sizes
-        // that go to and fro do not move its tail each time); else what it
-        // needs.
-        // The room comes from the free chunk behind the block, else from
-        // pages added behind the run.
+        // three quarters (not all of it, so that it shrinks in place only
+        // below about seven eighths of the size that made it grow: sizes
+        // that go to and fro do not move its tail each time). That room,
+        // else what it needs, comes from the free chunk behind the block;
+        // failing that, from pages added behind the run.
         const u64 more = chunk >= 16384 ? chunk / 4 * 3 : chunk >= 1024 ? chunk / 4 : 0;
         const u32 wants[2] = {u32(std::min<u64>((need + more + 15) & ~u64(15), MaxNeed)) - chunk,
                               need - chunk};

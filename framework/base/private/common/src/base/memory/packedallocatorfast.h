@@ -48,7 +48,8 @@ inline bool PackedAllocator::StaysInPlace(const void* p, unsigned int size, u32 
 {
     // The caller's block: its header changes only through the caller, so
     // that a block that stays is seen without the lock.
-    // NeedFor without its limit: a size below the capacity is below it.
+    // NeedFor without its upper limit, which a size within the capacity
+    // never reaches.
     const PackedBlock* block = PackedBlock::Of(p);
     const u32 need = size + BlockHeaderSize <= MinimumChunk ? u32(MinimumChunk)
                                                             : (size + BlockHeaderSize + 15) & ~15u;
