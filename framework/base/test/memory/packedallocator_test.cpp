@@ -216,8 +216,8 @@ TEST_F(PackedAllocatorTest, ReallocGrowsInPlaceMovesAndShrinks)
 // A block keeps its place while the new size needs at least half of its
 // chunk; below that the tail goes back. A block of 1 KB or more that grows
 // in place takes a quarter of its chunk more when that much is free behind
-// it, a smaller one what it needs. One that must move takes a quarter more
-// than asked from 1 KB, twice the size from 16 KB.
+// it, three quarters from 16 KB, a smaller one what it needs. One that must
+// move takes a quarter more than asked from 1 KB, twice the size from 16 KB.
 TEST_F(PackedAllocatorTest, ReallocKeepsAHalfUsedPlaceAndGrowsWithRoomToSpare)
 {
     struct Case
@@ -227,14 +227,15 @@ TEST_F(PackedAllocatorTest, ReallocKeepsAHalfUsedPlaceAndGrowsWithRoomToSpare)
         u32 capacity; // after
     };
     const Case cases[] = {
-        {1000, 600, false, 1008},    // 616 of 1024 bytes: stays
-        {1000, 497, false, 1008},    // 528 (rounded) of 1024: stays
-        {1000, 400, false, 400},     // 416 of 1024: the tail goes back
-        {2000, 2100, false, 2624},   // 2128 needed, 512 more taken
-        {100, 200, false, 208},      // under 1 KB: what it needs
-        {100, 600, true, 608},       // moves, under 1 KB: what it needs
-        {1000, 3000, true, 3760},    // moves: 3750 asked
-        {10000, 20000, true, 40000}, // moves: twice the size
+        {1000, 600, false, 1008},     // 616 of 1024 bytes: stays
+        {1000, 497, false, 1008},     // 528 (rounded) of 1024: stays
+        {1000, 400, false, 400},      // 416 of 1024: the tail goes back
+        {2000, 2100, false, 2624},    // 2128 needed, 512 more taken
+        {20000, 30000, false, 45024}, // 30016 needed, 15012 more taken
+        {100, 200, false, 208},       // under 1 KB: what it needs
+        {100, 600, true, 608},        // moves, under 1 KB: what it needs
+        {1000, 3000, true, 3760},     // moves: 3750 asked
+        {10000, 20000, true, 40000},  // moves: twice the size
     };
     for (const Case& c : cases)
     {

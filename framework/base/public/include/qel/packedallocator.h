@@ -173,7 +173,10 @@ public:
     // follows the block in its run and the page manager has free pages right
     // behind the run, which the run then takes; else moves. A block of 1 KB
     // or more that grows in place takes a quarter of its chunk more than it
-    // needs when that much is free. One that must move takes more room than
+    // needs when that much is free, one of 16 KB or more three quarters (a
+    // buffer grown step by step then grows in place about once a doubling,
+    // and shrinks in place only below about seven eighths of the size that
+    // made it grow). One that must move takes more room than
     // asked: a quarter more from 1 KB, twice the size from 16 KB, where what
     // it leaves untouched is mostly whole pages that cost no memory and each
     // move saved would copy the whole block (a buffer grown step by step

@@ -11,6 +11,7 @@
 #include "base/memory/packedrun.h"
 #include "base/memory/threadcache.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <cstdint>
 #include <cstdio>
@@ -510,14 +511,29 @@ PackedAllocator::Resize PackedAllocator::ResizeInPlace(void* p, unsigned int siz
     }
     else
     {
-        // A block that grows tends to grow again: it takes a quarter more
-        // than it needs when that much is free behind it.
-        const u32 roomy = chunk >= 1024 ? ((need + chunk / 4 + 15) & ~15u) - chunk : need - chunk;
-        u32 extra = roomy;
-        if (run->tree.GetChunkAt(start + chunk, extra, kTag) == nullptr &&
-            (extra = need - chunk, run->tree.GetChunkAt(start + chunk, extra, kTag)) == nullptr &&
-            !(GrowRun(run, start + chunk, roomy) &&
-              (extra = roomy, run->tree.GetChunkAt(start + chunk, extra, kTag)) != nullptr))
+        // A block that grows tends to grow again: one of 1 KB or more takes
+        // a quarter of its size more than it needs, one of 16 KB or more
+        // three quarters (not all of it, so that it shrinks in place only
+        // below about seven eighths of the size that made it grow: sizes
+        // that go to and fro do not move its tail each time). That room,
+        // else what it needs, comes from the free chunk behind the block;
+        // failing that, from pages added behind the run.
+        const u64 more = chunk >= 16384 ? chunk / 4 * 3 : chunk >= 1024 ? chunk / 4 : 0;
+        const u32 wants[2] = {u32(std::min<u64>((need + more + 15) & ~u64(15), MaxNeed)) - chunk,
+                              need - chunk};
+        auto behind = [&](u32 wanted)
+        {
+            u32 taken = wanted;
+            return run->tree.GetChunkAt(start + chunk, taken, kTag) != nullptr ? taken : 0;
+        };
+        u32 extra = 0;
+        for (u32 wanted : wants)
+            if (extra == 0)
+                extra = behind(wanted);
+        for (u32 wanted : wants)
+            if (extra == 0 && GrowRun(run, start + chunk, wanted))
+                extra = behind(wanted);
+        if (extra == 0)
         {
             Refile(run);
             return run->pages >= BigRunPages ? Resize::StuckBig : Resize::Stuck;
