@@ -11,8 +11,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <memory>
 #include <string>
+#include <type_traits>
 
 namespace
 {
@@ -38,68 +40,99 @@ void RoundTrip(Routine routine)
     routine(*reader);
 }
 
+// Every geometry type once: made with distinct values, or zeroed to read
+// into.
+struct Everything
+{
+    Vector2 v2{0, 0};
+    Vector3 v3{0.0f};
+    Vector4 v4{0, 0, 0, 0};
+    Quaternion q = Quaternion::Identity();
+    Matrix3 m3 = Matrix3::Identity();
+    Matrix4 m4 = Matrix4::Identity();
+    Plane plane{Vector3(0.0f), Vector3(0.0f)};
+    Ray ray{Vector3(0.0f), Vector3(0.0f)};
+    Triangle triangle{Vector3(0.0f), Vector3(0.0f), Vector3(0.0f)};
+    BoundingSphere sphere;
+    BoundingBox box;
+    BoundingCylinder cylinder;
+    BoundingMesh mesh;
+
+    static Everything Made()
+    {
+        Everything e;
+        e.v2 = Vector2(1.5f, -2);
+        e.v3 = Vector3(0.1f, 2e-30f, -7);
+        e.v4 = Vector4(1, 2, 3, 4);
+        e.q = Quaternion::FromAxisAngle(Vector3(1, 2, 3).Normalized(), 0.7f);
+        e.m4 = Matrix4::Compose(Vector3(1, 2, 3), e.q, Vector3(2, 2, 2));
+        e.m3 = e.m4.Linear();
+        e.plane = Plane::FromPoints(Vector3(0, 0, 0), Vector3(1, 0, 0), Vector3(0, 1, 1));
+        e.ray = Ray(Vector3(1, 2, 3), Vector3(0, 0, -1));
+        e.triangle = Triangle(Vector3(0, 0, 0), Vector3(1, 0, 0), Vector3(0, 1, 0));
+        e.sphere = BoundingSphere(Vector3(1, 2, 3), 4);
+        e.box = BoundingBox(Vector3(1, 1, 1), e.m3, Vector3(0.5f, 1, 2));
+        e.cylinder = BoundingCylinder(Vector3(0, 1, 0), Vector3(0, 1, 0), 2, 0.25f);
+        const Triangle pair[2] = {e.triangle,
+                                  {Vector3(0, 0, 1), Vector3(1, 0, 1), Vector3(0, 1, 1)}};
+        e.mesh = BoundingMesh(pair, 2);
+        return e;
+    }
+
+    void Serialize(Serializer& s)
+    {
+        qel::Serialize(s, v2), qel::Serialize(s, v3), qel::Serialize(s, v4);
+        qel::Serialize(s, q), qel::Serialize(s, m3), qel::Serialize(s, m4);
+        qel::Serialize(s, plane), qel::Serialize(s, ray), qel::Serialize(s, triangle);
+        qel::Serialize(s, sphere), qel::Serialize(s, box), qel::Serialize(s, cylinder);
+        qel::Serialize(s, mesh);
+    }
+};
+
+// The same bytes: -0 is not 0, and a NaN is the same NaN.
+template <class T>
+bool SameBits(const T& a, const T& b)
+{
+    static_assert(std::is_trivially_copyable_v<T>, "compared by its bytes");
+    return std::memcmp(&a, &b, sizeof(T)) == 0;
+}
+
 template <class Writer>
 void EveryType()
 {
-    Vector2 v2(1.5f, -2);
-    Vector3 v3(0.1f, 2e-30f, -7);
-    Vector4 v4(1, 2, 3, 4);
-    Quaternion q = Quaternion::FromAxisAngle(Vector3(1, 2, 3).Normalized(), 0.7f);
-    Matrix4 m4 = Matrix4::Compose(Vector3(1, 2, 3), q, Vector3(2, 2, 2));
-    Matrix3 m3 = m4.Linear();
-    Plane plane = Plane::FromPoints(Vector3(0, 0, 0), Vector3(1, 0, 0), Vector3(0, 1, 1));
-    Ray ray{Vector3(1, 2, 3), Vector3(0, 0, -1)};
-    Triangle triangle{Vector3(0, 0, 0), Vector3(1, 0, 0), Vector3(0, 1, 0)};
-    BoundingSphere sphere(Vector3(1, 2, 3), 4);
-    BoundingBox box(Vector3(1, 1, 1), m3, Vector3(0.5f, 1, 2));
-    BoundingCylinder cylinder(Vector3(0, 1, 0), Vector3(0, 1, 0), 2, 0.25f);
-    const Triangle pair[2] = {triangle, {Vector3(0, 0, 1), Vector3(1, 0, 1), Vector3(0, 1, 1)}};
-    BoundingMesh mesh(pair, 2);
-
-    const Vector2 v2Saved = v2;
-    const Vector3 v3Saved = v3;
-    const Vector4 v4Saved = v4;
-    const Quaternion qSaved = q;
-    const Matrix4 m4Saved = m4;
-    const Matrix3 m3Saved = m3;
-    const Plane planeSaved = plane;
-    const Ray raySaved = ray;
-    const Triangle triangleSaved = triangle;
-    RoundTrip<Writer>(
-        [&](Serializer& s)
-        {
-            if (s.IsReading())
-            {
-                v2 = Vector2(0, 0), v3 = Vector3(0.0f), v4 = Vector4(0, 0, 0, 0);
-                q = Quaternion::Identity(), m4 = Matrix4::Identity(), m3 = Matrix3::Identity();
-                plane.normal = ray.origin = ray.direction = Vector3(0.0f), plane.d = 0;
-                triangle.a = triangle.b = triangle.c = Vector3(0.0f);
-                sphere = BoundingSphere(), box = BoundingBox(), mesh = BoundingMesh();
-                cylinder = BoundingCylinder();
-            }
-            Serialize(s, v2), Serialize(s, v3), Serialize(s, v4), Serialize(s, q);
-            Serialize(s, m3), Serialize(s, m4), Serialize(s, plane), Serialize(s, ray);
-            Serialize(s, triangle), Serialize(s, sphere), Serialize(s, box);
-            Serialize(s, cylinder), Serialize(s, mesh);
-        });
-    EXPECT_EQ(v2.x, v2Saved.x);
-    EXPECT_EQ(v2.y, v2Saved.y);
-    EXPECT_EQ(v3, v3Saved);
-    EXPECT_EQ(v4.w, v4Saved.w);
-    EXPECT_EQ(q, qSaved);
-    EXPECT_EQ(m4, m4Saved);
-    EXPECT_EQ(sphere.GetCenter(), Vector3(1, 2, 3));
-    EXPECT_EQ(sphere.GetRadius(), 4.0f);
-    EXPECT_EQ(box.GetHalfExtents(), Vector3(0.5f, 1, 2));
-    EXPECT_EQ(cylinder.GetRadius(), 0.25f);
-    EXPECT_EQ(cylinder.GetHalfHeight(), 2.0f);
-    ASSERT_EQ(mesh.GetTriangles().size(), 2u);
-    EXPECT_EQ(mesh.GetTriangles()[1].c, Vector3(0, 1, 1));
-    EXPECT_EQ(m3(2, 1), m3Saved(2, 1));
-    EXPECT_EQ(plane.normal, planeSaved.normal);
-    EXPECT_EQ(plane.d, planeSaved.d);
-    EXPECT_EQ(ray.direction, raySaved.direction);
-    EXPECT_EQ(triangle.b, triangleSaved.b);
+    Everything saved = Everything::Made(), loaded;
+    RoundTrip<Writer>([&](Serializer& s) { (s.IsReading() ? loaded : saved).Serialize(s); });
+    const struct
+    {
+        const char* type;
+        bool same;
+    } rows[] = {
+        {"Vector2", SameBits(loaded.v2, saved.v2)},
+        {"Vector3", SameBits(loaded.v3, saved.v3)},
+        {"Vector4", SameBits(loaded.v4, saved.v4)},
+        {"Quaternion", SameBits(loaded.q, saved.q)},
+        {"Matrix3", SameBits(loaded.m3, saved.m3)},
+        {"Matrix4", SameBits(loaded.m4, saved.m4)},
+        {"Plane", SameBits(loaded.plane, saved.plane)},
+        {"Ray", SameBits(loaded.ray, saved.ray)},
+        {"Triangle", SameBits(loaded.triangle, saved.triangle)},
+        {"BoundingSphere", loaded.sphere.GetCenter() == saved.sphere.GetCenter() &&
+                               loaded.sphere.GetRadius() == saved.sphere.GetRadius()},
+        {"BoundingBox", loaded.box.GetCenter() == saved.box.GetCenter() &&
+                            loaded.box.GetAxes() == saved.box.GetAxes() &&
+                            loaded.box.GetHalfExtents() == saved.box.GetHalfExtents()},
+        {"BoundingCylinder",
+         loaded.cylinder.GetCenter() == saved.cylinder.GetCenter() &&
+             loaded.cylinder.GetAxis() == saved.cylinder.GetAxis() &&
+             loaded.cylinder.GetHalfHeight() == saved.cylinder.GetHalfHeight() &&
+             loaded.cylinder.GetRadius() == saved.cylinder.GetRadius()},
+        {"BoundingMesh",
+         loaded.mesh.GetTriangles().size() == 2 &&
+             std::memcmp(loaded.mesh.GetTriangles().data(), saved.mesh.GetTriangles().data(),
+                         2 * sizeof(Triangle)) == 0},
+    };
+    for (const auto& row : rows)
+        EXPECT_TRUE(row.same) << row.type;
 }
 
 TEST(GeometrySerialization, EveryTypeComesBackBitForBitInBothByteOrders)

@@ -273,24 +273,29 @@ TEST_F(ParserTest, PrintedTreesReadBackAsTheSameTrees)
     EXPECT_GT(parsed, 200u);
 }
 
-TEST_F(ParserTest, SyntaxErrorsAreFatalWithTheTreeTrace)
+// Parsing reports a syntax error and ends the process; checking reports
+// nothing and tells where: the offending byte, or one past the end.
+TEST_F(ParserTest, SyntaxErrorsAreFatalWithTheTreeTraceOrCheckedWithTheirPlace)
 {
     const struct
     {
         const char* text;
         const char* message;
         const char* trace;
+        u32 line, column;
         bool comments = false;
     } cases[] = {
-        {"A ;* never closed", "Missing end of batch comment \"*;\"", ""},
+        {"A ;* never closed", "Missing end of batch comment \"*;\"", "", 1, 18},
         // A comment kept in the tree is the innermost node while it is read.
-        {"{A\nE(1 ;* never closed", "Missing end of batch comment \"*;\"", " <- A <- ", true},
-        {"}", "Missing '{'", ""},
-        {"{}", "Missing 'Section Identifier' after '{'", " <- "},
-        {"{Object:Lamp\n{Sub\nE(1)", "Missing '}'", "Sub <- Object Named Lamp <- "},
-        {"{A:}", "Missing 'Entry Name' after ':'", " <- A <- "},
-        {"{A\nE(1, 2", "Missing ')'", "E <- A <- "},
-        {"{A:N(1 ;\n", "Missing ')'", "N <- A Named N <- "},
+        {"{A\nE(1 ;* never closed", "Missing end of batch comment \"*;\"", " <- A <- ", 2, 20,
+         true},
+        {"}", "Missing '{'", "", 1, 1},
+        {"{A\n  }}", "Missing '{'", "", 2, 4},
+        {"{}", "Missing 'Section Identifier' after '{'", " <- ", 1, 2},
+        {"{Object:Lamp\n{Sub\nE(1)", "Missing '}'", "Sub <- Object Named Lamp <- ", 3, 5},
+        {"{A:}", "Missing 'Entry Name' after ':'", " <- A <- ", 1, 4},
+        {"{A\nE(1, 2", "Missing ')'", "E <- A <- ", 2, 7},
+        {"{A:N(1 ;\n", "Missing ')'", "N <- A Named N <- ", 2, 1},
     };
     for (const auto& c : cases)
     {
@@ -299,26 +304,21 @@ TEST_F(ParserTest, SyntaxErrorsAreFatalWithTheTreeTrace)
         qeltest::ScriptedHost host; // answers No: the process would end here
         EXPECT_EQ(Parse(c.text), nullptr);
         ASSERT_EQ(host.questions.size(), 1u);
-        const std::string expected =
-            std::string(c.message) + "\n\nTree trace: " + c.trace + root + "a.txt\n";
-        EXPECT_NE(host.questions[0].text.find(expected), std::string::npos)
+        const std::string trace = c.trace + root + "a.txt";
+        EXPECT_NE(
+            host.questions[0].text.find(std::string(c.message) + "\n\nTree trace: " + trace + "\n"),
+            std::string::npos)
             << host.questions[0].text;
         EXPECT_GE(host.exits, 1);
+
+        ParseError error{};
+        EXPECT_EQ(Parser::CheckFile((root + "a.txt").c_str(), error), nullptr);
+        EXPECT_EQ(error.line, c.line);
+        EXPECT_EQ(error.column, c.column);
+        EXPECT_STREQ(error.message, c.message);
+        EXPECT_EQ(std::string(error.trace), trace);
     }
     EXPECT_EQ(Parser::ParseFile((root + "missing.txt").c_str()), nullptr); // no report
-
-    // Checking reports nothing and tells where: here at the end of line 2.
-    disktest::WriteFile(folder.Path() + "c.txt", "{A\nE(1, 2");
-    ParseError error{};
-    EXPECT_EQ(Parser::CheckFile((root + "c.txt").c_str(), error), nullptr);
-    EXPECT_EQ(error.line, 2u);
-    EXPECT_EQ(error.column, 7u);
-    EXPECT_STREQ(error.message, "Missing ')'");
-    EXPECT_EQ(std::string(error.trace), "E <- A <- " + root + "c.txt");
-    disktest::WriteFile(folder.Path() + "d.txt", "{A\n  }}");
-    EXPECT_EQ(Parser::CheckFile((root + "d.txt").c_str(), error), nullptr);
-    EXPECT_EQ(error.line, 2u);
-    EXPECT_EQ(error.column, 4u); // the stray '}'
 }
 
 // Enough texts to grow the table several times and to rebuild it over the

@@ -34,30 +34,31 @@ struct Probe
     }
 };
 
-TEST(ThreadManager, SuspendedThreadRunsOnlyAfterResume)
+// Started at once or suspended (then it runs only once resumed), a thread
+// runs once under its own id, then leaves the table: unknown to Resume
+// from then on, and a Wait for it returns at once.
+TEST(ThreadManager, ThreadRunsOnceUnderItsOwnIdThenLeavesTheTable)
 {
-    Probe probe;
-    const u32 id = ThreadManager::Create(&Probe::Run, &probe, 0, 0, true);
-    ASSERT_NE(id, u32(ThreadManager::InvalidThreadId));
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    EXPECT_EQ(probe.runs.load(), 0);
-    EXPECT_TRUE(ThreadManager::Resume(id));
-    ThreadManager::Wait(qel::s32(id));
-    EXPECT_EQ(probe.runs.load(), 1);
-}
-
-TEST(ThreadManager, FinishedThreadHadItsOwnIdThenLeavesTheTableAndWaitReturnsAtOnce)
-{
-    Probe probe;
-    const u32 id = ThreadManager::Create(&Probe::Run, &probe, 64 * 1024, 0, false);
-    ASSERT_NE(id, u32(ThreadManager::InvalidThreadId));
-    ThreadManager::Wait(qel::s32(id));
-    EXPECT_EQ(probe.runs.load(), 1);
-    EXPECT_EQ(probe.seen.load(), id);
-    EXPECT_NE(ThreadManager::GetThreadID(), id);
-    // Unregistered once its entry returned: unknown from then on.
-    EXPECT_TRUE(WaitUntil([id] { return !ThreadManager::Resume(id); }));
-    ThreadManager::Wait(qel::s32(id));
+    for (const bool suspended : {false, true})
+    {
+        SCOPED_TRACE(suspended ? "suspended, default stack" : "at once, 64 KB of stack");
+        Probe probe;
+        const u32 id =
+            ThreadManager::Create(&Probe::Run, &probe, suspended ? 0 : 64 * 1024, 0, suspended);
+        ASSERT_NE(id, u32(ThreadManager::InvalidThreadId));
+        if (suspended)
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            EXPECT_EQ(probe.runs.load(), 0);
+            EXPECT_TRUE(ThreadManager::Resume(id));
+        }
+        ThreadManager::Wait(qel::s32(id));
+        EXPECT_EQ(probe.runs.load(), 1);
+        EXPECT_EQ(probe.seen.load(), id);
+        EXPECT_NE(ThreadManager::GetThreadID(), id);
+        EXPECT_TRUE(WaitUntil([id] { return !ThreadManager::Resume(id); }));
+        ThreadManager::Wait(qel::s32(id));
+    }
     EXPECT_FALSE(ThreadManager::Resume(0x7FFFFFF0));
 }
 
