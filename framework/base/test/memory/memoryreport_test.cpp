@@ -313,8 +313,10 @@ TEST(MemoryReport, AHundredThousandLiveBlocksMakeAPageOfAFewMegabytes)
 
 TEST(MemoryReportStress, TheLiveReportIsWholeWhileOtherThreadsAllocate)
 {
-    // Threads churn a tracker, the general allocator and tagged blocks; the
-    // reports written meanwhile must be whole pages naming the tracker.
+    // Threads churn a tracker (four of them, handing blocks to each other),
+    // the general allocator and tagged blocks; the reports written meanwhile
+    // must be whole pages naming the tracker, and every record goes with its
+    // block.
     std::unique_ptr<Allocator> tracker(Mem::CreateTrackingAllocator());
     auto size = [](std::mt19937& random) { return 1 + random() % 5000; };
     std::atomic<int> running{3};
@@ -322,7 +324,7 @@ TEST(MemoryReportStress, TheLiveReportIsWholeWhileOtherThreadsAllocate)
         std::thread(
             [&]
             {
-                qeltest::ChurnWithContentChecks(*tracker, 2, 3000, size);
+                qeltest::ChurnWithContentChecks(*tracker, 4, 20000, size);
                 --running;
             }),
         std::thread(
@@ -367,6 +369,10 @@ TEST(MemoryReportStress, TheLiveReportIsWholeWhileOtherThreadsAllocate)
     const std::string html = LiveReport();
     EXPECT_EQ(Row(html, "allocator-table", "allocator-" + Hex(tracker.get())).at(11), "0");
     EXPECT_TRUE(Table(html, "by-tag").empty());
+    auto& tracking = static_cast<qel::TrackingAllocator&>(*tracker);
+    EXPECT_EQ(tracking.GetNumberOfAllocations(), 0u);
+    EXPECT_EQ(tracking.GetRequestedSize(), 0u);
+    EXPECT_TRUE(tracker->ValidateMemory());
 }
 
 } // namespace

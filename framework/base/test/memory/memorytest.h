@@ -230,20 +230,4 @@ private:
     std::vector<void*> m_Taken;
 };
 
-// Blocks cached by this thread go with FreeAll, and the allocator serves on:
-// a block of `size` (`usable` bytes written) is then the only one counted.
-template <class AnAllocator, class Totals>
-void ExpectFreeAllVoidsTheCache(AnAllocator& allocator, unsigned size, unsigned usable,
-                                Totals totals)
-{
-    allocator.Free(allocator.Malloc(size));
-    allocator.FreeAll();
-    EXPECT_EQ(totals().currentPages, 0u);
-    void* b = allocator.Malloc(size);
-    std::memset(b, 7, usable);
-    EXPECT_EQ(totals().currentAllocations, 1u); // those cached beside it went back
-    allocator.Free(b);
-    EXPECT_EQ(totals().currentAllocations, 0u);
-}
-
 } // namespace qeltest

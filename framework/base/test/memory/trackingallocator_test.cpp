@@ -177,16 +177,4 @@ TEST(TrackingAllocator, SiteTextsAreCopiedAndAListedRowStaysOneLine)
     tracker->FreeAll();
 }
 
-TEST(TrackingAllocatorStress, ThreadsChurnATrackerAndEveryRecordGoesWithItsBlock)
-{
-    std::unique_ptr<Allocator> tracker = NewTracker();
-    qeltest::ChurnWithContentChecks(*tracker, 4, 20000,
-                                    [](std::mt19937& random) { return 1 + random() % 3000; });
-    auto& tracking = static_cast<qel::TrackingAllocator&>(*tracker);
-    EXPECT_EQ(tracking.GetNumberOfAllocations(), 0u);
-    EXPECT_EQ(tracking.GetRequestedSize(), 0u);
-    EXPECT_TRUE(Listing(*tracker).empty());
-    EXPECT_TRUE(tracker->ValidateMemory());
-}
-
 } // namespace
