@@ -251,7 +251,7 @@ TEST_F(PackedAllocatorTest, ReallocKeepsAHalfUsedPlaceAndGrowsWithRoomToSpare)
         // past the run needs the pages behind it free in the page manager,
         // which other allocators of the process may hold: then it moves.
         const u32 runPages = packed.GetStatistics().currentPages;
-        const u32 pages = std::max(4u, (144 + c.capacity + 4095) / 4096);
+        const u32 pages = std::max<u32>(4, (144 + c.capacity + 4095) / 4096);
         bool roomBehind = true;
         for (u32 page = runPages; !c.blocked && page < pages; ++page)
         {
