@@ -102,10 +102,6 @@ private:
     PackedAllocator* m_Packed;
     u32 m_PoolOwner;
     u32 m_PackedOwner;
-    // The rounded sizes for which m_Packed is the first entry: from
-    // m_PackedFirst, m_PackedSpan of them (none without m_Packed).
-    u64 m_PackedFirst;
-    u64 m_PackedSpan;
 };
 
 } // namespace qel

@@ -210,10 +210,14 @@ public:
     // 0 when no run could hold it.
     static u32 NeedFor(unsigned int size)
     {
-        const u64 need = u64(size) + BlockHeaderSize;
-        if (need <= MinimumChunk)
-            return MinimumChunk;
-        return need > MaxNeed ? 0 : u32((need + 15) & ~u64(15));
+        return u64(size) + BlockHeaderSize > MaxNeed ? 0 : NeedWithin(size);
+    }
+    // NeedFor for a size no larger than some block's capacity, which keeps
+    // it below the limit: no test of it.
+    static u32 NeedWithin(unsigned int size)
+    {
+        return size + BlockHeaderSize <= MinimumChunk ? u32(MinimumChunk)
+                                                      : (size + BlockHeaderSize + 15) & ~15u;
     }
     // The pages of a new run for a chunk of `need` bytes.
     static u32 RunPagesFor(u32 need)

@@ -23,8 +23,7 @@ Allocator* memory::NewHybridAllocator(Allocator* small, bool ownsSmall, Allocato
 
 HybridAllocator::HybridAllocator(Allocator* small, bool ownsSmall, Allocator* big, bool ownsBig)
     : m_Pages(&PageManager::GetSingletonInstance()), m_Pool(nullptr), m_Packed(nullptr),
-      m_PoolOwner(PageManager::NoOwner), m_PackedOwner(PageManager::NoOwner), m_PackedFirst(0),
-      m_PackedSpan(0)
+      m_PoolOwner(PageManager::NoOwner), m_PackedOwner(PageManager::NoOwner)
 {
     m_Pages->AddOwner(this);
     m_Entries[0] = Entry{small, small->GetMaxSupportedAllocSize(), ownsSmall};
@@ -37,11 +36,6 @@ HybridAllocator::HybridAllocator(Allocator* small, bool ownsSmall, Allocator* bi
         m_Pool = static_cast<PoolAllocator*>(small);
     if (typeid(*big) == typeid(PackedAllocator) && m_PackedOwner != PageManager::NoOwner)
         m_Packed = static_cast<PackedAllocator*>(big);
-    if (m_Packed != nullptr && m_Entries[1].limit > m_Entries[0].limit)
-    {
-        m_PackedFirst = u64(m_Entries[0].limit) + 1;
-        m_PackedSpan = m_Entries[1].limit - m_Entries[0].limit;
-    }
 }
 
 HybridAllocator::~HybridAllocator()
@@ -183,7 +177,8 @@ void* HybridAllocator::ReAllocNoThrow(void* p, unsigned int size)
     // A block of the big entry that keeps its place is answered here, the
     // rest out of line: a buffer grown step by step is mostly the first.
     const u64 rounded = (u64(size) + 15) & ~u64(15);
-    if (p != nullptr && rounded - m_PackedFirst < m_PackedSpan)
+    if (m_Packed != nullptr && p != nullptr && rounded > m_Entries[0].limit &&
+        rounded <= m_Entries[1].limit)
         if (const std::atomic<u32>* record = m_Pages->GetRecords().Find(p))
         {
             const u32 value = record->load(std::memory_order_relaxed);

@@ -48,13 +48,9 @@ inline bool PackedAllocator::StaysInPlace(const void* p, unsigned int size, u32 
 {
     // The caller's block: its header changes only through the caller, so
     // that a block that stays is seen without the lock.
-    // NeedFor without its upper limit, which a size within the capacity
-    // never reaches.
     const PackedBlock* block = PackedBlock::Of(p);
-    const u32 need = size + BlockHeaderSize <= MinimumChunk ? u32(MinimumChunk)
-                                                            : (size + BlockHeaderSize + 15) & ~15u;
     return HeaderOnPage(p, record) && block->marker == BlockMarker && size - 1 < block->capacity &&
-           Stays(need, block->Chunk());
+           Stays(NeedWithin(size), block->Chunk());
 }
 
 inline void* PackedAllocator::MallocCached(unsigned int size)
